@@ -1,0 +1,166 @@
+#include "tests/support/support.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "http/debugLog.h"
+#include "state/settings.h"
+#include "util/installPath.h"
+
+/* The host's two symbols, as a small host would define them. */
+char popupblocker[] = "<script>1</script>";
+int32_t popuplen = sizeof popupblocker - 1;
+
+namespace netsift::test {
+
+ScratchRoot::ScratchRoot() {
+  std::string pattern = std::filesystem::temp_directory_path() / "netsift-test-XXXXXX";
+  if (mkdtemp(pattern.data()) == nullptr) std::abort();
+  path_ = pattern;
+  for (const char *folder : {"/opt/Velmora/etc/netsift", "/opt/Velmora/var/run", "/var/Velmora/var/log"}) {
+    std::filesystem::create_directories(path_ + folder);
+  }
+  installroot = strdup(path_.c_str());
+}
+
+ScratchRoot::~ScratchRoot() {
+  std::free(installroot);
+  installroot = nullptr;
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+std::string ScratchRoot::config(std::string_view file) const {
+  return path_ + "/opt/Velmora/etc/netsift/" + std::string(file);
+}
+
+std::string ScratchRoot::log(std::string_view file) const {
+  return path_ + "/var/Velmora/var/log/" + std::string(file);
+}
+
+LogCapture::LogCapture(int level) : stream_(open_memstream(&buffer_, &size_)) {
+  dFileStreamSet(stream_);
+  setDebugLevel(level);
+  printPID();
+}
+
+LogCapture::~LogCapture() {
+  dFileStreamSet(nullptr);
+  std::fclose(stream_);
+  std::free(buffer_);
+}
+
+std::string LogCapture::text() const {
+  std::fflush(stream_);
+  return std::string(buffer_, size_);
+}
+
+std::vector<std::string> LogCapture::messages() const {
+  std::vector<std::string> found;
+  std::istringstream lines(text());
+  for (std::string line; std::getline(lines, line);) {
+    size_t tag = line.find("]: ");
+    found.push_back(tag == std::string::npos ? line : line.substr(tag + 3));
+  }
+  return found;
+}
+
+bool LogCapture::has(std::string_view message) const {
+  for (const std::string &line : messages()) {
+    if (line == message) return true;
+  }
+  return false;
+}
+
+SocketPair::SocketPair() {
+  int ends[2];
+  if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) std::abort();
+  near = ends[0];
+  far = ends[1];
+}
+
+SocketPair::~SocketPair() {
+  close(near);
+  closeFar();
+}
+
+void SocketPair::send(std::string_view bytes) const {
+  while (!bytes.empty()) {
+    ssize_t count = ::send(far, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    if (count <= 0) std::abort();
+    bytes.remove_prefix(static_cast<size_t>(count));
+  }
+}
+
+std::string SocketPair::receive() const {
+  std::string all;
+  char piece[4096];
+  for (ssize_t count; (count = recv(far, piece, sizeof piece, MSG_DONTWAIT)) > 0;) {
+    all.append(piece, static_cast<size_t>(count));
+  }
+  return all;
+}
+
+void SocketPair::closeFar() {
+  if (far >= 0) close(far);
+  far = -1;
+}
+
+GuardedText::GuardedText(std::string_view text, bool terminated) {
+  const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+  const size_t size = text.size() + (terminated ? 1 : 0);
+  const size_t pages = (size + page - 1) / page + 1;
+  mapped_ = pages * page;
+  mapping_ = static_cast<char *>(mmap(nullptr, mapped_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+  if (mapping_ == MAP_FAILED) std::abort();
+  mprotect(mapping_ + mapped_ - page, page, PROT_NONE);
+  text_ = mapping_ + mapped_ - page - size;
+  if (!text.empty()) std::memcpy(text_, text.data(), text.size());
+}
+
+GuardedText::~GuardedText() { munmap(mapping_, mapped_); }
+
+void writeFile(const std::string &path, std::string_view content) {
+  std::ofstream(path, std::ios::binary).write(content.data(), static_cast<std::streamsize>(content.size()));
+}
+
+std::string readFile(const std::string &path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream content;
+  content << file.rdbuf();
+  return content.str();
+}
+
+Header makeHeader(std::initializer_list<std::string_view> lines) {
+  Header header{};
+  HeaderLine **end = &header.first;
+  auto add = [&](std::string_view line) {
+    *end = static_cast<HeaderLine *>(std::calloc(1, sizeof(HeaderLine)));
+    (*end)->text = strdup((std::string(line) + "\r\n").c_str());
+    header.totalBytes += static_cast<uint32_t>(line.size() + 2);
+    header.lineCount++;
+    end = &(*end)->next;
+  };
+  for (std::string_view line : lines) add(line);
+  add("");
+  return header;
+}
+
+std::string take(char *text) {
+  if (text == nullptr) return "<none>";
+  std::string copy(text);
+  std::free(text);
+  return copy;
+}
+
+}  // namespace netsift::test

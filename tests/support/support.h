@@ -1,0 +1,82 @@
+/* What the tests of every folder share. */
+#ifndef NETSIFT_TESTS_SUPPORT_H
+#define NETSIFT_TESTS_SUPPORT_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "state/records.h"
+
+namespace netsift::test {
+
+/* A scratch folder with the system's fixed folders in it, made the installroot; removed with the object. */
+class ScratchRoot {
+ public:
+  ScratchRoot();
+  ~ScratchRoot();
+  ScratchRoot(const ScratchRoot &) = delete;
+
+  const std::string &path() const { return path_; }
+  std::string config(std::string_view file) const; /* a path in the configuration folder */
+  std::string log(std::string_view file) const;    /* a path in the log folder */
+
+ private:
+  std::string path_;
+};
+
+/* Captures the debug log at a level, messages included, until it is destroyed. */
+class LogCapture {
+ public:
+  explicit LogCapture(int level);
+  ~LogCapture();
+  LogCapture(const LogCapture &) = delete;
+
+  std::string text() const;                  /* everything written so far, prefixes included */
+  std::vector<std::string> messages() const; /* the messages of one line each, without prefix and line end */
+  bool has(std::string_view message) const;  /* some line's message is exactly this (without its line end) */
+
+ private:
+  char *buffer_ = nullptr;
+  size_t size_ = 0;
+  FILE *stream_;
+};
+
+/* A connected pair of stream sockets: `near` for the code under test, `far` for the test. Closed with the object. */
+struct SocketPair {
+  int near, far;
+  SocketPair();
+  ~SocketPair();
+  SocketPair(const SocketPair &) = delete;
+  void send(std::string_view bytes) const; /* far writes */
+  std::string receive() const;             /* what has arrived at far, without waiting */
+  void closeFar();
+};
+
+/* Text that ends, NUL included, at a page that cannot be touched: reading one byte too far is a crash. */
+class GuardedText {
+ public:
+  explicit GuardedText(std::string_view text, bool terminated = true);
+  ~GuardedText();
+  GuardedText(const GuardedText &) = delete;
+  char *get() const { return text_; }
+
+ private:
+  char *mapping_;
+  size_t mapped_;
+  char *text_;
+};
+
+void writeFile(const std::string &path, std::string_view content);
+std::string readFile(const std::string &path); /* empty when there is none */
+
+/* A head made of the given lines, each ended by CR LF, followed by the empty line; to be destroyed by destroyHeader. */
+Header makeHeader(std::initializer_list<std::string_view> lines);
+
+/* A malloc'ed text taken over as a string; "<none>" for null. */
+std::string take(char *text);
+
+}  // namespace netsift::test
+
+#endif
