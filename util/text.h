@@ -6,6 +6,8 @@
 
 NETSIFT_BEGIN
 
+/* Cuts leading and trailing white space (as isspace has it) in place, the rest shifted to the start. Returns the
+   argument; null gives null. */
 NETSIFT_API char *trim(char *text);
 
 NETSIFT_END
