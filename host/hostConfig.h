@@ -1,0 +1,29 @@
+/* What the configuration says to the daemon itself; everything else of it goes into the library's own variables. */
+#ifndef NETSIFT_HOST_HOSTCONFIG_H
+#define NETSIFT_HOST_HOSTCONFIG_H
+
+#include <netinet/in.h>
+
+#include <cstdint>
+#include <string>
+
+namespace netsift::host {
+
+struct HostConfig {
+  struct sockaddr_in listen {};   /* [listen] address, or --listen */
+  int32_t maxConnections = 0;     /* running at once, over all generations of the server */
+  int32_t drainSeconds = 0;       /* what running connections get at the end */
+  std::string popupScript;        /* file; a relative name lies in the configuration folder */
+  std::string spoolFolder;        /* as configured; VIRFILE_DIR is what it comes to */
+  std::string secondEngineSocket; /* where the second engine listens */
+  std::string debugFile;          /* a relative name lies in the log folder */
+  std::string debugTag;           /* put before every line of the debug log */
+  int32_t debugLevel = 0;
+};
+
+/* The configuration of this process: a generation of the server reads it once and never changes it. */
+extern HostConfig hostConfig;
+
+}  // namespace netsift::host
+
+#endif

@@ -1,0 +1,278 @@
+#include "host/settingsTable.h"
+
+#include <string_view>
+#include <vector>
+
+#include "host/hostConfig.h"
+#include "state/connection.h"
+
+namespace netsift::host {
+
+HostConfig hostConfig;
+
+namespace {
+
+constexpr int32_t mostSeconds = 3600;
+constexpr int32_t anyNumber = INT32_MAX;
+constexpr size_t longestPath = 1000;
+constexpr size_t longestText = 200;
+
+const Setting serviceSettings[] = {
+    {"service", "filtering", Flag{&DisableNetsiftService, true}, "true",
+     "Judge what passes. When false, everything is passed through unread."},
+    {"listen", "address", ListenAddress{}, "\"127.0.0.1:8080\"",
+     "Where clients connect. Port 0 takes a free one, which is printed. Read at start only; --listen goes before it."},
+    {"listen", "max_connections", Number{&hostConfig.maxConnections, 1, 100000, "connections"}, "256",
+     "Connections served at once, each by a process of its own. Further clients wait until one ends."},
+    {"listen", "drain_seconds", Number{&hostConfig.drainSeconds, 0, mostSeconds, "seconds"}, "10",
+     "What running connections are given to finish when the daemon is told to end."},
+    {"upstream", "proxy", UpstreamAddress{}, "\"\"",
+     "The proxy that every request is forwarded to, as ADDRESS:PORT with an IPv4 address. Empty: direct to each "
+     "site."},
+    {"upstream", "timeout", Number{&PROXY_TIMEOUT, 0, mostSeconds, "seconds"}, "60",
+     "How long to wait for upstream to take or send the next bytes. 0: do not wait at all."},
+    {"http", "strict_http", Flag{&StrictHttp}, "true",
+     "Read and address requests as RFC 9110 and 9112 say. Needed for today's sites, above all without an upstream "
+     "proxy; false keeps the behaviour of old."},
+    {"http", "escape_text", Flag{&EscapeText}, "true",
+     "Escape what clients and sites sent before it is shown in pages and written to logs."},
+    {"http", "keep_alive", Flag{&DoNotKeepConnectionAlive, true}, "true",
+     "Let clients and sites keep connections open. When false, the fields that ask for it are taken out of requests."},
+    {"http", "relay_without_length", Flag{&TunnelPacketsWithoutContentLength}, "false",
+     "Relay a kept-open response that has no length unexamined."},
+};
+
+const Setting requestSettings[] = {
+    {"requests", "block_ip_hosts", Flag{&blockip}, "false",
+     "Refuse requests whose host is an IP address instead of a name."},
+    {"requests", "allowed_ip_hosts", Patterns{&WhiteIP1}, "[]",
+     "Hosts let through although they are addresses, while block_ip_hosts is on; neither they nor what the same "
+     "connection asks for afterwards is held against the blacklists. \"10.0.*\" covers every host that begins so."},
+    {"requests", "use_blocked_ip_hosts", Flag{&ALLOWALLIP}, "false", "Refuse the hosts of blocked_ip_hosts."},
+    {"requests", "blocked_ip_hosts", Patterns{&BLACKIPINURL}, "[]",
+     "Addresses refused as hosts while use_blocked_ip_hosts is on. They go before allowed_ip_hosts."},
+    {"requests", "trace_client_mark", Number{&whiteclientipinurl1, 0, anyNumber, ""}, "0",
+     "A number written to the debug log at level 6 with each request; it changes nothing."},
+    {"requests", "block_ports", Flag{&block_ports}, "true", "Refuse requests to the ports of blocked_ports."},
+    {"requests", "blocked_ports", Ports{&blockedports}, "[19, 22, 23, 25, 110, 143, 445, 465, 587]",
+     "The ports refused while block_ports is on, also on whitelisted sites."},
+    {"requests", "pass_messengers", Flag{&tunnelmessengers}, "false",
+     "Relay requests whose URL contains one of messenger_urls untouched, with all that follows on the connection."},
+    {"requests", "messenger_urls", Texts{&tunnellist}, "[]", "Pieces of URLs by which messenger traffic is known."},
+    {"requests", "log_messengers", Flag{&logtunnel}, "false",
+     "Keep a transcript of relayed messenger traffic in the log folder."},
+    {"requests", "block_uploads", Flag{&blockupload}, "false", "Take files out of forms sent to sites."},
+    {"requests", "upload_sites", Texts{&uploadwhitelist}, "[]",
+     "Pieces of URLs to which files may be sent while block_uploads is on. \"www.\" at the front is disregarded."},
+
+    {"lists", "use_whitelist", Flag{&enable_whitelist}, "true",
+     "Let the sites of the list \"whitelist\" pass: no other list, MIME type or phrase is held against them."},
+    {"lists", "block_ads", Flag{&blockad}, "true", "Answer the servers of the list \"adserver\" with nothing."},
+    {"lists", "check_blacklists", Flag{&urlcheck}, "true", "Refuse what a category below lists."},
+    {"lists", "phrases_anywhere_in_url", Flag{&phraseinurl}, "false",
+     "How a category's one-word phrases refuse URLs too: true: the word anywhere in the URL; false: at its start, with "
+     "or without \"www.\"."},
+    {"lists", "category", Categories{"file", &numcategories, &categfiles, &categname}, "[]",
+     "Blacklists, the first that matches wins: a name shown to people, and the base name of the files FILE.dom, "
+     "FILE.url.orig (or FILE.url) and FILE.phrase in the configuration folder.",
+     "name = \"Sample category\"\nfile = \"sample\"\n"},
+
+    {"popups", "block", Flag{&blockpopup}, "false",
+     "Put the script below into HTML pages, except on the sites of the list \"popup\"."},
+    {"popups", "script", HostText{&hostConfig.popupScript, longestPath}, "\"popupblocker.js.html\"",
+     "File with the bytes inserted after the page's opening html tag, at most 65536; a relative name lies in the "
+     "configuration folder. Read when block is on."},
+};
+
+const Setting contentSettings[] = {
+    {"content", "blocked_types", Texts{&blockedcontent}, "[]",
+     "Refuse responses whose content type contains one of these, for example \"application/x-msdownload\"."},
+    {"content", "check_phrases", Flag{&contentcheck}, "true",
+     "Weigh the visible text of pages against the phrases of the categories below."},
+    {"content", "threshold", Number{&allowedweight, 1, anyNumber, ""}, "100",
+     "A page whose phrases of one category together weigh this much is refused."},
+    {"content", "count_once", Flag{&uniqueoccur}, "false", "Count each phrase once a page, however often it occurs."},
+    {"content", "report_urls", Flag{&addurltolist}, "true",
+     "Add the URL of a page refused for its phrases to the blacklist of the same base name. The categories that both "
+     "lists share must stand at the same place in both."},
+    {"content", "category", Categories{"phrases", &numcategories1, &categfiles1, &categname1}, "[]",
+     "Phrase lists, judged in this order: a name shown to people, and the base name of the file PHRASES.phrase in the "
+     "configuration folder.",
+     "name = \"Sample category\"\nphrases = \"sample\"\n"},
+
+    {"ratings", "check", Flag{&testforratings}, "false", "Judge the rating labels that pages carry in their head."},
+    {"ratings", "use_icra", Flag{&icraenable}, "true", "Judge ICRA labels, by the limits of [ratings.icra]."},
+    {"ratings", "use_rsac", Flag{&rsacenable}, "true", "Judge RSACi labels, by the limits of [ratings.rsac]."},
+    {"ratings", "use_safesurf", Flag{&safesurfenable}, "true",
+     "Judge SafeSurf labels, by the limits of [ratings.safesurf]."},
+};
+
+const Setting scanSettings[] = {
+    {"scanning", "scan", Flag{&virusscan}, "false", "Have response bodies scanned for viruses before delivery."},
+    {"scanning", "primary_engine", Flag{&DoVlavScan}, "false",
+     "Ask the engine at /opt/Velmora/var/run/vlav under the root."},
+    {"scanning", "second_engine", Flag{&DoClamScan}, "true", "Ask the engine that speaks the clamd protocol."},
+    {"scanning", "second_engine_socket", HostText{&hostConfig.secondEngineSocket, longestSocketPath},
+     "\"/opt/Velmora/var/run/vlcavd.sock\"",
+     "Where that engine listens. The default lies under the root; any other path is used as it stands, and the default "
+     "path is made a symbolic link to it."},
+    {"scanning", "spool_folder", Folder{}, "\"/var/spool/netsift/\"",
+     "Folder of the files handed to the engines, which must be able to read it. Used as it stands, not under the root; "
+     "at most 33 bytes with the \"/\" at its end. Made when missing."},
+    {"scanning", "first_scan_kib", Number{&startScanSize, 0, 4194303, "KiB"}, "1024",
+     "Body collected before the first scan; doubled after each. 0: one scan near the end of the first body."},
+    {"scanning", "greeting_timeout", Number{&MAX_TIME_FOR_VLAV, 0, mostSeconds, "seconds"}, "30",
+     "How long the primary engine's line dialogue waits for a greeting."},
+    {"scanning", "skip_domains", Flag{&VirWL_Domain}, "false",
+     "Do not scan what comes from the hosts of viruswhite_dom.conf in the configuration folder. While it is on, style "
+     "sheets are scanned and skip_types is not looked at."},
+    {"scanning", "skip_types", Flag{&VirWL_MimeType}, "false",
+     "Do not scan the content types of viruswhite.conf in the configuration folder."},
+    {"scanning", "skip_texts", Texts{&viruswhitelist}, "[]",
+     "Texts for hosts built on the library; the connection cycle does not ask for them."},
+    {"scanning", "relay_whitelisted", Flag{&vs_tunnel}, "false", "Relay whitelisted sites untouched."},
+
+    {"cache", "enabled", Flag{&disableCache, true}, "true",
+     "Remember verdicts on pages, so that an unchanged page is not judged twice."},
+    {"cache", "url_cache", TextList{&URL_CACHE, &URL_CACHESIZE}, "[]",
+     "Texts that the list kept through the notification socket starts with."},
+};
+
+const Setting logSettings[] = {
+    {"log", "debug_file", HostText{&hostConfig.debugFile, longestPath}, "\"netsift-debug.log\"",
+     "The debug log, which has a line for every request. A relative name lies in /var/Velmora/var/log/ under the "
+     "root."},
+    {"log", "debug_level", Number{&hostConfig.debugLevel, 0, 7, ""}, "1",
+     "0 nothing, 1 requests and failures, 2 errors of peers, 4 main events, 5 message heads, 6 calls, 7 everything."},
+    {"log", "debug_tag", HostText{&hostConfig.debugTag, 50}, "\"\"", "Text at the start of every line of it."},
+    {"log", "access_log", Flag{&logenable}, "true", "Write a line for every block of the kinds below, and of viruses."},
+    {"log", "access_file", LibraryText{&logfilename, 100}, "\"netsift-access.log\"",
+     "Its name in /var/Velmora/var/log/ under the root."},
+    {"log", "ports", Flag{&logport}, "true", "Blocks by port."},
+    {"log", "ip_hosts", Flag{&logip}, "true", "Blocks of addresses as hosts."},
+    {"log", "urls", Flag{&logurl}, "true", "Blocks by a blacklist."},
+    {"log", "types", Flag{&logmime}, "true", "Blocks by content type."},
+    {"log", "ratings", Flag{&lograting}, "true", "Blocks by rating label."},
+    {"log", "content", Flag{&logcontent}, "true", "Blocks by phrases."},
+
+    {"pages", "administrator", LibraryText{&mailto, longestText}, "\"postmaster@localhost\"",
+     "Whom people may ask: %a in the page templates."},
+    {"pages", "error_code", LibraryText{&errorcode, longestText}, "\"\"",
+     "%e in the page templates as long as nothing was written to the debug log, whose latest time stamp takes its "
+     "place."},
+
+    {"", "access", AccessRules{}, "[]",
+     "Who is served when: clients of a network, given as ADDRESS/BITS, from one time of the day to another, both "
+     "inclusive (the whole day when absent). Level 1: unfiltered; 2: filtered, as everybody is whom no rule names; 3 "
+     "to 127: refused. Of several rules that apply, the highest level holds.",
+     "# network = \"10.0.0.0/8\"\n# from = \"08:00\"\n# to = \"17:59\"\n# level = 1\n"},
+};
+
+constexpr std::string_view icraKeys[] = {"la", "ca", "cb", "lb", "lc", "na", "nb", "nc", "nd", "ne",
+                                         "nf", "ng", "nh", "ni", "nr", "ns", "nt", "oa", "ob", "oc",
+                                         "od", "oe", "of", "og", "oh", "va", "vb", "vc", "vd", "ve",
+                                         "vf", "vg", "vh", "vi", "vj", "vr", "vs", "vt", "vu", "vk"};
+constexpr std::string_view rsacKeys[] = {"violence", "sex", "nudity", "language"};
+struct NamedKey {
+  std::string_view key, rates;
+};
+constexpr NamedKey safesurfKeys[] = {{"000", "age range"},
+                                     {"001", "profanity"},
+                                     {"002", "heterosexual themes"},
+                                     {"003", "homosexual themes"},
+                                     {"004", "nudity"},
+                                     {"005", "violence"},
+                                     {"006", "sex, violence and profanity"},
+                                     {"007", "intolerance"},
+                                     {"008", "glorifying drug use"},
+                                     {"009", "other adult themes"},
+                                     {"00A", "gambling"}};
+
+/* What the first letter of an ICRA key stands for in the published vocabulary. */
+std::string icraTopic(std::string_view key) {
+  switch (key.front()) {
+    case 'l':
+      return "language";
+    case 'c':
+      return "chat";
+    case 'n':
+      return "nudity and sexual material";
+    case 'v':
+      return "violence";
+    default:
+      return "other topics";
+  }
+}
+
+Setting rating(std::string section, std::string_view key, int32_t *limit, std::string rates) {
+  return {std::move(section),
+          std::string(key),
+          Number{limit, 0, highestRating, ""},
+          "0",
+          "Highest value let through: " + std::move(rates) + ".",
+          {}};
+}
+
+std::vector<Setting> makeTable() {
+  std::vector<Setting> table;
+  auto add = [&table](std::span<const Setting> some) { table.insert(table.end(), some.begin(), some.end()); };
+  add(serviceSettings);
+  add(requestSettings);
+  add(contentSettings);
+  for (size_t i = 0; i < std::size(icraKeys); i++)
+    table.push_back(rating("ratings.icra", icraKeys[i], &icra[i], icraTopic(icraKeys[i])));
+  for (size_t i = 0; i < std::size(rsacKeys); i++)
+    table.push_back(rating("ratings.rsac", rsacKeys[i], &rsac[i], std::string(rsacKeys[i])));
+  for (size_t i = 0; i < std::size(safesurfKeys); i++)
+    table.push_back(rating("ratings.safesurf", safesurfKeys[i].key, &safesurf[i], std::string(safesurfKeys[i].rates)));
+  add(scanSettings);
+  add(logSettings);
+  return table;
+}
+
+/* One overload for each kind of target. */
+struct TypeText {
+  std::string operator()(const Flag &) const { return "true or false"; }
+  std::string operator()(const Number &number) const {
+    std::string unit = *number.unit == '\0' ? "" : std::string(" of ") + number.unit;
+    return "whole number" + unit + ", " + std::to_string(number.minimum) + " to " + std::to_string(number.maximum);
+  }
+  std::string operator()(const HostText &text) const { return limitedText(text.longest); }
+  std::string operator()(const LibraryText &text) const { return limitedText(text.longest); }
+  std::string operator()(const Texts &) const { return "list of at most 100 texts of 1 to 99 bytes"; }
+  std::string operator()(const Ports &) const { return "list of at most 100 port numbers, 1 to 65535"; }
+  std::string operator()(const Patterns &) const {
+    return "list of IPv4 addresses, each of which may end in \"*\" instead";
+  }
+  std::string operator()(const TextList &) const { return "list of texts"; }
+  std::string operator()(const ListenAddress &) const { return "text: IPv4 ADDRESS:PORT, port 0 to 65535"; }
+  std::string operator()(const UpstreamAddress &) const { return "text: IPv4 ADDRESS:PORT, port 1 to 65535, or empty"; }
+  std::string operator()(const Folder &) const {
+    return "text: absolute path of at most " + std::to_string(longestSpoolFolder) + " bytes";
+  }
+  std::string operator()(const Categories &categories) const {
+    return std::string("at most ") + std::to_string(mostCategories) + " tables with the texts name and " +
+           categories.fileKey;
+  }
+  std::string operator()(const AccessRules &) const { return "tables with network, level, and possibly from and to"; }
+  static std::string limitedText(size_t longest) { return "text of at most " + std::to_string(longest) + " bytes"; }
+};
+
+}  // namespace
+
+std::span<const Setting> settings() {
+  static const std::vector<Setting> table = makeTable();
+  return table;
+}
+
+std::string fullKey(const Setting &setting) {
+  return setting.section.empty() ? setting.key : setting.section + "." + setting.key;
+}
+
+std::string expectedType(const Setting &setting) { return std::visit(TypeText{}, setting.target); }
+
+bool isTableArray(const Setting &setting) {
+  return std::holds_alternative<Categories>(setting.target) || std::holds_alternative<AccessRules>(setting.target);
+}
+
+}  // namespace netsift::host
