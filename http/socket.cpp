@@ -1,0 +1,338 @@
+#include "http/socket.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "http/debugLog.h"
+
+namespace {
+
+constexpr int64_t second = 1'000'000'000;  // in nanoseconds
+constexpr int64_t microsecond = 1'000;
+constexpr int64_t noLimit = -1;
+constexpr int chunkEndLimit = 10;  // seconds that getCRLF and sendCRLF wait
+
+enum class Wait { ready, timedOut, interrupted, failed };
+
+/* select's answer for one descriptor: one that is not open fails, one that is closed or broken is ready. */
+Wait waitOnce(int fd, short events, int64_t limit) {
+  if (fd < 0) {
+    errno = EBADF;
+    return Wait::failed;
+  }
+  pollfd waited{fd, events, 0};
+  const timespec time{limit / second, limit % second};
+  const int found = ppoll(&waited, 1, limit < 0 ? nullptr : &time, nullptr);
+  if (found == 0) return Wait::timedOut;
+  if (found < 0) return errno == EINTR ? Wait::interrupted : Wait::failed;
+  if ((waited.revents & POLLNVAL) == 0) return Wait::ready;
+  errno = EBADF;
+  return Wait::failed;
+}
+
+int64_t now() {
+  timespec time;
+  clock_gettime(CLOCK_MONOTONIC, &time);
+  return time.tv_sec * second + time.tv_nsec;
+}
+
+/* Waits through interruptions, each time for what is left of the limit. */
+Wait waitThrough(int fd, short events, int64_t limit) {
+  const int64_t start = limit < 0 ? 0 : now();
+  for (int64_t left = limit;;) {
+    const Wait outcome = waitOnce(fd, events, left);
+    if (outcome != Wait::interrupted) return outcome;
+    if (limit >= 0) left = std::max<int64_t>(0, start + limit - now());
+  }
+}
+
+int64_t limitOrNone(int seconds) { return seconds < 0 ? noLimit : seconds * second; }
+
+int sendAll(int fd, const char *buffer, int length, int limit) {
+  if (length < 0) return -2;
+  for (int sent = 0;;) {
+    const Wait outcome = waitOnce(fd, POLLOUT, limit < 0 ? noLimit : limit * second + microsecond);
+    if (outcome == Wait::interrupted) continue;
+    if (outcome == Wait::timedOut) {
+      dprintf(4, "timed out in sendToSocket.");
+      return -1;
+    }
+    if (outcome == Wait::failed) {
+      dprintf(7, "error in select in sendToSocket: %d\n", errno);
+      return -2;
+    }
+    const ssize_t count = write(fd, buffer + sent, static_cast<size_t>(length - sent));
+    if (count < 0) {
+      dprintf(4, "error in writing to socket in sendToSocket.");
+      return -2;
+    }
+    if (count == 0) {
+      dprintf(7, "0 Bytes Sent.");
+      return -3;
+    }
+    sent += static_cast<int>(count);
+    if (sent == length) return 0;
+  }
+}
+
+/* The loop of both block reads; `read` puts up to so many bytes there, as read(2) does. */
+template <typename Read>
+unsigned readBlock(const char *name, int fd, unsigned length, unsigned char *status, int limit, int datalen,
+                   Read read) {
+  dprintf(7, "inside %s: %u bytes wanted, %d expected\n", name, length, datalen);
+  for (unsigned total = 0;;) {
+    const Wait outcome = waitOnce(fd, POLLIN, limitOrNone(limit));
+    if (outcome == Wait::interrupted) continue;
+    if (outcome != Wait::ready) {
+      dprintf(4, "%s in %s\n", outcome == Wait::timedOut ? "timed out" : "error in select", name);
+      *status = outcome == Wait::timedOut ? 2 : 3;
+      return total;
+    }
+    const ssize_t count = read(total, length - total);
+    if (count < 0) {
+      dprintf(7, "error in reading in %s\n", name);
+      *status = 3;
+      return total;
+    }
+    total += static_cast<unsigned>(count);
+    dprintf(7, "%s: %zd bytes read, %u in all\n", name, count, total);
+    if (total == length) {
+      *status = 0;
+      return total;
+    }
+    if (static_cast<int64_t>(total) >= datalen || count == 0) {
+      *status = 1;
+      return total;
+    }
+  }
+}
+
+/* Where a line comes from. A socket is looked ahead in: what has arrived is peeked at and exactly the line is taken. */
+struct LineSource {
+  int fd;
+  bool lookAhead;
+};
+
+constexpr ssize_t nothingYet = -2;  // beside read's results
+
+/* Reads up to `room` bytes of a line and none after its end, as read(2) answers. With MSG_DONTWAIT it gives
+   `nothingYet` where only a wait can tell. */
+ssize_t readLinePart(LineSource &source, char *into, size_t room, int flags) {
+  if (source.lookAhead) {
+    const ssize_t arrived = recv(source.fd, into, room, MSG_PEEK | flags);
+    if (arrived > 0) {
+      const void *end = std::memchr(into, '\n', static_cast<size_t>(arrived));
+      const ssize_t part = end == nullptr ? arrived : static_cast<const char *>(end) - into + 1;
+      return recv(source.fd, into, static_cast<size_t>(part), 0);
+    }
+    if (arrived == 0) return 0;
+    const bool undecided = flags == MSG_DONTWAIT && (errno == EAGAIN || errno == EBADF);
+    if (errno != ENOTSOCK) return undecided ? nothingYet : arrived;
+    source.lookAhead = false;
+  }
+  return flags == MSG_DONTWAIT ? nothingYet : read(source.fd, into, 1);
+}
+
+/* A line as it grows: `capacity` bytes and a terminator behind them. */
+struct LineBuffer {
+  char *text;
+  unsigned capacity;
+  unsigned reserve;  // how much further it may grow
+};
+
+constexpr unsigned firstLineCapacity = 512;
+constexpr unsigned lineGrowth = 256;
+
+bool grow(LineBuffer &line) {
+  const unsigned step = std::min(line.reserve, lineGrowth);
+  auto *grown = static_cast<char *>(std::realloc(line.text, static_cast<size_t>(line.capacity) + step + 1));
+  if (grown == nullptr) return false;
+  std::memset(grown + line.capacity, 0, static_cast<size_t>(step) + 1);
+  line = {grown, line.capacity + step, line.reserve - step};
+  return true;
+}
+
+/* Reads the line whose first part is at hand, or still to be read (`nothingYet`). Returns the status. */
+unsigned char readLine(LineSource &source, LineBuffer &line, ssize_t part, unsigned max, unsigned *length) {
+  // A failed read stores a byte, so a descriptor that only fails would be read for as long as the caller's maximum.
+  constexpr unsigned failuresInARow = 8192;
+  unsigned char status = 0;
+  unsigned count = 0;
+  for (unsigned failures = 0; count < max && (count == 0 || line.text[count - 1] != '\n');) {
+    if (count >= line.capacity && !grow(line)) {
+      dprintf(7, "II-----mem alloc failure in getsocket line");
+      return 253;
+    }
+    if (part == nothingYet) part = readLinePart(source, line.text + count, line.capacity - count, 0);
+    if (part == 0 || failures == failuresInARow) {
+      dprintf(7, "read fails as connection is closed");
+      status = 1;
+      break;
+    }
+    failures = part < 0 ? failures + 1 : 0;
+    if (part < 0) line.text[count] = '\0';
+    count += part < 0 ? 1 : static_cast<unsigned>(part);
+    part = nothingYet;
+  }
+  line.text[count] = '\0';
+  *length = count;
+  return status;
+}
+
+char *startLine(LineSource source, unsigned *length, unsigned char *status, int limit) {
+  const unsigned max = *length;
+  const unsigned capacity = std::min(max, firstLineCapacity);
+  LineBuffer line{static_cast<char *>(std::calloc(capacity + 1, 1)), capacity, max - capacity};
+  if (line.text == nullptr) {
+    dprintf(7, "I-----mem alloc failure in getsocket line");
+    *status = 254;
+    return nullptr;
+  }
+  // What has arrived needs no wait.
+  const ssize_t part = max == 0 ? nothingYet : readLinePart(source, line.text, capacity, MSG_DONTWAIT);
+  const Wait outcome =
+      part != nothingYet ? Wait::ready : waitThrough(source.fd, POLLIN, limit <= 0 ? noLimit : limit * second);
+  if (outcome != Wait::ready) {
+    const bool timedOut = outcome == Wait::timedOut;
+    dprintf(4, "%s", timedOut ? "timed out in getSocketLine" : "error in select in getSocketLine");
+    *status = timedOut ? 255 : 254;
+    std::free(line.text);
+    return nullptr;
+  }
+  *status = readLine(source, line, part, max, length);
+  dprintf(7, "exiting getSocketLine: %u bytes, status %d\n", *length, *status);
+  return line.text;
+}
+
+}  // namespace
+
+int sendToSocket(int fd, const void *buffer, int length, int limit) {
+  dprintf(7, "inside sendToSocket: %d bytes\n", length);
+  const int result = sendAll(fd, static_cast<const char *>(buffer), length, limit);
+  dprintf(7, "exiting sendToSocket: %d\n", result);
+  return result;
+}
+
+int sendSocketLine(int fd, const char *text, int limit) {
+  dprintf(7, "inside sendSocketLine\n");
+  if (text == nullptr) return 0;
+  const size_t length = std::strlen(text);
+  const Wait outcome = waitOnce(fd, POLLOUT, limitOrNone(limit));
+  if (outcome != Wait::ready) {
+    const bool timedOut = outcome == Wait::timedOut;
+    dprintf(4, "%s", timedOut ? "timed out in sendSocketLine" : "error in select in sendSocketLine");
+    return 0;
+  }
+  if (write(fd, text, length) < 0) {
+    dprintf(7, "error in write in sendSocketLine::: %d%s\n", errno, std::strerror(errno));
+    return 0;
+  }
+  dprintf(7, "exiting sendSocketLine: %zu\n", length);
+  return static_cast<int>(length);
+}
+
+unsigned readFromSocket(int fd, void *buffer, unsigned length, unsigned char *status, int limit, int datalen) {
+  return readBlock("readFromSocket", fd, length, status, limit, datalen,
+                   [=](unsigned at, unsigned room) { return read(fd, static_cast<char *>(buffer) + at, room); });
+}
+
+unsigned readGZFromSocket(int fd, gzFile stream, void *buffer, unsigned length, unsigned char *status, int limit,
+                          int datalen) {
+  return readBlock("readGZFromSocket", fd, length, status, limit, datalen, [=](unsigned at, unsigned room) -> ssize_t {
+    return gzread(stream, static_cast<char *>(buffer) + at, std::min<unsigned>(room, INT_MAX));
+  });
+}
+
+char *getSocketLine(int fd, unsigned *length, unsigned char *status, int limit) {
+  dprintf(7, "inside getSocketLine\n");
+  return startLine({fd, true}, length, status, limit);
+}
+
+char *netsift::getSocketLineByBytes(int fd, unsigned *length, unsigned char *status, int limit) {
+  return startLine({fd, false}, length, status, limit);
+}
+
+char *getSocketLine1(int fd, unsigned *length, unsigned char *status) {
+  constexpr unsigned step = 256;
+  dprintf(7, "inside getSocketLine1\n");
+  auto *line = static_cast<char *>(std::calloc(step, 1));
+  if (line == nullptr) {
+    dprintf(1, "Malloc Failed.");
+    *status = 1;
+    return nullptr;
+  }
+  // The position after the received bytes is the one tested for a line end. It is clear, always, so the test never
+  // ends the loop, and the bytes need not come one at a time.
+  unsigned count = 0;
+  for (unsigned capacity = step;;) {
+    const ssize_t got = read(fd, line + count, capacity - count);
+    if (got <= 0) {
+      dprintf(7, "read fails as connection is closed");
+      *status = 1;
+      break;
+    }
+    count += static_cast<unsigned>(got);
+    if (count < capacity) continue;
+    const bool fits = capacity <= UINT_MAX - step;
+    auto *grown = fits ? static_cast<char *>(std::realloc(line, capacity + step)) : nullptr;
+    if (grown == nullptr) {
+      dprintf(7, "realloc failed");
+      count--;
+      *status = 254;
+      break;
+    }
+    line = grown;
+    std::memset(line + capacity, 0, step);
+    capacity += step;
+  }
+  *length = count;
+  line[count] = '\0';
+  dprintf(7, "exiting getSocketLine1: %u bytes, status %d\n", count, *status);
+  return line;
+}
+
+int getCRLF(int fd) {
+  dprintf(7, "inside getCRLF\n");
+  char pair[2];
+  do {
+    if (waitThrough(fd, POLLOUT, chunkEndLimit * second) != Wait::ready) {
+      dprintf(4, "timed out or error in select in getCRLF\n");
+      break;
+    }
+  } while (read(fd, pair, 2) == 2 && std::memcmp(pair, "\r\n", 2) == 0);
+  dprintf(7, "exiting getCRLF\n");
+  return -1;
+}
+
+int sendCRLF(int fd) {
+  dprintf(7, "inside sendCRLF\n");
+  do {
+    if (waitThrough(fd, POLLOUT, chunkEndLimit * second) != Wait::ready) {
+      dprintf(4, "timed out or error in select in sendCRLF\n");
+      break;
+    }
+  } while (write(fd, "\r\n", 2) == 2);
+  dprintf(7, "exiting sendCRLF\n");
+  return -1;
+}
+
+int getChunkSize(const char *line) {
+  if (line == nullptr) return 0;
+  uint32_t value = 0;
+  for (; *line != '\0' && *line != ' ' && *line != '\r'; line++) {
+    const int character = static_cast<signed char>(*line);
+    const bool decimal = character >= '0' && character <= '9';
+    const int lower = character >= 'A' && character <= 'Z' ? character - 'A' + 'a' : character;
+    value = value * 10 + static_cast<uint32_t>(decimal ? character - '0' : lower - 'a' + 10);
+  }
+  return static_cast<int>(value);
+}
