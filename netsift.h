@@ -7,6 +7,7 @@
 
 #include "cache/dbcache.h"
 #include "cache/hostNotify.h"
+#include "connection/answer.h"
 #include "connection/connection_trickle.h"
 #include "connection/htmlTemplate.h"
 #include "connection/verdict.h"

@@ -1,0 +1,63 @@
+#include "connection/htmlTemplate.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "state/connection.h"
+#include "state/settings.h"
+#include "util/file.h"
+
+namespace netsift {
+namespace {
+
+constexpr int endByte = 255;
+constexpr size_t substitutionRoom = 201; /* beyond the file's size, before the page has to grow */
+constexpr size_t shownUrl = 50;
+
+std::string_view textOf(const char *text) { return text == nullptr ? std::string_view() : std::string_view(text); }
+
+std::string_view substitution(int selector) {
+  switch (selector) {
+    case 'r':
+      return reason;
+    case 'u':
+      return textOf(url).substr(0, shownUrl);
+    case 'a':
+      return textOf(mailto);
+    case 'e':
+      return textOf(errorcode);
+    default:
+      return {};
+  }
+}
+
+std::string fill(FILE *file, size_t expected) {
+  std::string page;
+  page.reserve(expected);
+  for (int byte; (byte = getc_unlocked(file)) != EOF && byte != endByte;) {
+    if (byte == '%') {
+      page += substitution(getc_unlocked(file));
+    } else {
+      page += static_cast<char>(byte);
+    }
+  }
+  return page;
+}
+
+}  // namespace
+}  // namespace netsift
+
+char *readTemplate(const char *path, int32_t *length) {
+  const long size = get_file_size(path);
+  FILE *file = fopen(path, "re");
+  if (file == nullptr) return nullptr;
+  const std::string page = netsift::fill(file, static_cast<size_t>(size < 0 ? 0 : size) + netsift::substitutionRoom);
+  fclose(file);
+  if (length != nullptr) *length = static_cast<int32_t>(page.size()) - 1;
+  char *text = static_cast<char *>(std::malloc(page.size() + 1));
+  if (text != nullptr) std::memcpy(text, page.c_str(), page.size() + 1);
+  return text;
+}
