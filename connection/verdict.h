@@ -1,4 +1,4 @@
-/* The verdict on a chunk of a page, and the answers sent in place of one. */
+/* The verdict on a chunk of a page, and on a port. */
 #ifndef NETSIFT_CONNECTION_VERDICT_H
 #define NETSIFT_CONNECTION_VERDICT_H
 
@@ -8,10 +8,14 @@
 
 NETSIFT_BEGIN
 
+/* Judges one chunk of a text response by its rating labels (`first` nonzero: the response's first chunk) and by the
+   phrases in its visible text. 0: it may pass. -1: the page is blocked; the block page has been sent, `url` and
+   `hostname` are null and both heads destroyed. `length` bytes of `buffer`, which are as they were on return and need
+   no NUL; when memory for the normalised text is short, the text as it stands is judged, less its last byte.
+   The phrase filter must have been initialised (iniContentFilter) when contentcheck is on. */
 NETSIFT_API int32_t checkAllRight(char *buffer, int32_t length, int32_t first);
-NETSIFT_API int32_t blockConnection(int32_t sock, uint8_t withpage);
-NETSIFT_API void sendError(int32_t sock);
-NETSIFT_API int32_t closeConnection(int32_t sock1, int32_t sock2, const char *name);
+
+/* 1 when `port` is in blockedports, whose first 0 or hundredth entry ends it, else 0. */
 NETSIFT_API int32_t isBlockedPort(int32_t port);
 
 NETSIFT_END

@@ -1,0 +1,118 @@
+#include "connection/verdict.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "cache/dbcache.h"
+#include "cache/hostNotify.h"
+#include "connection/answer.h"
+#include "content/htmlToText.h"
+#include "content/phraseScan.h"
+#include "content/ratings.h"
+#include "http/debugLog.h"
+#include "http/httpBody_iter.h"
+#include "policy/accessLog.h"
+#include "state/connection.h"
+#include "state/settings.h"
+#include "util/text.h"
+
+namespace netsift {
+namespace {
+
+constexpr int icraExceeded = 1, rsacExceeded = 2, safeSurfExceeded = 4;
+
+const char *urlText() { return url == nullptr ? "" : url; }
+
+void recordRating(const char *vocabulary) {
+  snprintf(reason, sizeof reason, "%s rating violated", vocabulary);
+  if (lograting == 0) return;
+  storeLog("Rating Violation", vocabulary, 0);
+  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,Rating Violation:%s\n", clientip, urlText(), vocabulary);
+}
+
+/* An RSAC violation that is not logged goes on into the SafeSurf case: its reason ends as SafeSurf's. */
+void nameRatingViolation(int violated) {
+  if (violated == icraExceeded) recordRating("ICRA");
+  if (violated == rsacExceeded) recordRating(lograting == 0 ? "SafeSurf" : "RSAC");
+  if (violated == safeSurfExceeded) recordRating("SafeSurf");
+}
+
+bool violatesRatings(char *text) {
+  const int violated = checkPICSRating(text);
+  if (violated == 0) return false;
+  nameRatingViolation(violated);
+  blockConnection(clientsock, 1);
+  return true;
+}
+
+void storeOffensive() {
+  if (disableCache == 1 || dateAndTime1 == nullptr) return;
+  if (addto_urlcache_db(url, dateAndTime1, 2) == 1) {
+    dprintf(7, "URL Added in Cache.\n");
+  } else {
+    dprintf(7, "Error in Added URL in Cache.\n");
+  }
+}
+
+void blockOffensive(int category) {
+  const char *name = categname1 == nullptr || categname1[category - 1] == nullptr ? "" : categname1[category - 1];
+  if (addurltolist != 0) {
+    dprintf(4, "adding url to list\n");
+    sendURLToParent(category - 1, urlText());
+  }
+  snprintf(reason, sizeof reason, "Offensive content found on the site in category %s", name);
+  if (logcontent != 0) storeLog(name, "Offensive Content", 0);
+  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,Offensive Content:%s\n", clientip, urlText(), name);
+  if (url != nullptr) storeOffensive();
+  blockConnection(clientsock, 1);
+}
+
+/* The text is normalised already and is the page's visible text afterwards. */
+bool isOffensive(char *text) {
+  int32_t length = static_cast<int32_t>(std::strlen(text));
+  ConvertHTMLToText(text, &length);
+  const int category = static_cast<uint8_t>(isOffensiveContent(text, static_cast<int>(std::strlen(text))));
+  if (category == 0) return false;
+  blockOffensive(category);
+  return true;
+}
+
+bool isBlocked(char *text, int32_t first) {
+  if (testforratings != 0 && first != 0 && violatesRatings(text)) return true;
+  return contentcheck != 0 && isOffensive(text);
+}
+
+/* Without memory for the normalised text: the ratings of the chunk itself, its last byte masked for the while, and its
+   phrases where at least a copy can be had. */
+bool isBlockedAsItStands(char *buffer, int32_t length, int32_t first) {
+  char &end = buffer[length - 1];
+  const char masked = end;
+  end = '\0';
+  bool blocked = testforratings != 0 && first != 0 && violatesRatings(buffer);
+  if (!blocked && contentcheck != 0) {
+    const Text copy(strdup(buffer));
+    blocked = copy && isOffensive(copy.get());
+  }
+  end = masked;
+  return blocked;
+}
+
+}  // namespace
+}  // namespace netsift
+
+int32_t checkAllRight(char *buffer, int32_t length, int32_t first) {
+  if (length <= 0) return 0;
+  int normalisedLength = 0;
+  const netsift::Text normalised(preProcessBody(buffer, length, &normalisedLength));
+  const bool blocked =
+      normalised ? netsift::isBlocked(normalised.get(), first) : netsift::isBlockedAsItStands(buffer, length, first);
+  return blocked ? -1 : 0;
+}
+
+int32_t isBlockedPort(int32_t port) {
+  for (const int32_t blocked : blockedports) {
+    if (blocked == 0) return 0;
+    if (blocked == port) return 1;
+  }
+  return 0;
+}
