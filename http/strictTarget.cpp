@@ -1,0 +1,189 @@
+#include "http/strictTarget.h"
+
+#include <strings.h>
+
+#include <algorithm>
+#include <string_view>
+
+#include "http/requestUrl.h"
+#include "http/strictField.h"
+
+namespace netsift {
+namespace {
+
+constexpr size_t longestMethod = 14; /* `request` holds 15 bytes */
+constexpr size_t longestUrl = 500;
+
+constexpr StrictFault none{0, ""};
+constexpr StrictFault badLine{400, "The browser's request could not be understood: its first line is malformed."};
+constexpr StrictFault badVersion{505, "The browser's request is of an HTTP version that is not served."};
+constexpr StrictFault noHost{400, "The browser's request names no host."};
+constexpr StrictFault severalHosts{400, "The browser's request names several hosts."};
+constexpr StrictFault badHost{400, "The browser's request names a host that is malformed."};
+constexpr StrictFault badPort{400, "The browser's request names a port outside 1 to 65535."};
+constexpr StrictFault userInformation{400, "Addresses with a user name in them are not served."};
+
+bool isAlphanumeric(char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+
+bool isTargetCharacter(char c) { return c > ' ' && c != 0x7F; }
+
+/* RFC 9110 section 5.6.2 */
+bool isToken(std::string_view text) {
+  static constexpr std::string_view marks = "!#$%&'*+-.^_`|~";
+  return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) {
+    return isAlphanumeric(c) || marks.find(c) != std::string_view::npos;
+  });
+}
+
+/* RFC 3986 section 3.2.2: a registered name or IPv4 address, or an IPv6 address in brackets. */
+bool isHost(std::string_view host) {
+  const bool bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
+  const std::string_view marks = bracketed ? ":." : "-._~%!$&'()*+,;=";
+  if (bracketed) host = host.substr(1, host.size() - 2);
+  return !host.empty() && std::all_of(host.begin(), host.end(), [marks](char c) {
+    return isAlphanumeric(c) || marks.find(c) != std::string_view::npos;
+  });
+}
+
+struct RequestLine {
+  std::string_view method, target, version;
+};
+
+bool splitRequestLine(std::string_view line, RequestLine &parts) {
+  if (!line.ends_with("\r\n")) return false;
+  line.remove_suffix(2);
+  const size_t first = line.find(' ');
+  const size_t last = line.rfind(' ');
+  if (first == std::string_view::npos || first == last) return false;
+  parts = {line.substr(0, first), line.substr(first + 1, last - first - 1), line.substr(last + 1)};
+  return isToken(parts.method) && parts.method.size() <= longestMethod && !parts.target.empty() &&
+         std::all_of(parts.target.begin(), parts.target.end(),
+                     [](char c) { return static_cast<unsigned char>(c) >= 0x80 || isTargetCharacter(c); });
+}
+
+/* RFC 9112 section 2.3 */
+bool isVersion(std::string_view text) {
+  return text.size() == 8 && text.starts_with("HTTP/") && text[5] >= '0' && text[5] <= '9' && text[6] == '.' &&
+         text[7] >= '0' && text[7] <= '9';
+}
+
+/* "host" or "host:port" (RFC 3986 section 3.2). The port stays 0 when none is named. */
+StrictFault parseAuthority(std::string_view authority, std::string &host, unsigned &port) {
+  if (authority.find('@') != std::string_view::npos) return userInformation;
+  const size_t closing = authority.rfind(']');
+  const size_t colon = authority.find(':', closing == std::string_view::npos ? 0 : closing);
+  const std::string_view name = authority.substr(0, colon);
+  if (colon != std::string_view::npos) {
+    const std::string_view digits = authority.substr(colon + 1);
+    if (digits.size() > 5) return badPort;
+    for (const char digit : digits) {
+      if (digit < '0' || digit > '9') return badPort;
+      port = port * 10 + static_cast<unsigned>(digit - '0');
+    }
+    if (!digits.empty() && (port == 0 || port > 65535)) return badPort;
+  }
+  if (!isHost(name)) return name.empty() ? noHost : badHost;
+  host = name;
+  std::transform(host.begin(), host.end(), host.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? c + 32 : c; });
+  if (host.size() > 1 && host.back() == '.') host.pop_back();
+  return none;
+}
+
+/* The authority of an absolute target and, by reference, its path; empty when the target has no "scheme://". */
+std::string_view splitAbsolute(std::string_view target, StrictTarget &parsed) {
+  const size_t mark = target.find("://");
+  if (mark == std::string_view::npos) return {};
+  const std::string_view scheme = target.substr(0, mark);
+  if (scheme.size() == 5 && strncasecmp(scheme.data(), "https", 5) == 0) parsed.usualPort = 443;
+  const size_t start = mark + 3;
+  const size_t end = std::min(target.find_first_of("/?#", start), target.size());
+  parsed.path = target.substr(end, target.find('#', end) - end);
+  return target.substr(start, end - start);
+}
+
+StrictFault parseHostField(const HeaderLine *first, std::string_view &value) {
+  int count = 0;
+  for (const HeaderLine *line = first->next; line != nullptr; line = line->next) {
+    if (!isField(line, "Host:")) continue;
+    value = fieldValue(line, "Host:");
+    count++;
+  }
+  return count > 1 ? severalHosts : none;
+}
+
+/* Form, path and the target's own authority, empty when it names none. */
+bool classify(std::string_view target, StrictTarget &parsed, std::string_view &authority) {
+  parsed.usualPort = 80;
+  if (parsed.method == "CONNECT") {
+    parsed.form = TargetForm::authority;
+    parsed.usualPort = 443;
+    authority = target;
+    return target.find('/') == std::string_view::npos;
+  }
+  if (target == "*") {
+    parsed.form = TargetForm::asterisk;
+    parsed.path = target;
+    return parsed.method == "OPTIONS";
+  }
+  if (target.front() == '/') {
+    parsed.form = TargetForm::origin;
+    parsed.path = target.substr(0, target.find('#'));
+    return true;
+  }
+  parsed.form = TargetForm::absolute;
+  authority = splitAbsolute(target, parsed);
+  return !authority.empty();
+}
+
+bool keepsConnection(const HeaderLine *first, std::string_view version) {
+  bool keep = version != "HTTP/1.0";
+  for (const HeaderLine *line = first->next; line != nullptr; line = line->next) {
+    for (const char *name : {"Connection:", "Proxy-Connection:"}) {
+      if (!isField(line, name)) continue;
+      if (hasListToken(fieldValue(line, name), "close")) return false;
+      if (hasListToken(fieldValue(line, name), "keep-alive")) keep = true;
+    }
+  }
+  return keep;
+}
+
+}  // namespace
+
+StrictFault parseStrictTarget(const HeaderLine *first, StrictTarget &target) {
+  RequestLine parts;
+  if (first == nullptr || first->text == nullptr || !splitRequestLine(first->text, parts)) return badLine;
+  if (!isVersion(parts.version)) return badLine;
+  if (parts.version != "HTTP/1.0" && parts.version != "HTTP/1.1") return badVersion;
+  target.method = parts.method;
+  std::string_view authority, field;
+  if (!classify(parts.target, target, authority)) return badLine;
+
+  StrictFault fault = parseHostField(first, field);
+  if (fault.status != 0) return fault;
+  fault = parseAuthority(authority.empty() ? field : authority, target.host, target.port);
+  if (fault.status != 0) return fault;
+  if (target.port == 0) target.port = target.usualPort;
+  target.keepAlive = keepsConnection(first, parts.version);
+  return none;
+}
+
+std::string strictUrl(const StrictTarget &target) {
+  std::string whole = target.host;
+  if (target.form != TargetForm::authority) whole += target.path;
+  if (whole.back() == '/') whole.pop_back();
+  if (whole.size() > longestUrl) {
+    whole.resize(longestUrl);
+    whole += "...";
+  }
+  std::string decoded;
+  for (size_t i = 0; i < whole.size(); i++) {
+    const bool escape = whole[i] == '%' && i + 2 < whole.size() && isHex(whole[i + 1]) != 0 && isHex(whole[i + 2]) != 0;
+    const char byte =
+        escape ? hexToChar(static_cast<char>(whole[i + 1] | 0x20), static_cast<char>(whole[i + 2] | 0x20)) : whole[i];
+    decoded += byte == '\0' ? whole[i] : byte;
+    if (escape && byte != '\0') i += 2;
+  }
+  return decoded;
+}
+
+}  // namespace netsift
