@@ -1,0 +1,87 @@
+/* The connection cycle's own records and its runner: what lasts a connection, what lasts a cycle, and the steps that a
+   cycle is made of. Internal to connection/. */
+#ifndef NETSIFT_CONNECTION_CYCLE_H
+#define NETSIFT_CONNECTION_CYCLE_H
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "http/strictTarget.h"
+#include "util/text.h"
+
+namespace netsift {
+
+constexpr int clientTimeoutSeconds = 10; /* every read of a request, every send to the client */
+constexpr int relayIdleSeconds = 100;    /* relays end after this long without traffic */
+constexpr int noTimeout = -1;
+
+/* Lives for the whole call of connectionHandle. */
+struct Connection {
+  int8_t connectAttempts = 0;       /* shared by every connect of the call, never reset */
+  bool upstreamUnavailable = false; /* the attempts have reached 5; never cleared */
+  bool stop = false;                /* the next cycle ends the call with lastStatus */
+  int8_t lastStatus = 1;            /* of the last completed body: 1 good, -1 failed; 1 before any */
+  int32_t result = 0;               /* what the call returns once a step says Next::end */
+
+  uint32_t scanThreshold = 0; /* bytes collected before the next scan; doubled by every scan */
+  uint32_t receivedTotal = 0; /* body bytes read from upstream over all cycles, modulo 2^32 */
+  bool alreadyCached = false; /* an infected verdict has been stored */
+
+  /* StrictHttp in direct mode: whom proxysock is connected to. */
+  bool upstreamOpen = false;
+  std::string upstreamHost;
+  unsigned upstreamPort = 0;
+};
+
+/* Lives for one request and its response. */
+struct Cycle {
+  unsigned port = 0; /* the request's */
+  bool isHead = false, isConnect = false, hasQuery = false;
+  bool isAdServer = false, isWhite = false, isPopupSite = false;
+  StrictTarget target; /* StrictHttp: what the request line addresses */
+  int32_t requestLength = 0;
+  bool requestHasLength = false;
+  bool upstreamReused = false; /* StrictHttp: the request went out on an earlier cycle's socket */
+
+  Text contentType, date; /* of the response; date is what dateAndTime1 points to */
+  int responseCode = 0;
+  int32_t responseLength = 0; /* Content-Length as first read */
+  int32_t contentLength = 0;  /* and as read again after the head was examined */
+  bool connectionCloses = false;
+  bool cacheEligible = false;
+  bool skipScan = false;
+
+  bool responseComplete = false; /* nothing of the response is left on the upstream socket */
+  bool isChunked = false, hasLength = false, addPopup = false;
+  std::string urlCopy; /* for what is printed or stored after an answer freed `url` */
+};
+
+/* What follows a step: the next step, the next cycle, or the end of the call with connection.result. */
+enum class Next { step, cycle, end };
+
+struct Step {
+  const char *name;
+  Next (*run)(Connection &, Cycle &);
+};
+
+inline Next endCall(Connection &connection, int32_t result) {
+  connection.result = result;
+  return Next::end;
+}
+
+/* Runs the steps in their order until one of them says that the cycle or the call is over. */
+Next runSteps(std::span<const Step> steps, Connection &connection, Cycle &cycle);
+
+/* Null prints as nothing. */
+inline const char *printable(const char *text) { return text == nullptr ? "" : text; }
+
+/* Replaces an owned process-wide text. */
+inline void replaceText(char *&slot, char *text) {
+  std::free(slot);
+  slot = text;
+}
+
+}  // namespace netsift
+
+#endif

@@ -1,0 +1,40 @@
+/* A copy of what the resolver returned, which the resolver's next look-up would overwrite. */
+#ifndef NETSIFT_CONNECTION_HOSTENTRY_H
+#define NETSIFT_CONNECTION_HOSTENTRY_H
+
+#include <netdb.h>
+#include <netinet/in.h>
+
+#include <array>
+#include <cstring>
+#include <string>
+
+namespace netsift {
+
+constexpr size_t maximumAddresses = 16;
+
+struct HostEntry {
+  hostent entry;
+  std::string name;
+  std::array<in_addr, maximumAddresses> addresses;
+  std::array<char *, maximumAddresses + 1> list;
+  char *noAlias;
+};
+
+/* The IPv4 answer in `found` copied into `copy`; null when there is none. Valid until the next copy into `copy`. */
+inline hostent *copyHostEntry(HostEntry &copy, const hostent *found) {
+  if (found == nullptr || found->h_length != sizeof(in_addr) || found->h_addr_list[0] == nullptr) return nullptr;
+  copy.name = found->h_name == nullptr ? "" : found->h_name;
+  copy.list = {};
+  for (size_t i = 0; i < maximumAddresses && found->h_addr_list[i] != nullptr; i++) {
+    std::memcpy(&copy.addresses[i], found->h_addr_list[i], sizeof(in_addr));
+    copy.list[i] = reinterpret_cast<char *>(&copy.addresses[i]);
+  }
+  copy.noAlias = nullptr;
+  copy.entry = {copy.name.data(), &copy.noAlias, found->h_addrtype, found->h_length, copy.list.data()};
+  return &copy.entry;
+}
+
+}  // namespace netsift
+
+#endif

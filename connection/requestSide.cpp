@@ -1,0 +1,266 @@
+#include "connection/requestSide.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "connection/answer.h"
+#include "connection/requestPolicy.h"
+#include "connection/upstream.h"
+#include "http/debugLog.h"
+#include "http/httpBody_iter.h"
+#include "http/httpHeader.h"
+#include "http/requestUrl.h"
+#include "http/strictForward.h"
+#include "policy/attachFile.h"
+#include "scan/tunnel.h"
+#include "state/connection.h"
+#include "state/settings.h"
+
+namespace netsift {
+namespace {
+
+constexpr unsigned bodyChunk = 10240;
+constexpr unsigned uncheckedUploadPort = 8100;
+
+bool isDirect() { return ProxyPresent == 0; }
+bool isStrictDirect() { return StrictHttp == 1 && isDirect(); }
+
+Next failWithPage(Connection &connection) {
+  sendError(clientsock);
+  return endCall(connection, -1);
+}
+
+/* Filtering switched off beside an upstream proxy: nothing is read at all. */
+Next passEverything(Connection &connection, Cycle &) {
+  if (ProxyPresent != 1 || DisableNetsiftService != 1) return Next::step;
+  tunnel(clientsock, proxysock, relayIdleSeconds);
+  return endCall(connection, 1);
+}
+
+Next readRequestHead(Connection &connection, Cycle &) {
+  destroyHeader(&reqheader);
+  destroyHeader(&respheader);
+  if (getHeader(clientsock, &reqheader, clientTimeoutSeconds) != 0) return Next::step;
+  destroyHeader(&reqheader);
+  return endCall(connection, -1);
+}
+
+Next checkUpstream(Connection &connection, Cycle &) {
+  if (!connection.upstreamUnavailable || ProxyPresent != 1) return Next::step;
+  snprintf(reason, sizeof reason, "Proxy Server Not Running");
+  return failWithPage(connection);
+}
+
+void traceRequestHead() {
+  dprintf(5, "-------------------start of reqheader------------------------------\n");
+  for (const HeaderLine *line = reqheader.first; line != nullptr; line = line->next) {
+    dprintf(5, "%s", printable(line->text));
+  }
+  dprintf(5, "-------------------end of reqheader------------------------------\n");
+}
+
+/* "CONNECT host" without a port means 443, where getURL's own default is 80. */
+bool connectsWithoutPort(const char *line) {
+  const char *target = line + strcspn(line, " ");
+  target += strspn(target, " ");
+  return std::memchr(target, ':', strcspn(target, " \r\n")) == nullptr;
+}
+
+Next identifyByContract(Connection &connection, Cycle &cycle) {
+  char *host = nullptr;
+  Text raw(getURL(reqheader.first, &cycle.port, &host));
+  Text targetHost(host);
+  if (!raw) return endCall(connection, -1);
+  char *fieldHost = getHostName(reqheader.first);
+  replaceText(hostname, fieldHost != nullptr ? fieldHost : targetHost.release());
+  replaceText(url, decodeURL(raw.get()));
+  if (url == nullptr || hostname == nullptr) return endCall(connection, -1);
+  cycle.isConnect = isCONNECTRequest(reqheader.first) == 1;
+  if (cycle.isConnect && connectsWithoutPort(reqheader.first->text)) cycle.port = 443;
+  return Next::step;
+}
+
+Next identifyStrictly(Connection &connection, Cycle &cycle) {
+  const StrictFault fault = parseStrictTarget(reqheader.first, cycle.target);
+  if (fault.status != 0) {
+    snprintf(reason, sizeof reason, "%s", fault.text);
+    return failWithPage(connection);
+  }
+  snprintf(request, sizeof request, "%s", cycle.target.method.c_str());
+  cycle.port = cycle.target.port;
+  cycle.isConnect = cycle.target.form == TargetForm::authority;
+  replaceText(hostname, strdup(cycle.target.host.c_str()));
+  replaceText(url, strdup(strictUrl(cycle.target).c_str()));
+  return url == nullptr || hostname == nullptr ? endCall(connection, -1) : Next::step;
+}
+
+Next identifyRequest(Connection &connection, Cycle &cycle) {
+  traceRequestHead();
+  const Next next = StrictHttp == 1 ? identifyStrictly(connection, cycle) : identifyByContract(connection, cycle);
+  if (next != Next::step) return next;
+  cycle.hasQuery = std::strchr(url, '?') != nullptr;
+  dprintf(1, "The hostname id is [ %s ]\n", hostname);
+  return Next::step;
+}
+
+/* Under StrictHttp nothing is opened before policy has passed the request. */
+Next connectDirect(Connection &connection, Cycle &cycle) {
+  if (!isDirect() || StrictHttp == 1) return Next::step;
+  return connectToOrigin(connection, cycle) ? Next::step : endCall(connection, -1);
+}
+
+/* The client's CONNECT is answered here: no proxy stands upstream that would do it. */
+Next answerConnect(Connection &connection) {
+  constexpr char established[] = "HTTP/1.1 200 Connection established\r\n\r\n";
+  if (sendHTTPBody(clientsock, established, sizeof established - 1, clientTimeoutSeconds) < 0) {
+    return endCall(connection, -1);
+  }
+  return Next::step;
+}
+
+/* A relay to an origin serves one request: what followed on the connection would reach this origin whatever it names.
+ */
+Next openRelay(Connection &connection, Cycle &cycle) {
+  if (!strictConnect(connection, cycle)) return failWithPage(connection);
+  if (cycle.isConnect) return answerConnect(connection);
+  cycle.target.keepAlive = false;
+  return Next::step;
+}
+
+Next passDirect(Connection &connection, Cycle &cycle) {
+  if (DisableNetsiftService != 1) return Next::step;
+  if (isStrictDirect()) {
+    const Next next = openRelay(connection, cycle);
+    if (next != Next::step) return next;
+  }
+  if (sendRequestHead(cycle) == 0) {
+    dprintf(2, "Timeout while sending header to proxy\n");
+    return endCall(connection, -1);
+  }
+  tunnel(clientsock, proxysock, relayIdleSeconds);
+  return endCall(connection, 1);
+}
+
+bool isMessengerUrl() {
+  for (char(&fragment)[100] : tunnellist) {
+    size_t length = strnlen(fragment, sizeof fragment - 1);
+    while (length > 0 && fragment[length - 1] == ' ') length--;
+    fragment[length] = '\0';
+    if (length == 0) return false;
+    if (std::strstr(url, fragment) != nullptr) return true;
+  }
+  return false;
+}
+
+Next passMessenger(Connection &connection, Cycle &cycle) {
+  if (tunnelmessengers == 0 || !isMessengerUrl()) return Next::step;
+  if (isStrictDirect()) {
+    const Next next = openRelay(connection, cycle);
+    if (next != Next::step) return next;
+  }
+  sendRequestHead(cycle);
+  if (logtunnel != 0) {
+    tunnellog(clientsock, proxysock, noTimeout);
+  } else {
+    tunnel(clientsock, proxysock, noTimeout);
+  }
+  return endCall(connection, 1);
+}
+
+Next connectStrictly(Connection &connection, Cycle &cycle) {
+  if (!isStrictDirect()) return Next::step;
+  if (!strictConnect(connection, cycle)) return failWithPage(connection);
+  if (!cycle.isConnect) return Next::step;
+  const Next next = answerConnect(connection);
+  if (next != Next::step) return next;
+  dprintf(1, "Client IP:%s,CONTENT TYPE:UNKNOWN,HOST NAME:UNKNOWN,REQUESTED URL:%s\n", clientip, url);
+  dprintf(1, "Client IP:%s,URL:%s,STATUS:TUNNELED,HTTPS REQUEST\n", clientip, url);
+  tunnel(clientsock, proxysock, relayIdleSeconds);
+  return endCall(connection, 0);
+}
+
+Next forwardHead(Connection &connection, Cycle &cycle) {
+  dprintf(4, "URL is [%s], port is [%u], host is [%s]\n", url, cycle.port, hostname);
+  if (DoNotKeepConnectionAlive != 0) removePersistent(reqheader.first);
+  removeAcceptCoding(reqheader.first);
+  modHTTPver(reqheader.first);
+  if (sendRequestHead(cycle) == 0) {
+    dprintf(2, "Timeout while sending header to proxy.\n");
+    return endCall(connection, -1);
+  }
+  cycle.isHead = isHEADRequest(reqheader.first) == 1;
+  cycle.requestLength = getContentLength(reqheader.first);
+  cycle.requestHasLength = cycle.requestLength != 0;
+  return Next::step;
+}
+
+/* One chunk of the body on its way: checked where uploads are, then sent. */
+Next forwardChunk(Connection &connection, const Cycle &cycle, char *chunk, unsigned length) {
+  int cut = 0;
+  if (blockupload != 0 && cycle.port != uncheckedUploadPort && checkUrl(url) == 0) {
+    cut = blockAttachment(static_cast<int>(length), chunk);
+  }
+  const int kept = static_cast<int>(length) - cut;
+  if (sendHTTPBody(proxysock, chunk, kept, PROXY_TIMEOUT) < 0) return endCall(connection, -1);
+  if (cut <= 0) return Next::step;
+  dprintf(2, "Upload/Attachment is BLOCKED.\n");
+  blockConnection(clientsock, 1); /* the part before the cut has already gone upstream */
+  return endCall(connection, 1);
+}
+
+Next forwardBody(Connection &connection, Cycle &cycle) {
+  const HeaderLine *first = reqheader.first;
+  const bool posts = isPOSTRequest(first) != 0 || isPROPPATCHRequest(first) != 0 || isPROPFINDRequest(first) != 0;
+  if (!posts && !cycle.requestHasLength) return Next::step;
+  dprintf(2, "It is a  request requiring posting of data\n");
+  const Text buffer(static_cast<char *>(calloc(bodyChunk + 1, 1)));
+  if (!buffer) return endCall(connection, -1);
+  for (unsigned char status = 0; status == 0;) {
+    unsigned length = bodyChunk;
+    status = getHTTPBody(clientsock, buffer.get(), &length, clientTimeoutSeconds, cycle.requestLength);
+    std::memset(buffer.get() + length, 0, bodyChunk + 1 - length); /* the check sees this chunk alone */
+    const Next next = forwardChunk(connection, cycle, buffer.get(), length);
+    if (next != Next::step) return next;
+    if (status == 2 || status == 3) {
+      dprintf(7, "child returns with -1 due some error in reading or client closed connection\n");
+      return endCall(connection, -1);
+    }
+    if (cycle.requestHasLength) {
+      cycle.requestLength = static_cast<int32_t>(static_cast<uint32_t>(cycle.requestLength) - length);
+    }
+  }
+  return Next::step;
+}
+
+constexpr Step steps[] = {
+    {"pass everything", passEverything},
+    {"request head", readRequestHead},
+    {"upstream proxy", checkUpstream},
+    {"identify", identifyRequest},
+    {"connect", connectDirect},
+    {"pass unfiltered", passDirect},
+    {"messenger", passMessenger},
+    {"address patterns", applyIpPatterns},
+    {"port", checkPort},
+    {"address host", checkIpHost},
+    {"lists", consultLists},
+    {"ad server", checkAdServer},
+    {"blacklists", checkBlackLists},
+    {"strict connect", connectStrictly},
+    {"forward head", forwardHead},
+    {"forward body", forwardBody},
+};
+
+}  // namespace
+
+std::span<const Step> requestSteps() { return steps; }
+
+int sendRequestHead(const Cycle &cycle) {
+  if (isStrictDirect()) {
+    if (cycle.isConnect) return 1; /* answered here; an origin is told nothing */
+    rewriteForOrigin(reqheader, cycle.target);
+  }
+  return sendHeader(proxysock, &reqheader);
+}
+
+}  // namespace netsift

@@ -1,0 +1,20 @@
+/* The first half of a cycle: read the request, decide whether it may pass, forward it. */
+#ifndef NETSIFT_CONNECTION_REQUESTSIDE_H
+#define NETSIFT_CONNECTION_REQUESTSIDE_H
+
+#include <span>
+
+#include "connection/cycle.h"
+
+namespace netsift {
+
+/* The steps in their order, which is the policy's order. */
+std::span<const Step> requestSteps();
+
+/* Sends the request head upstream as it stands in reqheader; under StrictHttp in direct mode addressed to the origin.
+   Zero on failure. */
+int sendRequestHead(const Cycle &cycle);
+
+}  // namespace netsift
+
+#endif

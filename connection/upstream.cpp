@@ -1,0 +1,157 @@
+#include "connection/upstream.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "connection/hostEntry.h"
+#include "http/debugLog.h"
+#include "state/connection.h"
+#include "state/settings.h"
+
+namespace netsift {
+namespace {
+
+constexpr int8_t maximumAttempts = 5;
+constexpr useconds_t retryMicroseconds = 1000;
+
+/* The test after the loop looks at the count alone: a sixth attempt that succeeds still marks the upstream unavailable,
+   and from then on every connect of the call makes a single attempt. */
+void runConnectLoop(Connection &connection) {
+  while (connect(proxysock, reinterpret_cast<const sockaddr *>(&proxyaddr), sizeof proxyaddr) != 0) {
+    if (connection.connectAttempts >= maximumAttempts) break;
+    const int error = errno;
+    usleep(retryMicroseconds);
+    connection.connectAttempts++;
+    dprintf(4, "error opening connection to proxy ::%s\n", strerror(error));
+  }
+  if (connection.connectAttempts != maximumAttempts) return;
+  dprintf(1, "upstream is unavailable after %d attempts\n", connection.connectAttempts);
+  connection.upstreamUnavailable = true;
+}
+
+/* A stream socket whose small writes go out at once: a head and the body behind it are separate sends. */
+int openUpstreamSocket() {
+  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const int on = 1;
+  setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  return fd;
+}
+
+void setAddress(in_addr address, unsigned port) {
+  proxyaddr = {};
+  proxyaddr.sin_family = AF_INET;
+  proxyaddr.sin_port = htons(static_cast<uint16_t>(port));
+  proxyaddr.sin_addr = address;
+}
+
+/* Copied, since a later look-up reuses the resolver's record. */
+bool resolveHost() {
+  static HostEntry origin;
+  remote_host = copyHostEntry(origin, gethostbyname(hostname));
+  if (remote_host != nullptr) return true;
+  dprintf(1, "error in resolving client address[ %s ]\n", hostname);
+  return false;
+}
+
+/* Still open, and nothing waiting that would be taken for the next response. */
+bool isQuiet(int fd) {
+  pollfd waiting{fd, POLLIN, 0};
+  return poll(&waiting, 1, 0) == 0;
+}
+
+/* A connect that waits no longer than PROXY_TIMEOUT; errno says what failed. */
+bool connectWithin(int fd, const sockaddr_in &address, int seconds) {
+  const int flags = fcntl(fd, F_GETFL);
+  fcntl(fd, F_SETFL, flags | O_NONBLOCK);
+  int error = 0;
+  if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) error = errno;
+  if (error == EINPROGRESS) {
+    pollfd waiting{fd, POLLOUT, 0};
+    const int milliseconds = seconds <= 0 || seconds > 3600 ? -1 : seconds * 1000;
+    socklen_t size = sizeof error;
+    if (poll(&waiting, 1, milliseconds) == 1) {
+      getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size);
+    } else {
+      error = ETIMEDOUT;
+    }
+  }
+  fcntl(fd, F_SETFL, flags);
+  errno = error;
+  return error == 0;
+}
+
+}  // namespace
+
+void connectToProxy(Connection &connection) {
+  proxysock = openUpstreamSocket();
+  in_addr address{};
+  inet_aton(proxyip == nullptr ? "" : proxyip, &address);
+  setAddress(address, static_cast<unsigned>(proxyport));
+  runConnectLoop(connection);
+}
+
+bool connectToOrigin(Connection &connection, const Cycle &cycle) {
+  if (!resolveHost()) return false;
+  proxysock = openUpstreamSocket();
+  const unsigned usual = cycle.isConnect ? 443 : 80;
+  proxyport = static_cast<int32_t>(cycle.port != 0 ? cycle.port : usual);
+  in_addr address;
+  std::memcpy(&address, remote_host->h_addr_list[0], sizeof address);
+  setAddress(address, static_cast<unsigned>(proxyport));
+  runConnectLoop(connection);
+  return true;
+}
+
+bool strictConnect(Connection &connection, Cycle &cycle) {
+  const bool sameOrigin = connection.upstreamHost == hostname && connection.upstreamPort == cycle.port;
+  if (connection.upstreamOpen && sameOrigin && isQuiet(proxysock)) {
+    cycle.upstreamReused = true;
+    return true;
+  }
+  strictDisconnect(connection);
+  cycle.upstreamReused = false;
+  if (!resolveHost()) {
+    snprintf(reason, sizeof reason, "The host %.120s could not be found.", hostname);
+    return false;
+  }
+  proxyport = static_cast<int32_t>(cycle.port);
+  for (char **entry = remote_host->h_addr_list; *entry != nullptr; entry++) {
+    in_addr address;
+    std::memcpy(&address, *entry, sizeof address);
+    setAddress(address, cycle.port);
+    proxysock = openUpstreamSocket();
+    connection.upstreamOpen = proxysock >= 0;
+    if (proxysock >= 0 && connectWithin(proxysock, proxyaddr, PROXY_TIMEOUT)) {
+      connection.upstreamHost = hostname;
+      connection.upstreamPort = cycle.port;
+      return true;
+    }
+    snprintf(reason, sizeof reason, "No connection to the host %.100s, port %u: %s.", hostname, cycle.port,
+             strerror(errno));
+    strictDisconnect(connection);
+  }
+  return false;
+}
+
+bool isClosedByPeer(int fd) {
+  char byte;
+  const ssize_t count = recv(fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+  return count == 0 || (count < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR);
+}
+
+void strictDisconnect(Connection &connection) {
+  if (connection.upstreamOpen) close(proxysock);
+  connection.upstreamOpen = false;
+  connection.upstreamHost.clear();
+}
+
+}  // namespace netsift
