@@ -1,0 +1,16 @@
+/* The second half of a cycle: read the response's head and choose the road on which it reaches the client. */
+#ifndef NETSIFT_CONNECTION_RESPONSESIDE_H
+#define NETSIFT_CONNECTION_RESPONSESIDE_H
+
+#include <span>
+
+#include "connection/cycle.h"
+
+namespace netsift {
+
+/* The steps in their order; the last one is the body. */
+std::span<const Step> responseSteps();
+
+}  // namespace netsift
+
+#endif

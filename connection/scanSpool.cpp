@@ -1,0 +1,66 @@
+#include "connection/scanSpool.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "http/debugLog.h"
+#include "scan/scanTunnel.h"
+#include "state/connection.h"
+#include "state/settings.h"
+
+namespace netsift {
+
+bool prepareSpool() {
+  closeSpool();
+  childpid = static_cast<int32_t>(getpid());
+  const int needed = snprintf(virfilename, sizeof virfilename, "%sscanfile.%d", VIRFILE_DIR, childpid);
+  const bool fits = needed >= 0 && static_cast<size_t>(needed) < sizeof virfilename;
+  if (!fits) virfilename[0] = '\0';
+  if (virusscan == 0) return true;
+  if (!fits) {
+    dprintf(1, "path of the virus scan file is longer than %zu bytes: %sscanfile.%d\n", sizeof virfilename - 1,
+            VIRFILE_DIR, childpid);
+    return true;
+  }
+  if (unlink(virfilename) == 0 || errno == ENOENT) return true;
+  dprintf(5, "error in removing existing virus file %s::%s\n", virfilename, strerror(errno));
+  return false;
+}
+
+bool appendToSpool(const char *piece, size_t length) {
+  if (virfile == nullptr) {
+    virfile = fopen(virfilename, "a+e");
+    if (virfile == nullptr) {
+      dprintf(1, "error creating virus scan file\n");
+      return false;
+    }
+    setvbuf(virfile, nullptr, _IONBF, 0); /* the engines read the file by its path */
+  }
+  if (fwrite(piece, 1, length, virfile) == length) return true;
+  dprintf(1, "error writing to virus file\n");
+  closeSpool();
+  return false;
+}
+
+int32_t scanSpool(char (&virusName)[virusNameSize]) {
+  virusName[0] = '\0';
+  const int32_t verdict = isVirusInfection(virfilename, virusName, DoVlavScan, DoClamScan);
+  if (DoVlavScan == 1 && DoClamScan != 1) dprintf(7, "Virus found is ------ [ %s ]\n", virusName);
+  return verdict;
+}
+
+size_t readFromSpool(uint64_t offset, char *piece, size_t length) {
+  if (virfile == nullptr) return 0;
+  const ssize_t count = pread(fileno(virfile), piece, length, static_cast<off_t>(offset));
+  return count < 0 ? 0 : static_cast<size_t>(count);
+}
+
+void closeSpool() {
+  if (virfile != nullptr) fclose(virfile);
+  virfile = nullptr;
+}
+
+}  // namespace netsift
