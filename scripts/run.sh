@@ -1,0 +1,108 @@
+#!/bin/bash
+# usage: scripts/run.sh [--upstream] [--scan] [netsiftd's own arguments]
+# Builds and starts the filter on 127.0.0.1:8080, unprivileged, from the folder run/. Ctrl-C stops it.
+#   --upstream   through a squid of its own instead of direct to each site
+#   --scan       downloads are scanned by a clamd of its own that knows one made-up signature
+set -euo pipefail
+cd "$(dirname "$0")/.."
+siteport=8081 squidport=3129
+root=$PWD/run
+etc=$root/opt/Velmora/etc/netsift
+
+upstream='' scan='' arguments=()
+for argument in "$@"; do
+  case $argument in
+    --upstream) upstream=yes ;;
+    --scan) scan=yes ;;
+    *) arguments+=("$argument") ;;
+  esac
+done
+
+scripts/packages.sh run ${upstream:+upstream} ${scan:+scan}
+[ -e build/build.ninja ] || cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
+ninja -C build --quiet netsiftd
+scripts/layout.sh run
+
+started=() spool=''
+cleanup() {
+  trap - EXIT
+  for pid in "${started[@]}"; do kill "$pid" 2>/dev/null || true; done
+  wait
+  [ -z "$spool" ] || rm -rf "$spool"
+}
+trap cleanup EXIT
+trap 'exit 130' INT TERM
+
+answers() { (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null; }
+wait_for() { # WHAT COMMAND...
+  local what=$1
+  shift
+  for _ in {1..200}; do
+    if "$@"; then return; fi
+    sleep 0.05
+  done
+  echo "$what did not start" >&2
+  exit 1
+}
+
+config=$etc/netsiftd.toml
+change() { sed -i "s|^$1 = .*|$1 = $2|" "$config"; } # KEY VALUE, in this run's copy of the configuration
+if [ -n "$upstream$scan" ]; then
+  config=$root/this-run.toml
+  cp "$etc/netsiftd.toml" "$config"
+fi
+
+if [ -n "$upstream" ]; then
+  cat >"$root/squid.conf" <<END
+http_port 127.0.0.1:$squidport
+http_access allow localhost
+cache deny all
+cache_mem 8 MB
+pid_filename none
+access_log none
+cache_store_log none
+cache_log /dev/null
+coredump_dir $root
+shutdown_lifetime 0 seconds
+END
+  squid -N -f "$root/squid.conf" &
+  started+=($!)
+  wait_for squid answers $squidport
+  change proxy "\"127.0.0.1:$squidport\""
+fi
+
+if [ -n "$scan" ]; then
+  spool=$(mktemp -d /tmp/netsift.XXXXXX) # the scan file's path must be short
+  cat >"$root/clamd/clamd.conf" <<END
+DatabaseDirectory $root/clamd/db
+LocalSocket $root/opt/Velmora/var/run/vlcavd.sock
+TemporaryDirectory $spool
+Foreground yes
+END
+  rm -f "$root/opt/Velmora/var/run/vlcavd.sock"
+  clamd --config-file="$root/clamd/clamd.conf" >"$root/clamd/clamd.log" 2>&1 &
+  started+=($!)
+  wait_for clamd test -S "$root/opt/Velmora/var/run/vlcavd.sock"
+  change scan true
+  change spool_folder "\"$spool/\""
+fi
+
+python3 -m http.server --bind 127.0.0.1 --directory "$root/site" $siteport >"$root/site.log" 2>&1 &
+started+=($!)
+
+cat <<END
+configuration, lists and templates: $etc
+logs: $root/var/Velmora/var/log
+
+To try, in another terminal (or set the browser's proxy to 127.0.0.1:8080):
+  curl -x http://127.0.0.1:8080 http://localhost:$siteport/               a page that passes
+  curl -x http://127.0.0.1:8080 https://www.debian.org/                   a page over HTTPS
+  curl -x http://127.0.0.1:8080 http://localhost:$siteport/words.html     blocked for its words
+  curl -x http://127.0.0.1:8080 http://blocked.example/              blocked by a list
+END
+[ -z "$scan" ] || echo "  curl -x http://127.0.0.1:8080 http://localhost:$siteport/marked.txt     blocked by the virus scan"
+echo
+
+build/netsiftd --config "$config" --root "$root" --listen 127.0.0.1:8080 ${arguments[@]+"${arguments[@]}"} &
+started+=($!)
+wait $!
