@@ -1,0 +1,66 @@
+#define NETSIFT_LIBRARY  // for dprintf as the library's own sources have it
+#include "http/debugLog.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <regex>
+
+#include "state/connection.h"
+#include "tests/support/support.h"
+
+using namespace netsift::test;
+
+namespace {
+
+const std::string stamp = R"(\d\d:\d\d:\d{4} \d\d:\d\d:\d\d Netsift\[)" + std::to_string(getpid()) + R"(\]: )";
+
+void expectMatch(const std::string &text, const std::string &pattern) {
+  EXPECT_TRUE(std::regex_match(text, std::regex(pattern))) << text;
+}
+
+TEST(DebugLog, WritesPrefixAndMessageUpToTheLevel) {
+  LogCapture log(4);
+  skipPID();
+  dprintf(4, "dropped: neither flag nor debug string\n");
+  setDebugString("%s%n:");  // printed as text
+  int evaluated = 0;
+  errno = ENOENT;
+  dprintf(4, "four %d %m\n", ++evaluated);
+  EXPECT_EQ(errno, ENOENT);
+  dprintf(5, "five %d\n", ++evaluated);
+  netsift_dprintf(5, "five, called by a host\n");
+  netsift_dprintf(256 + 3, "levels are bytes\n");
+  EXPECT_EQ(evaluated, 1);
+  const std::string start = "%s%n:" + stamp;
+  expectMatch(log.text(), stamp + start + "four 1 No such file or directory\n" + start + "levels are bytes\n");
+}
+
+TEST(DebugLog, CutsLongTextsAndReleasesOnlyItsOwnStamp) {
+  LogCapture log(7);
+  setDebugString(std::string(80, 'D').c_str());
+  dprintf(1, "%s", std::string(2000, 'x').c_str());
+  EXPECT_EQ(log.text().size(), 1023u);
+  setDebugString(nullptr);
+  EXPECT_EQ(take(getDebugString()), std::string(50, 'D'));
+  char hosts[] = "the host's";
+  errorcode = hosts;  // releasing it would end the test
+  for (int line = 0; line < 2; line++) dprintf(1, "%s\n", errorcode);
+  expectMatch(log.text().substr(1023), stamp + "the host's\n" + stamp + stamp + "\n");
+}
+
+TEST(DebugLog, OpensAppendsAndCloses) {
+  const ScratchRoot root;
+  const std::string path = root.log("debug.log");
+  writeFile(path, "before\n");
+  EXPECT_EQ(dFileClose(), 0);
+  EXPECT_EQ(dInitialise(path.c_str(), 4, "X:", 0, 0), 1);
+  EXPECT_EQ(dInitialise(nullptr, 2, "Y:", 0, 0), 1);  // keeps the stream
+  dprintf(3, "off\n");
+  dprintf(2, "on\n");
+  EXPECT_EQ(dInitialise((root.path() + "/none/debug.log").c_str(), 7, nullptr, 1, 1), 0);
+  dprintf(1, "nowhere\n");
+  expectMatch(readFile(path), "before\nY:" + stamp + "on\n");
+}
+
+}  // namespace
