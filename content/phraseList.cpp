@@ -1,0 +1,247 @@
+#include "content/phraseList.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <span>
+
+#include "content/phraseScan.h"
+#include "content/phraseTable.h"
+#include "http/debugLog.h"
+#include "state/settings.h"
+#include "util/file.h"
+#include "util/installPath.h"
+
+using netsift::configFolder;
+using netsift::installPath;
+using netsift::nameAt;
+using netsift::phraseIndexLimit;
+using netsift::Text;
+
+namespace {
+
+constexpr int phraseLimit = 126;
+
+enum class Record { read, endOfFile, broken, noMemory };
+
+/* What makePhraseLists made, whatever has become of the counts and pointers that the host sees. */
+PhraseNode **madeLists;
+int madeCategories;
+
+/* The phrase up to its ">", cut to phraseLimit bytes; false when the file ends first. */
+bool readPhraseText(FILE *stream, char phrase[phraseLimit + 1]) {
+  int count = 0;
+  for (int byte; (byte = getc(stream)) != '>';) {
+    if (byte == EOF) return false;
+    if (count < phraseLimit) phrase[count++] = static_cast<char>(byte);
+  }
+  phrase[count] = '\0';
+  if (count > 0 && phrase[0] == '"' && phrase[count - 1] == '"') phrase[0] = phrase[count - 1] = ' ';
+  return true;
+}
+
+/* First byte that is no white space, left in the stream. */
+int skipWhiteSpace(FILE *stream) {
+  int byte;
+  do byte = getc(stream);
+  while (byte == ' ' || (byte >= '\t' && byte <= '\r'));
+  return byte == EOF ? EOF : ungetc(byte, stream);
+}
+
+/* An optionally signed decimal integer and the white space around it; 0, with the white space after it left unread,
+   when there is none. Digits beyond 32 bits wrap. */
+int32_t readWeight(FILE *stream) {
+  int byte = skipWhiteSpace(stream);
+  const bool negative = byte == '-';
+  if (byte == '-' || byte == '+') getc(stream);
+  uint32_t value = 0;
+  bool digits = false;
+  while ((byte = getc(stream)) >= '0' && byte <= '9') {
+    value = value * 10 + static_cast<uint32_t>(byte - '0');
+    digits = true;
+  }
+  if (byte != EOF) ungetc(byte, stream);
+  if (digits) skipWhiteSpace(stream);
+  return static_cast<int32_t>(negative ? 0 - value : value);
+}
+
+PhraseNode *makeNode(const char *phrase) {
+  auto *node = static_cast<PhraseNode *>(malloc(sizeof(PhraseNode)));
+  char *copy = strdup(phrase);
+  if (node == nullptr || copy == nullptr) {
+    dprintf(2, "memory allocation failed in readPhrase\n");
+    free(node);
+    free(copy);
+    return nullptr;
+  }
+  *node = {copy, 0, nullptr};
+  return node;
+}
+
+Record readRecord(FILE *stream, PhraseNode **node) {
+  for (;;) {
+    if (getc(stream) == EOF) return Record::endOfFile;
+    char phrase[phraseLimit + 1];
+    if (!readPhraseText(stream, phrase)) {
+      dprintf(1, "phrase record without its \">\"\n");
+      return Record::broken;
+    }
+    if (phrase[0] == '\0') {
+      readWeight(stream);
+      continue;
+    }
+    *node = makeNode(phrase);
+    if (*node == nullptr) return Record::noMemory;
+    (*node)->weight = readWeight(stream);
+    return Record::read;
+  }
+}
+
+/* Loads one category; 1 done or nothing to load, else makePhraseLists' failure result. */
+int loadCategory(int category, int *loaded) {
+  const char *name = nameAt(categfiles1, category);
+  const Text path = installPath({configFolder, name, ".phrase"});
+  if (!path) {
+    dprintf(2, "memory allocation failed in buildList\n");
+    return 0;
+  }
+  if (get_file_size(path.get()) <= 0) {
+    --*loaded;
+    return 1;
+  }
+  dprintf(4, "category filename %s category name is %s\n", name, nameAt(categname1, category));
+  phraselists[category] = buildList(name);
+  if (phraselists[category] == nullptr) return -1;
+  initiallists[category] = buildIniList(phraselists[category]);
+  return initiallists[category] == nullptr ? 0 : 1;
+}
+
+void releaseLists(int count) {
+  for (int i = 0; i < count; i++) {
+    if (phraselists != nullptr) freeList(phraselists[i]);
+    if (initiallists != nullptr) free(initiallists[i]);
+  }
+  free(phraselists);
+  free(initiallists);
+  free(categweight);
+  phraselists = nullptr;
+  initiallists = nullptr;
+  categweight = nullptr;
+  madeLists = nullptr;
+  madeCategories = 0;
+  netsift::forgetFoundPhrases();
+}
+
+template <typename Slot>
+Slot *makeSlots(int count) {
+  return static_cast<Slot *>(calloc(static_cast<size_t>(count) + 1, sizeof(Slot)));
+}
+
+/* The runs of a list, at most phraseIndexLimit of them; their count. A node without text, which readPhrase never makes,
+   ends a run and opens none: its first byte would end the index. */
+int findRuns(PhraseNode *list, InitialEntry *runs) {
+  int count = 0;
+  InitialEntry *open = nullptr;
+  PhraseNode *last = nullptr;
+  for (PhraseNode *node = list; node != nullptr; last = node, node = node->next) {
+    const auto byte = static_cast<int8_t>(node->phrase[0]);
+    if (open != nullptr && open->firstByte == byte) continue;
+    if (open != nullptr) open->end = node;
+    open = nullptr;
+    if (byte == 0) continue;
+    if (count == phraseIndexLimit) break;
+    open = &runs[count++];
+    *open = {byte, node, nullptr};
+  }
+  if (open != nullptr) open->end = last;
+  return count;
+}
+
+}  // namespace
+
+int makePhraseLists(void) {
+  if (phraselists != nullptr && phraselists == madeLists) releaseLists(madeCategories);
+  const int count = numcategories1;
+  dprintf(6, "inside makePhraseLists, %d categories\n", count);
+  phraselists = makeSlots<PhraseNode *>(count);
+  initiallists = makeSlots<InitialEntry *>(count);
+  categweight = makeSlots<int32_t>(count);
+  madeLists = phraselists;
+  madeCategories = count;
+  if (phraselists == nullptr || initiallists == nullptr || categweight == nullptr) {
+    dprintf(2, "memory allocation failed in makePhraseLists\n");
+    return 0;
+  }
+
+  int loaded = count;
+  for (int i = 0; i < count; i++) {
+    const int result = loadCategory(i, &loaded);
+    if (result != 1) return result;
+  }
+  numcategories1 = static_cast<uint8_t>(loaded);
+  return 1;
+}
+
+int netsift::phraseSlots() {
+  return phraselists != nullptr && phraselists == madeLists ? madeCategories : numcategories1;
+}
+
+void freePhraseLists(void) {
+  releaseLists(netsift::phraseSlots());
+  freeFifo();
+}
+
+PhraseNode *buildList(const char *name) {
+  const Text path = installPath({configFolder, name, ".phrase"});
+  if (!path) {
+    dprintf(2, "memory allocation failed in buildList\n");
+    return nullptr;
+  }
+  FILE *stream = fopen(path.get(), "r");
+  if (stream == nullptr) {
+    dprintf(1, "error opening phrase file %s %s", path.get(), strerror(errno));
+    return nullptr;
+  }
+  PhraseNode *list = nullptr;
+  PhraseNode **end = &list;
+  Record record;
+  while ((record = readRecord(stream, end)) == Record::read) end = &(*end)->next;
+  fclose(stream);
+  if (record != Record::endOfFile) {
+    dprintf(1, "phrase file %s not loaded\n", path.get());
+    *end = nullptr;
+    freeList(list);
+    return nullptr;
+  }
+  return sortList(list);
+}
+
+PhraseNode *readPhrase(FILE *stream) {
+  PhraseNode *node = nullptr;
+  return readRecord(stream, &node) == Record::read ? node : nullptr;
+}
+
+PhraseNode *sortList(PhraseNode *list) { return list; }
+
+InitialEntry *buildIniList(PhraseNode *list) {
+  InitialEntry runs[phraseIndexLimit];
+  const size_t count = static_cast<size_t>(findRuns(list, runs));
+  const size_t indexSize = (count + 1) * sizeof(InitialEntry);
+  auto *index = static_cast<InitialEntry *>(malloc(indexSize + netsift::phraseTableSize(std::span(runs, count))));
+  if (index == nullptr) {
+    dprintf(2, "memory allocation failed in buildIniList\n");
+    return nullptr;
+  }
+  if (count > 0) memcpy(index, runs, count * sizeof(InitialEntry));
+  netsift::writePhraseTable(index, count);
+  return index;
+}
+
+void freeList(PhraseNode *list) {
+  while (list != nullptr) {
+    PhraseNode *next = list->next;
+    free(list->phrase);
+    free(list);
+    list = next;
+  }
+}

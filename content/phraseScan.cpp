@@ -1,0 +1,270 @@
+#include "content/phraseScan.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+
+#include "content/phraseList.h"
+#include "content/phraseTable.h"
+#include "http/debugLog.h"
+#include "state/settings.h"
+
+using netsift::matchedLimit;
+using netsift::nameAt;
+using netsift::PhraseGroup;
+using netsift::PhraseRange;
+using netsift::PhraseTable;
+
+namespace {
+
+constexpr int poolSize = 30;
+constexpr int foundLimit = 20;
+
+/* What the pool is made of: an open match, and what its range leads to (null: its range is walked). */
+struct OpenMatch : FifoNode {
+  const PhraseGroup *group;
+};
+
+OpenMatch *pool;
+FifoNode *poolHead, *poolTail;
+
+/* The phrases of one category counted so far. */
+struct FoundPhrases {
+  const PhraseNode *phrases[foundLimit];
+  uint8_t count;
+};
+
+FoundPhrases *foundTables;
+int foundCategories;
+
+struct Scan {
+  const InitialEntry *index;
+  const PhraseTable *table;
+  FoundPhrases *found; /* null: phrases are not recorded */
+  FifoNode *open;      /* open matches, the earliest start first */
+  FifoNode **openEnd;
+};
+
+FifoNode *takeFromPool() {
+  FifoNode *node = poolHead;
+  if (node == nullptr) return nullptr;
+  poolHead = node->next;
+  if (poolHead == nullptr) poolTail = nullptr;
+  node->next = nullptr;
+  return node;
+}
+
+void returnToPool(FifoNode *node) {
+  node->next = nullptr;
+  (poolTail == nullptr ? poolHead : poolTail->next) = node;
+  poolTail = node;
+}
+
+bool isFromPool(const FifoNode *node) {
+  const std::less<const FifoNode *> before;
+  return pool != nullptr && !before(node, pool) && before(node, pool + poolSize);
+}
+
+bool isRecorded(const FoundPhrases &found, const PhraseNode *node) {
+  for (int i = 0; i < found.count; i++) {
+    if (found.phrases[i] == node) return true;
+  }
+  return false;
+}
+
+/* Counts a phrase; false when it is to count once and has been counted before. */
+bool countPhrase(FoundPhrases *found, const PhraseNode *node) {
+  if (found != nullptr) {
+    if (uniqueoccur != 0 && isRecorded(*found, node)) return false;
+    if (found->count < foundLimit) found->phrases[found->count++] = node;
+  }
+  totalweight = static_cast<int32_t>(static_cast<uint32_t>(totalweight) + static_cast<uint32_t>(node->weight));
+  return true;
+}
+
+/* Takes the first stretch of the range that goes on with `byte`, up to the first phrase that sorts after it. The end of
+   a phrase does not equal a NUL of the text. */
+bool extendByWalk(OpenMatch &match, signed char byte) {
+  const auto byteOf = [&](const PhraseNode *node) { return static_cast<signed char>(node->phrase[match.matched]); };
+  const auto ended = [&](const PhraseNode *node) { return node == match.end || node == nullptr; };
+  PhraseNode *node = match.candidate;
+  if (byte == 0) return false;
+  while (!ended(node) && byteOf(node) < byte) node = node->next;
+  if (ended(node) || byteOf(node) != byte) return false;
+
+  match.candidate = node;
+  while (!ended(node) && byteOf(node) == byte) node = node->next;
+  match.end = node;
+  match.matched++;
+  return true;
+}
+
+/* What extendByWalk would find, looked up. A phrase that stays though it is whole (another was counted at this
+   position) sorts before every byte below NUL, and hides them. */
+bool extendByTable(OpenMatch &match, signed char byte) {
+  const PhraseGroup &group = *match.group;
+  if (byte < 0 && group.firstIsWhole && match.candidate == group.first) return false;
+  const void *found = memchr(group.bytes, byte, group.count);
+  if (found == nullptr) return false;
+  const PhraseRange &range = group.ranges[static_cast<const signed char *>(found) - group.bytes];
+  match.candidate = range.first;
+  match.end = range.end;
+  match.group = range.group;
+  match.matched++;
+  return true;
+}
+
+bool extend(OpenMatch &match, signed char byte) {
+  if (match.matched == matchedLimit) return false;
+  return match.group == nullptr ? extendByWalk(match, byte) : extendByTable(match, byte);
+}
+
+/* Counts what the byte before has completed and carries the open matches over `byte`. True when a count has brought the
+   score to the threshold. */
+bool advance(Scan &scan, signed char byte) {
+  bool counted = false;
+  FifoNode **link = &scan.open;
+  while (FifoNode *node = *link) {
+    PhraseNode *phrase = node->candidate;
+    if (!counted && phrase->phrase[node->matched] == '\0') {
+      counted = countPhrase(scan.found, phrase);
+      if (counted && totalweight >= allowedweight) return true;
+      node->candidate = phrase->next;
+    }
+    if (extend(static_cast<OpenMatch &>(*node), byte)) {
+      link = &node->next;
+    } else {
+      *link = node->next;
+      returnToPool(node);
+    }
+  }
+  scan.openEnd = link;
+  return false;
+}
+
+/* The phrases that begin with this byte. */
+PhraseRange rangeOf(const Scan &scan, signed char byte) {
+  if (scan.table != nullptr) return scan.table->byFirstByte[static_cast<uint8_t>(byte)];
+  const int entry = returnIndex(byte, scan.index);
+  if (entry == -1) return {};
+  return {scan.index[entry].first, scan.index[entry].end, nullptr};
+}
+
+void openMatch(Scan &scan, signed char byte) {
+  const PhraseRange range = rangeOf(scan, byte);
+  if (range.first == nullptr) return;
+  FifoNode *node = takeFromPool();
+  if (node == nullptr) return;
+  node->candidate = range.first;
+  node->end = range.end;
+  node->matched = 1;
+  static_cast<OpenMatch *>(node)->group = range.group;
+  *scan.openEnd = node;
+  scan.openEnd = &node->next;
+}
+
+void releaseFilter() {
+  free(foundTables);
+  foundTables = nullptr;
+  foundCategories = 0;
+  freeFifo();
+  contentinitialised = 0;
+}
+
+}  // namespace
+
+void netsift::forgetFoundPhrases() {
+  for (int i = 0; i < foundCategories; i++) foundTables[i].count = 0;
+}
+
+int returnIndex(signed char byte, const InitialEntry *index) {
+  for (int i = 0; index[i].firstByte != 0; i++) {
+    if (index[i].firstByte == byte) return i;
+  }
+  return -1;
+}
+
+int iniContentFilter(void) {
+  releaseFilter();
+  const size_t count = numcategories1;
+  foundTables = static_cast<FoundPhrases *>(calloc(count + 1, sizeof(FoundPhrases)));
+  if (foundTables == nullptr) {
+    dprintf(2, "memory allocation failed in iniContentFilter\n");
+    return -1;
+  }
+  foundCategories = static_cast<int>(count);
+  contentinitialised = 1;
+  if (initialiseFifo() == 1) return 1;
+  releaseFilter();
+  return -1;
+}
+
+void relContentFilter(void) {
+  if (contentinitialised == 1) releaseFilter();
+}
+
+int initialiseFifo(void) {
+  freeFifo();
+  pool = static_cast<OpenMatch *>(calloc(poolSize, sizeof(OpenMatch)));
+  if (pool == nullptr) {
+    dprintf(2, "memory allocation failed in initialiseFifo\n");
+    return -1;
+  }
+  for (int i = 0; i < poolSize; i++) returnToPool(&pool[i]);
+  queue_count = 0;
+  return 1;
+}
+
+void freeFifo(void) {
+  free(pool);
+  pool = nullptr;
+  poolHead = poolTail = nullptr;
+}
+
+FifoNode *getFromFifo(void) { return takeFromPool(); }
+
+void releaseToFifo(FifoNode *node) {
+  if (isFromPool(node)) returnToPool(node);
+}
+
+void releaseAllToFifo(FifoNode *list) {
+  while (list != nullptr) {
+    FifoNode *next = list->next;
+    releaseToFifo(list);
+    list = next;
+  }
+}
+
+int calcWeight(const char *text, int length, const InitialEntry *index, int category) {
+  totalweight = 0;
+  if (index == nullptr) return 0;
+  Scan scan{index, netsift::findPhraseTable(index), nullptr, nullptr, nullptr};
+  scan.openEnd = &scan.open;
+  if (category >= 0 && category < foundCategories) scan.found = &foundTables[category];
+
+  bool reached = false;
+  for (ptrdiff_t i = 1; i <= length && !reached; i++) {
+    const auto byte = static_cast<signed char>(text[i]);
+    reached = advance(scan, byte);
+    if (!reached) openMatch(scan, byte);
+  }
+  releaseAllToFifo(scan.open);
+  return reached ? 1 : 0;
+}
+
+signed char isOffensiveContent(const char *text, int length) {
+  const int slots = netsift::phraseSlots();
+  for (int i = 0; i < numcategories1; i++) {
+    calcWeight(text, length, initiallists == nullptr || i >= slots ? nullptr : initiallists[i], i);
+    const int32_t score = totalweight;
+    if (categweight != nullptr && i < slots) categweight[i] = score;
+    dprintf(7, " weight = %d tot weight = %d allowed = %d\n", score, totalweight, allowedweight);
+    if (score >= allowedweight) {
+      const FoundPhrases *found = i < foundCategories ? &foundTables[i] : nullptr;
+      for (int k = 0; found != nullptr && k < found->count; k++) dprintf(4, "%s\n", found->phrases[k]->phrase);
+      return static_cast<signed char>(i + 1);
+    }
+    dprintf(2, " %s weight %d\n", nameAt(categname1, i), score);
+  }
+  return 0;
+}

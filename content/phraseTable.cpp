@@ -1,0 +1,116 @@
+#include "content/phraseTable.h"
+
+#include <climits>
+#include <cstdint>
+
+namespace netsift {
+namespace {
+
+/* Its address marks a terminating entry that tables follow. */
+PhraseNode tableMark;
+
+/* Counts groups and ranges, and writes them too when it has been given the room. */
+struct Builder {
+  PhraseGroup *groups = nullptr;
+  PhraseRange *ranges = nullptr;
+  signed char *bytes = nullptr;
+  size_t groupCount = 0, rangeCount = 0;
+};
+
+/* A walk over the next bytes of a range's phrases. */
+struct Walk {
+  PhraseNode *at, *end;
+  int depth;
+  int highest; /* of the bytes passed so far */
+};
+
+signed char byteAt(const PhraseNode *node, int depth) { return static_cast<signed char>(node->phrase[depth]); }
+
+bool ended(const Walk &walk) { return walk.at == walk.end || walk.at == nullptr; }
+
+Walk startWalk(PhraseNode *first, PhraseNode *end, int depth) {
+  return {byteAt(first, depth) == 0 ? first->next : first, end, depth, SCHAR_MIN - 1};
+}
+
+/* The next stretch that a text byte can lead to; its first is null after the last one. */
+PhraseRange nextStretch(Walk &walk) {
+  while (!ended(walk)) {
+    PhraseNode *first = walk.at;
+    const signed char byte = byteAt(first, walk.depth);
+    do walk.at = walk.at->next;
+    while (!ended(walk) && byteAt(walk.at, walk.depth) == byte);
+    if (byte <= walk.highest) continue;
+    walk.highest = byte;
+    if (byte != 0) return {first, walk.at, nullptr};
+  }
+  return {};
+}
+
+/* Describes a range whose phrases agree in `depth` bytes, and what it leads to. The depth is at most matchedLimit. */
+const PhraseGroup *addGroup(Builder &builder, PhraseNode *first, PhraseNode *end, int depth) {
+  if (first == end || first->next == end || first->next == nullptr || depth == matchedLimit) return nullptr;
+
+  const size_t place = builder.groupCount++;
+  const size_t start = builder.rangeCount;
+  for (Walk walk = startWalk(first, end, depth); nextStretch(walk).first != nullptr;) builder.rangeCount++;
+  const size_t count = builder.rangeCount - start;
+
+  Walk walk = startWalk(first, end, depth);
+  for (size_t i = start; i < start + count; i++) {
+    PhraseRange range = nextStretch(walk);
+    range.group = addGroup(builder, range.first, range.end, depth + 1);
+    if (builder.groups == nullptr) continue;
+    builder.ranges[i] = range;
+    builder.bytes[i] = byteAt(range.first, depth);
+  }
+  if (builder.groups == nullptr) return nullptr;
+  builder.groups[place] = {first, builder.bytes + start, builder.ranges + start, static_cast<uint8_t>(count),
+                           first->phrase[depth] == '\0'};
+  return &builder.groups[place];
+}
+
+/* The first run of a byte is the one that an index is searched for. */
+void addRuns(Builder &builder, std::span<const InitialEntry> runs, PhraseTable *table) {
+  bool seen[256] = {};
+  for (const InitialEntry &run : runs) {
+    const uint8_t byte = static_cast<uint8_t>(run.firstByte);
+    if (seen[byte]) continue;
+    seen[byte] = true;
+    const PhraseGroup *group = addGroup(builder, run.first, run.end, 1);
+    if (table != nullptr) table->byFirstByte[byte] = {run.first, run.end, group};
+  }
+}
+
+}  // namespace
+
+size_t phraseTableSize(std::span<const InitialEntry> runs) {
+  Builder counter;
+  addRuns(counter, runs, nullptr);
+  return sizeof(PhraseTable) + counter.groupCount * sizeof(PhraseGroup) +
+         counter.rangeCount * (sizeof(PhraseRange) + sizeof(signed char));
+}
+
+void writePhraseTable(InitialEntry *index, size_t runs) {
+  const std::span<const InitialEntry> all(index, runs);
+  Builder counter;
+  addRuns(counter, all, nullptr);
+
+  InitialEntry *terminator = index + runs;
+  auto *table = reinterpret_cast<PhraseTable *>(terminator + 1);
+  *table = {};
+  Builder writer;
+  writer.groups = reinterpret_cast<PhraseGroup *>(table + 1);
+  writer.ranges = reinterpret_cast<PhraseRange *>(writer.groups + counter.groupCount);
+  writer.bytes = reinterpret_cast<signed char *>(writer.ranges + counter.rangeCount);
+  addRuns(writer, all, table);
+  *terminator = {0, reinterpret_cast<PhraseNode *>(table), &tableMark};
+}
+
+const PhraseTable *findPhraseTable(const InitialEntry *index) {
+  while (index->firstByte != 0) index++;
+  const auto *behind = reinterpret_cast<const PhraseTable *>(index + 1);
+  const bool marked = index->end == &tableMark && reinterpret_cast<const PhraseTable *>(index->first) == behind;
+  return marked ? behind : nullptr;
+}
+
+}  // namespace netsift
