@@ -224,11 +224,13 @@ Flow startDelivery(Body &body) {
   return fail(body, Flow::leave);
 }
 
-/* While a long scan is far off the client gets a byte a piece, so that it does not give up. */
+/* While a long scan is far off the client gets a byte a piece, so that it does not give up: a zero when the file has
+   none, but under StrictHttp, where the client gets no byte that is not the body's. */
 Flow trickleByte(Body &body) {
   if (body.delivered < body.connection.scanThreshold) return Flow::on;
   char byte = 0;
   const size_t count = readFromSpool(body.delivered, &byte, 1);
+  if (count == 0 && StrictHttp == 1) return Flow::on;
   if (!sendToClient(&byte, 1)) dprintf(7, "Client closed connection while receiving body\n");
   body.delivered += count;
   if (body.popupIndex < 0 || body.delivered != static_cast<uint64_t>(body.popupIndex) || body.popupSent) {

@@ -1,0 +1,149 @@
+#include "connection/answer.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "connection/htmlTemplate.h"
+#include "connection/verdict.h"
+#include "state/connection.h"
+#include "state/settings.h"
+#include "tests/support/support.h"
+
+namespace netsift::test {
+namespace {
+
+constexpr char head[] = "HTTP/1.1 200 OK\r\nContent-Type: text/html\r\nPragma: no-cache\r\n";
+
+TEST(HtmlTemplate, replacesEveryPair) {
+  const ScratchRoot root;
+  const std::string longUrl(80, 'u');
+  url = strdup(longUrl.c_str());
+  static char mail[] = "admin", stamp[] = "stamp";
+  mailto = mail;
+  strcpy(reason, "why");
+  const std::string longReason(199, 'r');
+  const struct {
+    std::string text, expected;
+  } cases[] = {
+      {"a%rb%eb%ac", "awhybbadminc"},
+      {"%u", longUrl.substr(0, 50)},
+      {"100% of %%x", "100of x"},
+      {"%", ""},
+      {"ends\xFFnever seen", "ends"},
+      {"%\xFFgoes on", "goes on"},
+      {"", ""},
+      {"%r%r%r%r", "whywhywhywhy"},
+  };
+  for (const auto &c : cases) {
+    writeFile(root.config("t"), c.text);
+    int32_t length = -7;
+    EXPECT_EQ(take(readTemplate(root.config("t").c_str(), &length)), c.expected) << c.text;
+    EXPECT_EQ(length, static_cast<int32_t>(c.expected.size()) - 1) << c.text;
+  }
+  errorcode = stamp;
+  strcpy(reason, longReason.c_str());
+  writeFile(root.config("t"), "%e%r%r%r");
+  EXPECT_EQ(take(readTemplate(root.config("t").c_str(), nullptr)), "stamp" + longReason + longReason + longReason);
+  EXPECT_EQ(url, longUrl);
+  EXPECT_EQ(readTemplate(root.config("missing").c_str(), nullptr), nullptr);
+}
+
+TEST(Answers, areExactlyTheseBytes) {
+  const ScratchRoot root;
+  writeFile(root.config("template.htm"), "<b>%u</b>");
+  writeFile(root.config("template"), "M");
+  writeFile(root.config("errortemplate.htm"), "E%u");
+  const std::string h = head;
+  const struct {
+    const char *url;
+    int32_t strict;
+    int kind;
+    std::string expected;
+  } cases[] = {
+      {"h/a", 0, 1, h + "Content-Length: 10\r\n\r\n<b>h/a</b>"},
+      {"h/Messenger.x", 0, 1, h + "Content-Length: 1\r\n\r\nM"},
+      {nullptr, 0, 1, h + "Content-Length: 7\r\n\r\n<b></b>"},
+      {"h/a", 0, 0, h + "Content-Length: 0\r\n"},
+      {"h/a", 1, 0, h + "Content-Length: 0\r\n\r\n"},
+      {"h/a", 0, 2, h + "\r\nEh/a"},
+      {"h/a", 0, 3, h + "Content-Length: 0\r\n\r\n"},
+  };
+  for (const auto &c : cases) {
+    const SocketPair client, other;
+    clientsock = client.near;
+    StrictHttp = c.strict;
+    url = c.url == nullptr ? nullptr : strdup(c.url);
+    hostname = strdup("h");
+    reqheader = makeHeader({"GET / HTTP/1.0"});
+    writeFile(root.config("scanfile"), "x");
+    if (c.kind < 2) blockConnection(client.near, static_cast<uint8_t>(c.kind));
+    if (c.kind == 2) sendError(client.near);
+    if (c.kind == 3) closeConnection(client.near, other.near, root.config("scanfile").c_str());
+    EXPECT_EQ(client.receive(), c.expected);
+    EXPECT_EQ(url, nullptr);
+    EXPECT_EQ(hostname, nullptr);
+    EXPECT_EQ(reqheader.first, nullptr);
+    EXPECT_EQ(readFile(root.config("scanfile")), c.kind == 3 ? "" : "x");
+  }
+}
+
+TEST(Answers, withoutTemplateHaveNoBody) {
+  const ScratchRoot root;
+  const LogCapture log(1);
+  const SocketPair client;
+  clientsock = client.near;
+  blockConnection(client.near, 1);
+  EXPECT_EQ(client.receive(), std::string(head) + "Content-Length: 0\r\n\r\n");
+  EXPECT_TRUE(log.has("error in reading template file"));
+}
+
+TEST(Verdict, blockedPortsEndAtTheFirstZeroOrTheHundredth) {
+  blockedports[0] = 25;
+  blockedports[2] = 99;
+  EXPECT_EQ(isBlockedPort(25), 1);
+  EXPECT_EQ(isBlockedPort(99), 0);
+  EXPECT_EQ(isBlockedPort(0), 0);
+  for (int32_t &port : blockedports) port = 7;
+  EXPECT_EQ(isBlockedPort(8), 0);
+}
+
+TEST(Verdict, ratingsAreTestedOnTheFirstChunkAlone) {
+  const ScratchRoot root;
+  std::string page = R"(<META><head><meta name="pics-label" content='(x "rsac" r (v 4))'>)";
+  page += "</head>";
+  testforratings = 1;
+  rsacenable = 1;
+  logenable = 1;
+  static char logName[] = "access.log";
+  logfilename = logName;
+  const struct {
+    int32_t first;
+    uint8_t logged;
+    int32_t expected;
+    const char *why, *record;
+  } cases[] = {
+      {0, 1, 0, "", ""},
+      {1, 1, -1, "RSAC rating violated", "\"Rating Violation\" \"RSAC\"\n"},
+      {1, 0, -1, "SafeSurf rating violated", ""},
+  };
+  for (const auto &c : cases) {
+    const SocketPair client;
+    clientsock = client.near;
+    url = strdup("h/p");
+    reason[0] = '\0';
+    lograting = c.logged;
+    unlink(root.log("access.log").c_str());
+    std::string copy = page;
+    EXPECT_EQ(checkAllRight(copy.data(), static_cast<int32_t>(copy.size()), c.first), c.expected);
+    EXPECT_EQ(copy, page) << "the chunk is delivered afterwards";
+    EXPECT_STREQ(reason, c.why);
+    const std::string access = readFile(root.log("access.log"));
+    EXPECT_EQ(access.size() < strlen(c.record) ? access : access.substr(access.size() - strlen(c.record)), c.record);
+    free(url);
+    url = nullptr;
+  }
+}
+
+}  // namespace
+}  // namespace netsift::test

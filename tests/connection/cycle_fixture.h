@@ -1,0 +1,127 @@
+/* One connection through the whole cycle: the client's bytes are written beforehand, the upstream is a scripted peer.
+ */
+#ifndef NETSIFT_TESTS_CONNECTION_CYCLE_FIXTURE_H
+#define NETSIFT_TESTS_CONNECTION_CYCLE_FIXTURE_H
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "connection/connection_trickle.h"
+#include "state/connection.h"
+#include "state/settings.h"
+#include "tests/support/support.h"
+
+namespace netsift::test {
+
+/* An upstream on a loopback port. On every connection it answers one head after the other with the next answer, as long
+   as there is one, and then closes. */
+class Upstream {
+ public:
+  explicit Upstream(std::vector<std::string> answers) : answers_(std::move(answers)) {
+    listener_ = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    if (bind(listener_, reinterpret_cast<sockaddr *>(&address), size) != 0 || listen(listener_, 8) != 0) std::abort();
+    getsockname(listener_, reinterpret_cast<sockaddr *>(&address), &size);
+    port = ntohs(address.sin_port);
+    thread_ = std::thread([this] { serve(); });
+  }
+  ~Upstream() { finish(); }
+
+  /* What has been received, over all connections; nothing is served after this. */
+  const std::string &finish() {
+    if (thread_.joinable()) {
+      shutdown(listener_, SHUT_RDWR);
+      thread_.join();
+      close(listener_);
+    }
+    return received_;
+  }
+
+  int port;
+  int connections = 0;
+
+ private:
+  void serve() {
+    for (int fd; (fd = accept(listener_, nullptr, nullptr)) >= 0; close(fd)) {
+      connections++;
+      timeval patience{2, 0};
+      setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+      size_t seen = received_.size();
+      char piece[4096];
+      for (ssize_t count; (count = read(fd, piece, sizeof piece)) > 0;) {
+        received_.append(piece, static_cast<size_t>(count));
+        if (received_.find("\r\n\r\n", seen) == std::string::npos) continue;
+        if (next_ == answers_.size()) break;
+        seen = received_.size();
+        const std::string &answer = answers_[next_++];
+        send(fd, answer.data(), answer.size(), MSG_NOSIGNAL);
+        if (answer.find("close") != std::string::npos) shutdown(fd, SHUT_WR);
+      }
+    }
+  }
+
+  std::vector<std::string> answers_;
+  size_t next_ = 0;
+  std::string received_;
+  int listener_;
+  std::thread thread_;
+};
+
+/* Serves `requests` as one client's connection and returns what the client received. */
+class CycleTest : public testing::Test {
+ protected:
+  CycleTest() {
+    PROXY_TIMEOUT = 2;
+    disableCache = 1;
+    clientaddr.sin_addr.s_addr = htonl(0x0A010203);
+    writeFile(root.config("template.htm"), "<p>%r</p>%u");
+    writeFile(root.config("errortemplate.htm"), "<e>%r</e>");
+  }
+
+  std::string serve(const std::string &requests, Upstream &upstream) {
+    ProxyPresent = 1;
+    proxyip = address_;
+    proxyport = upstream.port;
+    return serveDirect(requests);
+  }
+
+  std::string serveDirect(const std::string &requests) {
+    clientsock = client.near;
+    std::string received;
+    std::thread reader([&] {
+      char piece[65536];
+      for (ssize_t count; (count = read(client.far, piece, sizeof piece)) > 0;) {
+        received.append(piece, static_cast<size_t>(count));
+      }
+    });
+    client.send(requests);
+    if (endsRequests) shutdown(client.far, SHUT_WR);
+    result = connectionHandle();
+    shutdown(client.near, SHUT_RDWR);
+    reader.join();
+    shutdown(proxysock, SHUT_RDWR);
+    return received;
+  }
+
+  ScratchRoot root;
+  SocketPair client;
+  LogCapture log{7};
+  int32_t result = -100;
+  bool endsRequests = true; /* the client says that it is done; a relay would end at that */
+
+ private:
+  char address_[10] = "127.0.0.1";
+};
+
+}  // namespace netsift::test
+
+#endif

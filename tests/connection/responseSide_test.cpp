@@ -1,0 +1,310 @@
+#include "connection/responseSide.h"
+
+#include <gdbm.h>
+
+#include <cstring>
+
+#include "cache/dbcache.h"
+#include "http/debugLog.h"
+#include "tests/connection/cycle_fixture.h"
+
+namespace netsift::test {
+namespace {
+
+constexpr char get[] = "GET http://h/p HTTP/1.1\r\nHost: h\r\n\r\n";
+
+std::string response(const std::string &fields, const std::string &body, const char *status = "200 OK") {
+  return "HTTP/1.0 " + std::string(status) + "\r\n" + fields + "Content-Length: " + std::to_string(body.size()) +
+         "\r\n\r\n" + body;
+}
+
+TEST_F(CycleTest, keptAliveConnectionServesOneRequestAfterTheOther) {
+  const std::string big(70000, 'x');
+  const std::string first = response("Content-Type: text/plain\r\n", big), second = response("", "b"),
+                    head = response("", "four"), none = "HTTP/1.0 204 No\r\nContent-Length:0\r\n\r\n";
+  const std::string headOnly = head.substr(0, head.size() - 4);
+  Upstream upstream({first, headOnly, none, second});
+  EXPECT_EQ(serve(std::string(get) + "HEAD http://h/p HTTP/1.0\r\nHost: h\r\n\r\n" + get + get, upstream),
+            first + headOnly + none + second);
+  EXPECT_EQ(upstream.connections, 1);
+  EXPECT_TRUE(log.has("Client IP:10.1.2.3,CONTENT TYPE:text/plain,HOST NAME:h,REQUESTED URL:h/p"));
+}
+
+TEST_F(CycleTest, stopsAtAClosingResponse) {
+  const std::string page = response("Connection: close\r\n", "ok");
+  Upstream upstream({page, page});
+  EXPECT_EQ(serve(std::string(get) + get, upstream), page);
+  EXPECT_EQ(result, 1);
+}
+
+TEST_F(CycleTest, otherCodesAreRelayedAndTheConnectionGoesOn) {
+  const std::string missing = response("", "nothing here", "404 Not Found"), page = response("", "ok");
+  endsRequests = false; /* the relay looks at the client too */
+  Upstream upstream({missing, response("Connection: close\r\n", "ok")});
+  client.send(get);
+  std::thread late([&] {
+    usleep(300000);
+    client.send(get);
+  });
+  EXPECT_EQ(serve("", upstream), missing + response("Connection: close\r\n", "ok"));
+  late.join();
+  EXPECT_EQ(result, 1);
+}
+
+TEST_F(CycleTest, upstreamThatStaysSilentGetsTheErrorPage) {
+  PROXY_TIMEOUT = 1;
+  Upstream upstream({""});
+  const std::string answer = serve(get, upstream);
+  EXPECT_NE(answer.find("<e>Timeout while getting response from server.\n</e>"), std::string::npos) << answer;
+  EXPECT_EQ(result, -1);
+}
+
+TEST_F(CycleTest, blockedContentTypeUnlessWhitelisted) {
+  static char logName[] = "access.log";
+  logfilename = logName;
+  logenable = logmime = 1;
+  strcpy(blockedcontent[0], "zip");
+  Upstream upstream({response("Content-Type: application/zip; x\r\n", "PK")});
+  const std::string answer = serve(get, upstream);
+  EXPECT_NE(answer.find("<p>access to content type zip blocked</p>h/p"), std::string::npos) << answer;
+  EXPECT_EQ(result, -1);
+  EXPECT_TRUE(log.has("Client IP:10.1.2.3,URL:h/p,STATUS:BLOCKED,MIME Blocked:application/zip"));
+  EXPECT_NE(readFile(root.log("access.log")).find(R"("h/p" "MIME Blocked" "application/zip")"), std::string::npos);
+}
+
+TEST_F(CycleTest, popupScriptGoesBehindTheHtmlTagAndIntoTheLength) {
+  blockpopup = 1;
+  static char *none[] = {nullptr};
+  popuplist = {sym_create_table_(nullptr, 0), none, none};
+  const std::string script(popupblocker, static_cast<size_t>(popuplen));
+  for (const char *rest : {"<p>x", ""}) {
+    SocketPair pair;
+    std::swap(client.near, pair.near);
+    std::swap(client.far, pair.far);
+    const std::string body = std::string("<html>") + rest;
+    Upstream upstream({response("Connection: close\r\nContent-Type: text/html\r\n", body)});
+    EXPECT_EQ(serve(get, upstream),
+              response("Connection: close\r\nContent-Type: text/html\r\n", "<html>" + script + rest));
+    const size_t sent = body.size() + script.size();
+    EXPECT_TRUE(log.has("Client IP:10.1.2.3,SIZE:" + std::to_string(sent) + ",URL:h/p,STATUS:DELIVERED"));
+  }
+}
+
+TEST_F(CycleTest, connectIsRelayedWithResultZero) {
+  endsRequests = false;
+  Upstream upstream({"HTTP/1.0 200 Connection established\r\n\r\nTLS close"});
+  EXPECT_EQ(serve("CONNECT h:443 HTTP/1.1\r\nHost: h:443\r\n\r\n", upstream),
+            "HTTP/1.0 200 Connection established\r\n\r\nTLS close");
+  EXPECT_EQ(result, 0);
+  EXPECT_TRUE(log.has("Client IP:10.1.2.3,URL:h,STATUS:TUNNELED,HTTPS REQUEST"));
+}
+
+TEST_F(CycleTest, chunkedBodyIsNotDelivered) {
+  /* The chunk line is read to the stream's end: what the upstream meant as chunks reaches nobody. */
+  Upstream upstream({"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\nConnection: close\r\n\r\n2\r\nok\r\n0\r\n\r\n"});
+  EXPECT_EQ(serve(get, upstream), "");
+  EXPECT_EQ(result, -1);
+}
+
+/* -- verdicts and the cache -- */
+
+class CachedTest : public CycleTest {
+ protected:
+  CachedTest() {
+    disableCache = 0;
+    const std::string path = root.path() + "/opt/Velmora/var/nscache.db";
+    GDBM_FILE database = gdbm_open(path.c_str(), 0, GDBM_NEWDB, 0600, nullptr);
+    gdbm_close(database);
+  }
+  int32_t verdict() { return if_url_scanned_check_ok("h/p", date); }
+
+  static constexpr char date[] = "Tue, 15 Nov 1994 12:45:26 GMT";
+  const std::string dated = "Last-Modified: " + std::string(date) + "\r\nConnection: close\r\n";
+};
+
+TEST_F(CachedTest, cleanPagesAreStoredOthersNot) {
+  const struct {
+    std::string request, response;
+    int32_t stored;
+  } cases[] = {
+      {get, response(dated, "ok"), 0},
+      {"GET http://h/p?q HTTP/1.0\r\nHost: h\r\n\r\n", response(dated, "ok"), -1},
+      {get, response(dated, "x window.open x"), -1},
+      {get, response(dated + "Pragma: no-cache\r\n", "ok"), -1},
+      {get, response(dated, "ok", "206 Part"), -1},
+      {get, response("Connection: close\r\n", "ok"), -1},
+  };
+  for (const auto &c : cases) {
+    unlink((root.path() + "/opt/Velmora/var/nscache.db").c_str());
+    gdbm_close(gdbm_open((root.path() + "/opt/Velmora/var/nscache.db").c_str(), 0, GDBM_NEWDB, 0600, nullptr));
+    SocketPair pair;
+    std::swap(client.near, pair.near);
+    std::swap(client.far, pair.far);
+    Upstream upstream({c.response});
+    EXPECT_EQ(serve(c.request, upstream), c.response);
+    EXPECT_EQ(verdict(), c.stored) << c.response;
+  }
+}
+
+TEST_F(CachedTest, knownVerdictsAreAnsweredAtOnce) {
+  strcpy(reason, "left as it was");
+  for (const int flag : {0, 1, 2}) {
+    SocketPair pair;
+    std::swap(client.near, pair.near);
+    std::swap(client.far, pair.far);
+    endsRequests = flag != 0;
+    ASSERT_EQ(addto_urlcache_db("h/p", date, flag), 1);
+    const std::string page = response(dated, "ok");
+    Upstream upstream({page});
+    const std::string answer = serve(get, upstream);
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(answer == page, flag == 0) << answer;
+    if (flag != 0) {
+      EXPECT_NE(answer.find("<p>left as it was</p>h/p"), std::string::npos);
+    }
+    EXPECT_EQ(verdict(), flag);
+  }
+  EXPECT_TRUE(log.has("URL:h/p,STATUS:BLOCKED,INFECTED(In cache db)"));
+  EXPECT_TRUE(log.has("URL:h/p,STATUS:BLOCKED,Offensive content.(In cache db)"));
+}
+
+/* Scans with a scripted second engine: the answer it gives to every scan, or none when it is not there. */
+class ScanTest : public CachedTest {
+ protected:
+  ScanTest() {
+    snprintf(VIRFILE_DIR, sizeof VIRFILE_DIR, "%s/", root.path().c_str());
+    virusscan = DoClamScan = 1;
+    startScanSize = 1;
+  }
+  void engine(std::vector<std::string> answers) {
+    listener_ = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un_like address{AF_UNIX, {}};
+    snprintf(address.path, sizeof address.path, "%s/opt/Velmora/var/run/vlcavd.sock", root.path().c_str());
+    ASSERT_EQ(bind(listener_, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    listen(listener_, 8);
+    thread_ = std::thread([this, answers = std::move(answers)] {
+      for (const std::string &answer : answers) {
+        const int fd = accept(listener_, nullptr, nullptr);
+        if (fd < 0) return;
+        char line[512];
+        if (read(fd, line, sizeof line) > 0) send(fd, answer.data(), answer.size(), MSG_NOSIGNAL);
+        scans++;
+        close(fd);
+      }
+    });
+  }
+  ~ScanTest() override {
+    if (!thread_.joinable()) return;
+    shutdown(listener_, SHUT_RDWR);
+    thread_.join();
+    close(listener_);
+  }
+  struct sockaddr_un_like {
+    sa_family_t family;
+    char path[108];
+  };
+  std::atomic<int> scans = 0;
+
+ private:
+  int listener_ = -1;
+  std::thread thread_;
+};
+
+TEST_F(ScanTest, infectedBodyGivesThePageAndVerdictOne) {
+  engine({"x: Marker FOUND\n"});
+  Upstream upstream({response(dated, "bad")});
+  const std::string answer = serve(get, upstream);
+  EXPECT_EQ(answer.find("bad"), std::string::npos);
+  EXPECT_NE(answer.find("<p>Content is infected\n</p>h/p"), std::string::npos) << answer;
+  EXPECT_EQ(result, -1);
+  EXPECT_EQ(verdict(), 1);
+  EXPECT_TRUE(log.has("Client IP:10.1.2.3,URL:h/p,STATUS:BLOCKED,Infected Content:Virus-"));
+}
+
+TEST_F(ScanTest, infectedBodyWhoseVerdictCannotBeStoredIsNotStoredAsClean) {
+  engine({"x: Marker FOUND\n"});
+  Upstream upstream({response("Connection: close\r\n", "bad")});
+  serve(get, upstream);
+  EXPECT_EQ(verdict(), -1);
+}
+
+TEST_F(ScanTest, cleanBodyIsScannedAsItDoublesAndDeliveredFromTheFile) {
+  std::string body;
+  for (int i = 0; body.size() < 300000; i++) body += std::to_string(i);
+  const struct {
+    int32_t startKiB, strict;
+    int scans;
+    size_t strayBytes;
+  } cases[] = {
+      {64, 0, 4, 0}, /* at 64, 128 and 256 KB and at the length */
+      {1, 0, 5, 4},  /* at every piece; a byte of zero each time that the file has nothing beyond what was sent */
+      {1, 1, 5, 0},  /* and none of those */
+  };
+  engine(std::vector<std::string>(14, "x: OK\n"));
+  for (const auto &c : cases) {
+    SocketPair pair;
+    std::swap(client.near, pair.near);
+    std::swap(client.far, pair.far);
+    startScanSize = c.startKiB;
+    StrictHttp = c.strict;
+    scans = 0;
+    const std::string page = response(dated, body);
+    Upstream upstream({page});
+    std::string answer = serve(get, upstream);
+    EXPECT_EQ(answer.size(), page.size() + c.strayBytes) << c.startKiB;
+    EXPECT_EQ(std::erase(answer, '\0'), c.strayBytes);
+    EXPECT_TRUE(answer == page);
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(scans, c.scans) << c.startKiB;
+    EXPECT_EQ(verdict(), 0);
+    gdbm_close(gdbm_open((root.path() + "/opt/Velmora/var/nscache.db").c_str(), 0, GDBM_NEWDB, 0600, nullptr));
+  }
+}
+
+TEST_F(ScanTest, popupScriptIsInTheScannedPageOnce) {
+  engine({"x: OK\n"});
+  blockpopup = 1;
+  static char *none[] = {nullptr};
+  popuplist = {sym_create_table_(nullptr, 0), none, none};
+  Upstream upstream({response("Content-Type: text/html\r\nConnection: close\r\n", "<html>x")});
+  EXPECT_EQ(serve(get, upstream),
+            response("Content-Type: text/html\r\nConnection: close\r\n", "<html>" + std::string(popupblocker) + "x"));
+}
+
+TEST_F(ScanTest, enginesThatFailBlockAndTheConnectionGoesOn) {
+  startScanSize = 0;
+  Upstream upstream({response("", "held"), response("Connection: close\r\n", "held")});
+  const std::string answer = serve(std::string(get) + get, upstream);
+  EXPECT_EQ(answer.find("held"), std::string::npos);
+  EXPECT_NE(answer.rfind("<p>Anti Virus Server Not Running\n</p>"), answer.find("<p>Anti Virus")) << "both requests";
+  EXPECT_EQ(result, -1);
+}
+
+TEST_F(ScanTest, scanErrorsBlockToo) {
+  engine({"x: ERROR\n"});
+  Upstream upstream({response("Connection: close\r\n", "held")});
+  EXPECT_NE(serve(get, upstream).find("<p>Error In Scanning For Virus\n</p>"), std::string::npos);
+}
+
+TEST_F(ScanTest, bodyThatCannotBeSpooledIsNotDelivered) {
+  snprintf(VIRFILE_DIR, sizeof VIRFILE_DIR, "%s/missing/", root.path().c_str());
+  Upstream upstream({response("Connection: close\r\n", "held")});
+  EXPECT_EQ(serve(get, upstream).find("held"), std::string::npos);
+  EXPECT_TRUE(log.has("error creating virus scan file") ||
+              log.text().find("is longer than 49 bytes") != std::string::npos);
+  EXPECT_EQ(result, -1);
+}
+
+TEST_F(ScanTest, skippedResponsesAreRelayedWhenTheyClose) {
+  writeFile(root.config("viruswhite.conf"), "image/\n");
+  VirWL_MimeType = 1;
+  endsRequests = false;
+  const std::string picture = response("Content-Type: image/png\r\nConnection: close\r\n", "PNG");
+  Upstream upstream({picture});
+  EXPECT_EQ(serve(get, upstream), picture);
+  EXPECT_EQ(result, 1);
+  EXPECT_TRUE(log.has("Tunneling the whitelisted content type..."));
+}
+
+}  // namespace
+}  // namespace netsift::test
