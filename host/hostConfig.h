@@ -14,7 +14,6 @@ struct HostConfig {
   int32_t maxConnections = 0;     /* running at once, over all generations of the server */
   int32_t drainSeconds = 0;       /* what running connections get at the end */
   std::string popupScript;        /* file; a relative name lies in the configuration folder */
-  std::string spoolFolder;        /* as configured; VIRFILE_DIR is what it comes to */
   std::string secondEngineSocket; /* where the second engine listens */
   std::string debugFile;          /* a relative name lies in the log folder */
   std::string debugTag;           /* put before every line of the debug log */

@@ -14,7 +14,8 @@ constexpr size_t lineWidth = 100;
 constexpr std::string_view sampleIntroduction =
     "Configuration of netsiftd, in TOML. A key that is left out has the default given with it. An unknown key, a "
     "wrong type or a value out of range stops the start and names the line. SIGHUP loads this file and all lists "
-    "anew; `netsiftd --config FILE --check` tells beforehand whether that will work.";
+    "anew; `netsiftd --config FILE --check` tells beforehand whether that will work. Paths that begin with "
+    "/opt/Velmora/ or /var/Velmora/ lie under the folder given with --root.";
 
 constexpr std::string_view referenceIntroduction =
     "# Configuration of netsiftd\n\n"
@@ -26,7 +27,9 @@ constexpr std::string_view referenceIntroduction =
     "and the verdict cache below `/opt/Velmora/var/`, each of them under the folder given with `--root DIR`. The "
     "lists\n"
     "`whitelist`, `adserver` and `popup` are always loaded: each needs its `.dom` file, and its `.url` file or both\n"
-    "`.url.orig` and `.phrase`, from which `.url` is made.\n\n"
+    "`.url.orig` and `.phrase`, from which `.url` is made. Paths in the configuration that begin with `/opt/Velmora/` "
+    "or\n"
+    "`/var/Velmora/` lie under the root too; any other absolute path is used as it stands.\n\n"
     "This page is printed by `netsiftd --print-config=markdown`, a sample file by `netsiftd --print-config`.\n";
 
 /* Words broken into comment lines. */

@@ -114,11 +114,10 @@ const Setting scanSettings[] = {
     {"scanning", "second_engine", Flag{&DoClamScan}, "true", "Ask the engine that speaks the clamd protocol."},
     {"scanning", "second_engine_socket", HostText{&hostConfig.secondEngineSocket, longestSocketPath},
      "\"/opt/Velmora/var/run/vlcavd.sock\"",
-     "Where that engine listens. The default lies under the root; any other path is used as it stands, and the default "
-     "path is made a symbolic link to it."},
-    {"scanning", "spool_folder", Folder{}, "\"/var/spool/netsift/\"",
-     "Folder of the files handed to the engines, which must be able to read it. Used as it stands, not under the root; "
-     "at most 33 bytes with the \"/\" at its end. Made when missing."},
+     "Where that engine listens. When it is not the default, the default path is made a symbolic link to it."},
+    {"scanning", "spool_folder", Folder{longestPath}, "\"/opt/Velmora/var/spool/\"",
+     "Folder of the files handed to the engines, which must be able to read it. With the root in front and \"/\" at "
+     "its end at most 33 bytes long. Made when missing."},
     {"scanning", "first_scan_kib", Number{&startScanSize, 0, 4194303, "KiB"}, "1024",
      "Body collected before the first scan; doubled after each. 0: one scan near the end of the first body."},
     {"scanning", "greeting_timeout", Number{&MAX_TIME_FOR_VLAV, 0, mostSeconds, "seconds"}, "30",
@@ -146,7 +145,7 @@ const Setting logSettings[] = {
      "0 nothing, 1 requests and failures, 2 errors of peers, 4 main events, 5 message heads, 6 calls, 7 everything."},
     {"log", "debug_tag", HostText{&hostConfig.debugTag, 50}, "\"\"", "Text at the start of every line of it."},
     {"log", "access_log", Flag{&logenable}, "true", "Write a line for every block of the kinds below, and of viruses."},
-    {"log", "access_file", LibraryText{&logfilename, 100}, "\"netsift-access.log\"",
+    {"log", "access_file", LibraryText{&logfilename, 100, true}, "\"netsift-access.log\"",
      "Its name in /var/Velmora/var/log/ under the root."},
     {"log", "ports", Flag{&logport}, "true", "Blocks by port."},
     {"log", "ip_hosts", Flag{&logip}, "true", "Blocks of addresses as hosts."},
@@ -238,7 +237,9 @@ struct TypeText {
     return "whole number" + unit + ", " + std::to_string(number.minimum) + " to " + std::to_string(number.maximum);
   }
   std::string operator()(const HostText &text) const { return limitedText(text.longest); }
-  std::string operator()(const LibraryText &text) const { return limitedText(text.longest); }
+  std::string operator()(const LibraryText &text) const {
+    return (text.isFileName ? "name of a file, a " : "") + limitedText(text.longest);
+  }
   std::string operator()(const Texts &) const { return "list of at most 100 texts of 1 to 99 bytes"; }
   std::string operator()(const Ports &) const { return "list of at most 100 port numbers, 1 to 65535"; }
   std::string operator()(const Patterns &) const {
@@ -247,9 +248,7 @@ struct TypeText {
   std::string operator()(const TextList &) const { return "list of texts"; }
   std::string operator()(const ListenAddress &) const { return "text: IPv4 ADDRESS:PORT, port 0 to 65535"; }
   std::string operator()(const UpstreamAddress &) const { return "text: IPv4 ADDRESS:PORT, port 1 to 65535, or empty"; }
-  std::string operator()(const Folder &) const {
-    return "text: absolute path of at most " + std::to_string(longestSpoolFolder) + " bytes";
-  }
+  std::string operator()(const Folder &) const { return "text: absolute path"; }
   std::string operator()(const Categories &categories) const {
     return std::string("at most ") + std::to_string(mostCategories) + " tables with the texts name and " +
            categories.fileKey;

@@ -26,9 +26,10 @@ struct HostText { /* at most `longest` bytes */
   std::string *variable;
   size_t longest;
 };
-struct LibraryText { /* the variable owns a malloc'ed copy */
+struct LibraryText { /* the variable gets a malloc'ed copy */
   char **variable;
   size_t longest;
+  bool isFileName = false; /* 1 byte or more, without "/" */
 };
 struct Texts { /* at most 100 texts of 1 to 99 bytes; the first empty entry ends the list */
   char (*variable)[100][100];
@@ -45,8 +46,10 @@ struct TextList { /* any number of texts, and their count */
 };
 struct ListenAddress {};   /* ADDRESS:PORT into hostConfig.listen */
 struct UpstreamAddress {}; /* ADDRESS:PORT into ProxyPresent, proxyip and proxyport; empty: direct */
-struct Folder {};          /* the spool folder: into hostConfig and VIRFILE_DIR */
-struct Categories {        /* tables of a display name and the base name of a list's files */
+struct Folder {            /* the spool folder into VIRFILE_DIR, with "/" at its end */
+  size_t longest;
+};
+struct Categories { /* tables of a display name and the base name of a list's files */
   const char *fileKey;
   uint8_t *count;
   char ***files, ***names;

@@ -1,0 +1,24 @@
+/* The configuration file, read into the library's variables and hostConfig. */
+#ifndef NETSIFT_HOST_CONFIGREAD_H
+#define NETSIFT_HOST_CONFIGREAD_H
+
+#include <netinet/in.h>
+
+#include <string>
+#include <string_view>
+
+#include "host/problems.h"
+
+namespace netsift::host {
+
+/* Reads the file and stores every setting, given or default. Each unknown key, wrong type and value out of range is
+   added to the problems, in the order of the file's lines; its variable then holds nothing to rely on.
+   What earlier values of text settings occupied is not released: a process reads its configuration once. */
+void readConfiguration(const std::string &path, Problems &problems);
+
+/* "127.0.0.1:8080": false when it is no IPv4 address and port. Port 0 is accepted. */
+bool parseEndpoint(std::string_view text, struct sockaddr_in *address);
+
+}  // namespace netsift::host
+
+#endif

@@ -1,0 +1,39 @@
+/* Files and folders of the installation, under the root. */
+#ifndef NETSIFT_HOST_FILES_H
+#define NETSIFT_HOST_FILES_H
+
+#include <string>
+#include <string_view>
+
+namespace netsift::host {
+
+constexpr std::string_view varFolder = "/opt/Velmora/var/";
+constexpr std::string_view runFolder = "/opt/Velmora/var/run/";
+constexpr std::string_view notifySocket = "/opt/Velmora/var/run/netsift.sock";
+constexpr std::string_view secondEngineLink = "/opt/Velmora/var/run/vlcavd.sock";
+constexpr std::string_view cacheDatabase = "/opt/Velmora/var/nscache.db";
+
+/* Where a path lies: under the root when it is one of the system's own ("/opt/Velmora/...", "/var/Velmora/..."). */
+std::string rooted(std::string_view path);
+
+/* A file of the configuration folder or of the log folder; an absolute name is only rooted. */
+std::string configPath(std::string_view name);
+std::string logPath(std::string_view name);
+
+/* Reads a file of at most `largest` bytes. False, with the cause in words, when it cannot be read or is larger. */
+bool readWholeFile(const std::string &path, size_t largest, std::string *content, std::string *error);
+
+/* Makes a folder and those above it, mode 0755. Returns what is wrong, "" when it stands. */
+std::string makeFolder(const std::string &path);
+
+/* What is wrong with a folder's use by this process, "" when nothing is: it must stand and let in, and be writable when
+   asked. A folder that is missing but could be made is in order when `mayBeMissing`. */
+std::string folderTrouble(const std::string &path, bool writable, bool mayBeMissing);
+
+/* Whether this process may do something with a file (R_OK, W_OK, as access(2) has it), under its effective user. */
+bool mayAccess(const std::string &path, int mode);
+bool exists(const std::string &path);
+
+}  // namespace netsift::host
+
+#endif
