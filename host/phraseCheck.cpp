@@ -1,0 +1,98 @@
+#include "host/phraseCheck.h"
+
+#include <algorithm>
+#include <charconv>
+
+namespace netsift::host {
+
+namespace {
+
+constexpr size_t longestPhrase = 126;
+constexpr std::string_view whiteSpace = " \t\n\v\f\r";
+
+struct Record {
+  int line;
+  std::string phrase;
+  bool hasWeight;
+  long long weight;
+};
+
+struct Cursor {
+  std::string_view rest;
+  int line = 1;
+  std::string_view take(size_t count) {
+    std::string_view taken = rest.substr(0, count);
+    line += static_cast<int>(std::ranges::count(taken, '\n'));
+    rest.remove_prefix(taken.size());
+    return taken;
+  }
+};
+
+/* As scanf's "%d\n" reads it: white space, an optional sign, digits, and all white space that follows. */
+bool takeWeight(Cursor &cursor, long long *weight) {
+  cursor.take(std::min(cursor.rest.find_first_not_of(whiteSpace), cursor.rest.size()));
+  std::string_view digits = cursor.rest;
+  bool plus = digits.starts_with('+');
+  if (plus) digits.remove_prefix(1);
+  auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), *weight);
+  if (error == std::errc::invalid_argument || (plus && digits.starts_with('-'))) return false;
+  cursor.take(static_cast<size_t>(end - cursor.rest.data()));
+  cursor.take(std::min(cursor.rest.find_first_not_of(whiteSpace), cursor.rest.size()));
+  return true;
+}
+
+/* A word in double quotes stands for itself between blanks. */
+std::string comparedForm(std::string_view phrase) {
+  std::string form(phrase.substr(0, longestPhrase));
+  if (form.size() >= 2 && form.front() == '"' && form.back() == '"') form.front() = form.back() = ' ';
+  return form;
+}
+
+/* The order of the scan: bytes as signed characters. */
+bool sortsBefore(std::string_view a, std::string_view b) {
+  return std::ranges::lexicographical_compare(
+      a, b, [](char x, char y) { return static_cast<signed char>(x) < static_cast<signed char>(y); });
+}
+
+}  // namespace
+
+void checkPhrases(std::string_view text, const std::string &file, Problems &problems) {
+  auto report = [&](int line, bool fatal, const std::string &message) {
+    problems.push_back({fatal, file, line, "", message});
+  };
+  Cursor cursor{text};
+  Record previous{0, "", false, 0};
+  while (!cursor.rest.empty()) {
+    int line = cursor.line;
+    if (std::string_view opening = cursor.take(1); opening != "<")
+      report(line, false, "a record must begin with \"<\"; the byte in its place is skipped");
+    size_t length = cursor.rest.find('>');
+    if (length == cursor.rest.npos) return report(line, true, "the record is not closed by \">\"");
+
+    std::string_view phrase = cursor.take(length);
+    cursor.take(1);
+    if (phrase.empty()) report(line, false, "the phrase is empty; the record is skipped");
+    if (phrase.find_first_of("\r\n") != phrase.npos)
+      report(line, false, "the phrase holds a line end, so that nothing matches it; is a \">\" missing?");
+    if (phrase.size() > longestPhrase)
+      report(line, false, "the phrase is " + std::to_string(phrase.size()) + " bytes long; only 126 are kept");
+
+    Record record{line, comparedForm(phrase), false, 0};
+    record.hasWeight = takeWeight(cursor, &record.weight);
+    if (!record.hasWeight) report(line, false, "the phrase has no weight, which counts as 0");
+    if (record.hasWeight && record.weight == 0 && !cursor.rest.empty())
+      report(line, false, "the weight is 0, so that the phrase counts nothing");
+    if (phrase.empty()) continue;
+    if (sortsBefore(record.phrase, previous.phrase))
+      report(line, false,
+             "out of order: it must come before \"" + previous.phrase +
+                 "\"; phrases may be missed (sort by bytes, "
+                 "those above 127 first; a quote at both ends sorts as a blank)");
+    previous = record;
+  }
+  if (previous.phrase.size() > 1 && previous.weight != 0)
+    report(previous.line, false,
+           "the last phrase of a file is never found; end the file with one that need not be, of weight 0");
+}
+
+}  // namespace netsift::host

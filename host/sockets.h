@@ -1,0 +1,29 @@
+/* The sockets that the daemon opens. All are closed on exec; failures leave errno. */
+#ifndef NETSIFT_HOST_SOCKETS_H
+#define NETSIFT_HOST_SOCKETS_H
+
+#include <netinet/in.h>
+
+#include <string>
+
+namespace netsift::host {
+
+/* A non-blocking listener on an IPv4 address; -1 when it cannot be had. */
+int listenOn(const struct sockaddr_in &address);
+
+/* The address that a socket is bound to, as "127.0.0.1:8080". */
+std::string boundAddress(int sock);
+
+/* Whether a path fits a Unix socket's address. */
+bool fitsSocketPath(const std::string &path);
+
+/* A connection to a Unix stream socket; -1 when nobody listens there. */
+int connectLocal(const std::string &path);
+
+/* A non-blocking listener at a path, which only the process's user and group may connect to (mode 0660). A socket file
+   that nobody listens on any more is replaced; one that somebody does fails with EADDRINUSE. -1 on failure. */
+int listenLocal(const std::string &path);
+
+}  // namespace netsift::host
+
+#endif
