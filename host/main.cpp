@@ -1,0 +1,88 @@
+/* netsiftd's command line. */
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <optional>
+
+#include "host/configRead.h"
+#include "host/installCheck.h"
+#include "host/settingsPrint.h"
+#include "host/supervisor.h"
+#include "state/settings.h"
+
+using namespace netsift::host;
+
+namespace {
+
+struct Arguments {
+  std::string configuration, root, listen, print;
+  bool check = false, json = false;
+};
+
+/* The root as it is put before every path: absolute, without "/" at its end. */
+std::string absoluteRoot(const std::string &root) {
+  if (root.empty()) return "";
+  std::string path = std::filesystem::absolute(root).lexically_normal().string();
+  while (path.ends_with('/')) path.pop_back();
+  return path;
+}
+
+int printConfiguration(const std::string &form) {
+  std::string text = form == "markdown" ? configurationReference() : sampleConfiguration();
+  return std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout) != 0 ? exitTrouble : 0;
+}
+
+/* Reports all that a start would stumble over, and changes nothing. */
+int check(const Arguments &arguments) {
+  Problems problems;
+  readConfiguration(arguments.configuration, problems);
+  if (!anyFatal(problems)) checkInstallation(Missing::report, problems);
+  if (arguments.json)
+    std::fputs(problemsJson(problems).c_str(), stdout);
+  else
+    printProblems(problems);
+  if (!arguments.json && !anyFatal(problems)) std::puts("netsiftd: everything is in order for a start");
+  return anyFatal(problems) ? exitConfiguration : 0;
+}
+
+int run(const Arguments &arguments) {
+  if (!arguments.print.empty()) return printConfiguration(arguments.print);
+  std::optional<struct sockaddr_in> listen;
+  if (!arguments.listen.empty() && !parseEndpoint(arguments.listen, &listen.emplace())) {
+    say("--listen: expected ADDRESS:PORT with an IPv4 address, not \"" + arguments.listen + "\"");
+    return exitConfiguration;
+  }
+  std::string root = absoluteRoot(arguments.root);
+  installroot = strdup(root.c_str());
+  return arguments.check ? check(arguments) : supervise(arguments.configuration, listen);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  Arguments arguments;
+  CLI::App app("netsiftd, a filtering web front proxy");
+  auto *configuration = app.add_option("--config", arguments.configuration, "Configuration file")->type_name("FILE");
+  app.add_option("--root", arguments.root, "Folder that the system's own paths lie under")->type_name("DIR");
+  app.add_option("--listen", arguments.listen, "Where clients connect, instead of what the configuration says")
+      ->type_name("ADDRESS:PORT");
+  auto *check = app.add_flag("--check", arguments.check, "Report every problem a start would have, then end");
+  app.add_flag("--json", arguments.json, "With --check: as JSON on standard output")->needs(check);
+  auto *print = app.add_option("--print-config", arguments.print, "Print a complete sample configuration, then end")
+                    ->type_name("[markdown]")
+                    ->expected(0, 1)
+                    ->default_str("toml")
+                    ->check(CLI::IsMember({"toml", "markdown"}));
+  app.footer(
+      "SIGHUP loads configuration and lists anew; SIGTERM and SIGINT end after drain_seconds, a second one at "
+      "once.\nExit status: 0 after an orderly end, 2 when something named above is not in order, 1 otherwise.");
+  try {
+    app.parse(argc, argv);
+    if (print->count() > 0 && arguments.print.empty()) arguments.print = "toml";
+    if (configuration->count() == 0 && print->count() == 0) throw CLI::RequiredError("--config");
+  } catch (const CLI::ParseError &error) {
+    return app.exit(error) == 0 ? 0 : exitConfiguration;
+  }
+  return run(arguments);
+}

@@ -1,0 +1,37 @@
+/* A generation of the server: the process that holds one loading of configuration and lists and forks a child for each
+   connection. The supervisor starts it, retires it when a newer one serves, and ends it. */
+#ifndef NETSIFT_HOST_SERVER_H
+#define NETSIFT_HOST_SERVER_H
+
+#include <atomic>
+#include <cstdint>
+
+namespace netsift::host {
+
+constexpr int mostGenerations = 64;
+
+/* Running connections of every generation, in memory that all of them share: the limit holds over all. */
+struct Board {
+  std::atomic<int32_t> connections[mostGenerations];
+};
+
+/* What the supervisor says over the control socket, a byte each. Its end counts as `drain`: the supervisor is gone. */
+enum Command : char {
+  retire = 'r', /* take no more clients; running connections go on to their end */
+  drain = 't',  /* take no more clients; running connections get drain_seconds */
+  stop = 'k'    /* end running connections now */
+};
+constexpr char readyMessage = 'R'; /* what a generation says when its lists are loaded */
+
+struct ServerSockets {
+  int listener; /* clients; non-blocking, shared with other generations */
+  int notify;   /* the notification socket, or -1 */
+  int control;  /* to the supervisor */
+};
+
+/* Serves until it was told to end and no connection is left. Returns 0, or 1 when it cannot serve. */
+int serveClients(const ServerSockets &sockets, Board *board, int slot);
+
+}  // namespace netsift::host
+
+#endif

@@ -1,0 +1,277 @@
+#include "host/supervisor.h"
+
+#include <arpa/inet.h>
+#include <poll.h>
+#include <sys/mman.h>
+#include <sys/signalfd.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <new>
+#include <utility>
+#include <vector>
+
+#include "host/configRead.h"
+#include "host/files.h"
+#include "host/hostConfig.h"
+#include "host/installCheck.h"
+#include "host/load.h"
+#include "host/server.h"
+#include "host/sockets.h"
+
+namespace netsift::host {
+
+namespace {
+
+constexpr size_t warningsAtStart = 10; /* a badly sorted phrase list has thousands; --check shows them all */
+constexpr unsigned restartSeconds = 1;
+
+struct Generation {
+  pid_t pid;
+  int control;
+  int slot;
+  bool ready = false, retired = false;
+};
+
+struct Supervisor {
+  std::string configuration;
+  struct sockaddr_in configuredAddress {}; /* as it was at the start */
+  int listener = -1, notify = -1, signals = -1;
+  Board *board = nullptr;
+  std::vector<Generation> generations;
+  bool started = false;     /* the first generation serves */
+  bool reloadAsked = false; /* SIGHUP came while one was loading */
+  int ending = 0;           /* how often it was told to end */
+  int status = 0;
+};
+
+void printAtStart(Problems problems) {
+  size_t warnings = 0;
+  std::erase_if(problems, [&](const Problem &problem) { return !problem.fatal && ++warnings > warningsAtStart; });
+  printProblems(problems);
+  if (warnings > warningsAtStart)
+    say(std::to_string(warnings - warningsAtStart) + " more warnings; --check shows them all");
+}
+
+bool readAndCheck(const std::string &configuration) {
+  Problems problems;
+  readConfiguration(configuration, problems);
+  if (!anyFatal(problems)) checkInstallation(Missing::make, problems);
+  printAtStart(problems);
+  return !anyFatal(problems);
+}
+
+bool loadLists() {
+  Problems problems;
+  loadLibrary(problems);
+  printProblems(problems);
+  return !anyFatal(problems);
+}
+
+/* The life of a generation, in its own process. The first one inherits the configuration that the start has read. */
+int runGeneration(const Supervisor &supervisor, int control, int slot) {
+  if (supervisor.started && !readAndCheck(supervisor.configuration)) return exitConfiguration;
+  if (!loadLists()) return exitConfiguration;
+  const struct sockaddr_in &now = hostConfig.listen, &then = supervisor.configuredAddress;
+  if (now.sin_port != then.sin_port || now.sin_addr.s_addr != then.sin_addr.s_addr)
+    say("listen.address has changed: that takes effect at the next start");
+  return serveClients({supervisor.listener, supervisor.notify, control}, supervisor.board, slot);
+}
+
+int freeSlot(const Supervisor &supervisor) {
+  for (int slot = 0; slot < mostGenerations; slot++) {
+    if (std::ranges::none_of(supervisor.generations, [slot](const Generation &g) { return g.slot == slot; }))
+      return slot;
+  }
+  return -1;
+}
+
+bool startGeneration(Supervisor &supervisor) {
+  int slot = freeSlot(supervisor), pair[2];
+  if (slot < 0) {
+    say("connections of " + std::to_string(mostGenerations) + " earlier loadings are still running");
+    return false;
+  }
+  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) {
+    say(std::string("no control socket: ") + std::strerror(errno));
+    return false;
+  }
+  pid_t pid = fork();
+  if (pid == 0) {
+    close(pair[0]);
+    close(supervisor.signals);
+    for (const Generation &other : supervisor.generations) close(other.control);
+    sigset_t none; /* while it loads, it may be ended like any process */
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    _exit(runGeneration(supervisor, pair[1], slot));
+  }
+  close(pair[1]);
+  if (pid < 0) {
+    say(std::string("no process can be started: ") + std::strerror(errno));
+    close(pair[0]);
+    return false;
+  }
+  supervisor.generations.push_back({pid, pair[0], slot});
+  return true;
+}
+
+void command(const Generation &generation, Command what) { send(generation.control, &what, 1, MSG_NOSIGNAL); }
+
+bool isLoading(const Supervisor &supervisor) {
+  return std::ranges::any_of(supervisor.generations, [](const Generation &g) { return !g.ready; });
+}
+
+bool isServing(const Supervisor &supervisor) {
+  return std::ranges::any_of(supervisor.generations, [](const Generation &g) { return g.ready && !g.retired; });
+}
+
+void end(Supervisor &supervisor) {
+  supervisor.ending++;
+  if (supervisor.listener >= 0) close(std::exchange(supervisor.listener, -1));
+  for (const Generation &generation : supervisor.generations) {
+    if (!generation.ready)
+      kill(generation.pid, SIGTERM);
+    else
+      command(generation, supervisor.ending > 1 ? stop : drain);
+  }
+}
+
+void reload(Supervisor &supervisor) {
+  if (supervisor.ending > 0) return;
+  supervisor.reloadAsked = isLoading(supervisor);
+  if (!supervisor.reloadAsked && !startGeneration(supervisor)) say("the configuration and lists in use stay");
+}
+
+/* A generation says that it serves: the one before takes no more clients. */
+void hear(Supervisor &supervisor, Generation &generation) {
+  char message;
+  if (recv(generation.control, &message, 1, MSG_DONTWAIT) != 1 || message != readyMessage) return;
+  generation.ready = true;
+  if (supervisor.ending > 0) return command(generation, drain);
+  for (Generation &other : supervisor.generations) {
+    if (&other == &generation || !other.ready || other.retired) continue;
+    other.retired = true;
+    command(other, retire);
+  }
+  say(supervisor.started ? "configuration and lists loaded anew" : "listening on " + boundAddress(supervisor.listener));
+  supervisor.started = true;
+}
+
+void giveUp(Supervisor &supervisor, int status) {
+  supervisor.status = status;
+  end(supervisor);
+}
+
+/* A generation has ended: orderly, while loading, or by a fault that must not take the service with it. */
+void bury(Supervisor &supervisor, const Generation &gone, int status) {
+  if (supervisor.ending > 0 || gone.retired) return;
+  if (gone.ready) {
+    say("the serving process has ended (" +
+        (WIFSIGNALED(status) ? "signal " + std::to_string(WTERMSIG(status))
+                             : "status " + std::to_string(WEXITSTATUS(status))) +
+        "); another is started");
+    sleep(restartSeconds);
+    if (!isLoading(supervisor) && !startGeneration(supervisor)) giveUp(supervisor, exitTrouble);
+  } else if (!isServing(supervisor)) {
+    bool told = WIFEXITED(status) && WEXITSTATUS(status) == exitConfiguration;
+    if (!told) say("the server could not be started");
+    giveUp(supervisor, told ? exitConfiguration : exitTrouble);
+  } else {
+    say("not loaded: the configuration and lists in use stay");
+  }
+}
+
+void reap(Supervisor &supervisor) {
+  int status;
+  for (pid_t pid; (pid = waitpid(-1, &status, WNOHANG)) > 0;) {
+    auto found = std::ranges::find(supervisor.generations, pid, &Generation::pid);
+    if (found == supervisor.generations.end()) continue;
+    hear(supervisor, *found); /* it may have become ready just before */
+    Generation gone = *found;
+    close(gone.control);
+    supervisor.generations.erase(found);
+    supervisor.board->connections[gone.slot] = 0;
+    bury(supervisor, gone, status);
+  }
+}
+
+void takeSignal(Supervisor &supervisor) {
+  struct signalfd_siginfo info;
+  while (read(supervisor.signals, &info, sizeof info) == sizeof info) {
+    if (info.ssi_signo == SIGHUP) reload(supervisor);
+    if (info.ssi_signo == SIGTERM || info.ssi_signo == SIGINT) end(supervisor);
+    if (info.ssi_signo == SIGCHLD) reap(supervisor);
+  }
+}
+
+void run(Supervisor &supervisor) {
+  while (!supervisor.generations.empty()) {
+    std::vector<struct pollfd> polled = {{supervisor.signals, POLLIN, 0}};
+    for (const Generation &generation : supervisor.generations)
+      polled.push_back({generation.ready ? -1 : generation.control, POLLIN, 0});
+    if (poll(polled.data(), polled.size(), -1) <= 0) continue;
+    for (size_t i = 1; i < polled.size(); i++) {
+      if (polled[i].revents != 0) hear(supervisor, supervisor.generations[i - 1]);
+    }
+    if (polled[0].revents != 0) takeSignal(supervisor);
+    if (supervisor.reloadAsked && !isLoading(supervisor)) reload(supervisor);
+  }
+}
+
+bool openSockets(Supervisor &supervisor, const struct sockaddr_in &address) {
+  supervisor.listener = listenOn(address);
+  if (supervisor.listener < 0) {
+    char text[INET_ADDRSTRLEN + 8];
+    inet_ntop(AF_INET, &address.sin_addr, text, sizeof text);
+    say(std::string(text) + ":" + std::to_string(ntohs(address.sin_port)) + ": cannot listen: " + std::strerror(errno));
+    return false;
+  }
+  std::string notify = rooted(notifySocket);
+  supervisor.notify = fitsSocketPath(notify) ? listenLocal(notify) : -1;
+  if (supervisor.notify >= 0 || !fitsSocketPath(notify)) return true; /* the check has warned of a long path */
+  say(notify + (errno == EADDRINUSE ? ": another netsiftd listens here: each needs a root of its own"
+                                    : std::string(": cannot listen: ") + std::strerror(errno)));
+  return false;
+}
+
+bool takeSignals(Supervisor &supervisor) {
+  signal(SIGPIPE, SIG_IGN);
+  sigset_t set;
+  sigemptyset(&set);
+  for (int number : {SIGHUP, SIGTERM, SIGINT, SIGCHLD}) sigaddset(&set, number);
+  sigprocmask(SIG_BLOCK, &set, nullptr);
+  supervisor.signals = signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);
+  return supervisor.signals >= 0;
+}
+
+bool makeBoard(Supervisor &supervisor) {
+  void *shared = mmap(nullptr, sizeof(Board), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  if (shared == MAP_FAILED) return false;
+  supervisor.board = new (shared) Board{};
+  return true;
+}
+
+}  // namespace
+
+int supervise(const std::string &configuration, const std::optional<struct sockaddr_in> &listen) {
+  Supervisor supervisor;
+  supervisor.configuration = configuration;
+  if (!readAndCheck(configuration)) return exitConfiguration;
+  supervisor.configuredAddress = hostConfig.listen;
+  if (!makeBoard(supervisor) || !takeSignals(supervisor)) {
+    say(std::string("cannot start: ") + std::strerror(errno));
+    return exitTrouble;
+  }
+  if (!openSockets(supervisor, listen.value_or(hostConfig.listen)) || !startGeneration(supervisor)) return exitTrouble;
+  run(supervisor);
+  if (supervisor.notify >= 0) unlink(rooted(notifySocket).c_str());
+  return supervisor.status;
+}
+
+}  // namespace netsift::host
