@@ -34,14 +34,34 @@ std::string_view fieldValue(const HeaderLine *line, std::string_view nameWithCol
   return trimmed(std::string_view(line->text).substr(nameWithColon.size()));
 }
 
+bool equalsIgnoringCase(std::string_view text, std::string_view other) {
+  return text.size() == other.size() && strncasecmp(text.data(), other.data(), text.size()) == 0;
+}
+
+std::string_view takeElement(std::string_view &list) {
+  const size_t comma = list.find(',');
+  const std::string_view element = trimmed(list.substr(0, comma));
+  list = comma == std::string_view::npos ? std::string_view() : list.substr(comma + 1);
+  return element;
+}
+
 bool hasListToken(std::string_view list, std::string_view token) {
   while (!list.empty()) {
-    const size_t comma = list.find(',');
-    const std::string_view element = trimmed(list.substr(0, comma));
-    if (element.size() == token.size() && strncasecmp(element.data(), token.data(), token.size()) == 0) return true;
-    list = comma == std::string_view::npos ? std::string_view() : list.substr(comma + 1);
+    if (equalsIgnoringCase(takeElement(list), token)) return true;
   }
   return false;
+}
+
+bool keepsConnection(const HeaderLine *first, bool byDefault) {
+  bool keep = byDefault;
+  for (const HeaderLine *line = first->next; line != nullptr; line = line->next) {
+    for (const char *name : {"Connection:", "Proxy-Connection:"}) {
+      if (!isField(line, name)) continue;
+      if (hasListToken(fieldValue(line, name), "close")) return false;
+      if (hasListToken(fieldValue(line, name), "keep-alive")) keep = true;
+    }
+  }
+  return keep;
 }
 
 void removeField(Header &header, std::string_view nameWithColon) {

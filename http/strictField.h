@@ -14,8 +14,17 @@ bool isField(const HeaderLine *line, std::string_view nameWithColon);
 /* The field's value without the white space around it (RFC 9110 section 5.5), inside the line's text. */
 std::string_view fieldValue(const HeaderLine *line, std::string_view nameWithColon);
 
-/* Whether a comma-separated value (RFC 9110 section 5.6.1) holds the token, in any case of letters. */
+bool equalsIgnoringCase(std::string_view text, std::string_view other);
+
+/* Takes the first element, without white space around it, and its comma off a list (RFC 9110 section 5.6.1). */
+std::string_view takeElement(std::string_view &list);
+
+/* Whether a comma-separated value holds the token, in any case of letters. */
 bool hasListToken(std::string_view list, std::string_view token);
+
+/* Whether the sender of a head keeps its connection (RFC 9112 section 9.3), `byDefault` when no Connection or
+   Proxy-Connection field says so. */
+bool keepsConnection(const HeaderLine *first, bool byDefault);
 
 /* Takes every line of the field out of the head; the first line of the head always stays. */
 void removeField(Header &header, std::string_view nameWithColon);

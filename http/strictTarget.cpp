@@ -1,9 +1,8 @@
 #include "http/strictTarget.h"
 
-#include <strings.h>
+#include <arpa/inet.h>
 
 #include <algorithm>
-#include <string_view>
 
 #include "http/requestUrl.h"
 #include "http/strictField.h"
@@ -23,48 +22,37 @@ constexpr StrictFault badHost{400, "The browser's request names a host that is m
 constexpr StrictFault badPort{400, "The browser's request names a port outside 1 to 65535."};
 constexpr StrictFault userInformation{400, "Addresses with a user name in them are not served."};
 
-bool isAlphanumeric(char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+bool isTargetCharacter(char c) { return static_cast<unsigned char>(c) > ' ' && c != 0x7F; }
 
-bool isTargetCharacter(char c) { return c > ' ' && c != 0x7F; }
+bool isToken(std::string_view text) { return !text.empty() && std::all_of(text.begin(), text.end(), isTokenCharacter); }
 
-/* RFC 9110 section 5.6.2 */
-bool isToken(std::string_view text) {
-  static constexpr std::string_view marks = "!#$%&'*+-.^_`|~";
-  return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) {
-    return isAlphanumeric(c) || marks.find(c) != std::string_view::npos;
-  });
-}
-
-/* RFC 3986 section 3.2.2: a registered name or IPv4 address, or an IPv6 address in brackets. */
+/* RFC 3986 section 3.2.2: a registered name or IPv4 address, or an IPv6 address in brackets. No percent-encoding:
+   whether it is decoded differs from one reader to the next. */
 bool isHost(std::string_view host) {
   const bool bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
-  const std::string_view marks = bracketed ? ":." : "-._~%!$&'()*+,;=";
+  const std::string_view marks = bracketed ? ":." : "-._~!$&'()*+,;=";
   if (bracketed) host = host.substr(1, host.size() - 2);
   return !host.empty() && std::all_of(host.begin(), host.end(), [marks](char c) {
     return isAlphanumeric(c) || marks.find(c) != std::string_view::npos;
   });
 }
 
-struct RequestLine {
-  std::string_view method, target, version;
-};
-
-bool splitRequestLine(std::string_view line, RequestLine &parts) {
-  if (!line.ends_with("\r\n")) return false;
-  line.remove_suffix(2);
-  const size_t first = line.find(' ');
-  const size_t last = line.rfind(' ');
-  if (first == std::string_view::npos || first == last) return false;
-  parts = {line.substr(0, first), line.substr(first + 1, last - first - 1), line.substr(last + 1)};
-  return isToken(parts.method) && parts.method.size() <= longestMethod && !parts.target.empty() &&
-         std::all_of(parts.target.begin(), parts.target.end(),
-                     [](char c) { return static_cast<unsigned char>(c) >= 0x80 || isTargetCharacter(c); });
-}
-
 /* RFC 9112 section 2.3 */
 bool isVersion(std::string_view text) {
   return text.size() == 8 && text.starts_with("HTTP/") && text[5] >= '0' && text[5] <= '9' && text[6] == '.' &&
          text[7] >= '0' && text[7] <= '9';
+}
+
+void toLower(std::string &text) {
+  for (char &c : text) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
+}
+
+/* The forms of an address that a resolver takes for one ("127.1", "0x7f000001") in the one that policy knows. */
+void normaliseHost(std::string &host) {
+  toLower(host);
+  if (host.size() > 1 && host.back() == '.') host.pop_back();
+  in_addr address;
+  if (inet_aton(host.c_str(), &address) != 0) host = inet_ntoa(address);
 }
 
 /* "host" or "host:port" (RFC 3986 section 3.2). The port stays 0 when none is named. */
@@ -84,25 +72,26 @@ StrictFault parseAuthority(std::string_view authority, std::string &host, unsign
   }
   if (!isHost(name)) return name.empty() ? noHost : badHost;
   host = name;
-  std::transform(host.begin(), host.end(), host.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? c + 32 : c; });
-  if (host.size() > 1 && host.back() == '.') host.pop_back();
+  normaliseHost(host);
   return none;
 }
 
-/* The authority of an absolute target and, by reference, its path; empty when the target has no "scheme://". */
+/* The authority of an absolute target and, by reference, scheme and path; empty when the target has no "scheme://". */
 std::string_view splitAbsolute(std::string_view target, StrictTarget &parsed) {
   const size_t mark = target.find("://");
   if (mark == std::string_view::npos) return {};
   const std::string_view scheme = target.substr(0, mark);
-  if (scheme.size() == 5 && strncasecmp(scheme.data(), "https", 5) == 0) parsed.usualPort = 443;
+  if (!isToken(scheme)) return {};
+  parsed.scheme = scheme;
+  toLower(parsed.scheme);
+  if (parsed.scheme == "https") parsed.usualPort = 443;
   const size_t start = mark + 3;
   const size_t end = std::min(target.find_first_of("/?#", start), target.size());
   parsed.path = target.substr(end, target.find('#', end) - end);
   return target.substr(start, end - start);
 }
 
-StrictFault parseHostField(const HeaderLine *first, std::string_view &value) {
-  int count = 0;
+StrictFault readHostField(const HeaderLine *first, std::string_view &value, int &count) {
   for (const HeaderLine *line = first->next; line != nullptr; line = line->next) {
     if (!isField(line, "Host:")) continue;
     value = fieldValue(line, "Host:");
@@ -114,6 +103,7 @@ StrictFault parseHostField(const HeaderLine *first, std::string_view &value) {
 /* Form, path and the target's own authority, empty when it names none. */
 bool classify(std::string_view target, StrictTarget &parsed, std::string_view &authority) {
   parsed.usualPort = 80;
+  parsed.scheme = "http";
   if (parsed.method == "CONNECT") {
     parsed.form = TargetForm::authority;
     parsed.usualPort = 443;
@@ -135,35 +125,46 @@ bool classify(std::string_view target, StrictTarget &parsed, std::string_view &a
   return !authority.empty();
 }
 
-bool keepsConnection(const HeaderLine *first, std::string_view version) {
-  bool keep = version != "HTTP/1.0";
-  for (const HeaderLine *line = first->next; line != nullptr; line = line->next) {
-    for (const char *name : {"Connection:", "Proxy-Connection:"}) {
-      if (!isField(line, name)) continue;
-      if (hasListToken(fieldValue(line, name), "close")) return false;
-      if (hasListToken(fieldValue(line, name), "keep-alive")) keep = true;
-    }
-  }
-  return keep;
-}
-
 }  // namespace
 
-StrictFault parseStrictTarget(const HeaderLine *first, StrictTarget &target) {
-  RequestLine parts;
-  if (first == nullptr || first->text == nullptr || !splitRequestLine(first->text, parts)) return badLine;
-  if (!isVersion(parts.version)) return badLine;
-  if (parts.version != "HTTP/1.0" && parts.version != "HTTP/1.1") return badVersion;
-  target.method = parts.method;
-  std::string_view authority, field;
-  if (!classify(parts.target, target, authority)) return badLine;
+StrictFault parseRequestLine(std::string_view line, RequestLine &parts) {
+  if (!line.ends_with("\r\n")) return badLine;
+  line.remove_suffix(2);
+  const size_t first = line.find(' ');
+  const size_t last = line.rfind(' ');
+  if (first == std::string_view::npos || first == last) return badLine;
+  const std::string_view version = line.substr(last + 1);
+  parts.method = line.substr(0, first);
+  parts.target = line.substr(first + 1, last - first - 1);
+  if (!isToken(parts.method) || parts.method.size() > longestMethod || parts.target.empty()) return badLine;
+  if (!std::all_of(parts.target.begin(), parts.target.end(), isTargetCharacter)) return badLine;
+  if (!isVersion(version)) return badLine;
+  parts.minorVersion = static_cast<unsigned>(version[7] - '0');
+  return version[5] == '1' ? none : badVersion;
+}
 
-  StrictFault fault = parseHostField(first, field);
+StrictFault parseStrictTarget(const HeaderLine *first, StrictTarget &target) {
+  RequestLine line;
+  StrictFault fault = parseRequestLine(first == nullptr || first->text == nullptr ? "" : first->text, line);
   if (fault.status != 0) return fault;
+  target.method = line.method;
+  target.minorVersion = line.minorVersion;
+  std::string_view authority, field;
+  if (!classify(line.target, target, authority)) return badLine;
+
+  int hostFields = 0;
+  fault = readHostField(first, field, hostFields);
+  if (fault.status != 0) return fault;
+  if (hostFields == 0 && line.minorVersion > 0) return noHost;
   fault = parseAuthority(authority.empty() ? field : authority, target.host, target.port);
+  if (fault.status == 0 && !authority.empty() && !field.empty()) {
+    std::string unusedHost;
+    unsigned unusedPort = 0;
+    fault = parseAuthority(field, unusedHost, unusedPort);
+  }
   if (fault.status != 0) return fault;
   if (target.port == 0) target.port = target.usualPort;
-  target.keepAlive = keepsConnection(first, parts.version);
+  target.keepAlive = keepsConnection(first, line.minorVersion > 0);
   return none;
 }
 

@@ -4,7 +4,9 @@
 #define NETSIFT_HTTP_STRICTTARGET_H
 
 #include <string>
+#include <string_view>
 
+#include "http/strictParse.h"
 #include "state/records.h"
 
 namespace netsift {
@@ -15,20 +17,27 @@ enum class TargetForm { origin, absolute, authority, asterisk };
 struct StrictTarget {
   std::string method;
   TargetForm form = TargetForm::origin;
-  std::string host;       /* lower-cased, without port and trailing dot; an IPv6 address keeps its brackets */
+  std::string scheme;     /* lower-cased; "http" when the target names none */
+  std::string host;       /* lower-cased, without port and trailing dot; IPv4 dotted, IPv6 in its brackets */
   unsigned port = 0;      /* 1 to 65535: the target's, else the Host field's, else 443 for CONNECT and https, else 80 */
   unsigned usualPort = 0; /* what `port` would be had none been named */
   std::string path;       /* path and query as they came; may be empty, or begin with "?" */
   bool keepAlive = false; /* the client keeps its connection after this request (RFC 9112 section 9.3) */
+  unsigned minorVersion = 0; /* the digit after "HTTP/1.", as received; from 1 on the request is served as HTTP/1.1 */
 };
 
-/* Why a request is refused: the status code that says so, and a sentence for the error page. Status 0: it is not. */
-struct StrictFault {
-  int status;
-  const char *text;
+struct RequestLine {
+  std::string_view method, target;
+  unsigned minorVersion = 0;
 };
 
-/* Reads method, target and Host field of a request head into `target`. */
+/* Splits a request line, its CR LF included: 400 when malformed or without a version, 505 when the version's first
+   digit is not 1. The parts point into the line. */
+StrictFault parseRequestLine(std::string_view line, RequestLine &parts);
+
+/* Reads request line and Host field of a head into `target`, a new one. Every fault but 505 is a 400: a malformed
+   target, host or port, user information, several Host fields, none in HTTP/1.1, or none anywhere that names a host. A
+   Host field beside a target that names its own host must be well-formed, and is not used. */
 StrictFault parseStrictTarget(const HeaderLine *first, StrictTarget &target);
 
 /* The normalised URL: host and path, one trailing "/" dropped, cut to 500 characters and "..." when longer, then
