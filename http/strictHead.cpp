@@ -1,0 +1,130 @@
+#include "http/strictHead.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "http/httpHeader.h"
+#include "http/strictField.h"
+#include "http/strictFraming.h"
+#include "http/strictTarget.h"
+
+namespace netsift {
+namespace {
+
+constexpr size_t longestHead = 64 * 1024;
+constexpr size_t longestRequestLine = 8 * 1024;
+constexpr unsigned mostFields = 100;
+
+constexpr StrictFault none{0, ""};
+constexpr StrictFault bareLineEnd{400, "A message's head has a line that does not end with CR and LF."};
+constexpr StrictFault nul{400, "A message's head has a NUL in it."};
+constexpr StrictFault emptyStart{400, "A message begins with empty lines."};
+constexpr StrictFault folded{400, "A message's head has a folded line."};
+constexpr StrictFault blankBeforeColon{400, "A message's head has a blank in or after the name of a field."};
+constexpr StrictFault badName{400, "A message's head has a line that is no field."};
+constexpr StrictFault longRequestLine{414, "The browser's request names an address that is too long."};
+constexpr StrictFault tooManyFields{431, "A message's head has too many fields."};
+constexpr StrictFault tooLong{431, "A message's head is too long."};
+
+bool isBlank(char c) { return c == ' ' || c == '\t'; }
+
+StrictFault checkStartLine(HeadScan &scan) {
+  if (scan.text == "\r\n") {
+    if (scan.response || scan.emptyLineIgnored) return emptyStart;
+    scan.emptyLineIgnored = true;
+    scan.text.clear();
+    return none;
+  }
+  StatusLine status;
+  RequestLine request;
+  return scan.response ? parseStatusLine(scan.text, status) : parseRequestLine(scan.text, request);
+}
+
+/* The byte at a place of the head that is not behind a CR. */
+StrictFault takeByte(HeadScan &scan, char c) {
+  const bool lineEnds = c == '\r';
+  switch (scan.place) {
+    case HeadPlace::startLine:
+      if (!scan.response && !lineEnds && scan.text.size() == longestRequestLine) return longRequestLine;
+      break;
+    case HeadPlace::fieldStart:
+      if (lineEnds) break;
+      if (isBlank(c)) return folded;
+      if (!isTokenCharacter(c)) return badName;
+      if (++scan.fields > mostFields) return tooManyFields;
+      scan.place = HeadPlace::fieldName;
+      break;
+    case HeadPlace::fieldName:
+    case HeadPlace::beforeColon:
+      if (c == ':') {
+        scan.place = HeadPlace::fieldValue;
+      } else if (isBlank(c)) {
+        if (!scan.response) return blankBeforeColon;
+        scan.place = HeadPlace::beforeColon;
+        return none;
+      } else if (scan.place == HeadPlace::beforeColon || !isTokenCharacter(c)) {
+        return badName;
+      }
+      break;
+    default:
+      break;
+  }
+  scan.text += c;
+  if (lineEnds) scan.place = HeadPlace::lineFeed;
+  return none;
+}
+
+/* The LF that ends a line. */
+StrictFault endLine(HeadScan &scan) {
+  scan.text += '\n';
+  scan.place = HeadPlace::fieldStart;
+  if (scan.lineStart == 0) {
+    const StrictFault fault = checkStartLine(scan);
+    if (fault.status != 0) return fault;
+    if (scan.text.empty()) scan.place = HeadPlace::startLine;
+  }
+  return none;
+}
+
+}  // namespace
+
+Parse scanHead(HeadScan &scan, std::string_view bytes, size_t &used) {
+  for (used = 0; used < bytes.size();) {
+    const char c = bytes[used++];
+    StrictFault fault = none;
+    if (++scan.taken > longestHead) {
+      fault = tooLong;
+    } else if (c == '\0') {
+      fault = nul;
+    } else if ((c == '\n') != (scan.place == HeadPlace::lineFeed)) {
+      fault = bareLineEnd;
+    } else {
+      fault = c == '\n' ? endLine(scan) : takeByte(scan, c);
+    }
+    if (fault.status != 0) {
+      scan.fault = {scan.response ? 502 : fault.status, fault.text};
+      return Parse::bad;
+    }
+    if (c != '\n') continue;
+    if (scan.text.size() - scan.lineStart == 2) return Parse::done;
+    scan.lineStart = scan.text.size();
+  }
+  return Parse::more;
+}
+
+void headToLines(const HeadScan &scan, Header &header) {
+  header = Header{nullptr, static_cast<uint32_t>(scan.text.size()), 0};
+  HeaderLine **link = &header.first;
+  for (std::string_view rest = scan.text; !rest.empty();) {
+    const size_t lineFeed = rest.find('\n');
+    HeaderLine *line = createHeaderLine();
+    if (line == nullptr) std::abort();
+    setLine(line, rest.substr(0, lineFeed - 1));
+    rest.remove_prefix(lineFeed + 1);
+    *link = line;
+    link = &line->next;
+    header.lineCount++;
+  }
+}
+
+}  // namespace netsift
