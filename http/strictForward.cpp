@@ -5,13 +5,14 @@
 #include <string_view>
 
 #include "http/strictField.h"
+#include "http/strictFraming.h"
 
 namespace netsift {
 namespace {
 
-/* RFC 9110 section 7.6.1, and the fields that only a proxy reads (section 11.7). */
-constexpr std::string_view hopByHop[] = {"Connection:", "Keep-Alive:", "Proxy-Connection:",   "Proxy-Authorization:",
-                                         "TE:",         "Trailer:",    "Proxy-Authenticate:", "Upgrade:"};
+/* RFC 9110 section 7.6.1 */
+constexpr std::string_view hopByHop[] = {
+    "Connection:", "Keep-Alive:", "Proxy-Connection:", "TE:", "Trailer:", "Upgrade:"};
 
 /* The names that Connection fields list, each with its colon. */
 std::string connectionOptions(const Header &header) {
@@ -22,24 +23,34 @@ std::string connectionOptions(const Header &header) {
   return options;
 }
 
-/* Fields without which the message would mean something else stay, whatever Connection says. */
+/* Fields without which the message would mean something else, or not what was judged, stay whatever Connection says. */
 bool isRemovable(std::string_view name) {
-  for (const std::string_view kept : {"host", "content-length", "transfer-encoding"}) {
-    if (hasListToken(name, kept)) return false;
+  for (const std::string_view kept : {"Host", "Content-Length", "Transfer-Encoding", "Content-Type", "Content-Encoding",
+                                      "Content-Range", "Cache-Control"}) {
+    if (equalsIgnoringCase(name, kept)) return false;
   }
-  return !name.empty();
+  return isToken(name);
 }
 
-void removeConnectionOptions(Header &header) {
+void removeHopByHop(Header &header) {
   const std::string options = connectionOptions(header);
   for (std::string_view rest = options; !rest.empty();) {
-    const size_t comma = rest.find(',');
-    std::string name(rest.substr(0, comma));
-    rest = comma == std::string_view::npos ? std::string_view() : rest.substr(comma + 1);
-    std::erase_if(name, [](char c) { return c == ' ' || c == '\t'; });
+    const std::string name(takeElement(rest));
     if (isRemovable(name)) removeField(header, name + ":");
   }
+  for (const std::string_view field : hopByHop) removeField(header, field);
 }
+
+void unifyContentLength(Header &header) {
+  uint64_t length = 0;
+  if (readContentLength(header.first, length) == Lengths::given) setContentLength(header, length);
+}
+
+std::string authority(const StrictTarget &target, bool withPort) {
+  return withPort ? target.host + ":" + std::to_string(target.port) : target.host;
+}
+
+bool namesPort(const StrictTarget &target) { return target.port != target.usualPort; }
 
 std::string originForm(const StrictTarget &target) {
   if (target.form == TargetForm::asterisk) return "*";
@@ -47,19 +58,80 @@ std::string originForm(const StrictTarget &target) {
   return target.path.front() == '?' ? "/" + target.path : target.path;
 }
 
+std::string absoluteForm(const StrictTarget &target) {
+  if (target.form == TargetForm::authority) return authority(target, true);
+  const std::string path = originForm(target);
+  return target.scheme + "://" + authority(target, namesPort(target)) + (path == "*" ? "" : path);
+}
+
+void rewriteRequest(Header &header, const StrictTarget &target, const std::string &address) {
+  const bool http11 = std::strstr(header.first->text, " HTTP/1.1") != nullptr;
+  setLine(header.first, target.method + " " + address + (http11 ? " HTTP/1.1" : " HTTP/1.0"));
+  removeHopByHop(header);
+  removeField(header, "Expect:");
+  removeField(header, "Host:");
+  unifyContentLength(header);
+  setConnection(header, !target.keepAlive);
+  insertField(header, "Host: " + authority(target, namesPort(target)));
+}
+
+bool isEmpty(const Header &header) { return header.first == nullptr || header.first->text == nullptr; }
+
 }  // namespace
 
 void rewriteForOrigin(Header &header, const StrictTarget &target) {
-  if (header.first == nullptr || header.first->text == nullptr) return;
-  const char *version = std::strstr(header.first->text, " HTTP/1.1") != nullptr ? " HTTP/1.1" : " HTTP/1.0";
-  setLine(header.first, target.method + " " + originForm(target) + version);
-
-  removeConnectionOptions(header);
-  for (const std::string_view field : hopByHop) removeField(header, field);
-  removeField(header, "Host:");
-  insertField(header, target.keepAlive ? "Connection: keep-alive" : "Connection: close");
-  const bool namesPort = target.port != target.usualPort;
-  insertField(header, "Host: " + target.host + (namesPort ? ":" + std::to_string(target.port) : ""));
+  if (isEmpty(header)) return;
+  rewriteRequest(header, target, originForm(target));
+  removeField(header, "Proxy-Authorization:");
 }
+
+void rewriteForProxy(Header &header, const StrictTarget &target) {
+  if (!isEmpty(header)) rewriteRequest(header, target, absoluteForm(target));
+}
+
+void addVia(Header &header, unsigned minorVersion) {
+  if (isEmpty(header)) return;
+  HeaderLine *before = header.first;
+  for (HeaderLine *line = header.first->next; line != nullptr; line = line->next) {
+    if (isField(line, "Via:")) before = line;
+  }
+  Header rest{before, 0, 0};
+  insertField(rest, "Via: 1." + std::to_string(minorVersion) + " netsift");
+}
+
+void cleanResponseHead(Header &header, bool fromProxy) {
+  if (isEmpty(header)) return;
+  StatusLine line;
+  parseStatusLine(header.first->text, line);
+  removeHopByHop(header);
+  removeField(header, "Transfer-Encoding:");
+  if (line.status < 200 || line.status == 204) {
+    removeContentLengthFields(header);
+  } else {
+    unifyContentLength(header);
+  }
+  if (fromProxy) return;
+  removeField(header, "Proxy-Authenticate:");
+  removeField(header, "Proxy-Authentication-Info:");
+}
+
+void setConnection(Header &header, bool close) {
+  removeField(header, "Connection:");
+  removeField(header, "Proxy-Connection:");
+  insertField(header, close ? "Connection: close" : "Connection: keep-alive");
+}
+
+void setContentLength(Header &header, uint64_t length) {
+  if (isEmpty(header)) return;
+  const std::string field = "Content-Length: " + std::to_string(length);
+  HeaderLine *line = header.first->next;
+  while (line != nullptr && !isField(line, "Content-Length:")) line = line->next;
+  if (line == nullptr) return insertField(header, field);
+  setLine(line, field);
+  Header rest{line, 0, 0};
+  removeField(rest, "Content-Length:");
+}
+
+void removeContentLengthFields(Header &header) { removeField(header, "Content-Length:"); }
 
 }  // namespace netsift

@@ -1,17 +1,41 @@
-/* How a request is forwarded under StrictHttp: its head addressed to whom it goes, without what was meant for this hop
-   (RFC 9112 section 3.2, RFC 9110 section 7.6). */
+/* What is forwarded under StrictHttp: heads without what was meant for one hop only (RFC 9110 section 7.6), requests
+   addressed to whom they go (RFC 9112 section 3.2). An empty head stays empty in all of these. */
 #ifndef NETSIFT_HTTP_STRICTFORWARD_H
 #define NETSIFT_HTTP_STRICTFORWARD_H
+
+#include <cstdint>
 
 #include "http/strictTarget.h"
 #include "state/records.h"
 
 namespace netsift {
 
-/* Addresses the head to the origin itself: the target in origin form, one Host field that names the target's host,
-   nothing that was meant for a proxy. A "Connection" field of this hop says whether the origin is to keep the
-   connection, as target.keepAlive. The request line keeps the version that it has. */
+/* Addresses the request to the origin itself, with the target in origin form, or to the proxy upstream, in absolute
+   form (the authority for CONNECT). One Host field names the target's host, and a Content-Length stands once. Gone are
+   the hop-by-hop fields and those that Connection names, but for what frames or describes the content; Expect, which is
+   answered here; and towards an origin Proxy-Authorization. The "Connection" field of this hop says whether the
+   upstream is to keep the connection, as target.keepAlive. The request line keeps its version where that is 1.0 or 1.1.
+ */
 void rewriteForOrigin(Header &header, const StrictTarget &target);
+void rewriteForProxy(Header &header, const StrictTarget &target);
+
+/* Adds this filter's Via, "1.<minorVersion> netsift", behind those of earlier hops. `minorVersion` is the one that the
+   message was received in. Not repeatable: a head that goes out twice gets it once. */
+void addVia(Header &header, unsigned minorVersion);
+
+/* Takes out of a response's head the hop-by-hop fields and those that Connection names, as above, and
+   Transfer-Encoding; Content-Length after 1xx and 204, else repeated ones are made one. The proxy's challenge
+   (Proxy-Authenticate) stays when the response came from the upstream proxy; an origin has none to make. Not for a 101,
+   whose Upgrade the client needs. Connection is to be set afterwards. */
+void cleanResponseHead(Header &header, bool fromProxy);
+
+/* Sets the one "Connection: close" or "Connection: keep-alive" of the next hop. */
+void setConnection(Header &header, bool close);
+
+/* Sets the one Content-Length field, in the place of the first one where there is one. */
+void setContentLength(Header &header, uint64_t length);
+
+void removeContentLengthFields(Header &header);
 
 }  // namespace netsift
 

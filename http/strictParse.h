@@ -24,6 +24,13 @@ constexpr bool isTokenCharacter(char c) {
   return isAlphanumeric(c) || std::string_view("-!#$%&'*+.^_`|~").find(c) != std::string_view::npos;
 }
 
+constexpr bool isToken(std::string_view text) {
+  for (const char c : text) {
+    if (!isTokenCharacter(c)) return false;
+  }
+  return !text.empty();
+}
+
 }  // namespace netsift
 
 #endif

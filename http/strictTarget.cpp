@@ -24,8 +24,6 @@ constexpr StrictFault userInformation{400, "Addresses with a user name in them a
 
 bool isTargetCharacter(char c) { return static_cast<unsigned char>(c) > ' ' && c != 0x7F; }
 
-bool isToken(std::string_view text) { return !text.empty() && std::all_of(text.begin(), text.end(), isTokenCharacter); }
-
 /* RFC 3986 section 3.2.2: a registered name or IPv4 address, or an IPv6 address in brackets. No percent-encoding:
    whether it is decoded differs from one reader to the next. */
 bool isHost(std::string_view host) {
