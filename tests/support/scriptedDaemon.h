@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cstring>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -16,66 +15,44 @@
 
 namespace netsift::test {
 
-/* Listens on a Unix socket and runs the script over one connection after another, until it is destroyed. */
-class ScriptedDaemon {
- public:
-  ScriptedDaemon(const std::string &path, std::function<void(int fd)> script)
-      : listener_(socket(AF_UNIX, SOCK_STREAM, 0)), script_(std::move(script)) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-    if (bind(listener_, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) std::abort();
-    if (listen(listener_, 64) != 0) std::abort();
-    thread_ = std::thread([this] { serve(); });
-  }
-  ~ScriptedDaemon() { finish(); }
-  ScriptedDaemon(const ScriptedDaemon &) = delete;
+/* Listens on a Unix socket and runs the script over one connection after another. Its end waits until whoever has
+   connected by then is served: what the script recorded may be read afterwards. */
+struct ScriptedDaemon {
+  std::atomic<bool> finishing = false;
+  std::thread thread;
 
-  /* Serves whoever has connected by now and ends; what the script recorded may be read afterwards. */
-  void finish() {
-    if (!thread_.joinable()) return;
-    finishing_ = true;
-    thread_.join();
-    close(listener_);
-  }
-
- private:
-  void serve() {
-    for (;;) {
-      pollfd waiting = {listener_, POLLIN, 0};
-      const bool last = finishing_;
-      if (poll(&waiting, 1, 5) > 0) {
-        const int fd = accept(listener_, nullptr, nullptr);
-        script_(fd);
-        close(fd);
-      } else if (last) {
-        return;
+  ScriptedDaemon(const std::string &path, std::function<void(int fd)> script) {
+    const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{AF_UNIX, {}};
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    if (bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) std::abort();
+    if (listen(listener, 64) != 0) std::abort();
+    thread = std::thread([this, listener, script] {
+      pollfd waiting = {listener, POLLIN, 0};
+      for (bool last = false, ready = false; !last || ready;) {
+        last = finishing;
+        ready = poll(&waiting, 1, 5) > 0;
+        const int fd = ready ? accept(listener, nullptr, nullptr) : -1;
+        if (ready) script(fd), close(fd);
       }
-    }
+      close(listener);
+    });
   }
-
-  int listener_;
-  std::function<void(int)> script_;
-  std::atomic<bool> finishing_ = false;
-  std::thread thread_;
+  ~ScriptedDaemon() { finishing = true, thread.join(); }
 };
 
-/* One read; empty at the stream's end. */
-inline std::string readOnce(int fd) {
-  char piece[4096];
-  const ssize_t count = read(fd, piece, sizeof piece);
-  return {piece, count > 0 ? static_cast<size_t>(count) : 0};
-}
-
-inline std::string readToEnd(int fd) {
+inline std::string readToEnd(int fd, size_t reads = SIZE_MAX) {
   std::string all;
-  for (std::string piece; !(piece = readOnce(fd)).empty();) all += piece;
+  char piece[4096];
+  for (ssize_t count; reads-- > 0 && (count = read(fd, piece, sizeof piece)) > 0;) {
+    all.append(piece, static_cast<size_t>(count));
+  }
   return all;
 }
 
-inline void say(int fd, std::string_view text) {
-  if (!text.empty()) (void)!::send(fd, text.data(), text.size(), MSG_NOSIGNAL);
-}
+inline std::string readOnce(int fd) { return readToEnd(fd, 1); }
+
+inline void say(int fd, std::string_view text) { (void)!::send(fd, text.data(), text.size(), MSG_NOSIGNAL); }
 
 }  // namespace netsift::test
 
