@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "connection/answerPage.h"
 #include "connection/htmlTemplate.h"
 #include "http/debugLog.h"
 #include "http/httpBody_iter.h"
@@ -22,7 +23,48 @@ namespace {
 constexpr int sendSeconds = 10;
 constexpr char source[] = "answer.cpp";
 
-constexpr char head[] = "HTTP/1.1 200 OK\r\nContent-Type: text/html\r\nPragma: no-cache\r\n";
+constexpr int blockedStatus = 403, faultStatus = 502;
+constexpr size_t headRoom = 200;
+
+struct StatusText {
+  int status;
+  const char *text;
+};
+constexpr StatusText statusTexts[] = {
+    {200, "OK"},
+    {400, "Bad Request"},
+    {403, "Forbidden"},
+    {411, "Length Required"},
+    {414, "URI Too Long"},
+    {417, "Expectation Failed"},
+    {431, "Request Header Fields Too Large"},
+    {501, "Not Implemented"},
+    {502, "Bad Gateway"},
+    {504, "Gateway Timeout"},
+    {505, "HTTP Version Not Supported"},
+};
+
+const char *statusText(int status) {
+  for (const StatusText &known : statusTexts) {
+    if (known.status == status) return known.text;
+  }
+  return "Error";
+}
+
+bool isStrict() { return (StrictHttp & STRICT_HTTP) != 0; }
+
+int blockStatus() { return (StrictHttp & STRICT_BLOCK_WITH_200) != 0 ? 200 : blockedStatus; }
+
+/* The three lines that every answer begins with, then its own, in one send. Without StrictHttp every answer is a 200,
+   so that the browser shows the filter's page and not one of its own. */
+void sendHead(int32_t sock, int status, const char *ownLines) {
+  if (responseBegun) return;
+  char lines[headRoom];
+  snprintf(lines, sizeof lines, "HTTP/1.1 %d %s\r\nContent-Type: text/html\r\nPragma: no-cache\r\n%s%s",
+           isStrict() ? status : 200, isStrict() ? statusText(status) : "OK", isStrict() ? "Connection: close\r\n" : "",
+           ownLines);
+  sendSocketLine(sock, lines, sendSeconds);
+}
 
 Text filledTemplate(const char *file) {
   const Text path = installPath({configFolder, file});
@@ -39,17 +81,18 @@ void freeRequest() {
 }
 
 void sendPage(const Text &page) {
+  const bool unwanted = isStrict() && std::strcmp(request, "HEAD") == 0;
   const size_t length = std::strlen(page.get());
-  if (length != 0) sendHTTPBody(clientsock, page.get(), static_cast<int>(length), sendSeconds);
+  if (length == 0 || responseBegun || unwanted) return;
+  sendHTTPBody(clientsock, page.get(), static_cast<int>(length), sendSeconds);
 }
 
 void sendBlockPage(int32_t sock) {
   const bool isMessenger = url != nullptr && std::strstr(url, "/Messenger.") != nullptr;
   const Text page = filledTemplate(isMessenger ? "template" : "template.htm");
-  char lines[sizeof head + 40];
-  snprintf(lines, sizeof lines, "%sContent-Length: %d\r\n\r\n", head,
-           page ? static_cast<int>(std::strlen(page.get())) : 0);
-  sendSocketLine(sock, lines, sendSeconds);
+  char length[40];
+  snprintf(length, sizeof length, "Content-Length: %zu\r\n\r\n", page ? std::strlen(page.get()) : 0);
+  sendHead(sock, blockStatus(), length);
   if (!page) {
     dprintf(1, "error in reading template file\n");
     return;
@@ -58,20 +101,31 @@ void sendBlockPage(int32_t sock) {
   sendPage(page);
 }
 
-/* An empty answer: without StrictHttp no blank line ends its head. */
-void sendEmptyAnswer(int32_t sock) {
-  char lines[sizeof head + 40];
-  snprintf(lines, sizeof lines, "%sContent-Length: 0\r\n%s", head, StrictHttp == 1 ? "\r\n" : "");
-  sendSocketLine(sock, lines, sendSeconds);
+}  // namespace
+
+bool responseBegun;
+
+void sendErrorPage(int32_t sock, int status) {
+  dprintf(2, "into the send error template funtion\n"); /* spelled so in log filters */
+  sendHead(sock, status, "\r\n");
+  const Text page = filledTemplate("errortemplate.htm");
+  if (page) {
+    dprintf(4, "sending html template file \n");
+    sendPage(page);
+  } else {
+    dprintf(1, "error in reading template file\n");
+  }
+  freeRequest();
 }
 
-}  // namespace
 }  // namespace netsift
 
 int32_t blockConnection(int32_t sock, uint8_t withpage) {
   dprintf(1, "Into the block connection function File:%s, Line:%d.\n", netsift::source, __LINE__);
   if (withpage == 0) {
-    netsift::sendEmptyAnswer(sock);
+    /* Without StrictHttp no blank line ends this head. */
+    netsift::sendHead(sock, netsift::blockStatus(),
+                      netsift::isStrict() ? "Content-Length: 0\r\n\r\n" : "Content-Length: 0\r\n");
   } else {
     netsift::sendBlockPage(sock);
   }
@@ -80,26 +134,11 @@ int32_t blockConnection(int32_t sock, uint8_t withpage) {
   return 0;
 }
 
-void sendError(int32_t sock) {
-  dprintf(2, "into the send error template funtion\n"); /* spelled so in log filters */
-  char lines[sizeof netsift::head + 4];
-  snprintf(lines, sizeof lines, "%s\r\n", netsift::head);
-  sendSocketLine(sock, lines, netsift::sendSeconds);
-  const netsift::Text page = netsift::filledTemplate("errortemplate.htm");
-  if (page) {
-    dprintf(4, "sending html template file \n");
-    netsift::sendPage(page);
-  } else {
-    dprintf(1, "error in reading template file\n");
-  }
-  netsift::freeRequest();
-}
+void sendError(int32_t sock) { netsift::sendErrorPage(sock, netsift::faultStatus); }
 
 int32_t closeConnection(int32_t sock1, int32_t sock2, const char *name) {
   dprintf(1, "Into the closeConnection function File:%s, Line:%d.\n", netsift::source, __LINE__);
-  char lines[sizeof netsift::head + 40];
-  snprintf(lines, sizeof lines, "%sContent-Length: 0\r\n\r\n", netsift::head);
-  sendSocketLine(sock1, lines, netsift::sendSeconds);
+  netsift::sendHead(sock1, 200, "Content-Length: 0\r\n\r\n");
   netsift::freeRequest();
   if (name != nullptr) unlink(name);
   shutdown(sock1, SHUT_RDWR);

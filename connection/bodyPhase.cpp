@@ -75,11 +75,6 @@ void prepareLength(Body &body) {
   tunnel(clientsock, proxysock, noTimeout); /* before the response's head has been sent */
 }
 
-void prepareContentFilter() {
-  if (contentcheck == 0) return;
-  if (categweight != nullptr) std::fill_n(categweight, std::min(numcategories, numcategories1), 0);
-}
-
 void prepareScanFile(Body &body) {
   if (!prepareSpool()) body.cycle.skipScan = true;
 }
@@ -91,9 +86,8 @@ void prepareBody(Body &body) {
   destroyHeader(&reqheader);
   cycle.addPopup = std::strstr(type, "html") != nullptr && blockpopup != 0 && !cycle.isPopupSite;
   prepareLength(body);
-  prepareContentFilter();
   prepareScanFile(body);
-  if (contentcheck != 0) iniContentFilter();
+  if (contentcheck != 0) prepareContentFilter();
   cycle.urlCopy = url;
 }
 
@@ -224,13 +218,12 @@ Flow startDelivery(Body &body) {
   return fail(body, Flow::leave);
 }
 
-/* While a long scan is far off the client gets a byte a piece, so that it does not give up: a zero when the file has
-   none, but under StrictHttp, where the client gets no byte that is not the body's. */
+/* While a long scan is far off the client gets a byte a piece, so that it does not give up.
+   When the file has none, it is a zero. */
 Flow trickleByte(Body &body) {
   if (body.delivered < body.connection.scanThreshold) return Flow::on;
   char byte = 0;
   const size_t count = readFromSpool(body.delivered, &byte, 1);
-  if (count == 0 && StrictHttp == 1) return Flow::on;
   if (!sendToClient(&byte, 1)) dprintf(7, "Client closed connection while receiving body\n");
   body.delivered += count;
   if (body.popupIndex < 0 || body.delivered != static_cast<uint64_t>(body.popupIndex) || body.popupSent) {
@@ -336,7 +329,6 @@ Next finishBody(Body &body, Flow flow) {
   }
   if (flow == Flow::infected) blockInfected(body);
   connection.lastStatus = body.status;
-  body.cycle.responseComplete = body.cycle.hasLength && body.remaining == 0 && flow == Flow::nextPiece;
   deliverRest(body);
   storeClean(body);
   freeCycle();
@@ -345,6 +337,11 @@ Next finishBody(Body &body, Flow flow) {
 }
 
 }  // namespace
+
+void prepareContentFilter() {
+  if (categweight != nullptr) std::fill_n(categweight, std::min(numcategories, numcategories1), 0);
+  iniContentFilter();
+}
 
 Next runBodyPhase(Connection &connection, Cycle &cycle) {
   Body body{connection, cycle};

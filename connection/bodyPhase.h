@@ -9,6 +9,9 @@ namespace netsift {
 /* The last step of a cycle. */
 Next runBodyPhase(Connection &connection, Cycle &cycle);
 
+/* Makes the phrase filter ready for a new body. */
+void prepareContentFilter();
+
 }  // namespace netsift
 
 #endif

@@ -7,6 +7,7 @@
 #include "connection/cycle.h"
 #include "connection/requestSide.h"
 #include "connection/responseSide.h"
+#include "connection/strictResponse.h"
 #include "connection/upstream.h"
 #include "http/debugLog.h"
 #include "state/connection.h"
@@ -28,8 +29,10 @@ Next runCycle(Connection &connection) {
   if (connection.stop) return endCall(connection, connection.lastStatus);
   Cycle cycle;
   Next next = runSteps(requestSteps(), connection, cycle);
-  if (next == Next::step) next = runSteps(responseSteps(), connection, cycle);
-  if (StrictHttp == 1 && (connection.stop || !cycle.responseComplete)) strictDisconnect(connection);
+  if (next == Next::step) {
+    next = runSteps(isStrict() ? strictResponseSteps() : responseSteps(), connection, cycle);
+  }
+  if (isStrict() && !cycle.responseComplete) strictDisconnect(connection);
   if (dateAndTime1 != nullptr && dateAndTime1 == cycle.date.get()) dateAndTime1 = nullptr;
   return next;
 }

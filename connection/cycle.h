@@ -7,7 +7,9 @@
 #include <span>
 #include <string>
 
+#include "http/strictFraming.h"
 #include "http/strictTarget.h"
+#include "state/settings.h"
 #include "util/text.h"
 
 namespace netsift {
@@ -28,7 +30,7 @@ struct Connection {
   uint32_t receivedTotal = 0; /* body bytes read from upstream over all cycles, modulo 2^32 */
   bool alreadyCached = false; /* an infected verdict has been stored */
 
-  /* StrictHttp in direct mode: whom proxysock is connected to. */
+  /* StrictHttp: whether proxysock may carry the next request, and in direct mode to whom it is connected. */
   bool upstreamOpen = false;
   std::string upstreamHost;
   unsigned upstreamPort = 0;
@@ -42,7 +44,10 @@ struct Cycle {
   StrictTarget target; /* StrictHttp: what the request line addresses */
   int32_t requestLength = 0;
   bool requestHasLength = false;
-  bool upstreamReused = false; /* StrictHttp: the request went out on an earlier cycle's socket */
+  uint64_t bodyLength = 0;      /* StrictHttp: of the request */
+  bool bodyUnsent = false;      /* StrictHttp: upstream stopped taking the body; its answer ends the connection */
+  bool expectsContinue = false; /* StrictHttp: the client holds its body back until it is asked for it */
+  bool upstreamReused = false;  /* StrictHttp: the request went out on an earlier cycle's socket */
 
   Text contentType, date; /* of the response; date is what dateAndTime1 points to */
   int responseCode = 0;
@@ -52,6 +57,9 @@ struct Cycle {
   bool cacheEligible = false;
   bool skipScan = false;
 
+  ResponseFraming framing;       /* StrictHttp */
+  bool isExempt = false;         /* StrictHttp: the response passes unexamined */
+  bool isKnownClean = false;     /* since the cache says that it is clean */
   bool responseComplete = false; /* nothing of the response is left on the upstream socket */
   bool isChunked = false, hasLength = false, addPopup = false;
   std::string urlCopy; /* for what is printed or stored after an answer freed `url` */
@@ -64,6 +72,8 @@ struct Step {
   const char *name;
   Next (*run)(Connection &, Cycle &);
 };
+
+inline bool isStrict() { return (StrictHttp & STRICT_HTTP) != 0; }
 
 inline Next endCall(Connection &connection, int32_t result) {
   connection.result = result;

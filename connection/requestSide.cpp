@@ -5,12 +5,12 @@
 
 #include "connection/answer.h"
 #include "connection/requestPolicy.h"
+#include "connection/strictRequest.h"
 #include "connection/upstream.h"
 #include "http/debugLog.h"
 #include "http/httpBody_iter.h"
 #include "http/httpHeader.h"
 #include "http/requestUrl.h"
-#include "http/strictForward.h"
 #include "policy/attachFile.h"
 #include "scan/tunnel.h"
 #include "state/connection.h"
@@ -23,12 +23,6 @@ constexpr unsigned bodyChunk = 10240;
 constexpr unsigned uncheckedUploadPort = 8100;
 
 bool isDirect() { return ProxyPresent == 0; }
-bool isStrictDirect() { return StrictHttp == 1 && isDirect(); }
-
-Next failWithPage(Connection &connection) {
-  sendError(clientsock);
-  return endCall(connection, -1);
-}
 
 /* Filtering switched off beside an upstream proxy: nothing is read at all. */
 Next passEverything(Connection &connection, Cycle &) {
@@ -37,9 +31,10 @@ Next passEverything(Connection &connection, Cycle &) {
   return endCall(connection, 1);
 }
 
-Next readRequestHead(Connection &connection, Cycle &) {
+Next readRequestHead(Connection &connection, Cycle &cycle) {
   destroyHeader(&reqheader);
   destroyHeader(&respheader);
+  if (isStrict()) return readStrictRequest(connection, cycle);
   if (getHeader(clientsock, &reqheader, clientTimeoutSeconds) != 0) return Next::step;
   destroyHeader(&reqheader);
   return endCall(connection, -1);
@@ -48,7 +43,8 @@ Next readRequestHead(Connection &connection, Cycle &) {
 Next checkUpstream(Connection &connection, Cycle &) {
   if (!connection.upstreamUnavailable || ProxyPresent != 1) return Next::step;
   snprintf(reason, sizeof reason, "Proxy Server Not Running");
-  return failWithPage(connection);
+  sendError(clientsock);
+  return endCall(connection, -1);
 }
 
 void traceRequestHead() {
@@ -80,23 +76,9 @@ Next identifyByContract(Connection &connection, Cycle &cycle) {
   return Next::step;
 }
 
-Next identifyStrictly(Connection &connection, Cycle &cycle) {
-  const StrictFault fault = parseStrictTarget(reqheader.first, cycle.target);
-  if (fault.status != 0) {
-    snprintf(reason, sizeof reason, "%s", fault.text);
-    return failWithPage(connection);
-  }
-  snprintf(request, sizeof request, "%s", cycle.target.method.c_str());
-  cycle.port = cycle.target.port;
-  cycle.isConnect = cycle.target.form == TargetForm::authority;
-  replaceText(hostname, strdup(cycle.target.host.c_str()));
-  replaceText(url, strdup(strictUrl(cycle.target).c_str()));
-  return url == nullptr || hostname == nullptr ? endCall(connection, -1) : Next::step;
-}
-
 Next identifyRequest(Connection &connection, Cycle &cycle) {
   traceRequestHead();
-  const Next next = StrictHttp == 1 ? identifyStrictly(connection, cycle) : identifyByContract(connection, cycle);
+  const Next next = isStrict() ? identifyStrictly(connection, cycle) : identifyByContract(connection, cycle);
   if (next != Next::step) return next;
   cycle.hasQuery = std::strchr(url, '?') != nullptr;
   dprintf(1, "The hostname id is [ %s ]\n", hostname);
@@ -105,32 +87,20 @@ Next identifyRequest(Connection &connection, Cycle &cycle) {
 
 /* Under StrictHttp nothing is opened before policy has passed the request. */
 Next connectDirect(Connection &connection, Cycle &cycle) {
-  if (!isDirect() || StrictHttp == 1) return Next::step;
+  if (!isDirect() || isStrict()) return Next::step;
   return connectToOrigin(connection, cycle) ? Next::step : endCall(connection, -1);
 }
 
-/* The client's CONNECT is answered here: no proxy stands upstream that would do it. */
-Next answerConnect(Connection &connection) {
-  constexpr char established[] = "HTTP/1.1 200 Connection established\r\n\r\n";
-  if (sendHTTPBody(clientsock, established, sizeof established - 1, clientTimeoutSeconds) < 0) {
-    return endCall(connection, -1);
-  }
-  return Next::step;
-}
-
-/* A relay to an origin serves one request: what followed on the connection would reach this origin whatever it names.
- */
-Next openRelay(Connection &connection, Cycle &cycle) {
-  if (!strictConnect(connection, cycle)) return failWithPage(connection);
-  if (cycle.isConnect) return answerConnect(connection);
-  cycle.target.keepAlive = false;
-  return Next::step;
+/* As it stands; a CONNECT that is served here goes no further. */
+int sendRequestHead(const Cycle &cycle) {
+  if (isStrict() && isDirect() && cycle.isConnect) return 1;
+  return sendHeader(proxysock, &reqheader);
 }
 
 Next passDirect(Connection &connection, Cycle &cycle) {
   if (DisableNetsiftService != 1) return Next::step;
-  if (isStrictDirect()) {
-    const Next next = openRelay(connection, cycle);
+  if (isStrict()) {
+    const Next next = openStrictRelay(connection, cycle);
     if (next != Next::step) return next;
   }
   if (sendRequestHead(cycle) == 0) {
@@ -154,8 +124,8 @@ bool isMessengerUrl() {
 
 Next passMessenger(Connection &connection, Cycle &cycle) {
   if (tunnelmessengers == 0 || !isMessengerUrl()) return Next::step;
-  if (isStrictDirect()) {
-    const Next next = openRelay(connection, cycle);
+  if (isStrict()) {
+    const Next next = openStrictRelay(connection, cycle);
     if (next != Next::step) return next;
   }
   sendRequestHead(cycle);
@@ -167,19 +137,12 @@ Next passMessenger(Connection &connection, Cycle &cycle) {
   return endCall(connection, 1);
 }
 
-Next connectStrictly(Connection &connection, Cycle &cycle) {
-  if (!isStrictDirect()) return Next::step;
-  if (!strictConnect(connection, cycle)) return failWithPage(connection);
-  if (!cycle.isConnect) return Next::step;
-  const Next next = answerConnect(connection);
-  if (next != Next::step) return next;
-  dprintf(1, "Client IP:%s,CONTENT TYPE:UNKNOWN,HOST NAME:UNKNOWN,REQUESTED URL:%s\n", clientip, url);
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:TUNNELED,HTTPS REQUEST\n", clientip, url);
-  tunnel(clientsock, proxysock, relayIdleSeconds);
-  return endCall(connection, 0);
+Next connectForPolicy(Connection &connection, Cycle &cycle) {
+  return isStrict() ? connectStrictly(connection, cycle) : Next::step;
 }
 
 Next forwardHead(Connection &connection, Cycle &cycle) {
+  if (isStrict()) return forwardStrictly(connection, cycle);
   dprintf(4, "URL is [%s], port is [%u], host is [%s]\n", url, cycle.port, hostname);
   if (DoNotKeepConnectionAlive != 0) removePersistent(reqheader.first);
   removeAcceptCoding(reqheader.first);
@@ -209,6 +172,7 @@ Next forwardChunk(Connection &connection, const Cycle &cycle, char *chunk, unsig
 }
 
 Next forwardBody(Connection &connection, Cycle &cycle) {
+  if (isStrict()) return Next::step;
   const HeaderLine *first = reqheader.first;
   const bool posts = isPOSTRequest(first) != 0 || isPROPPATCHRequest(first) != 0 || isPROPFINDRequest(first) != 0;
   if (!posts && !cycle.requestHasLength) return Next::step;
@@ -246,7 +210,7 @@ constexpr Step steps[] = {
     {"lists", consultLists},
     {"ad server", checkAdServer},
     {"blacklists", checkBlackLists},
-    {"strict connect", connectStrictly},
+    {"connect passed", connectForPolicy},
     {"forward head", forwardHead},
     {"forward body", forwardBody},
 };
@@ -254,13 +218,5 @@ constexpr Step steps[] = {
 }  // namespace
 
 std::span<const Step> requestSteps() { return steps; }
-
-int sendRequestHead(const Cycle &cycle) {
-  if (isStrictDirect()) {
-    if (cycle.isConnect) return 1; /* answered here; an origin is told nothing */
-    rewriteForOrigin(reqheader, cycle.target);
-  }
-  return sendHeader(proxysock, &reqheader);
-}
 
 }  // namespace netsift

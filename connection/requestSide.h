@@ -11,10 +11,6 @@ namespace netsift {
 /* The steps in their order, which is the policy's order. */
 std::span<const Step> requestSteps();
 
-/* Sends the request head upstream as it stands in reqheader; under StrictHttp in direct mode addressed to the origin.
-   Zero on failure. */
-int sendRequestHead(const Cycle &cycle);
-
 }  // namespace netsift
 
 #endif

@@ -33,26 +33,14 @@ Next relayUntouched(Connection &connection, int32_t result) {
   return endCall(connection, result);
 }
 
-/* An origin may close a kept-alive connection just as the next request goes out on it. Under StrictHttp a request
-   without a body that met no byte of an answer is then sent once more, on a new connection. */
-bool sendAgain(Connection &connection, Cycle &cycle) {
-  const bool answered =
-      respheader.first != nullptr && respheader.first->text != nullptr && *respheader.first->text != 0;
-  if (!cycle.upstreamReused || cycle.requestHasLength || answered || !isClosedByPeer(proxysock)) return false;
-  strictDisconnect(connection);
-  return strictConnect(connection, cycle) && sendRequestHead(cycle) != 0;
-}
-
 Next failSendingHead(Connection &connection) {
   dprintf(7, "Client closed connection while receiving reponse header\n");
   return endCall(connection, -1);
 }
 
-Next readResponseHead(Connection &connection, Cycle &cycle) {
-  do {
-    destroyHeader(&respheader);
-    if (getHeader(proxysock, &respheader, PROXY_TIMEOUT) != 0) return Next::step;
-  } while (sendAgain(connection, cycle));
+Next readResponseHead(Connection &connection, Cycle &) {
+  destroyHeader(&respheader);
+  if (getHeader(proxysock, &respheader, PROXY_TIMEOUT) != 0) return Next::step;
   dprintf(2, "Timeout while getting response header from proxy.\n");
   snprintf(reason, sizeof reason, "Timeout while getting response from server.\n");
   sendError(clientsock);
@@ -72,18 +60,7 @@ Next answerHeadOnly(Connection &connection, Cycle &cycle) {
   cycle.responseLength = getContentLength(respheader.first);
   const Text zeroLength(getContentLength1(respheader.first));
   if (!zeroLength && !cycle.isHead) return Next::step;
-  cycle.responseComplete = true;
   return sendHeader(clientsock, &respheader) == 0 ? failSendingHead(connection) : Next::cycle;
-}
-
-Next readDateAndType(Connection &, Cycle &cycle) {
-  dateAndTime1 = nullptr;
-  if (disableCache != 1) {
-    cycle.date.reset(getModificationTime(respheader.first));
-    dateAndTime1 = cycle.date.get();
-  }
-  cycle.contentType.reset(getContentType(respheader.first));
-  return Next::step;
 }
 
 bool isListed(const char *text, const char *file) {
@@ -94,26 +71,6 @@ bool isListed(const char *text, const char *file) {
 void skipBecause(Cycle &cycle, const char *why) {
   cycle.skipScan = true;
   snprintf(virwhite_reason, sizeof virwhite_reason, "%s", why);
-}
-
-/* The rules for style sheets and content types apply only while the rule for hosts is off. */
-Next applySkipRules(Connection &, Cycle &cycle) {
-  if (virusscan == 0) return Next::step;
-  if (VirWL_Domain != 0) {
-    if (!isListed(hostname, "viruswhite_dom.conf")) return Next::step;
-    dprintf(7, "Virus Sacnning is skipped.[Reason::The domain (%s) is whitelisted]\n", hostname);
-    skipBecause(cycle, "Tunneling the whitelisted domain...\n");
-    return Next::step;
-  }
-  const size_t length = std::strlen(url);
-  if (length >= 4 && std::strcmp(url + length - 4, ".css") == 0) {
-    dprintf(7, "Virus Sacnning is skipped.[Reason::The file is .css %s]\n", url);
-    skipBecause(cycle, "Tunneling the .css file...\n");
-  } else if (cycle.contentType && VirWL_MimeType != 0 && isListed(cycle.contentType.get(), "viruswhite.conf")) {
-    dprintf(7, "Virus scanning is skipped.[Reason::content is whitelisted]\n");
-    skipBecause(cycle, "Tunneling the whitelisted content type...\n");
-  }
-  return Next::step;
 }
 
 Next deriveThreshold(Connection &connection, Cycle &cycle) {
@@ -154,18 +111,8 @@ Next relayKnownClean(Connection &connection, const Cycle &cycle) {
   return next;
 }
 
-Next blockKnown(Connection &connection, Cycle &cycle, int verdict, const char *what) {
-  cycle.urlCopy = url; /* the block page frees it */
-  addto_urlcache_db(url, cycle.date.get(), verdict);
-  blockConnection(clientsock, 1);
-  dprintf(7, "URL:%s,STATUS:BLOCKED,%s(In cache db)\n", cycle.urlCopy.c_str(), what);
-  return endCall(connection, 1);
-}
-
 Next consultCache(Connection &connection, Cycle &cycle) {
-  if (cycle.responseCode != 200 || cycle.skipScan || cycle.hasQuery || disableCache == 1 || isNoCache()) {
-    return Next::step;
-  }
+  if (!mayConsultCache(cycle)) return Next::step;
   switch (if_url_scanned_check_ok(url, cycle.date.get())) {
     case verdictClean:
       return relayKnownClean(connection, cycle);
@@ -183,9 +130,7 @@ Next consultCache(Connection &connection, Cycle &cycle) {
 Next noteClosing(Connection &connection, Cycle &cycle) {
   cycle.connectionCloses = isconnectionclosed(respheader.first) == 1;
   if (cycle.connectionCloses) connection.stop = true;
-  dprintf(7, "%10d %ld %s TCP_MISS/200 %d %s %s - %s %s\n", static_cast<int>(time(nullptr)),
-          static_cast<long>(cycle.responseLength), clientip, cycle.responseCode, request, url, url,
-          printable(cycle.contentType.get()));
+  traceMiss(cycle);
   return Next::step;
 }
 
@@ -212,16 +157,6 @@ Next readTransferCoding(Connection &, Cycle &cycle) {
   return Next::step;
 }
 
-Next checkContentType(Connection &connection, Cycle &cycle) {
-  const char *type = cycle.contentType.get();
-  if (type == nullptr || cycle.isWhite || isBannedContentType(type) == 0) return Next::step;
-  dprintf(4, "blocking content %s\n", type);
-  if (logmime != 0) storeLog("MIME Blocked", type, 0);
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,MIME Blocked:%s\n", clientip, url, type);
-  blockConnection(clientsock, 1);
-  return endCall(connection, -1);
-}
-
 Next relayConnect(Connection &connection, Cycle &cycle) {
   if (!cycle.isConnect) return Next::step;
   dprintf(1, "Client IP:%s,CONTENT TYPE:UNKNOWN,HOST NAME:UNKNOWN,REQUESTED URL:%s\n", clientip, url);
@@ -238,6 +173,64 @@ constexpr Step steps[] = {
 };
 
 }  // namespace
+
+Next readDateAndType(Connection &, Cycle &cycle) {
+  dateAndTime1 = nullptr;
+  if (disableCache != 1) {
+    cycle.date.reset(getModificationTime(respheader.first));
+    dateAndTime1 = cycle.date.get();
+  }
+  cycle.contentType.reset(getContentType(respheader.first));
+  return Next::step;
+}
+
+/* The rules for style sheets and content types apply only while the rule for hosts is off. */
+Next applySkipRules(Connection &, Cycle &cycle) {
+  if (virusscan == 0) return Next::step;
+  if (VirWL_Domain != 0) {
+    if (!isListed(hostname, "viruswhite_dom.conf")) return Next::step;
+    dprintf(7, "Virus Sacnning is skipped.[Reason::The domain (%s) is whitelisted]\n", hostname);
+    skipBecause(cycle, "Tunneling the whitelisted domain...\n");
+    return Next::step;
+  }
+  const size_t length = std::strlen(url);
+  if (length >= 4 && std::strcmp(url + length - 4, ".css") == 0) {
+    dprintf(7, "Virus Sacnning is skipped.[Reason::The file is .css %s]\n", url);
+    skipBecause(cycle, "Tunneling the .css file...\n");
+  } else if (cycle.contentType && VirWL_MimeType != 0 && isListed(cycle.contentType.get(), "viruswhite.conf")) {
+    dprintf(7, "Virus scanning is skipped.[Reason::content is whitelisted]\n");
+    skipBecause(cycle, "Tunneling the whitelisted content type...\n");
+  }
+  return Next::step;
+}
+
+Next blockKnown(Connection &connection, Cycle &cycle, int verdict, const char *what) {
+  cycle.urlCopy = url; /* the block page frees it */
+  addto_urlcache_db(url, cycle.date.get(), verdict);
+  blockConnection(clientsock, 1);
+  dprintf(7, "URL:%s,STATUS:BLOCKED,%s(In cache db)\n", cycle.urlCopy.c_str(), what);
+  return endCall(connection, 1);
+}
+
+Next checkContentType(Connection &connection, Cycle &cycle) {
+  const char *type = cycle.contentType.get();
+  if (type == nullptr || cycle.isWhite || isBannedContentType(type) == 0) return Next::step;
+  dprintf(4, "blocking content %s\n", type);
+  if (logmime != 0) storeLog("MIME Blocked", type, 0);
+  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,MIME Blocked:%s\n", clientip, url, type);
+  blockConnection(clientsock, 1);
+  return endCall(connection, -1);
+}
+
+bool mayConsultCache(const Cycle &cycle) {
+  return cycle.responseCode == 200 && !cycle.skipScan && !cycle.hasQuery && disableCache != 1 && !isNoCache();
+}
+
+void traceMiss(const Cycle &cycle) {
+  dprintf(7, "%10d %ld %s TCP_MISS/200 %d %s %s - %s %s\n", static_cast<int>(time(nullptr)),
+          static_cast<long>(cycle.responseLength), clientip, cycle.responseCode, request, url, url,
+          printable(cycle.contentType.get()));
+}
 
 std::span<const Step> responseSteps() { return steps; }
 

@@ -11,6 +11,14 @@ namespace netsift {
 /* The steps in their order; the last one is the body. */
 std::span<const Step> responseSteps();
 
+/* Steps and questions that the strict road shares. */
+Next readDateAndType(Connection &connection, Cycle &cycle);
+Next applySkipRules(Connection &connection, Cycle &cycle);
+Next checkContentType(Connection &connection, Cycle &cycle);
+bool mayConsultCache(const Cycle &cycle);
+Next blockKnown(Connection &connection, Cycle &cycle, int verdict, const char *what);
+void traceMiss(const Cycle &cycle);
+
 }  // namespace netsift
 
 #endif

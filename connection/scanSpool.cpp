@@ -41,7 +41,6 @@ bool appendToSpool(const char *piece, size_t length) {
   }
   if (fwrite(piece, 1, length, virfile) == length) return true;
   dprintf(1, "error writing to virus file\n");
-  closeSpool();
   return false;
 }
 

@@ -22,17 +22,20 @@ namespace {
 
 constexpr int8_t maximumAttempts = 5;
 constexpr useconds_t retryMicroseconds = 1000;
+constexpr int badGateway = 502, gatewayTimeout = 504;
 
 /* The test after the loop looks at the count alone: a sixth attempt that succeeds still marks the upstream unavailable,
    and from then on every connect of the call makes a single attempt. */
 void runConnectLoop(Connection &connection) {
-  while (connect(proxysock, reinterpret_cast<const sockaddr *>(&proxyaddr), sizeof proxyaddr) != 0) {
+  bool connected;
+  while (!(connected = connect(proxysock, reinterpret_cast<const sockaddr *>(&proxyaddr), sizeof proxyaddr) == 0)) {
     if (connection.connectAttempts >= maximumAttempts) break;
     const int error = errno;
     usleep(retryMicroseconds);
     connection.connectAttempts++;
     dprintf(4, "error opening connection to proxy ::%s\n", strerror(error));
   }
+  connection.upstreamOpen = connected;
   if (connection.connectAttempts != maximumAttempts) return;
   dprintf(1, "upstream is unavailable after %d attempts\n", connection.connectAttempts);
   connection.upstreamUnavailable = true;
@@ -89,6 +92,22 @@ bool connectWithin(int fd, const sockaddr_in &address, int seconds) {
   return error == 0;
 }
 
+/* A new proxysock connected to the address, or errno. */
+int openWithin(Connection &connection, const sockaddr_in &address) {
+  proxysock = openUpstreamSocket();
+  connection.upstreamOpen = proxysock >= 0;
+  if (proxysock >= 0 && connectWithin(proxysock, address, PROXY_TIMEOUT)) return 0;
+  const int error = errno;
+  strictDisconnect(connection);
+  errno = error;
+  return error;
+}
+
+int failToConnect(const char *host, int32_t port) {
+  snprintf(reason, sizeof reason, "No connection to %.100s, port %d: %s.", host, port, strerror(errno));
+  return errno == ETIMEDOUT ? gatewayTimeout : badGateway;
+}
+
 }  // namespace
 
 void connectToProxy(Connection &connection) {
@@ -111,35 +130,28 @@ bool connectToOrigin(Connection &connection, const Cycle &cycle) {
   return true;
 }
 
-bool strictConnect(Connection &connection, Cycle &cycle) {
-  const bool sameOrigin = connection.upstreamHost == hostname && connection.upstreamPort == cycle.port;
-  if (connection.upstreamOpen && sameOrigin && isQuiet(proxysock)) {
-    cycle.upstreamReused = true;
-    return true;
-  }
+int strictConnect(Connection &connection, Cycle &cycle) {
+  const bool direct = ProxyPresent != 1;
+  const bool sameHost = connection.upstreamHost == hostname && connection.upstreamPort == cycle.port;
+  cycle.upstreamReused = connection.upstreamOpen && (sameHost || !direct) && isQuiet(proxysock);
+  if (cycle.upstreamReused) return 0;
   strictDisconnect(connection);
-  cycle.upstreamReused = false;
+  if (!direct) return openWithin(connection, proxyaddr) == 0 ? 0 : failToConnect("the upstream proxy", proxyport);
   if (!resolveHost()) {
     snprintf(reason, sizeof reason, "The host %.120s could not be found.", hostname);
-    return false;
+    return badGateway;
   }
   proxyport = static_cast<int32_t>(cycle.port);
   for (char **entry = remote_host->h_addr_list; *entry != nullptr; entry++) {
     in_addr address;
     std::memcpy(&address, *entry, sizeof address);
     setAddress(address, cycle.port);
-    proxysock = openUpstreamSocket();
-    connection.upstreamOpen = proxysock >= 0;
-    if (proxysock >= 0 && connectWithin(proxysock, proxyaddr, PROXY_TIMEOUT)) {
-      connection.upstreamHost = hostname;
-      connection.upstreamPort = cycle.port;
-      return true;
-    }
-    snprintf(reason, sizeof reason, "No connection to the host %.100s, port %u: %s.", hostname, cycle.port,
-             strerror(errno));
-    strictDisconnect(connection);
+    if (openWithin(connection, proxyaddr) != 0) continue;
+    connection.upstreamHost = hostname;
+    connection.upstreamPort = cycle.port;
+    return 0;
   }
-  return false;
+  return failToConnect(hostname, proxyport);
 }
 
 bool isClosedByPeer(int fd) {

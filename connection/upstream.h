@@ -13,10 +13,11 @@ void connectToProxy(Connection &connection);
    False when the name does not resolve. */
 bool connectToOrigin(Connection &connection, const Cycle &cycle);
 
-/* Direct mode under StrictHttp: proxysock is connected to the cycle's target, on the previous cycle's socket while that
-   leads to the same host and port and is open and silent, else on a new one. False with `reason` set when the host does
-   not resolve or cannot be connected to. The wait for each address is bounded by PROXY_TIMEOUT. */
-bool strictConnect(Connection &connection, Cycle &cycle);
+/* Under StrictHttp: proxysock leads to the upstream proxy, or in direct mode to the cycle's target; on the socket of an
+   earlier cycle while that leads there and is open and silent, else on a new one. Returns 0, or with `reason` set the
+   status of the error page: 502 when the host does not resolve or refuses, 504 when it does not answer. The wait for
+   each address is bounded by PROXY_TIMEOUT. */
+int strictConnect(Connection &connection, Cycle &cycle);
 
 /* Whether the socket's peer has closed or reset it and nothing waits to be read. */
 bool isClosedByPeer(int fd);

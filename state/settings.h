@@ -10,6 +10,14 @@
 
 NETSIFT_BEGIN
 
+/* The bits of StrictHttp. The others count only beside STRICT_HTTP. */
+enum {
+  STRICT_HTTP = 1,            /* messages are addressed, framed and judged as RFC 9110 and 9112 say */
+  STRICT_BLOCK_WITH_200 = 2,  /* block pages carry status 200 instead of 403 */
+  STRICT_PASS_UNSCANNED = 4,  /* what the engines cannot be asked about passes instead of being blocked */
+  STRICT_PASS_UNJUDGED = 8    /* so does text in a content coding that cannot be read */
+};
+
 /* Upstream and service. */
 NETSIFT_API extern int32_t ProxyPresent;  /* 1: everything goes to the upstream proxy; 0: direct to each origin */
 NETSIFT_API extern char *proxyip;         /* upstream proxy, dotted-decimal text */
@@ -18,7 +26,7 @@ NETSIFT_API extern int32_t PROXY_TIMEOUT; /* seconds, for every send to and read
 NETSIFT_API extern int32_t DisableNetsiftService;    /* 1: pass everything through, unread */
 NETSIFT_API extern int32_t DoNotKeepConnectionAlive; /* nonzero: persistence fields are taken out of requests */
 NETSIFT_API extern int32_t TunnelPacketsWithoutContentLength; /* 1: relay a kept-alive response without a length raw */
-NETSIFT_API extern int32_t StrictHttp; /* 1: requests are addressed as RFC 9110 and 9112 say; 0: as always */
+NETSIFT_API extern int32_t StrictHttp; /* a sum of the STRICT_... bits; 0: everything as it always was */
 NETSIFT_API extern int32_t EscapeText; /* 1: peers' text is escaped in pages and logs; 0: as it is */
 
 /* Request policy. */

@@ -15,6 +15,11 @@ namespace {
 
 constexpr char head[] = "HTTP/1.1 200 OK\r\nContent-Type: text/html\r\nPragma: no-cache\r\n";
 
+std::string strict(int status, const std::string &text) {
+  return "HTTP/1.1 " + std::to_string(status) + " " + text +
+         "\r\nContent-Type: text/html\r\nPragma: no-cache\r\nConnection: close\r\n";
+}
+
 TEST(HtmlTemplate, replacesEveryPair) {
   const ScratchRoot root;
   const std::string longUrl(80, 'u');
@@ -65,7 +70,9 @@ TEST(Answers, areExactlyTheseBytes) {
       {"h/Messenger.x", 0, 1, h + "Content-Length: 1\r\n\r\nM"},
       {nullptr, 0, 1, h + "Content-Length: 7\r\n\r\n<b></b>"},
       {"h/a", 0, 0, h + "Content-Length: 0\r\n"},
-      {"h/a", 1, 0, h + "Content-Length: 0\r\n\r\n"},
+      {"h/a", 1, 0, strict(403, "Forbidden") + "Content-Length: 0\r\n\r\n"},
+      {"h/a", 1 + 2, 1, strict(200, "OK") + "Content-Length: 10\r\n\r\n<b>h/a</b>"},
+      {"h/a", 1, 2, strict(502, "Bad Gateway") + "\r\nEh/a"},
       {"h/a", 0, 2, h + "\r\nEh/a"},
       {"h/a", 0, 3, h + "Content-Length: 0\r\n\r\n"},
   };

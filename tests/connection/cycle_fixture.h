@@ -4,14 +4,18 @@
 #define NETSIFT_TESTS_CONNECTION_CYCLE_FIXTURE_H
 
 #include <arpa/inet.h>
+#include <gdbm.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "cache/dbcache.h"
 #include "connection/connection_trickle.h"
 #include "state/connection.h"
 #include "state/settings.h"
@@ -112,6 +116,13 @@ class CycleTest : public testing::Test {
     return received;
   }
 
+  /* A new client in place of the one before. */
+  void reconnect() {
+    SocketPair pair;
+    std::swap(client.near, pair.near);
+    std::swap(client.far, pair.far);
+  }
+
   ScratchRoot root;
   SocketPair client;
   LogCapture log{7};
@@ -120,6 +131,70 @@ class CycleTest : public testing::Test {
 
  private:
   char address_[10] = "127.0.0.1";
+};
+
+inline constexpr char get[] = "GET http://h/p HTTP/1.1\r\nHost: h\r\n\r\n";
+
+inline std::string response(const std::string &fields, const std::string &body, const char *status = "200 OK") {
+  return "HTTP/1.0 " + std::string(status) + "\r\n" + fields + "Content-Length: " + std::to_string(body.size()) +
+         "\r\n\r\n" + body;
+}
+
+/* With an empty verdict cache. */
+class CachedTest : public CycleTest {
+ protected:
+  CachedTest() {
+    disableCache = 0;
+    emptyCache();
+  }
+  void emptyCache() {
+    const std::string path = root.path() + "/opt/Velmora/var/nscache.db";
+    gdbm_close(gdbm_open(path.c_str(), 0, GDBM_NEWDB, 0600, nullptr));
+  }
+  int32_t verdict() { return if_url_scanned_check_ok("h/p", date); }
+
+  static constexpr char date[] = "Tue, 15 Nov 1994 12:45:26 GMT";
+  const std::string dated = "Last-Modified: " + std::string(date) + "\r\nConnection: close\r\n";
+};
+
+/* Scans with a scripted second engine: the answer it gives to every scan, or none when it is not there. */
+class ScanTest : public CachedTest {
+ protected:
+  ScanTest() {
+    snprintf(VIRFILE_DIR, sizeof VIRFILE_DIR, "%s/", root.path().c_str());
+    virusscan = DoClamScan = 1;
+    startScanSize = 1;
+  }
+  void engine(std::vector<std::string> answers) {
+    listener_ = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{AF_UNIX, {}};
+    snprintf(address.sun_path, sizeof address.sun_path, "%s/opt/Velmora/var/run/vlcavd.sock", root.path().c_str());
+    unlink(address.sun_path);
+    ASSERT_EQ(bind(listener_, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    listen(listener_, 8);
+    thread_ = std::thread([this, answers = std::move(answers)] {
+      for (const std::string &answer : answers) {
+        const int fd = accept(listener_, nullptr, nullptr);
+        if (fd < 0) return;
+        char line[512];
+        if (read(fd, line, sizeof line) > 0) send(fd, answer.data(), answer.size(), MSG_NOSIGNAL);
+        scans++;
+        close(fd);
+      }
+    });
+  }
+  ~ScanTest() override { stopEngine(); }
+  void stopEngine() {
+    if (!thread_.joinable()) return;
+    shutdown(listener_, SHUT_RDWR);
+    thread_.join();
+    close(listener_);
+  }
+  std::atomic<int> scans = 0;
+
+ private:
+  int listener_ = -1;
+  std::thread thread_;
 };
 
 }  // namespace netsift::test

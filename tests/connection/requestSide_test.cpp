@@ -172,9 +172,7 @@ TEST_F(CycleTest, unusableRequestLinesEndTheCallInSilence) {
   for (const char *line : {"GET", "GET /x", "GET / HTTP/1.0", "ABCDEFGHIJKLMNO http://h/ HTTP/1.0",
                            "GET http:/ HTTP/1.0", "GET :80 HTTP/1.0", "GET http:// HTTP/1.0", " HTTP/1.0"}) {
     Upstream upstream({page});
-    SocketPair pair;
-    std::swap(client.near, pair.near);
-    std::swap(client.far, pair.far);
+    reconnect();
     EXPECT_EQ(serve(std::string(line) + "\r\n\r\n", upstream), "") << line;
     EXPECT_EQ(result, -1) << line;
   }
@@ -187,7 +185,8 @@ TEST_F(CycleTest, strictDirectRequestReachesTheOriginInOriginForm) {
   const std::string answer =
       serveDirect("GET http://" + authority + "/a%00b?q HTTP/1.1\r\nHost: x\r\nProxy-Connection: keep-alive\r\n" +
                   "Proxy-Authorization: Basic eA==\r\n\r\nGET / HTTP/1.1\r\nHost: " + authority + "\r\n\r\n");
-  const std::string host = "Host: localhost:" + std::to_string(origin.port) + "\r\nConnection: keep-alive\r\n\r\n";
+  const std::string host =
+      "Via: 1.1 netsift\r\nHost: localhost:" + std::to_string(origin.port) + "\r\nConnection: keep-alive\r\n\r\n";
   EXPECT_EQ(origin.finish(), "GET /a%00b?q HTTP/1.0\r\n" + host + "GET / HTTP/1.0\r\n" + host);
   EXPECT_EQ(origin.connections, 1);
   EXPECT_TRUE(log.has("Client IP:10.1.2.3,CONTENT TYPE:,HOST NAME:localhost,REQUESTED URL:localhost/a%00b?q"))
@@ -213,12 +212,10 @@ TEST_F(CycleTest, strictErrorsNameTheirCause) {
   } cases[] = {
       {"GET /x HTTP/1.1\r\n\r\n", "names no host"},
       {"GET http://no-such-host.invalid/ HTTP/1.1\r\nHost: x\r\n\r\n", "could not be found"},
-      {"GET http://127.0.0.1:1/ HTTP/1.1\r\nHost: x\r\n\r\n", "No connection to the host 127.0.0.1, port 1"},
+      {"GET http://127.0.0.1:1/ HTTP/1.1\r\nHost: x\r\n\r\n", "No connection to 127.0.0.1, port 1: Connection refused"},
   };
   for (const auto &c : cases) {
-    SocketPair pair;
-    std::swap(client.near, pair.near);
-    std::swap(client.far, pair.far);
+    reconnect();
     EXPECT_NE(serveDirect(c.request).find(c.why), std::string::npos) << c.request;
     EXPECT_EQ(result, -1);
   }

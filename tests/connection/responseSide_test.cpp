@@ -1,7 +1,5 @@
 #include "connection/responseSide.h"
 
-#include <gdbm.h>
-
 #include <cstring>
 
 #include "cache/dbcache.h"
@@ -10,13 +8,6 @@
 
 namespace netsift::test {
 namespace {
-
-constexpr char get[] = "GET http://h/p HTTP/1.1\r\nHost: h\r\n\r\n";
-
-std::string response(const std::string &fields, const std::string &body, const char *status = "200 OK") {
-  return "HTTP/1.0 " + std::string(status) + "\r\n" + fields + "Content-Length: " + std::to_string(body.size()) +
-         "\r\n\r\n" + body;
-}
 
 TEST_F(CycleTest, keptAliveConnectionServesOneRequestAfterTheOther) {
   const std::string big(70000, 'x');
@@ -78,9 +69,7 @@ TEST_F(CycleTest, popupScriptGoesBehindTheHtmlTagAndIntoTheLength) {
   popuplist = {sym_create_table_(nullptr, 0), none, none};
   const std::string script(popupblocker, static_cast<size_t>(popuplen));
   for (const char *rest : {"<p>x", ""}) {
-    SocketPair pair;
-    std::swap(client.near, pair.near);
-    std::swap(client.far, pair.far);
+    reconnect();
     const std::string body = std::string("<html>") + rest;
     Upstream upstream({response("Connection: close\r\nContent-Type: text/html\r\n", body)});
     EXPECT_EQ(serve(get, upstream),
@@ -106,22 +95,6 @@ TEST_F(CycleTest, chunkedBodyIsNotDelivered) {
   EXPECT_EQ(result, -1);
 }
 
-/* -- verdicts and the cache -- */
-
-class CachedTest : public CycleTest {
- protected:
-  CachedTest() {
-    disableCache = 0;
-    const std::string path = root.path() + "/opt/Velmora/var/nscache.db";
-    GDBM_FILE database = gdbm_open(path.c_str(), 0, GDBM_NEWDB, 0600, nullptr);
-    gdbm_close(database);
-  }
-  int32_t verdict() { return if_url_scanned_check_ok("h/p", date); }
-
-  static constexpr char date[] = "Tue, 15 Nov 1994 12:45:26 GMT";
-  const std::string dated = "Last-Modified: " + std::string(date) + "\r\nConnection: close\r\n";
-};
-
 TEST_F(CachedTest, cleanPagesAreStoredOthersNot) {
   const struct {
     std::string request, response;
@@ -135,11 +108,8 @@ TEST_F(CachedTest, cleanPagesAreStoredOthersNot) {
       {get, response("Connection: close\r\n", "ok"), -1},
   };
   for (const auto &c : cases) {
-    unlink((root.path() + "/opt/Velmora/var/nscache.db").c_str());
-    gdbm_close(gdbm_open((root.path() + "/opt/Velmora/var/nscache.db").c_str(), 0, GDBM_NEWDB, 0600, nullptr));
-    SocketPair pair;
-    std::swap(client.near, pair.near);
-    std::swap(client.far, pair.far);
+    emptyCache();
+    reconnect();
     Upstream upstream({c.response});
     EXPECT_EQ(serve(c.request, upstream), c.response);
     EXPECT_EQ(verdict(), c.stored) << c.response;
@@ -149,9 +119,7 @@ TEST_F(CachedTest, cleanPagesAreStoredOthersNot) {
 TEST_F(CachedTest, knownVerdictsAreAnsweredAtOnce) {
   strcpy(reason, "left as it was");
   for (const int flag : {0, 1, 2}) {
-    SocketPair pair;
-    std::swap(client.near, pair.near);
-    std::swap(client.far, pair.far);
+    reconnect();
     endsRequests = flag != 0;
     ASSERT_EQ(addto_urlcache_db("h/p", date, flag), 1);
     const std::string page = response(dated, "ok");
@@ -167,48 +135,6 @@ TEST_F(CachedTest, knownVerdictsAreAnsweredAtOnce) {
   EXPECT_TRUE(log.has("URL:h/p,STATUS:BLOCKED,INFECTED(In cache db)"));
   EXPECT_TRUE(log.has("URL:h/p,STATUS:BLOCKED,Offensive content.(In cache db)"));
 }
-
-/* Scans with a scripted second engine: the answer it gives to every scan, or none when it is not there. */
-class ScanTest : public CachedTest {
- protected:
-  ScanTest() {
-    snprintf(VIRFILE_DIR, sizeof VIRFILE_DIR, "%s/", root.path().c_str());
-    virusscan = DoClamScan = 1;
-    startScanSize = 1;
-  }
-  void engine(std::vector<std::string> answers) {
-    listener_ = socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un_like address{AF_UNIX, {}};
-    snprintf(address.path, sizeof address.path, "%s/opt/Velmora/var/run/vlcavd.sock", root.path().c_str());
-    ASSERT_EQ(bind(listener_, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
-    listen(listener_, 8);
-    thread_ = std::thread([this, answers = std::move(answers)] {
-      for (const std::string &answer : answers) {
-        const int fd = accept(listener_, nullptr, nullptr);
-        if (fd < 0) return;
-        char line[512];
-        if (read(fd, line, sizeof line) > 0) send(fd, answer.data(), answer.size(), MSG_NOSIGNAL);
-        scans++;
-        close(fd);
-      }
-    });
-  }
-  ~ScanTest() override {
-    if (!thread_.joinable()) return;
-    shutdown(listener_, SHUT_RDWR);
-    thread_.join();
-    close(listener_);
-  }
-  struct sockaddr_un_like {
-    sa_family_t family;
-    char path[108];
-  };
-  std::atomic<int> scans = 0;
-
- private:
-  int listener_ = -1;
-  std::thread thread_;
-};
 
 TEST_F(ScanTest, infectedBodyGivesThePageAndVerdictOne) {
   engine({"x: Marker FOUND\n"});
@@ -232,21 +158,17 @@ TEST_F(ScanTest, cleanBodyIsScannedAsItDoublesAndDeliveredFromTheFile) {
   std::string body;
   for (int i = 0; body.size() < 300000; i++) body += std::to_string(i);
   const struct {
-    int32_t startKiB, strict;
+    int32_t startKiB;
     int scans;
     size_t strayBytes;
   } cases[] = {
-      {64, 0, 4, 0}, /* at 64, 128 and 256 KB and at the length */
-      {1, 0, 5, 4},  /* at every piece; a byte of zero each time that the file has nothing beyond what was sent */
-      {1, 1, 5, 0},  /* and none of those */
+      {64, 4, 0}, /* at 64, 128 and 256 KB and at the length */
+      {1, 5, 4},  /* at every piece; a byte of zero each time that the file has nothing beyond what was sent */
   };
   engine(std::vector<std::string>(14, "x: OK\n"));
   for (const auto &c : cases) {
-    SocketPair pair;
-    std::swap(client.near, pair.near);
-    std::swap(client.far, pair.far);
+    reconnect();
     startScanSize = c.startKiB;
-    StrictHttp = c.strict;
     scans = 0;
     const std::string page = response(dated, body);
     Upstream upstream({page});
@@ -257,7 +179,7 @@ TEST_F(ScanTest, cleanBodyIsScannedAsItDoublesAndDeliveredFromTheFile) {
     EXPECT_EQ(result, 1);
     EXPECT_EQ(scans, c.scans) << c.startKiB;
     EXPECT_EQ(verdict(), 0);
-    gdbm_close(gdbm_open((root.path() + "/opt/Velmora/var/nscache.db").c_str(), 0, GDBM_NEWDB, 0600, nullptr));
+    emptyCache();
   }
 }
 

@@ -1,0 +1,378 @@
+#include "connection/strictDelivery.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+
+#include "cache/dbcache.h"
+#include "connection/answer.h"
+#include "connection/answerPage.h"
+#include "connection/bodyPhase.h"
+#include "connection/scanSpool.h"
+#include "connection/strictWire.h"
+#include "connection/upstream.h"
+#include "connection/verdict.h"
+#include "http/debugLog.h"
+#include "http/httpBody_iter.h"
+#include "http/httpHeader.h"
+#include "http/strictCoding.h"
+#include "http/strictField.h"
+#include "http/strictForward.h"
+#include "policy/accessLog.h"
+#include "policy/popupIndex.h"
+#include "state/connection.h"
+
+namespace netsift {
+namespace {
+
+constexpr size_t pieceSize = sizeof httpbody;
+constexpr size_t codedPiece = 16384;
+constexpr size_t spoolBlock = 65536;
+/* Text is judged in pieces as large as can be had; a server that pauses longer than this gets what it sent so far
+   through, so that a page that grows slowly is seen to grow. */
+constexpr int gatherMilliseconds = 1000;
+
+enum class Flow { on, finished, cut, blocked, gone };
+
+struct Delivery {
+  Connection &connection;
+  Cycle &cycle;
+  BodySource source;
+
+  bool judges = false;  /* text that ratings and phrases are looked for in */
+  bool gathers = false; /* in pieces as large as can be had */
+  bool scans = false;
+  bool inserts = false; /* the pop-up script, where an html tag is found */
+  bool decodes = false;
+  CodingDecoder decoder;
+  std::array<char, codedPiece> coded;
+  size_t codedStart = 0, codedEnd = 0;
+  bool decoderHoldsOutput = false;
+
+  size_t size = 0; /* of the piece in httpbody */
+  bool first = true, ended = false;
+  bool headSent = false, sentWhole = true, trusted = true; /* trusted: every check that is on has passed all of it */
+  int popupIndex = -1;
+  uint64_t spooled = 0, scanned = 0, delivered = 0, threshold = 0;
+  char virusName[virusNameSize] = "";
+};
+
+int upstreamMilliseconds() { return PROXY_TIMEOUT <= 0 || PROXY_TIMEOUT > 86400 ? -1 : PROXY_TIMEOUT * 1000; }
+
+bool sendToClient(const char *bytes, size_t length) {
+  return length == 0 || sendHTTPBody(clientsock, bytes, static_cast<int>(length), clientTimeoutSeconds) >= 0;
+}
+
+/* -- reading -- */
+
+BodyRead readDecoded(Delivery &delivery, char *out, size_t room, size_t &count, int waitMilliseconds) {
+  for (;;) {
+    if (delivery.codedStart < delivery.codedEnd || delivery.decoderHoldsOutput) {
+      size_t used = 0;
+      const std::string_view in(delivery.coded.data() + delivery.codedStart, delivery.codedEnd - delivery.codedStart);
+      if (decodeCoding(delivery.decoder, in, used, out, room, count) == Parse::bad) return BodyRead::broken;
+      delivery.codedStart += used;
+      delivery.decoderHoldsOutput = count == room;
+      if (count > 0) return BodyRead::piece;
+    }
+    size_t read = 0;
+    const BodyRead result =
+        readBody(proxysock, delivery.source, delivery.coded.data(), codedPiece, read, waitMilliseconds);
+    delivery.codedStart = 0;
+    delivery.codedEnd = read;
+    if (result == BodyRead::end && finishCoding(delivery.decoder) == Parse::bad) return BodyRead::broken;
+    if (result != BodyRead::piece) return result;
+  }
+}
+
+BodyRead readMore(Delivery &delivery, size_t &count, int waitMilliseconds) {
+  char *out = httpbody + delivery.size;
+  const size_t room = pieceSize - delivery.size;
+  if (delivery.decodes) return readDecoded(delivery, out, room, count, waitMilliseconds);
+  return readBody(proxysock, delivery.source, out, room, count, waitMilliseconds);
+}
+
+/* The next piece into httpbody. `cut`: nothing more comes, though the body has not ended; what had arrived is judged
+   and delivered first. */
+Flow readPiece(Delivery &delivery) {
+  delivery.size = 0;
+  while (delivery.size < pieceSize) {
+    const bool waitsOn = delivery.size > 0;
+    size_t count = 0;
+    const BodyRead read = readMore(delivery, count, waitsOn ? gatherMilliseconds : upstreamMilliseconds());
+    delivery.size += count;
+    if (read == BodyRead::end) {
+      delivery.ended = true;
+      return Flow::finished;
+    }
+    if (read == BodyRead::timedOut && waitsOn) return Flow::on;
+    if (read != BodyRead::piece) {
+      dprintf(2, "Error %d while recieving http body\n", read == BodyRead::timedOut ? 2 : 3);
+      return Flow::cut;
+    }
+    if (!delivery.gathers) return Flow::on;
+  }
+  return Flow::on;
+}
+
+/* -- the client's head -- */
+
+bool isKnownLength(const Delivery &delivery) {
+  return delivery.source.kind == BodyKind::none || (delivery.source.kind == BodyKind::length && !delivery.decodes);
+}
+
+void prepareClientHead(Delivery &delivery) {
+  Cycle &cycle = delivery.cycle;
+  const std::string_view statusLine = respheader.first->text; /* its version is this hop's (RFC 9110 section 7.7) */
+  setLine(respheader.first, "HTTP/1.1" + std::string(statusLine.substr(8, statusLine.find('\r') - 8)));
+  cleanResponseHead(respheader, ProxyPresent == 1);
+  addVia(respheader, cycle.framing.line.minorVersion);
+  if (delivery.decodes) removeField(respheader, "Content-Encoding:");
+  if (!isKnownLength(delivery)) {
+    removeContentLengthFields(respheader);
+  } else if (delivery.popupIndex >= 0) {
+    setContentLength(respheader, cycle.framing.length + static_cast<uint64_t>(std::max(popuplen, 0)));
+    dprintf(5, "Content length modified\n");
+  }
+  const bool closes = !isKnownLength(delivery) || !cycle.target.keepAlive || cycle.bodyUnsent;
+  setConnection(respheader, closes);
+  if (closes) delivery.connection.stop = true;
+}
+
+bool sendClientHead(Delivery &delivery) {
+  if (delivery.headSent) return true;
+  prepareClientHead(delivery);
+  delivery.headSent = responseBegun = true;
+  if (sendHeader(clientsock, &respheader) != 0) return true;
+  dprintf(7, "Client closed connection while receiving reponse header\n");
+  return false;
+}
+
+/* Sends bytes of the body that stand at `delivered` of it, with the script where it belongs. */
+bool deliver(Delivery &delivery, const char *bytes, size_t length) {
+  if (!sendClientHead(delivery)) return false;
+  const uint64_t start = delivery.delivered;
+  const uint64_t index = static_cast<uint64_t>(delivery.popupIndex);
+  delivery.delivered += length;
+  const bool holdsIndex = delivery.popupIndex >= 0 && start < index && index <= delivery.delivered;
+  if (!holdsIndex) return sendToClient(bytes, length);
+  const size_t before = index - start;
+  dprintf(1, "Client IP:%s,SIZE:%ld,URL:%s,STATUS:DELIVERED\n", clientip, static_cast<long>(length) + popuplen, url);
+  return sendToClient(bytes, before) && sendToClient(popupblocker, static_cast<size_t>(std::max(popuplen, 0))) &&
+         sendToClient(bytes + before, length - before);
+}
+
+/* -- verdicts -- */
+
+Flow blockOffensive(Delivery &delivery) {
+  Cycle &cycle = delivery.cycle;
+  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,offensive content\n", clientip, cycle.urlCopy.c_str());
+  if (cycle.cacheEligible && disableCache != 1 && cycle.date) {
+    addto_urlcache_db(cycle.urlCopy.c_str(), cycle.date.get(), 2);
+  }
+  return Flow::blocked;
+}
+
+Flow judgePiece(Delivery &delivery) {
+  if (memmem(httpbody, delivery.size, "window.open", 11) != nullptr) {
+    delivery.cycle.cacheEligible = false;
+    dprintf(7, "POPUP caught and blocked for site %s\n", url);
+  }
+  if (delivery.first && delivery.inserts) {
+    delivery.popupIndex = delivery.size == 0 ? -1 : getPopUpIndex(httpbody, static_cast<int>(delivery.size));
+  }
+  if (!delivery.judges || delivery.size == 0) return Flow::on;
+  dprintf(7, "preprocessing body...\n");
+  if (checkAllRight(httpbody, static_cast<int32_t>(delivery.size), delivery.first ? 1 : 0) == 0) return Flow::on;
+  return blockOffensive(delivery);
+}
+
+Flow blockInfected(Delivery &delivery) {
+  Cycle &cycle = delivery.cycle;
+  snprintf(reason, sizeof reason, "Content is infected\n");
+  storeLog("Virus", "Infected Content", 0);
+  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,Infected Content:Virus-%s\n", clientip, url, delivery.virusName);
+  if (cycle.cacheEligible && disableCache != 1 && cycle.date) addto_urlcache_db(url, cycle.date.get(), 1);
+  blockConnection(clientsock, 1);
+  return Flow::blocked;
+}
+
+/* Nobody could be asked: blocked, or passed as it is from here on. */
+Flow handleUnscanned(Delivery &delivery, int32_t verdict) {
+  const bool passes = (StrictHttp & STRICT_PASS_UNSCANNED) != 0;
+  dprintf(2, "%s", verdict == -1 ? "--Anti Virus Server is not running\n" : "Error in scanning for virus\n");
+  dprintf(1, "Client IP:%s,URL:%s,STATUS:%s,unscanned\n", clientip, url, passes ? "DELIVERED" : "BLOCKED");
+  delivery.trusted = false;
+  if (passes) {
+    delivery.scans = false;
+    return Flow::on;
+  }
+  snprintf(reason, sizeof reason, "%s",
+           verdict == -1 ? "Anti Virus Server Not Running\n" : "Error In Scanning For Virus\n");
+  blockConnection(clientsock, 1);
+  return Flow::blocked;
+}
+
+Flow handleUnjudged(Delivery &delivery) {
+  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,unjudged\n", clientip, url);
+  snprintf(reason, sizeof reason, "The page came in a coding that cannot be read.");
+  blockConnection(clientsock, 1);
+  delivery.trusted = false;
+  return Flow::blocked;
+}
+
+/* -- the scan file -- */
+
+bool releaseSpool(Delivery &delivery) {
+  const Text block(static_cast<char *>(malloc(spoolBlock)));
+  while (block && delivery.delivered < delivery.spooled) {
+    const size_t wanted = std::min<uint64_t>(spoolBlock, delivery.spooled - delivery.delivered);
+    const size_t count = readFromSpool(delivery.delivered, block.get(), wanted);
+    if (count == 0 || !deliver(delivery, block.get(), count)) return false;
+  }
+  return static_cast<bool>(block);
+}
+
+/* Judges all that was collected since the last scan and lets it go. */
+Flow scanCollected(Delivery &delivery) {
+  if (delivery.scanned < delivery.spooled) {
+    const int32_t verdict = scanSpool(delivery.virusName);
+    if (verdict == 1) return blockInfected(delivery);
+    if (verdict != 0) {
+      const Flow flow = handleUnscanned(delivery, verdict);
+      if (flow != Flow::on) return flow;
+    }
+    delivery.scanned = delivery.spooled;
+  }
+  return releaseSpool(delivery) ? Flow::on : Flow::gone;
+}
+
+/* A piece that passed: into the scan file, or to the client. */
+Flow passPiece(Delivery &delivery) {
+  if (delivery.size == 0) return Flow::on;
+  if (!delivery.scans) return deliver(delivery, httpbody, delivery.size) ? Flow::on : Flow::gone;
+  if (appendToSpool(httpbody, delivery.size)) {
+    delivery.spooled += delivery.size;
+    if (delivery.threshold == 0 || delivery.spooled < delivery.threshold) return Flow::on;
+    while (delivery.threshold <= delivery.spooled) delivery.threshold *= 2;
+    return scanCollected(delivery);
+  }
+  const Flow flow = handleUnscanned(delivery, -2);
+  if (flow != Flow::on) return flow;
+  const bool sent = releaseSpool(delivery) && deliver(delivery, httpbody, delivery.size);
+  return sent ? Flow::on : Flow::gone;
+}
+
+/* -- the whole -- */
+
+bool isText(const Cycle &cycle, const char *what) {
+  return std::strstr(printable(cycle.contentType.get()), what) != nullptr;
+}
+
+/* What is done with this response. False when its text cannot be read and must not pass for that. */
+bool plan(Delivery &delivery) {
+  Cycle &cycle = delivery.cycle;
+  startBody(delivery.source, cycle.framing);
+  if (cycle.isExempt || delivery.source.kind == BodyKind::none) return true;
+  const bool good = cycle.responseCode >= 200 && cycle.responseCode <= 299;
+  const bool checksText = (contentcheck != 0 || testforratings != 0) && good && isText(cycle, "text");
+  delivery.judges = checksText && !cycle.isWhite;
+  delivery.inserts =
+      blockpopup != 0 && popuplen > 0 && cycle.responseCode == 200 && isText(cycle, "html") && !cycle.isPopupSite;
+  delivery.scans = virusscan != 0 && !cycle.skipScan;
+  delivery.threshold = startScanSize > 0 ? static_cast<uint64_t>(startScanSize) * 1024 : 0;
+  delivery.trusted = !(checksText && cycle.isWhite) && !(virusscan != 0 && cycle.skipScan);
+
+  const Coding coding = readContentCoding(respheader.first);
+  const bool readable = coding != Coding::unknown && cycle.responseCode != 206;
+  if (coding != Coding::identity && !readable) {
+    delivery.inserts = false;
+    if (delivery.judges && (StrictHttp & STRICT_PASS_UNJUDGED) == 0) return false;
+    if (delivery.judges) delivery.trusted = false;
+    delivery.judges = false;
+  }
+  delivery.decodes = coding != Coding::identity && readable && (delivery.judges || delivery.inserts);
+  delivery.decoder.coding = coding;
+  delivery.gathers = (delivery.judges || delivery.inserts) && !isText(cycle, "event-stream");
+  return true;
+}
+
+void prepare(Delivery &delivery) {
+  Cycle &cycle = delivery.cycle;
+  responseBegun = false;
+  cycle.urlCopy = url;
+  dprintf(1, "Client IP:%s,CONTENT TYPE:%s,HOST NAME:%s,REQUESTED URL:%s\n", clientip,
+          printable(cycle.contentType.get()), hostname, url);
+  destroyHeader(&reqheader);
+  if (delivery.judges && contentcheck != 0) prepareContentFilter();
+  if (!delivery.scans || prepareSpool()) return;
+  delivery.scans = false;
+  delivery.trusted = false;
+}
+
+Flow handlePieces(Delivery &delivery) {
+  for (;;) {
+    const Flow read = readPiece(delivery);
+    if (delivery.first || delivery.size > 0) {
+      Flow flow = judgePiece(delivery);
+      if (flow == Flow::on) flow = passPiece(delivery);
+      if (flow != Flow::on) return flow;
+      delivery.first = false;
+    }
+    if (read != Flow::on) return read;
+  }
+}
+
+/* What is still held back after the last piece, and the head of a body that had none. */
+Flow finishDelivery(Delivery &delivery, Flow flow) {
+  if (delivery.scans) {
+    const Flow scanned = scanCollected(delivery);
+    if (scanned != Flow::on) return scanned;
+  }
+  if (flow == Flow::finished && !sendClientHead(delivery)) return Flow::gone;
+  if (flow == Flow::cut && !delivery.headSent) {
+    snprintf(reason, sizeof reason, "The server broke off its answer.");
+    sendErrorPage(clientsock, 502);
+  }
+  return flow;
+}
+
+void storeClean(const Delivery &delivery) {
+  const Cycle &cycle = delivery.cycle;
+  if (!cycle.cacheEligible || disableCache == 1 || !cycle.date || !delivery.trusted) return;
+  dprintf(7, "%s:%d::Adding %s-%d-%s-%d in cache.\n", "strictDelivery.cpp", __LINE__, cycle.urlCopy.c_str(),
+          static_cast<int>(cycle.urlCopy.size()), cycle.date.get(), 0);
+  addto_urlcache_db(cycle.urlCopy.c_str(), cycle.date.get(), 0);
+}
+
+Next conclude(Delivery &delivery, Flow flow) {
+  Connection &connection = delivery.connection;
+  Cycle &cycle = delivery.cycle;
+  cycle.responseComplete =
+      delivery.source.ended && !delivery.source.excess && cycle.framing.upstreamPersists && !cycle.bodyUnsent;
+  if (flow == Flow::finished) storeClean(delivery);
+  replaceText(url, nullptr);
+  replaceText(hostname, nullptr);
+  destroyHeader(&respheader);
+  responseBegun = false;
+  connection.lastStatus = flow == Flow::finished ? 1 : -1;
+  if (flow != Flow::finished) return endCall(connection, -1);
+  dprintf(7, "here one request-response cycle completes\n");
+  return Next::cycle;
+}
+
+}  // namespace
+
+Next deliverStrictly(Connection &connection, Cycle &cycle) {
+  Delivery delivery{connection, cycle};
+  const bool readable = plan(delivery);
+  prepare(delivery);
+  Flow flow = readable ? handlePieces(delivery) : handleUnjudged(delivery);
+  if (flow == Flow::finished || flow == Flow::cut) flow = finishDelivery(delivery, flow);
+  if (delivery.decodes) endCoding(delivery.decoder);
+  closeSpool();
+  return conclude(delivery, flow);
+}
+
+}  // namespace netsift

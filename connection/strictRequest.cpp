@@ -1,0 +1,199 @@
+#include "connection/strictRequest.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "connection/answer.h"
+#include "connection/answerPage.h"
+#include "connection/strictWire.h"
+#include "connection/upstream.h"
+#include "http/debugLog.h"
+#include "http/httpBody_iter.h"
+#include "http/httpHeader.h"
+#include "http/strictForward.h"
+#include "http/strictFraming.h"
+#include "policy/attachFile.h"
+#include "scan/tunnel.h"
+#include "state/connection.h"
+
+namespace netsift {
+namespace {
+
+constexpr size_t forwardPiece = 65536;
+constexpr size_t uploadWindow = 65536;
+constexpr size_t uploadOverlap = 4096; /* a part's head that lies across two windows is whole in one of them */
+constexpr unsigned uncheckedUploadPort = 8100;
+
+struct FileCloser {
+  void operator()(FILE *file) const { fclose(file); }
+};
+using File = std::unique_ptr<FILE, FileCloser>;
+
+/* The client's CONNECT is answered here: no proxy stands upstream that would do it. */
+Next answerConnect(Connection &connection) {
+  constexpr char established[] = "HTTP/1.1 200 Connection established\r\n\r\n";
+  const bool sent = sendHTTPBody(clientsock, established, sizeof established - 1, clientTimeoutSeconds) >= 0;
+  return sent ? Next::step : endCall(connection, -1);
+}
+
+void rewriteHead(const Cycle &cycle) {
+  if (ProxyPresent == 1) {
+    rewriteForProxy(reqheader, cycle.target);
+  } else {
+    rewriteForOrigin(reqheader, cycle.target);
+  }
+}
+
+/* Reads the next piece of the request's body. False when the client stalls or breaks off. */
+bool readRequestBody(char *piece, size_t room, uint64_t &remaining, size_t &count) {
+  unsigned length = static_cast<unsigned>(std::min<uint64_t>(room, remaining));
+  const unsigned char status = getHTTPBody(clientsock, piece, &length, clientTimeoutSeconds, static_cast<int>(length));
+  count = length;
+  remaining -= length;
+  return status <= 1 && length > 0;
+}
+
+bool inviteBody(const Cycle &cycle) {
+  constexpr char invitation[] = "HTTP/1.1 100 Continue\r\n\r\n";
+  if (!cycle.expectsContinue) return true;
+  return sendHTTPBody(clientsock, invitation, sizeof invitation - 1, clientTimeoutSeconds) >= 0;
+}
+
+enum class Upload { clean, found, failed };
+
+/* Collects the body in a file without a name and looks for uploads in windows that overlap. */
+Upload spoolUpload(const Cycle &cycle, FILE *spool) {
+  const Text window(static_cast<char *>(calloc(uploadWindow + 1, 1)));
+  if (!window || !inviteBody(cycle)) return Upload::failed;
+  size_t held = 0;
+  for (uint64_t remaining = cycle.bodyLength; remaining > 0;) {
+    size_t count = 0;
+    if (!readRequestBody(window.get() + held, uploadWindow - held, remaining, count)) return Upload::failed;
+    if (fwrite(window.get() + held, 1, count, spool) != count) return Upload::failed;
+    const size_t filled = held + count;
+    held = std::min(filled, uploadOverlap);
+    const Text tail(static_cast<char *>(malloc(held)));
+    if (!tail) return Upload::failed;
+    std::memcpy(tail.get(), window.get() + filled - held, held); /* the check empties what it finds */
+    window.get()[filled] = '\0';
+    if (blockAttachment(static_cast<int>(filled), window.get()) > 0) return Upload::found;
+    std::memcpy(window.get(), tail.get(), held);
+  }
+  rewind(spool);
+  return ferror(spool) == 0 ? Upload::clean : Upload::failed;
+}
+
+/* A send that fails may be an upstream that answers early and closes: its answer is still to be read. */
+Next sendBody(Connection &connection, Cycle &cycle, FILE *spool) {
+  if (cycle.bodyLength == 0) return Next::step;
+  dprintf(2, "It is a  request requiring posting of data\n");
+  const Text piece(static_cast<char *>(malloc(forwardPiece)));
+  if (!piece || (spool == nullptr && !inviteBody(cycle))) return endCall(connection, -1);
+  for (uint64_t remaining = cycle.bodyLength; remaining > 0;) {
+    size_t count = 0;
+    if (spool != nullptr) {
+      count = fread(piece.get(), 1, std::min<uint64_t>(forwardPiece, remaining), spool);
+      remaining -= count;
+      if (count == 0) return endCall(connection, -1);
+    } else if (!readRequestBody(piece.get(), forwardPiece, remaining, count)) {
+      return endCall(connection, -1);
+    }
+    if (sendHTTPBody(proxysock, piece.get(), static_cast<int>(count), PROXY_TIMEOUT) >= 0) continue;
+    cycle.bodyUnsent = true;
+    break;
+  }
+  return Next::step;
+}
+
+bool checksUpload(const Cycle &cycle) {
+  return blockupload != 0 && cycle.bodyLength > 0 && cycle.port != uncheckedUploadPort && checkUrl(url) == 0;
+}
+
+}  // namespace
+
+Next strictError(Connection &connection, int status, const char *text) {
+  if (text != nullptr) snprintf(reason, sizeof reason, "%s", text);
+  sendErrorPage(clientsock, status);
+  return endCall(connection, -1);
+}
+
+Next readStrictRequest(Connection &connection, Cycle &cycle) {
+  HeadScan scan;
+  const HeadRead read = readStrictHead(clientsock, scan, reqheader, clientTimeoutSeconds);
+  if (read == HeadRead::refused) return strictError(connection, scan.fault.status, scan.fault.text);
+  if (read != HeadRead::done) return endCall(connection, -1);
+  RequestFraming framing;
+  const StrictFault fault = requestFraming(reqheader.first, framing);
+  if (fault.status != 0) return strictError(connection, fault.status, fault.text);
+  cycle.bodyLength = framing.length;
+  cycle.expectsContinue = framing.expectsContinue;
+  return Next::step;
+}
+
+Next identifyStrictly(Connection &connection, Cycle &cycle) {
+  const StrictFault fault = parseStrictTarget(reqheader.first, cycle.target);
+  if (fault.status != 0) return strictError(connection, fault.status, fault.text);
+  snprintf(request, sizeof request, "%s", cycle.target.method.c_str());
+  if (DoNotKeepConnectionAlive != 0) cycle.target.keepAlive = false;
+  cycle.port = cycle.target.port;
+  cycle.isConnect = cycle.target.form == TargetForm::authority;
+  cycle.isHead = cycle.target.method == "HEAD";
+  replaceText(hostname, strdup(cycle.target.host.c_str()));
+  replaceText(url, strdup(strictUrl(cycle.target).c_str()));
+  return url == nullptr || hostname == nullptr ? endCall(connection, -1) : Next::step;
+}
+
+Next openStrictRelay(Connection &connection, Cycle &cycle) {
+  const int status = strictConnect(connection, cycle);
+  if (status != 0) return strictError(connection, status, nullptr);
+  if (ProxyPresent == 1) return Next::step;
+  if (cycle.isConnect) return answerConnect(connection);
+  cycle.target.keepAlive = false;
+  rewriteHead(cycle);
+  return Next::step;
+}
+
+Next connectStrictly(Connection &connection, Cycle &cycle) {
+  const int status = strictConnect(connection, cycle);
+  if (status != 0) return strictError(connection, status, nullptr);
+  if (!cycle.isConnect || ProxyPresent == 1) return Next::step;
+  const Next next = answerConnect(connection);
+  if (next != Next::step) return next;
+  dprintf(1, "Client IP:%s,CONTENT TYPE:UNKNOWN,HOST NAME:UNKNOWN,REQUESTED URL:%s\n", clientip, url);
+  dprintf(1, "Client IP:%s,URL:%s,STATUS:TUNNELED,HTTPS REQUEST\n", clientip, url);
+  tunnel(clientsock, proxysock, relayIdleSeconds);
+  return endCall(connection, 0);
+}
+
+Next forwardStrictly(Connection &connection, Cycle &cycle) {
+  dprintf(4, "URL is [%s], port is [%u], host is [%s]\n", url, cycle.port, hostname);
+  File spool;
+  if (checksUpload(cycle)) {
+    spool.reset(tmpfile());
+    const Upload upload = spool ? spoolUpload(cycle, spool.get()) : Upload::failed;
+    if (upload == Upload::failed) return endCall(connection, -1);
+    if (upload == Upload::found) {
+      dprintf(2, "Upload/Attachment is BLOCKED.\n");
+      blockConnection(clientsock, 1);
+      return endCall(connection, 1);
+    }
+  }
+  removeAcceptCoding(reqheader.first);
+  modHTTPver(reqheader.first);
+  rewriteHead(cycle);
+  addVia(reqheader, cycle.target.minorVersion);
+  if (sendHeader(proxysock, &reqheader) == 0 && !cycle.upstreamReused) {
+    return strictError(connection, 502, "The server closed the connection.");
+  }
+  return sendBody(connection, cycle, spool.get());
+}
+
+bool sendStrictlyAgain(Connection &connection, Cycle &cycle) {
+  if (!cycle.upstreamReused || cycle.bodyLength != 0 || !isClosedByPeer(proxysock)) return false;
+  strictDisconnect(connection);
+  return strictConnect(connection, cycle) == 0 && sendHeader(proxysock, &reqheader) != 0;
+}
+
+}  // namespace netsift

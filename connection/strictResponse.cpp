@@ -1,0 +1,114 @@
+#include "connection/strictResponse.h"
+
+#include <cstdio>
+
+#include "cache/dbcache.h"
+#include "connection/answer.h"
+#include "connection/answerPage.h"
+#include "connection/responseSide.h"
+#include "connection/strictDelivery.h"
+#include "connection/strictRequest.h"
+#include "connection/strictWire.h"
+#include "http/debugLog.h"
+#include "http/httpHeader.h"
+#include "scan/tunnel.h"
+#include "state/connection.h"
+
+namespace netsift {
+namespace {
+
+constexpr int badGateway = 502, gatewayTimeout = 504;
+constexpr unsigned mostInterimHeads = 20;
+
+Next failToRead(Connection &connection, HeadRead read, const HeadScan &scan) {
+  dprintf(2, "Timeout while getting response header from proxy.\n");
+  if (read == HeadRead::refused) return strictError(connection, scan.fault.status, scan.fault.text);
+  if (read == HeadRead::closed) return strictError(connection, badGateway, "The server closed the connection.");
+  return strictError(connection, gatewayTimeout, "Timeout while getting response from server.\n");
+}
+
+/* An interim answer is news for a client of HTTP/1.1 and would confuse one of HTTP/1.0. */
+bool passInterim(const Cycle &cycle) {
+  return cycle.target.minorVersion == 0 || sendHeader(clientsock, &respheader) != 0;
+}
+
+Next readStrictResponse(Connection &connection, Cycle &cycle) {
+  for (unsigned interim = 0; interim <= mostInterimHeads; interim++) {
+    destroyHeader(&respheader);
+    HeadScan scan;
+    scan.response = true;
+    const HeadRead read = readStrictHead(proxysock, scan, respheader, PROXY_TIMEOUT);
+    if (read == HeadRead::closed && scan.text.empty() && interim == 0 && sendStrictlyAgain(connection, cycle)) continue;
+    if (read != HeadRead::done) return failToRead(connection, read, scan);
+    const ResponseFraming framing = responseFraming(respheader.first, cycle.isHead || cycle.isConnect);
+    if (framing.fault.status != 0) return strictError(connection, framing.fault.status, framing.fault.text);
+    cycle.framing = framing;
+    cycle.responseCode = framing.line.status;
+    if (framing.kind != BodyKind::interim) return Next::step;
+    if (!passInterim(cycle)) return endCall(connection, -1);
+  }
+  return strictError(connection, badGateway, "The server does not come to an answer.");
+}
+
+/* What follows a 101 is another protocol, and what follows a CONNECT that a proxy accepted is the client's own. */
+Next relayTunnel(Connection &connection, Cycle &cycle) {
+  const bool connected = cycle.isConnect && cycle.responseCode >= 200 && cycle.responseCode <= 299;
+  if (cycle.framing.kind != BodyKind::switching && !connected) return Next::step;
+  if (connected) {
+    dprintf(1, "Client IP:%s,CONTENT TYPE:UNKNOWN,HOST NAME:UNKNOWN,REQUESTED URL:%s\n", clientip, url);
+    dprintf(1, "Client IP:%s,URL:%s,STATUS:TUNNELED,HTTPS REQUEST\n", clientip, url);
+  }
+  sendHeader(clientsock, &respheader);
+  tunnel(clientsock, proxysock, relayIdleSeconds);
+  return endCall(connection, connected ? 0 : 1);
+}
+
+/* A refused CONNECT is answered as to any other request; its body is not the tunnel's. */
+Next frameRefusedConnect(Connection &, Cycle &cycle) {
+  if (cycle.isConnect) cycle.framing = responseFraming(respheader.first, false);
+  return Next::step;
+}
+
+Next exemptWhitelisted(Connection &, Cycle &cycle) {
+  cycle.isExempt = vs_tunnel == 1 && cycle.isWhite;
+  if (cycle.isExempt) dprintf(7, "making tunnel (4)..\n");
+  return Next::step;
+}
+
+/* A page that is known to be clean still travels framed: a raw relay would let the next request by unread. */
+Next consultStrictCache(Connection &connection, Cycle &cycle) {
+  if (cycle.isExempt || !mayConsultCache(cycle)) return Next::step;
+  const int32_t verdict = if_url_scanned_check_ok(url, cycle.date.get());
+  cycle.isExempt = cycle.isKnownClean = verdict == 0;
+  if (verdict == 1) return blockKnown(connection, cycle, verdict, "INFECTED");
+  if (verdict == 2) return blockKnown(connection, cycle, verdict, "Offensive content.");
+  if (verdict != 0) {
+    dprintf(7, "%s:%d :: NOT present in the database\n", "strictResponse.cpp", __LINE__);
+    cycle.cacheEligible = true;
+  }
+  return Next::step;
+}
+
+Next checkStrictType(Connection &connection, Cycle &cycle) {
+  traceMiss(cycle);
+  const bool hasBody = cycle.framing.kind != BodyKind::none;
+  return hasBody && !cycle.isKnownClean ? checkContentType(connection, cycle) : Next::step;
+}
+
+constexpr Step steps[] = {
+    {"strict response head", readStrictResponse},
+    {"tunnel", relayTunnel},
+    {"refused CONNECT", frameRefusedConnect},
+    {"date and type", readDateAndType},
+    {"skip rules", applySkipRules},
+    {"whitelisted", exemptWhitelisted},
+    {"verdict cache", consultStrictCache},
+    {"content type", checkStrictType},
+    {"strict delivery", deliverStrictly},
+};
+
+}  // namespace
+
+std::span<const Step> strictResponseSteps() { return steps; }
+
+}  // namespace netsift

@@ -1,0 +1,122 @@
+#include "connection/strictWire.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+
+namespace netsift {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr size_t headPeek = 16384;
+
+enum class Wait { ready, timedOut, failed };
+
+Wait waitReadable(int fd, int milliseconds) {
+  const Clock::time_point end = Clock::now() + std::chrono::milliseconds(std::max(milliseconds, 0));
+  for (;;) {
+    pollfd waiting{fd, POLLIN, 0};
+    const int result = poll(&waiting, 1, milliseconds);
+    if (result > 0) return Wait::ready;
+    if (result == 0) return Wait::timedOut;
+    if (errno != EINTR) return Wait::failed;
+    if (milliseconds < 0) continue;
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
+    milliseconds = static_cast<int>(std::max<int64_t>(left, 0));
+  }
+}
+
+/* Looks ahead, so that what follows the head stays on the socket. */
+HeadRead feedHead(int fd, HeadScan &scan) {
+  char bytes[headPeek];
+  const ssize_t count = recv(fd, bytes, sizeof bytes, MSG_PEEK);
+  if (count <= 0) return HeadRead::closed;
+  size_t used = 0;
+  const Parse parse = scanHead(scan, {bytes, static_cast<size_t>(count)}, used);
+  if (recv(fd, bytes, used, 0) != static_cast<ssize_t>(used)) return HeadRead::closed;
+  if (parse == Parse::bad) return HeadRead::refused;
+  return parse == Parse::done ? HeadRead::done : HeadRead::timedOut;
+}
+
+/* Takes raw bytes off the socket; 0 when the peer has closed or broken off. */
+size_t receive(int fd, char *out, size_t room) {
+  ssize_t count;
+  do {
+    count = recv(fd, out, room, 0);
+  } while (count < 0 && errno == EINTR);
+  return count < 0 ? 0 : static_cast<size_t>(count);
+}
+
+BodyRead readChunked(int fd, BodySource &source, char *out, size_t room, size_t &count, int waitMilliseconds) {
+  for (;;) {
+    if (source.rawStart < source.rawEnd) {
+      size_t used = 0;
+      const std::string_view in(source.raw.data() + source.rawStart, source.rawEnd - source.rawStart);
+      const Parse parse = decodeChunks(source.chunks, in, used, out, room, count);
+      source.rawStart += used;
+      if (parse == Parse::bad) return count > 0 ? BodyRead::piece : BodyRead::broken;
+      if (parse == Parse::done) {
+        source.ended = true;
+        source.excess = source.rawStart < source.rawEnd;
+        return count > 0 ? BodyRead::piece : BodyRead::end;
+      }
+      if (count > 0) return BodyRead::piece;
+    }
+    const Wait wait = waitReadable(fd, waitMilliseconds);
+    if (wait != Wait::ready) return wait == Wait::timedOut ? BodyRead::timedOut : BodyRead::broken;
+    source.rawStart = 0;
+    source.rawEnd = receive(fd, source.raw.data(), source.raw.size());
+    if (source.rawEnd == 0) return BodyRead::broken;
+  }
+}
+
+BodyRead readPlain(int fd, BodySource &source, char *out, size_t room, size_t &count, int waitMilliseconds) {
+  const Wait wait = waitReadable(fd, waitMilliseconds);
+  if (wait != Wait::ready) return wait == Wait::timedOut ? BodyRead::timedOut : BodyRead::broken;
+  const bool counted = source.kind == BodyKind::length;
+  count = receive(fd, out, counted ? std::min<uint64_t>(room, source.remaining) : room);
+  if (count == 0) {
+    source.ended = !counted;
+    return counted ? BodyRead::broken : BodyRead::end;
+  }
+  if (counted) source.remaining -= count;
+  source.ended = counted && source.remaining == 0;
+  return BodyRead::piece;
+}
+
+}  // namespace
+
+HeadRead readStrictHead(int fd, HeadScan &scan, Header &header, int idleSeconds) {
+  const auto limit = std::chrono::seconds(idleSeconds);
+  Clock::time_point end = Clock::now() + limit;
+  bool begun = false;
+  for (;;) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
+    const Wait wait = waitReadable(fd, static_cast<int>(std::clamp<int64_t>(left, 0, INT32_MAX)));
+    if (wait != Wait::ready) return wait == Wait::timedOut ? HeadRead::timedOut : HeadRead::closed;
+    if (!begun) end = Clock::now() + limit;
+    begun = true;
+    const HeadRead read = feedHead(fd, scan);
+    if (read == HeadRead::done) headToLines(scan, header);
+    if (read != HeadRead::timedOut) return read;
+  }
+}
+
+void startBody(BodySource &source, const ResponseFraming &framing) {
+  source.kind = framing.kind;
+  source.remaining = framing.length;
+  source.ended = framing.kind == BodyKind::none || (framing.kind == BodyKind::length && framing.length == 0);
+}
+
+BodyRead readBody(int fd, BodySource &source, char *out, size_t room, size_t &count, int waitMilliseconds) {
+  count = 0;
+  if (source.ended) return BodyRead::end;
+  if (source.kind == BodyKind::chunked) return readChunked(fd, source, out, room, count, waitMilliseconds);
+  return readPlain(fd, source, out, room, count, waitMilliseconds);
+}
+
+}  // namespace netsift

@@ -1,0 +1,42 @@
+/* StrictHttp's parsers fed from sockets: heads under one limit for the whole, bodies by their framing. */
+#ifndef NETSIFT_CONNECTION_STRICTWIRE_H
+#define NETSIFT_CONNECTION_STRICTWIRE_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "http/strictChunk.h"
+#include "http/strictFraming.h"
+#include "http/strictHead.h"
+
+namespace netsift {
+
+enum class HeadRead { done, refused, timedOut, closed };
+
+/* Reads one head into `header` and not a byte beyond it: its first byte within `idleSeconds`, the whole of it within as
+   many again. `refused` leaves the fault in `scan`. */
+HeadRead readStrictHead(int fd, HeadScan &scan, Header &header, int idleSeconds);
+
+/* A message body on its way in, its transfer coding taken off. */
+struct BodySource {
+  BodyKind kind = BodyKind::none;
+  uint64_t remaining = 0; /* of a body with a length */
+  ChunkDecoder chunks;
+  bool ended = false;  /* read to its end, by its own framing */
+  bool excess = false; /* bytes came that are no part of it: the connection carries no further message */
+  std::array<char, 16384> raw;
+  size_t rawStart = 0, rawEnd = 0;
+};
+
+void startBody(BodySource &source, const ResponseFraming &framing);
+
+enum class BodyRead { piece, end, timedOut, broken };
+
+/* Reads what has arrived of the body, at least a byte and at most `room`, waiting up to `waitMilliseconds` (negative:
+   without limit). `broken`: the peer broke off before the body's end, or sent what is no body. */
+BodyRead readBody(int fd, BodySource &source, char *out, size_t room, size_t &count, int waitMilliseconds);
+
+}  // namespace netsift
+
+#endif

@@ -1,0 +1,278 @@
+#include <zlib.h>
+
+#include <cstring>
+
+#include "content/phraseList.h"
+#include "tests/connection/cycle_fixture.h"
+
+namespace netsift::test {
+namespace {
+
+class StrictTest : public ScanTest {
+ protected:
+  StrictTest() {
+    StrictHttp = STRICT_HTTP;
+    virusscan = 0;
+    startScanSize = 0;
+  }
+
+  /* A category that blocks pages with the word " vexatious ". */
+  void blockWord() {
+    static char file[] = "words", name[] = "Vexing";
+    static char *files[] = {file}, *names[] = {name};
+    categfiles1 = files;
+    categname1 = names;
+    numcategories1 = 1;
+    allowedweight = 10;
+    contentcheck = 1;
+    writeFile(root.config("words.phrase"), "<\"vexatious\">10\n<zzz>1\n");
+    ASSERT_EQ(makePhraseLists(), 1);
+  }
+};
+
+std::string bodyOf(const std::string &answer) {
+  const size_t end = answer.find("\r\n\r\n");
+  return end == std::string::npos ? "<no head>" : answer.substr(end + 4);
+}
+
+std::string gzipped(const std::string &text) {
+  z_stream stream{};
+  deflateInit2(&stream, 9, Z_DEFLATED, 15 + 16, 8, Z_DEFAULT_STRATEGY);
+  std::string out(text.size() + 100, '\0');
+  stream.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(text.data()));
+  stream.avail_in = static_cast<uInt>(text.size());
+  stream.next_out = reinterpret_cast<Bytef *>(out.data());
+  stream.avail_out = static_cast<uInt>(out.size());
+  deflate(&stream, Z_FINISH);
+  out.resize(stream.total_out);
+  deflateEnd(&stream);
+  return out;
+}
+
+/* Each answer is followed on the same upstream connection by the answer to the next request, so that a byte too many or
+   too few taken of the first shows in the second. */
+TEST_F(StrictTest, everyFramingIsReadToItsEndAndNoFurther) {
+  const std::string big(70000, 'x'), last = response("", "next");
+  const struct {
+    const char *method;
+    std::string answer, body;
+    bool goesOn;
+  } cases[] = {
+      {"GET", response("", "ok"), "ok", true},
+      {"GET", response("", ""), "", true},
+      {"GET", response("", big, "404 Not Found"), big, true},
+      {"GET", "HTTP/1.1 204 No Content\r\n\r\n", "", true},
+      {"GET", "HTTP/1.1 304 Not Modified\r\nContent-Length: 5\r\n\r\n", "", true},
+      {"HEAD", "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n", "", true},
+      {"GET", "HTTP/1.1 103 Early Hints\r\n\r\nHTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok",
+       "HTTP/1.1 200 OK\r\nConnection: keep-alive\r\nVia: 1.1 netsift\r\nContent-Length: 2\r\n\r\nok", true},
+      {"GET", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2;x=y\r\nok\r\n1\r\n!\r\n0\r\nT: x\r\n\r\n", "ok!",
+       false},
+      {"GET", "HTTP/1.0 200 OK\r\nX-Will: close\r\n\r\nto the end", "to the end", false},
+  };
+  for (const auto &c : cases) {
+    reconnect();
+    Upstream upstream({c.answer, last});
+    const std::string request = std::string(c.method) + " http://h/p HTTP/1.1\r\nHost: h\r\n\r\n";
+    const std::string answer = serve(request + get, upstream);
+    const size_t second = answer.rfind("HTTP/1.1 200 OK\r\n");
+    const bool wentOn = bodyOf(answer.substr(second)) == "next";
+    EXPECT_EQ(bodyOf(wentOn ? answer.substr(0, second) : answer), c.body) << c.answer.substr(0, 80);
+    EXPECT_EQ(wentOn, c.goesOn) << answer.substr(0, 200);
+  }
+}
+
+TEST_F(StrictTest, brokenAnswersAreToldOrCutShort) {
+  const struct {
+    std::string answer;
+    const char *expected;
+  } cases[] = {
+      {"HTTP/1.1 200 OK\r\nContent-Length: 5\r\nContent-Length: 6\r\n\r\nhello close", "502 Bad Gateway"},
+      {"HTTP/1.1 200 OK\r\nContent-Length: +5\r\n\r\nhello close", "502 Bad Gateway"},
+      {"HTTP/1.1 200 OK\r\nTransfer-Encoding: gzip\r\n\r\nclose", "502 Bad Gateway"},
+      {"HTTP/1.1 200 OK\r\nBad Field: 1\r\n\r\nclose", "502 Bad Gateway"},
+      {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\nclose", "502 Bad Gateway"},
+      {"HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\nhalf close", "Content-Length: 50\r\n\r\nhalf close"},
+      {"HTTP/1.1 200 OK\r\nX: close\r\n", "502 Bad Gateway"},
+  };
+  for (const auto &c : cases) {
+    reconnect();
+    Upstream upstream({c.answer});
+    const std::string answer = serve(std::string(get) + get, upstream);
+    EXPECT_NE(answer.find(c.expected), std::string::npos) << c.answer << answer;
+    EXPECT_EQ(answer.rfind("HTTP/1.1 "), 0U) << "nothing follows on the connection";
+    EXPECT_EQ(result, -1);
+  }
+}
+
+/* After a request that can be read in two ways, nothing of it reaches the upstream and the connection ends. */
+TEST_F(StrictTest, ambiguousRequestsAreRefused) {
+  const struct {
+    std::string request;
+    int status;
+  } cases[] = {
+      {"POST http://h/ HTTP/1.1\r\nHost: h\r\nContent-Length: 5\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n", 400},
+      {"POST http://h/ HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n", 411},
+      {"POST http://h/ HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: xchunked\r\n\r\n0\r\n\r\n", 501},
+      {"POST http://h/ HTTP/1.1\r\nHost: h\r\nContent-Length: 0\r\nContent-Length: 44\r\n\r\n", 400},
+      {"POST http://h/ HTTP/1.1\r\nHost: h\r\nContent-Length : 5\r\n\r\nhello", 400},
+      {"GET http://h/ HTTP/1.1\r\nHost: h\r\nX: a\r\n b\r\n\r\n", 400},
+      {"GET http://h/ HTTP/1.1\nHost: h\n\n", 400},
+      {"GET http://h/ HTTP/1.1\r\nHost: h\r\nHost: g\r\n\r\n", 400},
+      {"GET http://u@h/ HTTP/1.1\r\nHost: h\r\n\r\n", 400},
+      {"GET http://h:0/ HTTP/1.1\r\nHost: h\r\n\r\n", 400},
+      {"GET http://h/ HTTP/2.0\r\nHost: h\r\n\r\n", 505},
+      {"GET http://h/ HTTP/1.1\r\nHost: h\r\nX: " + std::string(70000, 'x') + "\r\n\r\n", 431},
+      {"GET http://h/" + std::string(9000, 'x') + " HTTP/1.1\r\nHost: h\r\n\r\n", 414},
+  };
+  for (const auto &c : cases) {
+    reconnect();
+    Upstream upstream({response("", "reached")});
+    const std::string answer = serve(c.request + get, upstream);
+    EXPECT_EQ(answer.find("HTTP/1.1 " + std::to_string(c.status) + " "), 0U) << c.request.substr(0, 90) << answer;
+    EXPECT_EQ(upstream.finish(), "") << c.request.substr(0, 90);
+  }
+}
+
+TEST_F(StrictTest, requestBodiesAreTakenToTheByte) {
+  const std::string body(20480, 'b'); /* a multiple of the contract's chunk */
+  Upstream upstream({response("", "1"), response("", "2"), response("", "3")});
+  const std::string answer =
+      serve("POST http://h/p HTTP/1.1\r\nHost: h\r\nExpect: 100-continue\r\nContent-Length: 20480\r\n\r\n" + body +
+                get + "POST http://h/p HTTP/1.1\r\nHost: h\r\nContent-Length: 0\r\n\r\n",
+            upstream);
+  EXPECT_EQ(answer.find("HTTP/1.1 100 Continue\r\n\r\nHTTP/1.0 200"), std::string::npos);
+  EXPECT_EQ(answer.find("HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200"), 0U) << answer;
+  EXPECT_EQ(bodyOf(answer.substr(answer.rfind("HTTP/1.1"))), "3");
+  const std::string received = upstream.finish();
+  EXPECT_EQ(received.find("Expect"), std::string::npos);
+  EXPECT_NE(received.find("\r\n\r\n" + body + "GET http://h/p HTTP/1.0\r\n"), std::string::npos);
+}
+
+TEST_F(StrictTest, uploadsAreRefusedBeforeAnythingGoesUpstream) {
+  blockupload = 1;
+  /* The part's head lies across two windows. */
+  const std::string body = std::string(65536 - 40, '-') +
+                           "Content-Disposition: form-data; name=\"f\"; filename=\"secret\"\r\n\r\nDATA" +
+                           std::string(100, '-');
+  const std::string head = "POST http://h/x HTTP/1.1\r\nHost: h\r\nContent-Length: " + std::to_string(body.size());
+  Upstream upstream({});
+  const std::string answer = serve(head + "\r\n\r\n" + body, upstream);
+  EXPECT_EQ(answer.find("HTTP/1.1 403 Forbidden\r\n"), 0U) << answer;
+  EXPECT_EQ(upstream.finish(), "");
+
+  reconnect();
+  std::string harmless = body;
+  harmless.replace(harmless.find("filename"), 8, "filament");
+  Upstream allowed({response("", "ok")});
+  EXPECT_EQ(bodyOf(serve(head + "\r\n\r\n" + harmless, allowed)), "ok");
+  EXPECT_EQ(bodyOf(allowed.finish()), harmless);
+}
+
+TEST_F(StrictTest, textIsJudgedWhateverItCameIn) {
+  blockWord();
+  const std::string page = "<p>this is a vexatious page</p>", plain = "<p>a fine page</p>";
+  const std::string type = "Content-Type: text/html\r\n";
+  const struct {
+    std::string answer;
+    int32_t strict;
+    std::string expected; /* part of the answer */
+  } cases[] = {
+      {response(type, page), 1, "403 Forbidden"},
+      {response(type, page, "404 Not Found"), 1, page},
+      {response(type + "Content-Encoding: gzip\r\n", gzipped(page)), 1, "403 Forbidden"},
+      {response(type + "Content-Encoding: gzip\r\n", gzipped(plain)), 1, "Content-Type: text/html\r\n\r\n" + plain},
+      {response(type + "Content-Encoding: br\r\n", page), 1, "403 Forbidden"},
+      {response(type + "Content-Encoding: br\r\n", page), 1 | STRICT_PASS_UNJUDGED, page},
+      {response("Content-Type: image/png\r\nContent-Encoding: br\r\n", page), 1, page},
+      {"HTTP/1.1 200 OK\r\n" + type +
+           "Transfer-Encoding: chunked\r\n\r\n12\r\n<p>this is a vexat\r\n"
+           "d\r\nious page</p>\r\n0\r\n\r\n",
+       1, "403 Forbidden"},
+  };
+  for (const auto &c : cases) {
+    reconnect();
+    StrictHttp = c.strict;
+    Upstream upstream({c.answer});
+    const std::string answer = serve(get, upstream);
+    EXPECT_NE(answer.find(c.expected), std::string::npos) << c.answer << answer;
+  }
+}
+
+TEST_F(StrictTest, textThatIsFoundTooLateCutsTheAnswer) {
+  blockWord();
+  const std::string body = std::string(70000, 'x') + " vexatious page";
+  Upstream upstream({response("Content-Type: text/plain\r\n", body)});
+  const std::string answer = serve(get, upstream);
+  EXPECT_EQ(bodyOf(answer), std::string(65536, 'x')) << "no page in the middle of another";
+  EXPECT_EQ(result, -1);
+}
+
+TEST_F(StrictTest, onlyWhatAScanCoveredReachesTheClient) {
+  virusscan = 1;
+  startScanSize = 64;
+  const std::string body(200000, 'b');
+  const struct {
+    std::vector<std::string> verdicts;
+    int32_t strict;
+    size_t delivered; /* of the body; the block page instead when 0 */
+    int32_t stored;
+  } cases[] = {
+      {{"OK", "OK", "OK", "OK"}, 1, 200000, 0},
+      {{"FOUND"}, 1, 0, 1},
+      {{"OK", "FOUND"}, 1, 65536, 1},
+      {{"ERROR"}, 1, 0, -1},
+      {{"ERROR"}, 1 | STRICT_PASS_UNSCANNED, 200000, -1},
+  };
+  for (const auto &c : cases) {
+    reconnect();
+    emptyCache();
+    StrictHttp = c.strict;
+    engine(c.verdicts);
+    Upstream upstream({response(dated, body)});
+    const std::string answer = serve(get, upstream);
+    stopEngine();
+    EXPECT_EQ(answer.find("200 OK") != std::string::npos, c.delivered != 0);
+    EXPECT_TRUE(c.delivered == 0 || bodyOf(answer).size() == c.delivered) << bodyOf(answer).size();
+    EXPECT_EQ(verdict(), c.stored) << c.verdicts[0] << c.delivered;
+  }
+  EXPECT_TRUE(log.has("Client IP:10.1.2.3,URL:h/p,STATUS:BLOCKED,unscanned"));
+  EXPECT_TRUE(log.has("Client IP:10.1.2.3,URL:h/p,STATUS:DELIVERED,unscanned"));
+}
+
+TEST_F(StrictTest, cleanVerdictsAreStoredForWholeBodiesAlone) {
+  const struct {
+    std::string answer;
+    int32_t stored;
+  } cases[] = {
+      {response(dated, "ok"), 0},
+      {"HTTP/1.1 200 OK\r\n" + dated + "Content-Length: 50\r\n\r\nhalf", -1},
+      {"HTTP/1.1 200 OK\r\n" + dated + "Transfer-Encoding: chunked\r\n\r\n2\r\nok\r\n", -1},
+  };
+  for (const auto &c : cases) {
+    reconnect();
+    emptyCache();
+    Upstream upstream({c.answer});
+    serve(get, upstream);
+    EXPECT_EQ(verdict(), c.stored) << c.answer;
+  }
+}
+
+TEST_F(StrictTest, popupScriptFitsTheLengthOnEveryRoad) {
+  blockpopup = 1;
+  static char *none[] = {nullptr};
+  popuplist = {sym_create_table_(nullptr, 0), none, none};
+  const std::string script = popupblocker, type = "Content-Type: text/html\r\n";
+  for (const uint8_t scanning : {0, 1}) {
+    reconnect();
+    virusscan = scanning;
+    if (scanning != 0) engine({"OK"});
+    Upstream upstream({response(type, "<html><p>x"), response(type, "", "204 No Content")});
+    const std::string answer = serve(get, upstream);
+    EXPECT_EQ(bodyOf(answer), "<html>" + script + "<p>x");
+    EXPECT_NE(answer.find("Content-Length: " + std::to_string(10 + script.size()) + "\r\n"), std::string::npos);
+  }
+}
+
+}  // namespace
+}  // namespace netsift::test
