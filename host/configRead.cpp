@@ -78,6 +78,7 @@ void readConfiguration(const std::string &path, Problems &problems) {
         {true, path, static_cast<int>(refusal.source().begin.line), "", std::string(refusal.description())});
     return;
   }
+  releaseSettings();
   Problems found;
   storeGiven({path, found}, parsed.table(), "");
   storeDefaults(parsed.table(), found);

@@ -13,7 +13,7 @@ namespace netsift::host {
 
 /* Reads the file and stores every setting, given or default. Each unknown key, wrong type and value out of range is
    added to the problems, in the order of the file's lines; its variable then holds nothing to rely on.
-   What earlier values of text settings occupied is not released: a process reads its configuration once. */
+   What an earlier reading allocated is released: when this one has fatal problems, the variables are not to be used. */
 void readConfiguration(const std::string &path, Problems &problems);
 
 /* "127.0.0.1:8080": false when it is no IPv4 address and port. Port 0 is accepted. */

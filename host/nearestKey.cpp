@@ -30,10 +30,10 @@ size_t editDistance(std::string_view a, std::string_view b) {
 std::string nearestKey(std::string_view unknown) {
   std::string_view last = unknown.substr(unknown.rfind('.') + 1);
   std::string nearest;
-  size_t least = unknown.size() / 3 + 1;
+  size_t least = last.size() / 3 + 2;
   bool sameKey = false;
   auto consider = [&](const std::string &candidate, bool same) {
-    size_t distance = editDistance(unknown, candidate);
+    size_t distance = candidate.starts_with(unknown) ? 1 : editDistance(unknown, candidate);
     if (same != sameKey ? same : distance < least) {
       nearest = candidate;
       least = distance;

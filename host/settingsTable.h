@@ -26,7 +26,7 @@ struct HostText { /* at most `longest` bytes */
   std::string *variable;
   size_t longest;
 };
-struct LibraryText { /* the variable gets a malloc'ed copy */
+struct LibraryText { /* the variable gets a copy that lasts until the next reading */
   char **variable;
   size_t longest;
   bool isFileName = false; /* 1 byte or more, without "/" */

@@ -6,10 +6,13 @@
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
+#include <vector>
 
 #include "host/configRead.h"
 #include "host/files.h"
 #include "host/hostConfig.h"
+#include "netsift.h"
 
 namespace netsift::host {
 
@@ -47,7 +50,22 @@ bool isBaseName(std::string_view name) {
          name.find_first_not_of(allowed) == name.npos;
 }
 
-char *copyOf(std::string_view text) { return strndup(text.data(), text.size()); }
+/* What the variables of the current configuration point to. */
+std::vector<Text> kept;
+
+template <typename Element>
+Element *keptArray(size_t count) {
+  auto *array = static_cast<Element *>(std::calloc(count, sizeof(Element)));
+  if (array == nullptr) std::abort();
+  kept.emplace_back(reinterpret_cast<char *>(array));
+  return array;
+}
+
+char *keptCopy(std::string_view text) {
+  char *copy = keptArray<char>(text.size() + 1);
+  text.copy(copy, text.size());
+  return copy;
+}
 
 /* An IPv4 address, or its start followed by "*". */
 bool isPattern(std::string_view text) {
@@ -121,7 +139,7 @@ struct Store {
   void operator()(const LibraryText &text) const {
     auto given = boundedText(value, 0, text.longest);
     if (!given || (text.isFileName && (given->empty() || given->find('/') != given->npos))) return unexpected(value);
-    *text.variable = copyOf(*given);
+    *text.variable = keptCopy(*given);
   }
 
   /* The list's elements, or an error and none. */
@@ -167,7 +185,7 @@ struct Store {
     for (const toml::node &node : *array) {
       auto text = node.value_exact<std::string_view>();
       if (!text || !isPattern(*text)) return unexpected(node);
-      *tail = new IpPattern{};
+      *tail = keptArray<IpPattern>(1);
       std::memcpy((*tail)->pattern, text->data(), text->size());
       tail = &(*tail)->next;
     }
@@ -176,16 +194,14 @@ struct Store {
   void operator()(const TextList &texts) const {
     const toml::array *array = list(INT32_MAX);
     if (array == nullptr) return;
-    TextNode **tail = texts.variable;
-    *tail = nullptr;
+    /* the server goes on with this list: its nodes are the library's kind */
+    delete_all_nodes(*texts.variable);
+    *texts.variable = nullptr;
     *texts.count = 0;
     for (const toml::node &node : *array) {
       auto text = boundedText(node, 0, SIZE_MAX);
       if (!text) return unexpected(node);
-      /* the library releases these, so they are its kind of allocation */
-      *tail = static_cast<TextNode *>(std::calloc(1, sizeof(TextNode)));
-      (*tail)->text = copyOf(*text);
-      tail = &(*tail)->next;
+      append(texts.variable, std::string(*text).c_str());
       ++*texts.count;
     }
   }
@@ -202,7 +218,7 @@ struct Store {
     if (!direct && (!text || !parseEndpoint(*text, &address) || address.sin_port == 0)) return unexpected(value);
     ProxyPresent = direct ? 0 : 1;
     proxyport = ntohs(address.sin_port);
-    proxyip = direct ? nullptr : copyOf(text->substr(0, text->rfind(':')));
+    proxyip = direct ? nullptr : keptCopy(text->substr(0, text->rfind(':')));
   }
 
   void operator()(const Folder &target) const {
@@ -244,8 +260,8 @@ struct Store {
     const toml::array *array = list(mostCategories);
     if (array == nullptr) return;
     *categories.count = static_cast<uint8_t>(array->size());
-    *categories.files = static_cast<char **>(std::calloc(array->size() + 1, sizeof(char *)));
-    *categories.names = static_cast<char **>(std::calloc(array->size() + 1, sizeof(char *)));
+    *categories.files = keptArray<char *>(array->size() + 1);
+    *categories.names = keptArray<char *>(array->size() + 1);
     size_t i = 0;
     for (const toml::node &node : *array) {
       const toml::table *table = entry(node, {"name", categories.fileKey});
@@ -254,8 +270,8 @@ struct Store {
       if (!base.empty() && !isBaseName(base))
         fail(*table->get(categories.fileKey), "expected a file's base name of letters, digits, \"_\", \"-\" and \".\"",
              categories.fileKey);
-      (*categories.names)[i] = copyOf(memberText(*table, "name", longestCategoryName));
-      (*categories.files)[i++] = copyOf(base);
+      (*categories.names)[i] = keptCopy(memberText(*table, "name", longestCategoryName));
+      (*categories.files)[i++] = keptCopy(base);
     }
   }
 
@@ -271,7 +287,7 @@ struct Store {
   void operator()(const AccessRules &) const {
     const toml::array *array = list(INT32_MAX);
     if (array == nullptr) return;
-    acllist = static_cast<AclEntry *>(std::calloc(array->size() + 1, sizeof(AclEntry)));
+    acllist = keptArray<AclEntry>(array->size() + 1);
     numacllist = 0;
     for (const toml::node &node : *array) {
       const toml::table *table = entry(node, {"network", "from", "to", "level"});
@@ -306,6 +322,8 @@ bool parseEndpoint(std::string_view text, struct sockaddr_in *address) {
   address->sin_port = htons(port);
   return inet_pton(AF_INET, std::string(text.substr(0, colon)).c_str(), &address->sin_addr) == 1;
 }
+
+void releaseSettings() { kept.clear(); }
 
 void storeSetting(const Setting &setting, const toml::node &value, const std::string &file, Problems &problems) {
   std::visit(Store{setting, value, file, problems}, setting.target);
