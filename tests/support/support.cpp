@@ -17,9 +17,9 @@
 #include "state/settings.h"
 #include "util/installPath.h"
 
-/* The host's two symbols, as a small host would define them. */
-char popupblocker[] = "<script>1</script>";
-int32_t popuplen = sizeof popupblocker - 1;
+/* The host's two symbols, as a small host would define them; the daemon's tests bring its own. */
+__attribute__((weak)) char popupblocker[] = "<script>1</script>";
+__attribute__((weak)) int32_t popuplen = sizeof popupblocker - 1;
 
 namespace netsift::test {
 
