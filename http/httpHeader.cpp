@@ -2,6 +2,7 @@
 
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
@@ -73,6 +74,36 @@ void rewriteField(const char *operation, HeaderLine *first, const char *prefix, 
   dprintf(6, "exiting %s", operation);
 }
 
+bool isHeadEnd(const char *text) { return text[0] == '\r' && text[1] == '\n'; }
+
+void countLine(Header *header, size_t length) {
+  header->totalBytes += static_cast<uint32_t>(length);
+  header->lineCount++;
+  dprintf(7, "header line %u: %zu bytes\n", header->lineCount, length);
+}
+
+/* What became of the rest of a head. */
+enum class Rest { notTaken, cut, whole };
+
+/* Appends the rest of the head after `last` when it has arrived whole, all with one take. */
+Rest takeArrivedLines(int fd, Header *header, HeaderLine *last) {
+  char window[longestLine];
+  std::string_view rest(window, netsift::takeArrivedHead(fd, window, sizeof window));
+  if (rest.empty()) return Rest::notTaken;
+  while (!rest.empty()) {
+    const size_t length = std::min(rest.find('\n'), rest.size() - 1) + 1;
+    last->next = createHeaderLine();
+    last = last->next;
+    if (last != nullptr) last->text = static_cast<char *>(std::malloc(length + 1));
+    if (last == nullptr || last->text == nullptr) return Rest::cut;
+    std::memcpy(last->text, rest.data(), length);
+    last->text[length] = '\0';
+    countLine(header, length);
+    rest.remove_prefix(length);
+  }
+  return isHeadEnd(last->text) ? Rest::whole : Rest::cut;
+}
+
 /* Reads lines into the list that starts at `line`. Returns 1 at the empty line. */
 unsigned readLines(int fd, Header *header, HeaderLine *line, int limit) {
   while (line != nullptr) {
@@ -80,10 +111,11 @@ unsigned readLines(int fd, Header *header, HeaderLine *line, int limit) {
     unsigned char status = 0;
     line->text = getSocketLine(fd, &length, &status, limit);
     if (status != 0) return 0;
-    header->totalBytes += length;
-    header->lineCount++;
-    dprintf(7, "header line %u: %u bytes\n", header->lineCount, length);
-    if (line->text[0] == '\r' && line->text[1] == '\n') return 1;
+    countLine(header, length);
+    if (isHeadEnd(line->text)) return 1;
+    // The rest has usually come with the first line; that saves two calls a line.
+    const Rest rest = header->lineCount == 1 ? takeArrivedLines(fd, header, line) : Rest::notTaken;
+    if (rest != Rest::notTaken) return rest == Rest::whole ? 1 : 0;
     line->next = createHeaderLine();
     line = line->next;
   }

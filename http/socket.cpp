@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <string_view>
 
 #include "http/debugLog.h"
 
@@ -259,6 +260,18 @@ char *getSocketLine(int fd, unsigned *length, unsigned char *status, int limit) 
 
 char *netsift::getSocketLineByBytes(int fd, unsigned *length, unsigned char *status, int limit) {
   return startLine({fd, false}, length, status, limit);
+}
+
+size_t netsift::takeArrivedHead(int fd, char *window, size_t size) {
+  const ssize_t arrived = recv(fd, window, size, MSG_PEEK | MSG_DONTWAIT);
+  if (arrived <= 0) return 0;
+  const std::string_view bytes(window, static_cast<size_t>(arrived));
+  for (size_t line = 0, end; (end = bytes.find('\n', line)) != bytes.npos; line = end + 1) {
+    if (bytes.substr(line, end - line) != "\r") continue;
+    const ssize_t taken = recv(fd, window, end + 1, MSG_WAITALL);
+    return taken <= 0 ? 0 : static_cast<size_t>(taken);
+  }
+  return 0;
 }
 
 char *getSocketLine1(int fd, unsigned *length, unsigned char *status) {
