@@ -33,6 +33,10 @@ TEST(DebugLog, WritesPrefixAndMessageUpToTheLevel) {
   netsift_dprintf(256 + 3, "levels are bytes\n");
   EXPECT_EQ(evaluated, 1);
   const std::string start = "%s%n:" + stamp;
+  tm time{};
+  strptime(errorcode, "%%s%%n:%m:%d:%Y %H:%M:%S", &time);
+  time.tm_isdst = -1;
+  EXPECT_LT(std::time(nullptr) - mktime(&time), 60) << errorcode;
   expectMatch(log.text(), stamp + start + "four 1 No such file or directory\n" + start + "levels are bytes\n");
 }
 
