@@ -82,7 +82,7 @@ std::string shellQuoted(const char *text) {
 
 /* Runs a command in the shell and traces what it says. Reading goes on after a signal: the host may reap children. */
 void runTraced(const std::string &command) {
-  FILE *output = popen((command + " 2>&1").c_str(), "re");
+  FILE *output = popen((command + " 2>&1").c_str(), "re"); /* NOLINT(cert-env33-c): the shell expands the "*" */
   if (output == nullptr) {
     dprintf(4, "error running %s %s\n", command.c_str(), strerror(errno));
     return;
@@ -103,7 +103,9 @@ void runTraced(const std::string &command) {
 }
 
 void giveFolderToItsUser() {
-  const std::string command = "/bin/chown vlconf.vlconf " + shellQuoted(installroot) + "/opt/Velmora/etc/netsift";
+  std::string folder(configFolder);
+  folder.pop_back(); /* its "/" */
+  const std::string command = "/bin/chown vlconf.vlconf " + shellQuoted(installroot) + folder;
   runTraced(command);
   runTraced(command + "/*");
 }
@@ -200,7 +202,8 @@ bool matchesDomain(string_view host, char *entry, bool isIP) {
   } else {
     /* Nearly every entry ends here, unless it has a "*" or is so long that its end does not count. */
     if (!host.ends_with(domain) && domain.size() <= maxWholeRun && domain.find('*') == string_view::npos) return false;
-    memcpy(pattern, "*.", 2);
+    pattern[0] = '*';
+    pattern[1] = '.';
     memcpy(pattern + 2, domain.data(), domain.size() + 1);
   }
   return netsift::matchesPattern(host, pattern);
@@ -222,7 +225,7 @@ char *readURL(FILE *stream) {
       size += std::max(lineGrowth, size / 2);
       char *grown = static_cast<char *>(realloc(line.get(), size));
       if (grown == nullptr) return nullptr;
-      line.release();
+      static_cast<void>(line.release()); /* realloc took it */
       line.reset(grown);
     }
     line.get()[length++] = static_cast<char>(byte);
