@@ -14,6 +14,7 @@ using netsift::nameAt;
 using netsift::PhraseGroup;
 using netsift::PhraseRange;
 using netsift::PhraseTable;
+using netsift::slide;
 
 namespace {
 
@@ -103,10 +104,12 @@ bool extendByWalk(OpenMatch &match, signed char byte) {
    position) sorts before every byte below NUL, and hides them. */
 bool extendByTable(OpenMatch &match, signed char byte) {
   const PhraseGroup &group = *match.group;
+  if ((group.mask & netsift::maskBit(byte)) == 0) return false;
   if (byte < 0 && group.firstIsWhole && match.candidate == group.first) return false;
-  const void *found = memchr(group.bytes, byte, group.count);
-  if (found == nullptr) return false;
-  const PhraseRange &range = group.ranges[static_cast<const signed char *>(found) - group.bytes];
+  const signed char *found = group.bytes;
+  if (group.count > 1) found = static_cast<const signed char *>(memchr(found, byte, group.count));
+  if (found == nullptr || *found != byte) return false;
+  const PhraseRange &range = group.ranges[found - group.bytes];
   match.candidate = range.first;
   match.end = range.end;
   match.group = range.group;
@@ -119,19 +122,24 @@ bool extend(OpenMatch &match, signed char byte) {
   return match.group == nullptr ? extendByWalk(match, byte) : extendByTable(match, byte);
 }
 
+/* The group says it without a look at the phrase. */
+bool isWhole(const OpenMatch &match) {
+  return match.group != nullptr ? match.group->firstIsWhole : match.candidate->phrase[match.matched] == '\0';
+}
+
 /* Counts what the byte before has completed and carries the open matches over `byte`. True when a count has brought the
    score to the threshold. */
 bool advance(Scan &scan, signed char byte) {
   bool counted = false;
   FifoNode **link = &scan.open;
   while (FifoNode *node = *link) {
-    PhraseNode *phrase = node->candidate;
-    if (!counted && phrase->phrase[node->matched] == '\0') {
-      counted = countPhrase(scan.found, phrase);
+    auto &match = static_cast<OpenMatch &>(*node);
+    if (!counted && isWhole(match)) {
+      counted = countPhrase(scan.found, match.candidate);
       if (counted && totalweight >= allowedweight) return true;
-      node->candidate = phrase->next;
+      match.candidate = match.candidate->next;
     }
-    if (extend(static_cast<OpenMatch &>(*node), byte)) {
+    if (extend(match, byte)) {
       link = &node->next;
     } else {
       *link = node->next;
@@ -150,8 +158,28 @@ PhraseRange rangeOf(const Scan &scan, signed char byte) {
   return {scan.index[entry].first, scan.index[entry].end, nullptr};
 }
 
-void openMatch(Scan &scan, signed char byte) {
-  const PhraseRange range = rangeOf(scan, byte);
+/* A match that cannot get past the two bytes after it would be open at one more position and count nothing: while the
+   pool holds two, leaving it out keeps no other match from opening. */
+bool poolHoldsTwo() { return poolHead != nullptr && poolHead->next != nullptr; }
+
+bool isWorthOpening(const PhraseTable &table, const char *text, ptrdiff_t i, ptrdiff_t length) {
+  const uint32_t thirds = table.thirds[slide(slide(0, text[i]), text[i + 1])];
+  return poolHoldsTwo() && i + 2 <= length ? (thirds >> (text[i + 2] & 31) & 1) != 0 : thirds != 0;
+}
+
+/* While no match is open: the first position from `i` on where one is worth opening, at most length - 1. */
+ptrdiff_t nextOpening(const PhraseTable &table, const char *text, ptrdiff_t i, ptrdiff_t length) {
+  if (!poolHoldsTwo() || i == length) return i;
+  unsigned window = slide(slide(0, text[i]), text[i + 1]);
+  for (; i + 2 <= length; i++) {
+    window = slide(window, text[i + 2]);
+    if ((table.thirds[window >> 5] >> (window & 31) & 1) != 0) break;
+  }
+  return i;
+}
+
+void openMatch(Scan &scan, char byte) {
+  const PhraseRange range = rangeOf(scan, static_cast<signed char>(byte));
   if (range.first == nullptr) return;
   FifoNode *node = takeFromPool();
   if (node == nullptr) return;
@@ -243,10 +271,14 @@ int calcWeight(const char *text, int length, const InitialEntry *index, int cate
   if (category >= 0 && category < foundCategories) scan.found = &foundTables[category];
 
   bool reached = false;
-  for (ptrdiff_t i = 1; i <= length && !reached; i++) {
-    const auto byte = static_cast<signed char>(text[i]);
-    reached = advance(scan, byte);
-    if (!reached) openMatch(scan, byte);
+  for (ptrdiff_t i = 1; i <= length; i++) {
+    if (scan.open != nullptr) {
+      reached = advance(scan, static_cast<signed char>(text[i]));
+    } else if (scan.table != nullptr) {
+      i = nextOpening(*scan.table, text, i, length);
+    }
+    if (reached || i == length) break;
+    if (scan.table == nullptr || isWorthOpening(*scan.table, text, i, length)) openMatch(scan, text[i]);
   }
   releaseAllToFifo(scan.open);
   return reached ? 1 : 0;

@@ -1,5 +1,6 @@
 #include "content/phraseTable.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdint>
 
@@ -55,18 +56,35 @@ const PhraseGroup *addGroup(Builder &builder, PhraseNode *first, PhraseNode *end
   for (Walk walk = startWalk(first, end, depth); nextStretch(walk).first != nullptr;) builder.rangeCount++;
   const size_t count = builder.rangeCount - start;
 
+  uint64_t mask = 0;
   Walk walk = startWalk(first, end, depth);
   for (size_t i = start; i < start + count; i++) {
     PhraseRange range = nextStretch(walk);
+    mask |= maskBit(byteAt(range.first, depth));
     range.group = addGroup(builder, range.first, range.end, depth + 1);
     if (builder.groups == nullptr) continue;
     builder.ranges[i] = range;
     builder.bytes[i] = byteAt(range.first, depth);
   }
   if (builder.groups == nullptr) return nullptr;
-  builder.groups[place] = {first, builder.bytes + start, builder.ranges + start, static_cast<uint8_t>(count),
-                           first->phrase[depth] == '\0'};
+  builder.groups[place] = {first, builder.bytes + start,       builder.ranges + start,
+                           mask,  static_cast<uint8_t>(count), first->phrase[depth] == '\0'};
   return &builder.groups[place];
+}
+
+/* Notes which second and third bytes a match of this run can count or go on with. */
+void noteThirds(uint32_t (&thirds)[32 * 32], const PhraseRange &run) {
+  const unsigned first = slide(0, run.first->phrase[0]);
+  if (run.first->phrase[1] == '\0') std::fill_n(thirds + slide(first, 0), 32, ~uint32_t{0});
+  Walk seconds = startWalk(run.first, run.end, 1);
+  for (PhraseRange second; (second = nextStretch(seconds)).first != nullptr;) {
+    uint32_t &bits = thirds[slide(first, second.first->phrase[1])];
+    if (second.first->phrase[2] == '\0') bits = ~uint32_t{0};
+    Walk walk = startWalk(second.first, second.end, 2);
+    for (PhraseRange third; (third = nextStretch(walk)).first != nullptr;) {
+      bits |= uint32_t{1} << slide(0, third.first->phrase[2]);
+    }
+  }
 }
 
 /* The first run of a byte is the one that an index is searched for. */
@@ -77,7 +95,9 @@ void addRuns(Builder &builder, std::span<const InitialEntry> runs, PhraseTable *
     if (seen[byte]) continue;
     seen[byte] = true;
     const PhraseGroup *group = addGroup(builder, run.first, run.end, 1);
-    if (table != nullptr) table->byFirstByte[byte] = {run.first, run.end, group};
+    if (table == nullptr) continue;
+    table->byFirstByte[byte] = {run.first, run.end, group};
+    noteThirds(table->thirds, table->byFirstByte[byte]);
   }
 }
 

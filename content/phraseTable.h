@@ -30,13 +30,22 @@ struct PhraseGroup {
   const PhraseNode *first;
   const signed char *bytes;  /* `count` bytes, ascending, none of them NUL, */
   const PhraseRange *ranges; /* and the range that each of them leads to */
+  uint64_t mask;             /* a bit for each of the bytes, by its low 6 bits: spares most searches that would fail */
   uint8_t count;
   bool firstIsWhole; /* the first phrase has no next byte; the look-up starts after it */
 };
 
 struct PhraseTable {
   PhraseRange byFirstByte[256]; /* by the byte as unsigned */
+  uint32_t thirds[32 * 32]; /* by the low 5 bits of a first and a second byte, a bit for the low 5 bits of each third
+                               at which a match of them still counts or goes on; all bits where the third does not
+                               matter */
 };
+
+inline uint64_t maskBit(signed char byte) { return uint64_t{1} << (byte & 63); }
+
+/* Shifts a text's byte into the 5 bits each of its last three. */
+inline unsigned slide(unsigned window, char byte) { return (window << 5 | (byte & 31)) & 0x7fff; }
 
 /* Bytes that the tables of these runs take when they follow the index in its allocation. */
 size_t phraseTableSize(std::span<const InitialEntry> runs);
