@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <iterator>
 
 #include "content/wildcard.h"
 
@@ -9,6 +10,8 @@ namespace {
 
 constexpr int digitLimit = 1023;     /* digits of a numeric reference that count */
 constexpr ptrdiff_t longestName = 5; /* the ";" of a named reference stands at most this far after its "&" */
+
+constexpr ptrdiff_t shortestHiding = std::size("<fcolor=white") - 1; /* no shorter font tag can hide text */
 
 /* A page being converted in place: the text grows at `out`, which never overtakes `in`. */
 struct Page {
@@ -42,7 +45,8 @@ Tag judgeFont(const char *tag) {
    that stay, so it cannot change how a tag begins: only those that begin with "f" need it. */
 Tag judgeTag(char *tag, char *close) {
   *close = '\0';
-  if (tag[1] != 'f' && tag[1] != 'F') return beginsWithCI(tag, "<noframes") ? Tag::noFrames : Tag::visible;
+  if (tag[1] == 'n' || tag[1] == 'N') return beginsWithCI(tag, "<noframes") ? Tag::noFrames : Tag::visible;
+  if ((tag[1] != 'f' && tag[1] != 'F') || close - tag < shortestHiding) return Tag::visible;
   for (char *byte = tag; byte < close; byte++) {
     if (*byte == '\r' || *byte == '\n') *byte = ' ';
   }
@@ -120,6 +124,16 @@ void convertName(Page &page) {
   *page.out++ = *page.in++;
 }
 
+/* Up to the next tag or reference. */
+void copyText(Page &page) {
+  const char *end = page.in;
+  while (end < page.end && *end != '<' && *end != '&') end++;
+  const size_t length = static_cast<size_t>(end - page.in);
+  memmove(page.out, page.in, length);
+  page.in += length;
+  page.out += length;
+}
+
 }  // namespace
 
 void ConvertHTMLToText(char *buffer, int32_t *length) {
@@ -129,7 +143,7 @@ void ConvertHTMLToText(char *buffer, int32_t *length) {
     if (*page.in == '<') {
       convertTag(page);
     } else if (*page.in != '&') {
-      *page.out++ = *page.in++;
+      copyText(page);
     } else if (page.end - page.in > 1 && page.in[1] == '#') {
       convertNumber(page);
     } else {
