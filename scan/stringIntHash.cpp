@@ -128,11 +128,10 @@ int32_t string_int_hash_value(const string_int_hash_position *position) {
 int32_t hash_string(const char *text) {
   int32_t h = 0;
   for (; text != nullptr && *text != '\0'; text++) {
-    int32_t byte = static_cast<signed char>(*text);
-    if (byte > 95) byte -= 40;
+    const auto byte = static_cast<signed char>(*text);
+    const auto code = static_cast<uint32_t>(byte > 95 ? byte - 40 : byte);
     // The middle term keeps its sign: an arithmetic shift of the signed value.
-    h = static_cast<int32_t>(static_cast<uint32_t>(h) * 8 + static_cast<uint32_t>(h >> 28) +
-                             static_cast<uint32_t>(byte));
+    h = static_cast<int32_t>(static_cast<uint32_t>(h) * 8 + static_cast<uint32_t>(h >> 28) + code);
   }
   return h;
 }
