@@ -46,11 +46,10 @@ void unifyContentLength(Header &header) {
   if (readContentLength(header.first, length) == Lengths::given) setContentLength(header, length);
 }
 
-std::string authority(const StrictTarget &target, bool withPort) {
-  return withPort ? target.host + ":" + std::to_string(target.port) : target.host;
+std::string authority(const StrictTarget &target) {
+  const bool namesPort = target.form == TargetForm::authority || target.port != target.usualPort;
+  return namesPort ? target.host + ":" + std::to_string(target.port) : target.host;
 }
-
-bool namesPort(const StrictTarget &target) { return target.port != target.usualPort; }
 
 std::string originForm(const StrictTarget &target) {
   if (target.form == TargetForm::asterisk) return "*";
@@ -59,9 +58,9 @@ std::string originForm(const StrictTarget &target) {
 }
 
 std::string absoluteForm(const StrictTarget &target) {
-  if (target.form == TargetForm::authority) return authority(target, true);
+  if (target.form == TargetForm::authority) return authority(target);
   const std::string path = originForm(target);
-  return target.scheme + "://" + authority(target, namesPort(target)) + (path == "*" ? "" : path);
+  return target.scheme + "://" + authority(target) + (path == "*" ? "" : path);
 }
 
 void rewriteRequest(Header &header, const StrictTarget &target, const std::string &address) {
@@ -72,7 +71,7 @@ void rewriteRequest(Header &header, const StrictTarget &target, const std::strin
   removeField(header, "Host:");
   unifyContentLength(header);
   setConnection(header, !target.keepAlive);
-  insertField(header, "Host: " + authority(target, namesPort(target)));
+  insertField(header, "Host: " + authority(target));
 }
 
 bool isEmpty(const Header &header) { return header.first == nullptr || header.first->text == nullptr; }
