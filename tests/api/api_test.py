@@ -1,0 +1,36 @@
+"""The binary interface: what the library exports, and a C host that links it and serves."""
+import os
+import pathlib
+import re
+import socket
+import subprocess
+import sys
+
+HERE = pathlib.Path(__file__).resolve().parent
+sys.path.insert(0, str(HERE.parent / "e2e"))
+from harness import Case, accepts, free_port, read_all, scratch_folder, start  # noqa: E402
+
+
+def symbols(which):
+    listing = subprocess.check_output(["nm", "-D", which, os.environ["NETSIFT_LIBRARY"]], text=True)
+    return {line.split()[-1] for line in listing.splitlines()}
+
+
+class Api(Case):
+    def test_exports_are_the_interface(self):
+        self.assertEqual(symbols("--defined-only"), set((HERE / "exports.txt").read_text().split()))
+
+    def test_the_host_defines_the_popup_script(self):
+        self.assertLessEqual({"popupblocker", "popuplen"}, symbols("--undefined-only"))
+
+    def test_the_documented_host_is_the_compiled_one(self):
+        shown = re.search(r"```c\n(.*?)```", (HERE.parent.parent / "docs/host.md").read_text(), re.S).group(1)
+        self.assertEqual(shown, (HERE / "host.c").read_text())
+
+    def test_a_c_host_serves(self):
+        root, port = scratch_folder(), free_port()
+        subprocess.run([HERE.parent.parent / "scripts/layout.sh", root], check=True)
+        start([os.environ["NETSIFT_C_HOST"], port, root], root / "out", lambda: accepts(port), self.addCleanup)
+        with socket.create_connection(("127.0.0.1", port)) as client:
+            client.sendall(b"GET http://localhost:25/ HTTP/1.1\r\nHost: localhost:25\r\n\r\n")
+            self.assert_page(read_all(client), "block", "access to port:25 not allowed")
