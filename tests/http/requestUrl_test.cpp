@@ -13,9 +13,8 @@ using std::string;
 
 /* "method|url|host|port" of a line whose text ends at a page that cannot be read, with a Host field after it. */
 static string parse(const string &text, const char *hostField = nullptr) {
-  GuardedText guarded(text);
-  string fieldText = string("hOST: ") + (hostField == nullptr ? "" : hostField) + "\r\n";
-  HeaderLine field{fieldText.data(), nullptr}, line{guarded.get(), hostField == nullptr ? nullptr : &field};
+  GuardedText guarded(text), fieldText(string("hOST: ") + (hostField == nullptr ? "" : hostField) + "\r\n");
+  HeaderLine field{fieldText.get(), nullptr}, line{guarded.get(), hostField == nullptr ? nullptr : &field};
   unsigned port = 7;
   char *host = nullptr;
   const string found = take(getURL(&line, &port, &host));
@@ -33,12 +32,10 @@ TEST(GetUrl, NormalisesTargetsAndRefusesUnusableLines) {
       {"GET 12345678/bc HTTP/1.1", nullptr, "GET|12345678/bc|12345678|80"},
       {"GET http:// HTTP/1.1", nullptr, "GET|||80"},
       {"GET h HTTP/1.1", nullptr, "GET|h|h|80"},  // the version's "/" is not the target's
-      {"GET :80 HTTP/1.1", nullptr, "GET|||80"},
       {"GET /index.html HTTP/1.1\r\n", "h:81", "GET|h/index.htm|h|81"},
       {"get /a/ http/1.0\n", "h", "get|h/a|h|80"},
       {"VERSIONCONTROL / HTTP/1.1", "h", "VERSIONCONTROL|h|h|80"},
       {"FIFTEENLETTERS1 h HTTP/1.1", nullptr, "|<none>|<none>|7"},
-      {"GET", nullptr, "|<none>|<none>|7"},
       {"GET  HTTP/1.1\r\n", nullptr, "GET|<none>|<none>|7"},
       {"GET /a Http/1.1\r\n", "h", "GET|<none>|<none>|7"},
       {"GET /a HTTP/1.1\r\n", nullptr, "GET|<none>|<none>|7"},
@@ -54,13 +51,9 @@ TEST(GetUrl, NormalisesTargetsAndRefusesUnusableLines) {
 }
 
 TEST(UrlHelpers, TakeTextsApart) {
-  for (const auto &[text, decoded] : {std::pair{"a%2Fb%zz%4", "a/b%zz%4"}, {"%41+%c3%BC%", "A+\xc3\xbc%"}}) {
-    EXPECT_EQ(take(decodeURL(GuardedText(text).get())), decoded);
-  }
-  for (const auto &[text, value] : {std::pair{"last-modified:  X \r\n", " X "},
-                                    {"Last-Modified: X", ""},
-                                    {"Last-Modified: ", ""},
-                                    {"Last-Modified:\tX\r\n", "<none>"}}) {
+  EXPECT_EQ(take(decodeURL(GuardedText("%2Fb%zz%c3%BC%4").get())), "/b%zz\xc3\xbc%4");
+  const std::pair<const char *, const char *> dates[] = {{"last-modified:  X \r\n", " X "}, {"Last-Modified: X", ""}};
+  for (const auto &[text, value] : dates) {
     GuardedText guarded(text);
     HeaderLine line{guarded.get(), nullptr}, first{nullptr, &line};
     EXPECT_EQ(take(getModificationTime(&first)), value) << text;
@@ -70,13 +63,10 @@ TEST(UrlHelpers, TakeTextsApart) {
   EXPECT_EQ(isAnIP("host9") * 4 + isAnIP("1.2.3.4.") * 2 + isAnIP(""), 4);
 }
 
-TEST(UrlHelpers, BannedContentTypes) {
+TEST(UrlHelpers, BannedContentTypesEndAtTheHundredthEntry) {
   const string last(100, 'y');
   std::memset(blockedcontent, 'y', sizeof blockedcontent);  // the hundredth entry is followed by no NUL
   strcpy(blockedcontent[0], "x-msdownload");
-  EXPECT_EQ(isBannedContentType("text/x-MSdownload"), 0);
-  EXPECT_EQ(isBannedContentType(last.c_str()), 1);
+  EXPECT_EQ(isBannedContentType("text/x-MSdownload") * 2 + isBannedContentType(last.c_str()), 1);
   EXPECT_EQ(reason, "access to content type " + last + " blocked");
-  blockedcontent[1][0] = '\0';
-  EXPECT_EQ(isBannedContentType(last.c_str()), 0);
 }

@@ -26,10 +26,10 @@ TEST_F(Tunnels, RelayBothWaysAndCountTurns) {
   string got(20000, ' ');
   auto take = [&](const SocketPair &pair, size_t size) { recv(pair.far, got.data(), size, MSG_WAITALL); };
   std::thread talk([&] {
-    for (const char *part : {"one", "two"}) {
-      client.send(part);
-      take(upstream, 3);
-    }
+    client.send("one");
+    take(upstream, 3);
+    client.send("two");
+    take(upstream, 3);
     upstream.send(string(20000, 'p'));
     take(client, 20000);
     client.send("bye");
@@ -57,14 +57,14 @@ TEST_F(Tunnels, EndOnSilenceFailedSendsAndDescriptorsThatAreNotOpen) {
 }
 
 TEST_F(Tunnels, OneBlockOrTheClientsTurn) {
-  upstream.send(string(20000, 'p'));
+  upstream.send(string(10000, 'p'));
   tunnel1(client.near, upstream.near, 100);
+  EXPECT_EQ(client.receive(), string(8192, 'p'));
   client.send("GET /next");  // both readable: upstream's block goes out, the client's bytes stay unread
   tunnel1(client.near, upstream.near, 100);
-  EXPECT_EQ(client.receive(), string(16384, 'p'));
-  EXPECT_EQ(log.messages().size(), 2u);  // a size line each, no closing line
+  EXPECT_EQ(client.receive(), string(1808, 'p'));
   EXPECT_EQ(recv(client.near, string(9, ' ').data(), 9, MSG_DONTWAIT), 9);
-  tunnel1(client.near, upstream.near, 100);
+  EXPECT_EQ(log.messages().size(), 2u);  // a size line each, no closing line
   upstream.closeFar();
   EXPECT_EQ(tunnel1(client.near, upstream.near, 100), 0);
   EXPECT_EQ(log.messages().back(), "tunnel1(): in tunnel times read from client 0, times read from proxy 0");
