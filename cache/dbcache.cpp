@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "http/debugLog.h"
+#include "http/peerText.h"
 #include "util/installPath.h"
 #include "util/text.h"
 
@@ -42,14 +43,14 @@ int replaceOrInsert(GDBM_FILE file, const char *key, const char *value) {
   const datum name = datumOf(key, std::strlen(key) + 1);
   const datum record = datumOf(value, std::strlen(value) + 1);
   if (gdbm_exists(file, name) != 0) {
-    dprintf(7, "The url [%s] Exists in the database\n", key);
+    dprintf(7, "The url [%s] Exists in the database\n", netsift::peerText(key));
     if (gdbm_store(file, name, record, GDBM_REPLACE) == 0) return 1;
-    dprintf(7, "The url [%s] can not be replaced in the database\n", key);
+    dprintf(7, "The url [%s] can not be replaced in the database\n", netsift::peerText(key));
     return -1;
   }
   dprintf(7, "Inserting into the database\n");
   if (gdbm_store(file, name, record, GDBM_INSERT) == 0) return 1;
-  dprintf(7, "The url[%s]can not be inserted in the database\n", key);
+  dprintf(7, "The url[%s]can not be inserted in the database\n", netsift::peerText(key));
   return -1;
 }
 
@@ -115,7 +116,7 @@ char *SearchTok(const char *key, const char *database) {
 
 int InsertTok(const char *key, const char *value, const char *database) {
   if (key == nullptr || value == nullptr) return -1;
-  dprintf(7, "InsertTok: url [%s] value [%s]\n", key, value);
+  dprintf(7, "InsertTok: url [%s] value [%s]\n", netsift::peerText(key), value);
   if (std::strlen(key) > maxKey) return -1;  // before the writer's lock, which would turn others' look-ups into misses
   while (cacheBusy != 0) sched_yield();
   GDBM_FILE file = openDatabase(database, blockSize, GDBM_WRITER | GDBM_FAST | GDBM_SYNC);

@@ -12,6 +12,7 @@
 #include "http/debugLog.h"
 #include "http/httpBody_iter.h"
 #include "http/httpHeader.h"
+#include "http/peerText.h"
 #include "http/socket.h"
 #include "policy/accessLog.h"
 #include "policy/popupIndex.h"
@@ -82,7 +83,8 @@ void prepareScanFile(Body &body) {
 void prepareBody(Body &body) {
   Cycle &cycle = body.cycle;
   const char *type = printable(cycle.contentType.get());
-  dprintf(1, "Client IP:%s,CONTENT TYPE:%s,HOST NAME:%s,REQUESTED URL:%s\n", clientip, type, hostname, url);
+  dprintf(1, "Client IP:%s,CONTENT TYPE:%s,HOST NAME:%s,REQUESTED URL:%s\n", clientip, peerText(type),
+          peerText(hostname), peerText(url));
   destroyHeader(&reqheader);
   cycle.addPopup = std::strstr(type, "html") != nullptr && blockpopup != 0 && !cycle.isPopupSite;
   prepareLength(body);
@@ -118,7 +120,7 @@ Flow readPiece(Body &body) {
   body.readStatus = getHTTPBody(proxysock, httpbody, &body.size, PROXY_TIMEOUT, body.remaining);
   if (memmem(httpbody, body.size, "window.open", 11) != nullptr) {
     body.cycle.cacheEligible = false;
-    dprintf(7, "POPUP caught and blocked for site %s\n", url);
+    dprintf(7, "POPUP caught and blocked for site %s\n", peerText(url));
   }
   body.connection.receivedTotal += body.size;
   const uint32_t rest = body.cycle.hasLength ? static_cast<uint32_t>(body.remaining) - body.size : body.size;
@@ -151,10 +153,10 @@ Flow judgeContent(Body &body) {
   dprintf(7, "preprocessing body...\n");
   if (checkAllRight(httpbody, static_cast<int32_t>(body.size), body.first ? 1 : 0) == 0) return Flow::on;
   const char *blocked = cycle.urlCopy.c_str();
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,offensive content\n", clientip, blocked);
+  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,offensive content\n", clientip, peerText(blocked));
   if (cycle.cacheEligible && disableCache != 1) {
-    dprintf(7, "Adding %s-%d-%s-%d in cache.\n", blocked, static_cast<int>(cycle.urlCopy.size()),
-            printable(cycle.date.get()), 2);
+    dprintf(7, "Adding %s-%d-%s-%d in cache.\n", peerText(blocked), static_cast<int>(cycle.urlCopy.size()),
+            peerText(cycle.date.get()), 2);
     if (cycle.date) addto_urlcache_db(blocked, cycle.date.get(), 2);
   }
   return Flow::endCall;
@@ -245,7 +247,7 @@ Flow deliverPiece(Body &body) {
   }
   if (inserts) {
     dprintf(1, "Client IP:%s,SIZE:%ld,URL:%s,STATUS:DELIVERED\n", clientip, static_cast<long>(body.size) + popuplen,
-            url);
+            peerText(url));
   }
   return Flow::on;
 }
@@ -269,7 +271,8 @@ void blockInfected(Body &body) {
   Cycle &cycle = body.cycle;
   snprintf(reason, sizeof reason, "Content is infected\n");
   storeLog("Virus", "Infected Content", 0); /* whatever the log switches say */
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,Infected Content:Virus-%s\n", clientip, url, body.virusName);
+  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,Infected Content:Virus-%s\n", clientip, peerText(url),
+          peerText(body.virusName));
   if (cycle.cacheEligible && disableCache != 1 && addto_urlcache_db(url, cycle.date.get(), 1) == 1) {
     body.connection.alreadyCached = true;
   }
@@ -307,8 +310,8 @@ void storeClean(const Body &body) {
   } else if (body.connection.alreadyCached) {
     dprintf(7, "URL  have been  already cached. cacheFlag=%d\n", body.connection.alreadyCached);
   } else {
-    dprintf(7, "%s:%d::Adding %s-%d-%s-%d in cache.\n", source, __LINE__, cycle.urlCopy.c_str(),
-            static_cast<int>(cycle.urlCopy.size()), printable(cycle.date.get()), 0);
+    dprintf(7, "%s:%d::Adding %s-%d-%s-%d in cache.\n", source, __LINE__, peerText(cycle.urlCopy.c_str()),
+            static_cast<int>(cycle.urlCopy.size()), peerText(cycle.date.get()), 0);
     if (cycle.date) addto_urlcache_db(cycle.urlCopy.c_str(), cycle.date.get(), 0);
   }
 }

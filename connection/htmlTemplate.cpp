@@ -8,6 +8,7 @@
 
 #include "state/connection.h"
 #include "state/settings.h"
+#include "util/escape.h"
 #include "util/file.h"
 
 namespace netsift {
@@ -39,7 +40,12 @@ std::string fill(FILE *file, size_t expected) {
   page.reserve(expected);
   for (int byte; (byte = getc_unlocked(file)) != EOF && byte != endByte;) {
     if (byte == '%') {
-      page += substitution(getc_unlocked(file));
+      const std::string_view text = substitution(getc_unlocked(file));
+      if (EscapeText == 1) {
+        page += htmlEscape(text);
+      } else {
+        page += text;
+      }
     } else {
       page += static_cast<char>(byte);
     }

@@ -10,6 +10,7 @@
 #include "connection/hostEntry.h"
 #include "connection/verdict.h"
 #include "http/debugLog.h"
+#include "http/peerText.h"
 #include "http/requestUrl.h"
 #include "policy/accessLog.h"
 #include "policy/urlList.h"
@@ -55,8 +56,8 @@ void lookUpReverse() {
   }
   replaceText(reshostname, strdup(reqhost->h_name));
   replaceText(resurl, reshostname == nullptr ? nullptr : urlOnHost(reshostname));
-  dprintf(4, "resolved host is [%s]\n", printable(reshostname));
-  dprintf(4, "resolved url is [%s]\n", printable(resurl));
+  dprintf(4, "resolved host is [%s]\n", peerText(reshostname));
+  dprintf(4, "resolved url is [%s]\n", peerText(resurl));
 }
 
 bool hasReverseName() { return isipaddr != 0 && reqhost != nullptr && reshostname != nullptr && resurl != nullptr; }
@@ -99,7 +100,7 @@ Next checkPort(Connection &connection, Cycle &cycle) {
   snprintf(text, sizeof text, "%d", port);
   snprintf(reason, sizeof reason, "access to port:%d not allowed", port);
   if (logport != 0) storeLog("Port Blocked", text, 0);
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,Port Blocked:%s\n", clientip, url, text);
+  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,Port Blocked:%s\n", clientip, peerText(url), text);
   blockConnection(clientsock, 1);
   return endCall(connection, 1);
 }
@@ -118,7 +119,8 @@ Next checkIpHost(Connection &connection, Cycle &) {
   }
   snprintf(reason, sizeof reason, "access to IP based URLS not allowed");
   if (logip != 0) storeLog("IP Blocking", hostname, 0);
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,IP Blocking:access to ip based url is blocked\n", clientip, url);
+  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,IP Blocking:access to ip based url is blocked\n", clientip,
+          peerText(url));
   blockConnection(clientsock, 1);
   return endCall(connection, 1);
 }
@@ -134,7 +136,7 @@ Next consultLists(Connection &, Cycle &cycle) {
 Next checkAdServer(Connection &connection, Cycle &cycle) {
   if (!cycle.isAdServer || cycle.isWhite) return Next::step;
   snprintf(reason, sizeof reason, "URL in the list of adservers");
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,BLOCKED SERVER:ADSERVER\n", clientip, url);
+  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,BLOCKED SERVER:ADSERVER\n", clientip, peerText(url));
   blockConnection(clientsock, 0);
   return endCall(connection, 1);
 }
@@ -147,7 +149,7 @@ Next checkBlackLists(Connection &connection, Cycle &cycle) {
   /* Two blanks before "in", and below the category as the record's first text: administrators' filters know both. */
   snprintf(reason, sizeof reason, "Black Listed URL  in category %s", name);
   if (logurl != 0) storeLog(name, "BlackListed", 0);
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,BlackListed:%s\n", clientip, url, name);
+  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,BlackListed:%s\n", clientip, peerText(url), peerText(name));
   blockConnection(clientsock, 1);
   return endCall(connection, -1); /* of the blocks this one alone answers -1 */
 }

@@ -10,6 +10,7 @@
 #include "http/debugLog.h"
 #include "http/httpBody_iter.h"
 #include "http/httpHeader.h"
+#include "http/peerText.h"
 #include "http/requestUrl.h"
 #include "policy/attachFile.h"
 #include "scan/tunnel.h"
@@ -49,9 +50,7 @@ Next checkUpstream(Connection &connection, Cycle &) {
 
 void traceRequestHead() {
   dprintf(5, "-------------------start of reqheader------------------------------\n");
-  for (const HeaderLine *line = reqheader.first; line != nullptr; line = line->next) {
-    dprintf(5, "%s", printable(line->text));
-  }
+  traceHeadLines(reqheader);
   dprintf(5, "-------------------end of reqheader------------------------------\n");
 }
 
@@ -81,7 +80,7 @@ Next identifyRequest(Connection &connection, Cycle &cycle) {
   const Next next = isStrict() ? identifyStrictly(connection, cycle) : identifyByContract(connection, cycle);
   if (next != Next::step) return next;
   cycle.hasQuery = std::strchr(url, '?') != nullptr;
-  dprintf(1, "The hostname id is [ %s ]\n", hostname);
+  dprintf(1, "The hostname id is [ %s ]\n", peerText(hostname));
   return Next::step;
 }
 
@@ -143,7 +142,7 @@ Next connectForPolicy(Connection &connection, Cycle &cycle) {
 
 Next forwardHead(Connection &connection, Cycle &cycle) {
   if (isStrict()) return forwardStrictly(connection, cycle);
-  dprintf(4, "URL is [%s], port is [%u], host is [%s]\n", url, cycle.port, hostname);
+  dprintf(4, "URL is [%s], port is [%u], host is [%s]\n", peerText(url), cycle.port, peerText(hostname));
   if (DoNotKeepConnectionAlive != 0) removePersistent(reqheader.first);
   removeAcceptCoding(reqheader.first);
   modHTTPver(reqheader.first);

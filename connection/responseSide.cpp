@@ -11,6 +11,7 @@
 #include "connection/upstream.h"
 #include "http/debugLog.h"
 #include "http/httpHeader.h"
+#include "http/peerText.h"
 #include "http/requestUrl.h"
 #include "policy/accessLog.h"
 #include "scan/tunnel.h"
@@ -49,9 +50,7 @@ Next readResponseHead(Connection &connection, Cycle &) {
 
 void traceResponseHead() {
   dprintf(4, "-------------------start of respheader------------------------------\n");
-  for (const HeaderLine *line = respheader.first; line != nullptr; line = line->next) {
-    dprintf(5, "%s", printable(line->text));
-  }
+  traceHeadLines(respheader);
   dprintf(4, "-------------------end of respheader------------------------------\n");
 }
 
@@ -94,7 +93,7 @@ bool isNoCache() {
 
 Next readCode(Connection &, Cycle &cycle) {
   cycle.responseCode = getResponseCode(respheader.first);
-  dprintf(7, "content type is %s, length %d, code %d\n", printable(cycle.contentType.get()), cycle.contentLength,
+  dprintf(7, "content type is %s, length %d, code %d\n", peerText(cycle.contentType.get()), cycle.contentLength,
           cycle.responseCode);
   dprintf(7, "skip scan %d, no-cache %d, query %d, url length %zu of %d\n", cycle.skipScan, isNoCache(), cycle.hasQuery,
           std::strlen(url), tracedUrlLimit);
@@ -159,8 +158,8 @@ Next readTransferCoding(Connection &, Cycle &cycle) {
 
 Next relayConnect(Connection &connection, Cycle &cycle) {
   if (!cycle.isConnect) return Next::step;
-  dprintf(1, "Client IP:%s,CONTENT TYPE:UNKNOWN,HOST NAME:UNKNOWN,REQUESTED URL:%s\n", clientip, url);
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:TUNNELED,HTTPS REQUEST\n", clientip, url);
+  dprintf(1, "Client IP:%s,CONTENT TYPE:UNKNOWN,HOST NAME:UNKNOWN,REQUESTED URL:%s\n", clientip, peerText(url));
+  dprintf(1, "Client IP:%s,URL:%s,STATUS:TUNNELED,HTTPS REQUEST\n", clientip, peerText(url));
   return relayUntouched(connection, 0);
 }
 
@@ -189,13 +188,13 @@ Next applySkipRules(Connection &, Cycle &cycle) {
   if (virusscan == 0) return Next::step;
   if (VirWL_Domain != 0) {
     if (!isListed(hostname, "viruswhite_dom.conf")) return Next::step;
-    dprintf(7, "Virus Sacnning is skipped.[Reason::The domain (%s) is whitelisted]\n", hostname);
+    dprintf(7, "Virus Sacnning is skipped.[Reason::The domain (%s) is whitelisted]\n", peerText(hostname));
     skipBecause(cycle, "Tunneling the whitelisted domain...\n");
     return Next::step;
   }
   const size_t length = std::strlen(url);
   if (length >= 4 && std::strcmp(url + length - 4, ".css") == 0) {
-    dprintf(7, "Virus Sacnning is skipped.[Reason::The file is .css %s]\n", url);
+    dprintf(7, "Virus Sacnning is skipped.[Reason::The file is .css %s]\n", peerText(url));
     skipBecause(cycle, "Tunneling the .css file...\n");
   } else if (cycle.contentType && VirWL_MimeType != 0 && isListed(cycle.contentType.get(), "viruswhite.conf")) {
     dprintf(7, "Virus scanning is skipped.[Reason::content is whitelisted]\n");
@@ -208,16 +207,16 @@ Next blockKnown(Connection &connection, Cycle &cycle, int verdict, const char *w
   cycle.urlCopy = url; /* the block page frees it */
   addto_urlcache_db(url, cycle.date.get(), verdict);
   blockConnection(clientsock, 1);
-  dprintf(7, "URL:%s,STATUS:BLOCKED,%s(In cache db)\n", cycle.urlCopy.c_str(), what);
+  dprintf(7, "URL:%s,STATUS:BLOCKED,%s(In cache db)\n", peerText(cycle.urlCopy.c_str()), what);
   return endCall(connection, 1);
 }
 
 Next checkContentType(Connection &connection, Cycle &cycle) {
   const char *type = cycle.contentType.get();
   if (type == nullptr || cycle.isWhite || isBannedContentType(type) == 0) return Next::step;
-  dprintf(4, "blocking content %s\n", type);
+  dprintf(4, "blocking content %s\n", peerText(type));
   if (logmime != 0) storeLog("MIME Blocked", type, 0);
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,MIME Blocked:%s\n", clientip, url, type);
+  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,MIME Blocked:%s\n", clientip, peerText(url), peerText(type));
   blockConnection(clientsock, 1);
   return endCall(connection, -1);
 }
@@ -228,8 +227,8 @@ bool mayConsultCache(const Cycle &cycle) {
 
 void traceMiss(const Cycle &cycle) {
   dprintf(7, "%10d %ld %s TCP_MISS/200 %d %s %s - %s %s\n", static_cast<int>(time(nullptr)),
-          static_cast<long>(cycle.responseLength), clientip, cycle.responseCode, request, url, url,
-          printable(cycle.contentType.get()));
+          static_cast<long>(cycle.responseLength), clientip, cycle.responseCode, request, peerText(url), peerText(url),
+          peerText(cycle.contentType.get()));
 }
 
 std::span<const Step> responseSteps() { return steps; }

@@ -16,6 +16,7 @@
 #include "http/debugLog.h"
 #include "http/httpBody_iter.h"
 #include "http/httpHeader.h"
+#include "http/peerText.h"
 #include "http/strictCoding.h"
 #include "http/strictField.h"
 #include "http/strictForward.h"
@@ -158,7 +159,8 @@ bool deliver(Delivery &delivery, const char *bytes, size_t length) {
   const bool holdsIndex = delivery.popupIndex >= 0 && start < index && index <= delivery.delivered;
   if (!holdsIndex) return sendToClient(bytes, length);
   const size_t before = index - start;
-  dprintf(1, "Client IP:%s,SIZE:%ld,URL:%s,STATUS:DELIVERED\n", clientip, static_cast<long>(length) + popuplen, url);
+  dprintf(1, "Client IP:%s,SIZE:%ld,URL:%s,STATUS:DELIVERED\n", clientip, static_cast<long>(length) + popuplen,
+          peerText(url));
   return sendToClient(bytes, before) && sendToClient(popupblocker, static_cast<size_t>(std::max(popuplen, 0))) &&
          sendToClient(bytes + before, length - before);
 }
@@ -167,7 +169,7 @@ bool deliver(Delivery &delivery, const char *bytes, size_t length) {
 
 Flow blockOffensive(Delivery &delivery) {
   Cycle &cycle = delivery.cycle;
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,offensive content\n", clientip, cycle.urlCopy.c_str());
+  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,offensive content\n", clientip, peerText(cycle.urlCopy.c_str()));
   if (cycle.cacheEligible && disableCache != 1 && cycle.date) {
     addto_urlcache_db(cycle.urlCopy.c_str(), cycle.date.get(), 2);
   }
@@ -177,7 +179,7 @@ Flow blockOffensive(Delivery &delivery) {
 Flow judgePiece(Delivery &delivery) {
   if (memmem(httpbody, delivery.size, "window.open", 11) != nullptr) {
     delivery.cycle.cacheEligible = false;
-    dprintf(7, "POPUP caught and blocked for site %s\n", url);
+    dprintf(7, "POPUP caught and blocked for site %s\n", peerText(url));
   }
   if (delivery.first && delivery.inserts) {
     delivery.popupIndex = delivery.size == 0 ? -1 : getPopUpIndex(httpbody, static_cast<int>(delivery.size));
@@ -192,7 +194,8 @@ Flow blockInfected(Delivery &delivery) {
   Cycle &cycle = delivery.cycle;
   snprintf(reason, sizeof reason, "Content is infected\n");
   storeLog("Virus", "Infected Content", 0);
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,Infected Content:Virus-%s\n", clientip, url, delivery.virusName);
+  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,Infected Content:Virus-%s\n", clientip, peerText(url),
+          peerText(delivery.virusName));
   if (cycle.cacheEligible && disableCache != 1 && cycle.date) addto_urlcache_db(url, cycle.date.get(), 1);
   blockConnection(clientsock, 1);
   return Flow::blocked;
@@ -202,7 +205,7 @@ Flow blockInfected(Delivery &delivery) {
 Flow handleUnscanned(Delivery &delivery, int32_t verdict) {
   const bool passes = (StrictHttp & STRICT_PASS_UNSCANNED) != 0;
   dprintf(2, "%s", verdict == -1 ? "--Anti Virus Server is not running\n" : "Error in scanning for virus\n");
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:%s,unscanned\n", clientip, url, passes ? "DELIVERED" : "BLOCKED");
+  dprintf(1, "Client IP:%s,URL:%s,STATUS:%s,unscanned\n", clientip, peerText(url), passes ? "DELIVERED" : "BLOCKED");
   delivery.trusted = false;
   if (passes) {
     delivery.scans = false;
@@ -215,7 +218,7 @@ Flow handleUnscanned(Delivery &delivery, int32_t verdict) {
 }
 
 Flow handleUnjudged(Delivery &delivery) {
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,unjudged\n", clientip, url);
+  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,unjudged\n", clientip, peerText(url));
   snprintf(reason, sizeof reason, "The page came in a coding that cannot be read.");
   blockConnection(clientsock, 1);
   delivery.trusted = false;
@@ -303,7 +306,7 @@ void prepare(Delivery &delivery) {
   responseBegun = false;
   cycle.urlCopy = url;
   dprintf(1, "Client IP:%s,CONTENT TYPE:%s,HOST NAME:%s,REQUESTED URL:%s\n", clientip,
-          printable(cycle.contentType.get()), hostname, url);
+          peerText(cycle.contentType.get()), peerText(hostname), peerText(url));
   destroyHeader(&reqheader);
   if (delivery.judges && contentcheck != 0) prepareContentFilter();
   if (!delivery.scans || prepareSpool()) return;
@@ -341,8 +344,8 @@ Flow finishDelivery(Delivery &delivery, Flow flow) {
 void storeClean(const Delivery &delivery) {
   const Cycle &cycle = delivery.cycle;
   if (!cycle.cacheEligible || disableCache == 1 || !cycle.date || !delivery.trusted) return;
-  dprintf(7, "%s:%d::Adding %s-%d-%s-%d in cache.\n", "strictDelivery.cpp", __LINE__, cycle.urlCopy.c_str(),
-          static_cast<int>(cycle.urlCopy.size()), cycle.date.get(), 0);
+  dprintf(7, "%s:%d::Adding %s-%d-%s-%d in cache.\n", "strictDelivery.cpp", __LINE__, peerText(cycle.urlCopy.c_str()),
+          static_cast<int>(cycle.urlCopy.size()), peerText(cycle.date.get()), 0);
   addto_urlcache_db(cycle.urlCopy.c_str(), cycle.date.get(), 0);
 }
 

@@ -12,6 +12,7 @@
 #include "http/debugLog.h"
 #include "http/httpBody_iter.h"
 #include "http/httpHeader.h"
+#include "http/peerText.h"
 #include "http/strictForward.h"
 #include "http/strictFraming.h"
 #include "policy/attachFile.h"
@@ -161,14 +162,14 @@ Next connectStrictly(Connection &connection, Cycle &cycle) {
   if (!cycle.isConnect || ProxyPresent == 1) return Next::step;
   const Next next = answerConnect(connection);
   if (next != Next::step) return next;
-  dprintf(1, "Client IP:%s,CONTENT TYPE:UNKNOWN,HOST NAME:UNKNOWN,REQUESTED URL:%s\n", clientip, url);
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:TUNNELED,HTTPS REQUEST\n", clientip, url);
+  dprintf(1, "Client IP:%s,CONTENT TYPE:UNKNOWN,HOST NAME:UNKNOWN,REQUESTED URL:%s\n", clientip, peerText(url));
+  dprintf(1, "Client IP:%s,URL:%s,STATUS:TUNNELED,HTTPS REQUEST\n", clientip, peerText(url));
   tunnel(clientsock, proxysock, relayIdleSeconds);
   return endCall(connection, 0);
 }
 
 Next forwardStrictly(Connection &connection, Cycle &cycle) {
-  dprintf(4, "URL is [%s], port is [%u], host is [%s]\n", url, cycle.port, hostname);
+  dprintf(4, "URL is [%s], port is [%u], host is [%s]\n", peerText(url), cycle.port, peerText(hostname));
   File spool;
   if (checksUpload(cycle)) {
     spool.reset(tmpfile());

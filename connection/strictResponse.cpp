@@ -11,6 +11,7 @@
 #include "connection/strictWire.h"
 #include "http/debugLog.h"
 #include "http/httpHeader.h"
+#include "http/peerText.h"
 #include "scan/tunnel.h"
 #include "state/connection.h"
 
@@ -55,8 +56,8 @@ Next relayTunnel(Connection &connection, Cycle &cycle) {
   const bool connected = cycle.isConnect && cycle.responseCode >= 200 && cycle.responseCode <= 299;
   if (cycle.framing.kind != BodyKind::switching && !connected) return Next::step;
   if (connected) {
-    dprintf(1, "Client IP:%s,CONTENT TYPE:UNKNOWN,HOST NAME:UNKNOWN,REQUESTED URL:%s\n", clientip, url);
-    dprintf(1, "Client IP:%s,URL:%s,STATUS:TUNNELED,HTTPS REQUEST\n", clientip, url);
+    dprintf(1, "Client IP:%s,CONTENT TYPE:UNKNOWN,HOST NAME:UNKNOWN,REQUESTED URL:%s\n", clientip, peerText(url));
+    dprintf(1, "Client IP:%s,URL:%s,STATUS:TUNNELED,HTTPS REQUEST\n", clientip, peerText(url));
   }
   sendHeader(clientsock, &respheader);
   tunnel(clientsock, proxysock, relayIdleSeconds);

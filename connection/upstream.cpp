@@ -14,6 +14,7 @@
 
 #include "connection/hostEntry.h"
 #include "http/debugLog.h"
+#include "http/peerText.h"
 #include "state/connection.h"
 #include "state/settings.h"
 
@@ -61,7 +62,7 @@ bool resolveHost() {
   static HostEntry origin;
   remote_host = copyHostEntry(origin, gethostbyname(hostname));
   if (remote_host != nullptr) return true;
-  dprintf(1, "error in resolving client address[ %s ]\n", hostname);
+  dprintf(1, "error in resolving client address[ %s ]\n", peerText(hostname));
   return false;
 }
 

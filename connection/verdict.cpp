@@ -11,6 +11,7 @@
 #include "content/ratings.h"
 #include "http/debugLog.h"
 #include "http/httpBody_iter.h"
+#include "http/peerText.h"
 #include "policy/accessLog.h"
 #include "state/connection.h"
 #include "state/settings.h"
@@ -27,7 +28,7 @@ void recordRating(const char *vocabulary) {
   snprintf(reason, sizeof reason, "%s rating violated", vocabulary);
   if (lograting == 0) return;
   storeLog("Rating Violation", vocabulary, 0);
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,Rating Violation:%s\n", clientip, urlText(), vocabulary);
+  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,Rating Violation:%s\n", clientip, peerText(urlText()), vocabulary);
 }
 
 /* An RSAC violation that is not logged goes on into the SafeSurf case: its reason ends as SafeSurf's. */
@@ -62,7 +63,8 @@ void blockOffensive(int category) {
   }
   snprintf(reason, sizeof reason, "Offensive content found on the site in category %s", name);
   if (logcontent != 0) storeLog(name, "Offensive Content", 0);
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,Offensive Content:%s\n", clientip, urlText(), name);
+  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,Offensive Content:%s\n", clientip, peerText(urlText()),
+          peerText(name));
   if (url != nullptr) storeOffensive();
   blockConnection(clientsock, 1);
 }

@@ -11,6 +11,7 @@
 #include "http/debugLog.h"
 #include "state/connection.h"
 #include "state/settings.h"
+#include "util/escape.h"
 #include "util/installPath.h"
 
 namespace {
@@ -18,7 +19,11 @@ namespace {
 void appendField(std::string &line, const char *text) {
   if (!line.empty()) line += ' ';
   line += '"';
-  if (text != nullptr) line += text;
+  if (text != nullptr && EscapeText == 1) {
+    line += netsift::logEscape(text);
+  } else if (text != nullptr) {
+    line += text;
+  }
   line += '"';
 }
 

@@ -12,6 +12,7 @@
 
 #include "content/wildcard.h"
 #include "http/debugLog.h"
+#include "http/peerText.h"
 #include "state/settings.h"
 #include "util/installPath.h"
 #include "util/text.h"
@@ -387,9 +388,9 @@ signed char inBlackLists(const char *url, char *host, int isIP) {
   for (int i = 0; i < numcategories; i++) {
     const UrlList &list = categories[i];
     if (inURLList(list.table, list.wildcards, list.domains, url) != 0) {
-      dprintf(4, "%s in blacklisted url", url);
+      dprintf(4, "%s in blacklisted url", netsift::peerText(url));
     } else if (inDomainList(list.table, list.wildcards, list.domains, host, isIP) != 0) {
-      dprintf(4, "%s in blacklisted domain", host);
+      dprintf(4, "%s in blacklisted domain", netsift::peerText(host));
     } else {
       continue;
     }

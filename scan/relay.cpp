@@ -5,6 +5,7 @@
 
 #include <ctime>
 
+#include "http/peerText.h"
 #include "http/socket.h"
 #include "state/connection.h"
 
@@ -50,7 +51,7 @@ Pass forwardBlock(int fd, const Relay &relay, ssize_t size) {
 }
 
 void logUpstreamRead(const Outcome &read) {
-  dprintf(1, "CLIENT IP:%s,URL:%s,SIZE=%d\n", clientip, url == nullptr ? "" : url, static_cast<int>(read.result));
+  dprintf(1, "CLIENT IP:%s,URL:%s,SIZE=%d\n", clientip, peerText(url), static_cast<int>(read.result));
 }
 
 }  // namespace netsift

@@ -8,6 +8,7 @@
 #include "connection/answer.h"
 #include "http/debugLog.h"
 #include "http/httpHeader.h"
+#include "http/peerText.h"
 #include "policy/accessLog.h"
 #include "scan/relay.h"
 #include "scan/virusScan.h"
@@ -34,7 +35,7 @@ struct Download {
 
 Pass relayClient(Relay &relay) {
   const Outcome read = readBlock(relay.client, relay);
-  dprintf(1, "URL:%s,NUMBER OF BYTES %ld\n", url == nullptr ? "" : url, static_cast<long>(read.result));
+  dprintf(1, "URL:%s,NUMBER OF BYTES %ld\n", peerText(url), static_cast<long>(read.result));
   if (const Pass pass = afterRead(read); pass != Pass::goOn) return pass;
   countClientTurn(relay.turns);
   return forwardBlock(relay.upstream, relay, read.result);
@@ -57,8 +58,8 @@ Pass block(Download &download, const char *why) {
   if (download.verdict == 1) {
     storeLog("Virus", "Infected Content", 0);
     dprintf(2, "Content is infected3\n");
-    dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,Infected Content:Virus-%s\n", clientip, url == nullptr ? "" : url,
-            download.virus);
+    dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,Infected Content:Virus-%s\n", clientip, peerText(url),
+            peerText(download.virus));
   }
   blockConnection(download.relay.client, 1);
   return Pass::end;

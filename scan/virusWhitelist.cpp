@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "http/debugLog.h"
+#include "http/peerText.h"
 #include "http/requestUrl.h"
 #include "scan/stringIntHash.h"
 #include "state/settings.h"
@@ -90,7 +91,8 @@ int32_t isDom_vir_wl(const char *database, const char *domain) {
     if (gdbm_exists(file, key) != 0) {
       const std::string text(key.dptr, static_cast<size_t>(key.dsize));  // nothing says that a key ends in a zero byte
       found = std::strstr(domain, text.c_str()) != nullptr;
-      dprintf(7, "%s:%d::key=[%s]::domain=[%s]::ret=[%d]\n", __func__, __LINE__, text.c_str(), domain, found);
+      dprintf(7, "%s:%d::key=[%s]::domain=[%s]::ret=[%d]\n", __func__, __LINE__, text.c_str(),
+              netsift::peerText(domain), found);
     }
     const datum next = found != 0 ? datum{} : gdbm_nextkey(file, key);
     std::free(key.dptr);

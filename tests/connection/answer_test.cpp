@@ -51,6 +51,10 @@ TEST(HtmlTemplate, replacesEveryPair) {
   writeFile(root.config("t"), "%e%r%r%r");
   EXPECT_EQ(take(readTemplate(root.config("t").c_str(), nullptr)), "stamp" + longReason + longReason + longReason);
   EXPECT_EQ(url, longUrl);
+  EscapeText = 1;
+  strcpy(reason, "<a href=\"x\">");
+  writeFile(root.config("t"), "<%r>");
+  EXPECT_EQ(take(readTemplate(root.config("t").c_str(), nullptr)), "<&lt;a href=&quot;x&quot;&gt;>");
   EXPECT_EQ(readTemplate(root.config("missing").c_str(), nullptr), nullptr);
 }
 

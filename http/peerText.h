@@ -1,0 +1,18 @@
+/* What the log prints of text that a peer sent. Internal to the library. */
+#ifndef NETSIFT_HTTP_PEERTEXT_H
+#define NETSIFT_HTTP_PEERTEXT_H
+
+#include "state/records.h"
+
+namespace netsift {
+
+/* The text as a log line shows it: null as nothing; with EscapeText quotes, backslashes and control bytes escaped as
+   logEscape does, so that no peer can forge a line, else as it is. Valid until the eighth call after this one. */
+const char *peerText(const char *text);
+
+/* Prints a head's lines at level 5: as they came, or escaped and with line ends of the log's own. */
+void traceHeadLines(const Header &header);
+
+}  // namespace netsift
+
+#endif
