@@ -7,6 +7,7 @@
 #include <deque>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "content/phraseList.h"
@@ -121,6 +122,7 @@ TEST(PhraseScan, ScoresTexts) {
       {{{"ab", 5}, {"ab", 6}, last}, " ab", 5, 5},
       {{{"\xe9t\xe9", 5}, {"ab", 1}, last}, " \xe9t\xe9", 5, 5},
       {{{"a\xe9", 5}, {"a", 1}, last}, " a\xe9 a ", 5, 5}, /* only the first of a run can be whole after one byte */
+      {{{"a", 5}, {"a\xe9", 8}, {"ba", 3}, last}, " ba\xe9 ", 3, 3}, /* "a" stays, whole, and hides lower bytes */
       {{{"ab", 5}, last}, string(" a\0ab\0b", 7), 5, 5},
       {{{"ab", INT32_MAX}, {"b", 9}, last}, " b b", 18, 9},
   };
@@ -149,34 +151,43 @@ TEST(PhraseScan, StopsAtThePhraseThatReachesTheThreshold) {
   EXPECT_EQ(totalweight, 5);
 }
 
-/* Few bytes, so that phrases nest, runs share prefixes and more than 30 matches want to be open. */
+bool signedOrder(const Phrase &a, const Phrase &b) {
+  return std::lexicographical_compare(
+      a.text.c_str(), a.text.c_str() + a.text.size() + 1, b.text.c_str(), b.text.c_str() + b.text.size() + 1,
+      [](char x, char y) { return static_cast<signed char>(x) < static_cast<signed char>(y); });
+}
+
+/* Phrases cut from the text, some with another last byte: they nest, share prefixes, end together, and more than 30
+   want to be open at once. */
 TEST(PhraseScan, EqualsTheWalkOnRandomLists) {
   std::mt19937 random(7);
   const auto below = [&](size_t n) { return static_cast<size_t>(random() % n); };
-  const auto randomText = [&](const string &alphabet, size_t longest) {
-    string text(1 + below(longest), 'a');
-    for (char &c : text) c = alphabet[below(alphabet.size())];
-    return text;
-  };
+  const string alphabets[] = {"aaaaaaaab", "ab\xe9", "ab\xe9z\x01 ", string("a\xe9\0b", 4),
+                              "abcdefghijklmnopqrstuvwxyz 0123456789"};
   numcategories1 = 1;
   for (int round = 0; round < 1500; round++) {
-    const string alphabet = string("aaaaaaaaab\xe9z\x01 ").substr(below(9), 2 + below(6));
-    std::vector<Phrase> phrases(below(round % 3 == 0 ? 60 : 12));
-    for (Phrase &p : phrases) p = {randomText(alphabet, 1 + below(40)), static_cast<int>(below(20)) - 5};
-    if (below(3) != 0) { /* else as they come: out of order */
-      std::sort(phrases.begin(), phrases.end(), [](const Phrase &a, const Phrase &b) {
-        return std::lexicographical_compare(
-            a.text.c_str(), a.text.c_str() + a.text.size() + 1, b.text.c_str(), b.text.c_str() + b.text.size() + 1,
-            [](char x, char y) { return static_cast<signed char>(x) < static_cast<signed char>(y); });
-      });
+    const string &alphabet = alphabets[below(5)];
+    std::vector<string> texts(2, string(100, ' '));
+    for (string &text : texts) {
+      for (char &c : text) c = alphabet[below(alphabet.size())];
     }
+    std::vector<Phrase> phrases;
+    const size_t longest = 1 + below(60);
+    for (size_t i = below(round % 2 == 0 ? 120 : 12); i > 0; i--) {
+      string phrase = texts[0].substr(below(100), 1 + below(longest)).c_str();
+      if (below(3) == 0 && !phrase.empty()) phrase.back() = "abz\xe9"[below(4)];
+      if (!phrase.empty()) phrases.push_back({phrase, static_cast<int>(below(20)) - 5});
+    }
+    const size_t order = below(3); /* else as they come */
+    const auto unsignedOrder = [](const Phrase &x, const Phrase &y) { return x.text < y.text; };
+    if (order == 1) std::sort(phrases.begin(), phrases.end(), unsignedOrder);
+    if (order == 2) std::sort(phrases.begin(), phrases.end(), signedOrder);
     Category category(phrases);
     std::vector<InitialEntry> walked(256); /* the same index without its tables */
     for (size_t i = 0; category.index[i].firstByte != 0; i++) walked[i] = category.index[i];
 
     uniqueoccur = static_cast<uint8_t>(below(2));
     allowedweight = below(2) == 0 ? 1000000 : static_cast<int>(below(60));
-    const std::vector<string> texts{randomText(alphabet, 300), randomText(alphabet + string(1, '\0'), 300)};
     for (const InitialEntry *index : {category.index, walked.data()}) {
       iniContentFilter();
       Reference reference;
@@ -186,6 +197,25 @@ TEST(PhraseScan, EqualsTheWalkOnRandomLists) {
         ASSERT_EQ(totalweight, reference.weight) << "round " << round << " text " << text;
       }
     }
+  }
+}
+
+/* So many long matches, one that ends after two bytes, and a phrase that begins while that one is still open. */
+TEST(PhraseScan, AMatchThatWillFailTakesItsPlaceInThePool) {
+  string text(94, ' ');
+  for (size_t i = 0; i < text.size(); i++) text[i] = static_cast<char>('!' + i);
+  allowedweight = 1000;
+  for (const auto &[open, failing, weight] : {std::tuple{28, 1, 7}, {29, 1, 0}, {29, 0, 7}, {30, 0, 0}}) {
+    std::vector<Phrase> phrases;
+    const size_t after = static_cast<size_t>(open) + 1;
+    for (size_t i = 1; i < after; i++) phrases.push_back({text.substr(i, 60), 0});
+    if (failing) phrases.push_back({text.substr(after, 2) + "#", 0});
+    phrases.push_back({text.substr(after + 1, 3), 7});
+    phrases.push_back({"~~", 0});
+    Category category(phrases);
+    iniContentFilter();
+    scan(text, category.index);
+    EXPECT_EQ(totalweight, weight) << open << " open, " << failing << " failing";
   }
 }
 
