@@ -30,7 +30,7 @@ TEST(GetUrl, NormalisesTargetsAndRefusesUnusableLines) {
       {"GET http://h:4294967376 HTTP/1.1", nullptr, "GET|h|h|80"},
       {"GET 2345678/bc HTTP/1.1", nullptr, "GET|c|c|80"},
       {"GET 12345678/bc HTTP/1.1", nullptr, "GET|12345678/bc|12345678|80"},
-      {"GET http:// HTTP/1.1", nullptr, "GET|||80"},
+      {"GET http:/ HTTP/1.1", nullptr, "GET|||80"},
       {"GET h HTTP/1.1", nullptr, "GET|h|h|80"},  // the version's "/" is not the target's
       {"GET /index.html HTTP/1.1\r\n", "h:81", "GET|h/index.htm|h|81"},
       {"get /a/ http/1.0\n", "h", "get|h/a|h|80"},

@@ -63,6 +63,7 @@ TEST_F(Tunnels, OneBlockOrTheClientsTurn) {
   client.send("GET /next");  // both readable: upstream's block goes out, the client's bytes stay unread
   tunnel1(client.near, upstream.near, 100);
   EXPECT_EQ(client.receive(), string(1808, 'p'));
+  tunnel1(client.near, upstream.near, -1);
   EXPECT_EQ(recv(client.near, string(9, ' ').data(), 9, MSG_DONTWAIT), 9);
   EXPECT_EQ(log.messages().size(), 2u);  // a size line each, no closing line
   upstream.closeFar();
