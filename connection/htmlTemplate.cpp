@@ -1,11 +1,13 @@
 #include "connection/htmlTemplate.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <string_view>
 
+#include "http/debugLog.h"
 #include "state/connection.h"
 #include "state/settings.h"
 #include "util/escape.h"
@@ -15,7 +17,8 @@ namespace netsift {
 namespace {
 
 constexpr int endByte = 255;
-constexpr size_t substitutionRoom = 201; /* beyond the file's size, before the page has to grow */
+constexpr long substitutionRoom = 201; /* beyond the file's size, before the page has to grow */
+constexpr long mostReserved = 1 << 20; /* whatever size the file claims */
 constexpr size_t shownUrl = 50;
 
 std::string_view textOf(const char *text) { return text == nullptr ? std::string_view() : std::string_view(text); }
@@ -60,10 +63,17 @@ char *readTemplate(const char *path, int32_t *length) {
   const long size = get_file_size(path);
   FILE *file = fopen(path, "re");
   if (file == nullptr) return nullptr;
-  const std::string page = netsift::fill(file, static_cast<size_t>(size < 0 ? 0 : size) + netsift::substitutionRoom);
+  const long expected = std::clamp(size, 0L, netsift::mostReserved) + netsift::substitutionRoom;
+  const std::string page = netsift::fill(file, static_cast<size_t>(expected));
+  const bool unreadable = page.empty() && ferror(file) != 0;
   fclose(file);
+  if (unreadable) return nullptr;
   if (length != nullptr) *length = static_cast<int32_t>(page.size()) - 1;
   char *text = static_cast<char *>(std::malloc(page.size() + 1));
-  if (text != nullptr) std::memcpy(text, page.c_str(), page.size() + 1);
+  if (text == nullptr) {
+    dprintf(1, "memory allocation failed in readTemplate\n");
+    return nullptr;
+  }
+  std::memcpy(text, page.c_str(), page.size() + 1);
   return text;
 }

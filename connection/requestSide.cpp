@@ -1,7 +1,9 @@
 #include "connection/requestSide.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include "connection/answer.h"
 #include "connection/requestPolicy.h"
@@ -56,9 +58,11 @@ void traceRequestHead() {
 
 /* "CONNECT host" without a port means 443, where getURL's own default is 80. */
 bool connectsWithoutPort(const char *line) {
-  const char *target = line + strcspn(line, " ");
-  target += strspn(target, " ");
-  return std::memchr(target, ':', strcspn(target, " \r\n")) == nullptr;
+  std::string_view target = line;
+  target.remove_prefix(std::min(target.find(' '), target.size()));
+  target.remove_prefix(std::min(target.find_first_not_of(' '), target.size()));
+  if (const size_t scheme = target.find("://"); scheme != target.npos) target.remove_prefix(scheme + 3);
+  return target.substr(0, target.find_first_of(" /\r\n")).find(':') == target.npos;
 }
 
 Next identifyByContract(Connection &connection, Cycle &cycle) {
@@ -163,7 +167,8 @@ Next forwardChunk(Connection &connection, const Cycle &cycle, char *chunk, unsig
     cut = blockAttachment(static_cast<int>(length), chunk);
   }
   const int kept = static_cast<int>(length) - cut;
-  if (sendHTTPBody(proxysock, chunk, kept, PROXY_TIMEOUT) < 0) return endCall(connection, -1);
+  const bool nothingKept = kept == 0 && cut > 0; /* a send of nothing would count as a failure */
+  if (!nothingKept && sendHTTPBody(proxysock, chunk, kept, PROXY_TIMEOUT) < 0) return endCall(connection, -1);
   if (cut <= 0) return Next::step;
   dprintf(2, "Upload/Attachment is BLOCKED.\n");
   blockConnection(clientsock, 1); /* the part before the cut has already gone upstream */
@@ -177,7 +182,10 @@ Next forwardBody(Connection &connection, Cycle &cycle) {
   if (!posts && !cycle.requestHasLength) return Next::step;
   dprintf(2, "It is a  request requiring posting of data\n");
   const Text buffer(static_cast<char *>(calloc(bodyChunk + 1, 1)));
-  if (!buffer) return endCall(connection, -1);
+  if (!buffer) {
+    dprintf(1, "memory allocation failed for the request body\n");
+    return endCall(connection, -1);
+  }
   for (unsigned char status = 0; status == 0;) {
     unsigned length = bodyChunk;
     status = getHTTPBody(clientsock, buffer.get(), &length, clientTimeoutSeconds, cycle.requestLength);

@@ -114,7 +114,7 @@ int failToConnect(const char *host, int32_t port) {
 void connectToProxy(Connection &connection) {
   proxysock = openUpstreamSocket();
   in_addr address{};
-  inet_aton(proxyip == nullptr ? "" : proxyip, &address);
+  if (proxyip == nullptr || inet_aton(proxyip, &address) == 0) address.s_addr = INADDR_NONE; /* refuses every connect */
   setAddress(address, static_cast<unsigned>(proxyport));
   runConnectLoop(connection);
 }

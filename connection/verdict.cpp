@@ -93,6 +93,7 @@ bool isBlockedAsItStands(char *buffer, int32_t length, int32_t first) {
   bool blocked = testforratings != 0 && first != 0 && violatesRatings(buffer);
   if (!blocked && contentcheck != 0) {
     const Text copy(strdup(buffer));
+    if (!copy) dprintf(1, "memory allocation failed in checkAllRight\n");
     blocked = copy && isOffensive(copy.get());
   }
   end = masked;
