@@ -1,7 +1,7 @@
 #include "http/strictHead.h"
 
+#include <algorithm>
 #include <cstdlib>
-#include <cstring>
 
 #include "http/httpHeader.h"
 #include "http/strictField.h"
@@ -86,10 +86,31 @@ StrictFault endLine(HeadScan &scan) {
   return none;
 }
 
+/* How many bytes at the front change nothing but the text: a name's characters, or what is no control byte. */
+size_t countPlain(const HeadScan &scan, std::string_view bytes) {
+  const bool inName = scan.place == HeadPlace::fieldName, inLine = scan.place == HeadPlace::startLine;
+  if (!inName && !inLine && scan.place != HeadPlace::fieldValue) return 0;
+  const size_t limit = inLine ? longestRequestLine : longestHead;
+  bytes = bytes.substr(0, limit - std::min(limit, inLine ? scan.text.size() : scan.taken));
+  size_t count = 0;
+  if (inName) {
+    while (count < bytes.size() && isTokenCharacter(bytes[count])) count++;
+  } else {
+    while (count < bytes.size() && static_cast<unsigned char>(bytes[count]) >= ' ') count++;
+  }
+  return count;
+}
+
 }  // namespace
 
 Parse scanHead(HeadScan &scan, std::string_view bytes, size_t &used) {
   for (used = 0; used < bytes.size();) {
+    const size_t plain = countPlain(scan, bytes.substr(used));
+    scan.text.append(bytes, used, plain);
+    scan.taken += plain;
+    used += plain;
+    if (used == bytes.size()) break;
+
     const char c = bytes[used++];
     StrictFault fault = none;
     if (++scan.taken > longestHead) {

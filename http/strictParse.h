@@ -2,6 +2,7 @@
 #ifndef NETSIFT_HTTP_STRICTPARSE_H
 #define NETSIFT_HTTP_STRICTPARSE_H
 
+#include <array>
 #include <string_view>
 
 namespace netsift {
@@ -20,9 +21,14 @@ constexpr bool isAlphanumeric(char c) {
 }
 
 /* RFC 9110 section 5.6.2 */
-constexpr bool isTokenCharacter(char c) {
-  return isAlphanumeric(c) || std::string_view("-!#$%&'*+.^_`|~").find(c) != std::string_view::npos;
-}
+constexpr std::array<bool, 256> tokenCharacters = [] {
+  std::array<bool, 256> table{};
+  for (const char mark : std::string_view("-!#$%&'*+.^_`|~")) table[static_cast<unsigned char>(mark)] = true;
+  for (unsigned c = 0; c < 128; c++) table[c] |= isAlphanumeric(static_cast<char>(c));
+  return table;
+}();
+
+constexpr bool isTokenCharacter(char c) { return tokenCharacters[static_cast<unsigned char>(c)]; }
 
 constexpr bool isToken(std::string_view text) {
   for (const char c : text) {
