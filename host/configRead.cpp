@@ -35,15 +35,22 @@ std::string unknownKeyMessage(const std::string &key) {
 
 struct Reading {
   const std::string &path;
+  const toml::table &defaults;
   Problems &problems;
 };
+
+void storeDefault(const Reading &reading, const Setting &setting) {
+  storeSetting(setting, *reading.defaults.at_path(fullKey(setting)).node(), "default", reading.problems);
+}
 
 void storeGiven(const Reading &reading, const toml::table &table, const std::string &prefix) {
   for (auto &&[name, node] : table) {
     std::string key = prefix + std::string(name.str());
     int line = static_cast<int>(name.source().begin.line);
     if (const Setting *setting = findSetting(key)) {
+      size_t before = reading.problems.size();
       storeSetting(*setting, node, reading.path, reading.problems);
+      if (reading.problems.size() > before) storeDefault(reading, *setting);
     } else if (!isSection(key)) {
       reading.problems.push_back({true, reading.path, line, key, unknownKeyMessage(key)});
     } else if (const toml::table *section = node.as_table()) {
@@ -54,36 +61,31 @@ void storeGiven(const Reading &reading, const toml::table &table, const std::str
   }
 }
 
-void storeDefaults(const toml::table &given, Problems &problems) {
-  toml::parse_result defaults = toml::parse(defaultConfiguration());
-  for (const Setting &setting : settings()) {
-    std::string key = fullKey(setting);
-    if (given.at_path(key)) continue;
-    storeSetting(setting, *defaults.table().at_path(key).node(), "defaults", problems);
-  }
-}
-
 }  // namespace
 
-void readConfiguration(const std::string &path, Problems &problems) {
+bool readConfiguration(const std::string &path, Problems &problems) {
   std::string content, error;
   if (!readWholeFile(path, largestConfiguration, &content, &error)) {
     problems.push_back({true, path, 0, "", error});
-    return;
+    return false;
   }
-  toml::parse_result parsed = toml::parse(content, path);
-  if (!parsed) {
-    const toml::parse_error &refusal = parsed.error();
+  toml::parse_result given = toml::parse(content, path), defaults = toml::parse(defaultConfiguration());
+  if (!given) {
+    const toml::parse_error &refusal = given.error();
     problems.push_back(
         {true, path, static_cast<int>(refusal.source().begin.line), "", std::string(refusal.description())});
-    return;
+    return false;
   }
   releaseSettings();
   Problems found;
-  storeGiven({path, found}, parsed.table(), "");
-  storeDefaults(parsed.table(), found);
+  Reading reading{path, defaults.table(), found};
+  storeGiven(reading, given.table(), "");
+  for (const Setting &setting : settings()) {
+    if (!given.table().at_path(fullKey(setting))) storeDefault(reading, setting);
+  }
   std::ranges::stable_sort(found, {}, &Problem::line);
   problems.insert(problems.end(), found.begin(), found.end());
+  return true;
 }
 
 }  // namespace netsift::host

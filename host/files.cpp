@@ -54,12 +54,12 @@ bool readWholeFile(const std::string &path, size_t largest, std::string *content
   return count >= 0 && content->size() <= largest;
 }
 
-std::string makeFolder(const std::string &path) {
+std::string makeFolder(const std::string &path, unsigned mode) {
   if (isFolder(path)) return "";
   if (std::string parent = parentOf(path); parent != path) {
-    if (std::string error = makeFolder(parent); !error.empty()) return error;
+    if (std::string error = makeFolder(parent, 0755); !error.empty()) return error;
   }
-  if (mkdir(path.c_str(), 0755) == 0 || errno == EEXIST) return "";
+  if (mkdir(path.c_str(), mode) == 0 || errno == EEXIST) return "";
   return path + " cannot be made: " + std::strerror(errno);
 }
 

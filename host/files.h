@@ -23,8 +23,8 @@ std::string logPath(std::string_view name);
 /* Reads a file of at most `largest` bytes. False, with the cause in words, when it cannot be read or is larger. */
 bool readWholeFile(const std::string &path, size_t largest, std::string *content, std::string *error);
 
-/* Makes a folder and those above it, mode 0755. Returns what is wrong, "" when it stands. */
-std::string makeFolder(const std::string &path);
+/* Makes a folder, and those above it with mode 0755. Returns what is wrong, "" when it stands. */
+std::string makeFolder(const std::string &path, unsigned mode);
 
 /* What is wrong with a folder's use by this process, "" when nothing is: it must stand and let in, and be writable when
    asked. A folder that is missing but could be made is in order when `mayBeMissing`. */

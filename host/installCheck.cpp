@@ -22,6 +22,8 @@ namespace netsift::host {
 namespace {
 
 constexpr int cacheMode = 0660;
+constexpr unsigned spoolMode = 0750; /* what people download is nobody else's business */
+constexpr std::string_view madeFolders[] = {logFolder, varFolder, runFolder};
 constexpr const char *primaryEngine = "/opt/Velmora/var/run/vlav";
 
 void report(Problems &problems, const std::string &file, const std::string &message, const std::string &key = "") {
@@ -32,23 +34,19 @@ void warn(Problems &problems, const std::string &file, const std::string &messag
   problems.push_back({false, file, 0, key, message});
 }
 
-void checkFolder(const std::string &path, bool writable, Missing missing, Problems &problems,
-                 const std::string &key = "") {
-  std::string trouble = missing == Missing::make ? makeFolder(path) : "";
-  if (trouble.empty()) trouble = folderTrouble(path, writable, missing == Missing::report);
+void checkFolder(const std::string &path, Problems &problems, const std::string &key = "") {
+  std::string trouble = folderTrouble(path, true, true);
   if (!trouble.empty()) report(problems, path, trouble, key);
 }
 
-void checkFolders(Missing missing, Problems &problems) {
+void checkFolders(Problems &problems) {
   std::string config = rooted(configFolder);
   if (std::string trouble = folderTrouble(config, false, false); !trouble.empty()) {
     report(problems, config, trouble);
   } else if (!mayAccess(config, W_OK)) {
     warn(problems, config, "cannot be written: lists are not made anew, and reported URLs are not kept");
   }
-  checkFolder(rooted(logFolder), true, missing, problems);
-  checkFolder(rooted(varFolder), true, missing, problems);
-  checkFolder(rooted(runFolder), true, missing, problems);
+  for (std::string_view folder : madeFolders) checkFolder(rooted(folder), problems);
 }
 
 void checkPages(Problems &problems) {
@@ -72,40 +70,49 @@ void checkLog(const std::string &path, const char *key, Problems &problems) {
   }
 }
 
-void checkCache(Missing missing, Problems &problems) {
+void checkCache(Problems &problems) {
   std::string path = rooted(cacheDatabase);
-  if (disableCache != 0 || (missing == Missing::report && !exists(path))) return;
-  bool stands = exists(path);
-  if (stands && !mayAccess(path, R_OK | W_OK))
-    return report(problems, path, "cannot be read and written", "cache.enabled");
-
+  if (disableCache != 0 || !exists(path)) return;
+  if (!mayAccess(path, R_OK | W_OK)) return report(problems, path, "cannot be read and written", "cache.enabled");
   /* no lock: children of an earlier generation may be using it */
-  GDBM_FILE database =
-      gdbm_open(path.c_str(), 0, stands ? GDBM_READER | GDBM_NOLOCK : GDBM_WRCREAT, cacheMode, nullptr);
-  if (database != nullptr) {
+  GDBM_FILE database = gdbm_open(path.c_str(), 0, GDBM_READER | GDBM_NOLOCK, 0, nullptr);
+  if (database != nullptr)
     gdbm_close(database);
-  } else if (stands) {
+  else
     warn(problems, path,
          std::string("is no usable cache database (") + gdbm_strerror(gdbm_errno) +
              "): no verdict is remembered; remove it and it is made anew");
-  } else {
+}
+
+void makeCache(Problems &problems) {
+  std::string path = rooted(cacheDatabase);
+  if (disableCache != 0 || exists(path)) return;
+  GDBM_FILE database = gdbm_open(path.c_str(), 0, GDBM_WRCREAT, cacheMode, nullptr);
+  if (database != nullptr)
+    gdbm_close(database);
+  else
     report(problems, path, std::string("cannot be made: ") + gdbm_strerror(gdbm_errno), "cache.enabled");
-  }
 }
 
 /* The library knows one path of the second engine; a configured one is reached by a link there. */
-void checkEngineLink(Missing missing, Problems &problems) {
-  std::string link = rooted(secondEngineLink), engine = rooted(hostConfig.secondEngineSocket);
-  if (link == engine) return;
+bool needsEngineLink() {
+  return virusscan != 0 && DoClamScan != 0 && rooted(secondEngineLink) != rooted(hostConfig.secondEngineSocket);
+}
+
+void checkEngineLink(Problems &problems) {
+  std::string link = rooted(secondEngineLink);
   struct stat status;
-  bool stands = lstat(link.c_str(), &status) == 0;
-  if (stands && !S_ISLNK(status.st_mode))
-    return report(problems, link, "is no link and is left alone; remove it to use " + engine,
-                  "scanning.second_engine_socket");
-  if (missing == Missing::report) return;
-  std::string fresh = link + ".new";
+  if (needsEngineLink() && lstat(link.c_str(), &status) == 0 && !S_ISLNK(status.st_mode))
+    report(problems, link, "is no link and is left alone; remove it to use " + hostConfig.secondEngineSocket,
+           "scanning.second_engine_socket");
+}
+
+void makeEngineLink(Problems &problems) {
+  if (!needsEngineLink()) return;
+  std::string link = rooted(secondEngineLink), fresh = link + ".new";
   unlink(fresh.c_str());
-  if (symlink(engine.c_str(), fresh.c_str()) != 0 || rename(fresh.c_str(), link.c_str()) != 0)
+  if (symlink(rooted(hostConfig.secondEngineSocket).c_str(), fresh.c_str()) != 0 ||
+      rename(fresh.c_str(), link.c_str()) != 0)
     report(problems, link, std::string("cannot be made a link: ") + std::strerror(errno),
            "scanning.second_engine_socket");
 }
@@ -118,34 +125,45 @@ void checkEngine(const std::string &path, Problems &problems) {
   if (engine >= 0) close(engine);
 }
 
-void checkScanning(Missing missing, Problems &problems) {
+void checkScanning(Problems &problems) {
   if (virusscan == 0) return;
   if (size_t length = std::strlen(VIRFILE_DIR); length > longestSpoolFolder)
     report(problems, VIRFILE_DIR, "is " + std::to_string(length) + " bytes long with the root and \"/\", of at most 33",
            "scanning.spool_folder");
   else
-    checkFolder(VIRFILE_DIR, true, missing, problems, "scanning.spool_folder");
+    checkFolder(VIRFILE_DIR, problems, "scanning.spool_folder");
   if (DoVlavScan == 0 && DoClamScan == 0)
     warn(problems, "", "no engine is selected, so that everything counts as clean", "scanning.scan");
   if (DoVlavScan != 0) checkEngine(rooted(primaryEngine), problems);
   if (DoClamScan != 0) {
-    checkEngineLink(missing, problems);
+    checkEngineLink(problems);
     checkEngine(rooted(hostConfig.secondEngineSocket), problems);
   }
 }
 
 }  // namespace
 
-void checkInstallation(Missing missing, Problems &problems) {
-  checkFolders(missing, problems);
+void checkInstallation(Problems &problems) {
+  checkFolders(problems);
   checkLists(problems);
   checkPages(problems);
   if (hostConfig.debugLevel > 0) checkLog(logPath(hostConfig.debugFile), "log.debug_file", problems);
   if (logenable != 0) checkLog(logPath(logfilename), "log.access_file", problems);
-  checkCache(missing, problems);
-  checkScanning(missing, problems);
+  checkCache(problems);
+  checkScanning(problems);
   if (!fitsSocketPath(rooted(notifySocket)))
     warn(problems, rooted(notifySocket), "is longer than 107 bytes: URLs refused for their phrases cannot be reported");
+}
+
+void makeMissing(Problems &problems) {
+  auto make = [&problems](const std::string &folder, unsigned mode) {
+    std::string trouble = makeFolder(folder, mode);
+    if (!trouble.empty()) report(problems, folder, trouble);
+  };
+  for (std::string_view folder : madeFolders) make(rooted(folder), 0755);
+  if (virusscan != 0) make(VIRFILE_DIR, spoolMode);
+  makeCache(problems);
+  makeEngineLink(problems);
 }
 
 }  // namespace netsift::host

@@ -6,13 +6,12 @@
 
 namespace netsift::host {
 
-enum class Missing {
-  report, /* --check: nothing is changed; what a start would make is in order when it could */
-  make    /* a start makes folders, the cache database and the second engine's link */
-};
+/* Looks at all that the configuration just read needs, and adds every problem. Nothing is changed; what is missing and
+   makeMissing could make is in order. */
+void checkInstallation(Problems &problems);
 
-/* Looks at all that the configuration just read needs, and adds every problem. */
-void checkInstallation(Missing missing, Problems &problems);
+/* Makes what a start makes: folders, the cache database, the link to the second engine. */
+void makeMissing(Problems &problems);
 
 }  // namespace netsift::host
 

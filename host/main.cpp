@@ -36,8 +36,7 @@ int printConfiguration(const std::string &form) {
 /* Reports all that a start would stumble over, and changes nothing. */
 int check(const Arguments &arguments) {
   Problems problems;
-  readConfiguration(arguments.configuration, problems);
-  if (!anyFatal(problems)) checkInstallation(Missing::report, problems);
+  if (readConfiguration(arguments.configuration, problems)) checkInstallation(problems);
   if (arguments.json)
     std::fputs(problemsJson(problems).c_str(), stdout);
   else

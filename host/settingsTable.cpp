@@ -116,8 +116,8 @@ const Setting scanSettings[] = {
      "\"/opt/Velmora/var/run/vlcavd.sock\"",
      "Where that engine listens. When it is not the default, the default path is made a symbolic link to it."},
     {"scanning", "spool_folder", Folder{longestPath}, "\"/opt/Velmora/var/spool/\"",
-     "Folder of the files handed to the engines, which must be able to read it. With the root in front and \"/\" at "
-     "its end at most 33 bytes long. Made when missing."},
+     "Folder of the files handed to the engines. With the root in front and \"/\" at its end at most 33 bytes long. "
+     "Made when missing, closed to all but the daemon's user and group: an engine's user must be in that group."},
     {"scanning", "first_scan_kib", Number{&startScanSize, 0, 4194303, "KiB"}, "1024",
      "Body collected before the first scan; doubled after each. 0: one scan near the end of the first body."},
     {"scanning", "greeting_timeout", Number{&MAX_TIME_FOR_VLAV, 0, mostSeconds, "seconds"}, "30",

@@ -51,12 +51,12 @@ TEST(PhraseCheck, WarnsWithTheLineOfTheRecord) {
 
 TEST(InstallCheck, ACompleteInstallationIsInOrderAndCheckingChangesNothing) {
   Install install;
-  EXPECT_EQ(install.problems(Missing::report), "");
+  EXPECT_EQ(install.problems(), "");
   EXPECT_FALSE(std::filesystem::exists(install.root.path() + "/opt/Velmora/var/nscache.db"));
   std::filesystem::remove_all(install.root.path() + "/var");
-  EXPECT_EQ(install.problems(Missing::report), "") << "a start can make it";
+  EXPECT_EQ(install.problems(), "") << "a start can make it";
   EXPECT_FALSE(std::filesystem::exists(install.root.path() + "/var"));
-  EXPECT_EQ(install.problems(Missing::make), "");
+  EXPECT_EQ(install.problems(true), "");
   EXPECT_TRUE(std::filesystem::exists(install.root.log("")));
   EXPECT_TRUE(std::filesystem::exists(install.root.path() + "/opt/Velmora/var/nscache.db"));
 }
@@ -93,7 +93,7 @@ TEST(InstallCheck, EachFileThatIsMissingOrWrongIsNamed) {
       unlink(install.root.config(file).c_str());
     else
       install.write(file, content);
-    std::string got = install.problems(Missing::report);
+    std::string got = install.problems();
     size_t engine = got.find("W scanning.scan: no engine is selected"); /* the only other thing to say */
     EXPECT_NE(engine, std::string::npos) << got;
     EXPECT_EQ(got.substr(0, std::strlen(expected)), expected) << file << "\n" << got;
@@ -106,25 +106,24 @@ TEST(InstallCheck, TheSecondEnginesLinkReplacesALinkButNoSocket) {
   install.configuration += "[scanning]\nscan = true\nspool_folder = \"/tmp\"\nsecond_engine_socket = \"/run/x.ctl\"\n";
   std::string link = install.root.path() + "/opt/Velmora/var/run/vlcavd.sock";
   std::filesystem::create_symlink("/old", link);
-  install.problems(Missing::make);
+  install.problems(true);
   EXPECT_EQ(std::filesystem::read_symlink(link), "/run/x.ctl");
   unlink(link.c_str());
   writeFile(link, "in place of a socket");
-  EXPECT_NE(install.problems(Missing::make).find("vlcavd.sock: scanning.second_engine_socket: is no link"),
-            std::string::npos);
+  EXPECT_NE(install.problems(true).find("vlcavd.sock: scanning.second_engine_socket: is no link"), std::string::npos);
   EXPECT_EQ(readFile(link), "in place of a socket");
 }
 
 TEST(InstallCheck, ADamagedCacheIsAWarningAndALongSpoolPathAnError) {
   Install install;
   writeFile(install.root.path() + "/opt/Velmora/var/nscache.db", "noise");
-  EXPECT_EQ(install.problems(Missing::make).substr(0, 42), "W nscache.db: is no usable cache database ");
+  EXPECT_EQ(install.problems(true).substr(0, 42), "W nscache.db: is no usable cache database ");
   unlink((install.root.path() + "/opt/Velmora/var/nscache.db").c_str());
   install.configuration += "[scanning]\nscan = true\nspool_folder = \"/tmp/" + std::string(27, 'x') + "/\"\n";
-  std::string problems = install.problems(Missing::report);
+  std::string problems = install.problems();
   EXPECT_EQ(std::strlen(VIRFILE_DIR), 33u);
   EXPECT_EQ(problems.find("scanning.spool_folder"), std::string::npos) << problems;
   install.configuration.insert(install.configuration.size() - 3, "x");
-  problems = install.problems(Missing::report);
+  problems = install.problems();
   EXPECT_NE(problems.find("scanning.spool_folder: is 34 bytes long"), std::string::npos) << problems;
 }

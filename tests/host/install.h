@@ -34,10 +34,11 @@ struct Install {
   }
 
   /* "E" or "W" and the problem's line, the file without its folders. */
-  std::string problems(host::Missing missing) const {
+  std::string problems(bool make = false) const {
     host::Problems found;
     host::readConfiguration(configurationFile(), found);
-    host::checkInstallation(missing, found);
+    host::checkInstallation(found);
+    if (make && !host::anyFatal(found)) host::makeMissing(found);
     std::string out;
     for (host::Problem problem : found) {
       problem.file.erase(0, problem.file.rfind('/') + 1);

@@ -15,7 +15,7 @@ using std::string_literals::operator""s;
 
 TEST(Notify, EachMessageDoesItsPartAndAnythingElseIsRefused) {
   Install install;
-  install.problems(Missing::report);
+  install.problems();
   ASSERT_EQ(makeBlackLists(), 1);
   struct {
     std::string message, fault;
