@@ -115,6 +115,8 @@ void endConnections(Server &server) {
   server.deadline = milliseconds() + killMilliseconds;
 }
 
+bool tell(const Server &server, char message) { return send(server.sockets.control, &message, 1, MSG_NOSIGNAL) == 1; }
+
 void obey(Server &server) {
   char command;
   ssize_t count = recv(server.sockets.control, &command, 1, MSG_DONTWAIT);
@@ -127,6 +129,7 @@ void obey(Server &server) {
   if (command == retire) { /* the next generation takes over the reports too */
     closeListener(server.sockets.notify);
     server.phase = Phase::retired;
+    tell(server, retiredMessage);
   } else if (command == stop) {
     endConnections(server);
   } else if (server.phase == Phase::serving || server.phase == Phase::retired) {
@@ -178,12 +181,12 @@ void serveRound(Server &server) {
   for (const Message &message : server.messages) polled.push_back({message.sock, POLLIN, 0});
   int ready = poll(polled.data(), polled.size(), pollTimeout(now, wake));
   if (ready > 0) {
+    if (polled[1].revents != 0) obey(server);
     if (polled[0].revents != 0) reapChildren(server);
     size_t i = fixed;
     std::erase_if(server.messages, [&](Message &message) { return polled[i++].revents != 0 && readMessage(message); });
-    if (polled[3].revents != 0) acceptMessages(server.sockets.notify, server.messages);
-    if (polled[2].revents != 0) acceptClients(server);
-    if (polled[1].revents != 0) obey(server);
+    if (polled[3].revents != 0 && server.sockets.notify >= 0) acceptMessages(server.sockets.notify, server.messages);
+    if (polled[2].revents != 0 && server.sockets.listener >= 0) acceptClients(server);
   }
   dropLateMessages(server.messages, milliseconds());
   meetDeadline(server);
@@ -204,7 +207,7 @@ bool takeSignals(Server &server) {
 
 int serveClients(const ServerSockets &sockets, Board *board, int slot) {
   Server server{sockets, board, slot};
-  if (!takeSignals(server) || send(sockets.control, &readyMessage, 1, MSG_NOSIGNAL) != 1) {
+  if (!takeSignals(server) || !tell(server, readyMessage)) {
     say(std::string("cannot serve: ") + std::strerror(errno));
     return 1;
   }

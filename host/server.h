@@ -21,7 +21,8 @@ enum Command : char {
   drain = 't',  /* take no more clients; running connections get drain_seconds */
   stop = 'k'    /* end running connections now */
 };
-constexpr char readyMessage = 'R'; /* what a generation says when its lists are loaded */
+/* What a generation says: that its lists are loaded and it serves, and that it takes no more clients. */
+constexpr char readyMessage = 'R', retiredMessage = 'D';
 
 struct ServerSockets {
   int listener; /* clients; non-blocking, shared with other generations */

@@ -31,11 +31,13 @@ namespace {
 constexpr size_t warningsAtStart = 10; /* a badly sorted phrase list has thousands; --check shows them all */
 constexpr unsigned restartSeconds = 1;
 
+enum class State { loading, serving, retiring, retired };
+
 struct Generation {
   pid_t pid;
   int control;
   int slot;
-  bool ready = false, retired = false;
+  State state = State::loading;
 };
 
 struct Supervisor {
@@ -61,7 +63,8 @@ void printAtStart(Problems problems) {
 bool readAndCheck(const std::string &configuration) {
   Problems problems;
   readConfiguration(configuration, problems);
-  if (!anyFatal(problems)) checkInstallation(Missing::make, problems);
+  if (!anyFatal(problems)) checkInstallation(problems);
+  if (!anyFatal(problems)) makeMissing(problems);
   printAtStart(problems);
   return !anyFatal(problems);
 }
@@ -123,19 +126,15 @@ bool startGeneration(Supervisor &supervisor) {
 
 void command(const Generation &generation, Command what) { send(generation.control, &what, 1, MSG_NOSIGNAL); }
 
-bool isLoading(const Supervisor &supervisor) {
-  return std::ranges::any_of(supervisor.generations, [](const Generation &g) { return !g.ready; });
-}
-
-bool isServing(const Supervisor &supervisor) {
-  return std::ranges::any_of(supervisor.generations, [](const Generation &g) { return g.ready && !g.retired; });
+bool any(const Supervisor &supervisor, State state) {
+  return std::ranges::any_of(supervisor.generations, [state](const Generation &g) { return g.state == state; });
 }
 
 void end(Supervisor &supervisor) {
   supervisor.ending++;
   if (supervisor.listener >= 0) close(std::exchange(supervisor.listener, -1));
   for (const Generation &generation : supervisor.generations) {
-    if (!generation.ready)
+    if (generation.state == State::loading)
       kill(generation.pid, SIGTERM);
     else
       command(generation, supervisor.ending > 1 ? stop : drain);
@@ -144,23 +143,33 @@ void end(Supervisor &supervisor) {
 
 void reload(Supervisor &supervisor) {
   if (supervisor.ending > 0) return;
-  supervisor.reloadAsked = isLoading(supervisor);
+  supervisor.reloadAsked = any(supervisor, State::loading);
   if (!supervisor.reloadAsked && !startGeneration(supervisor)) say("the configuration and lists in use stay");
 }
 
-/* A generation says that it serves: the one before takes no more clients. */
+/* A generation serves: the one before is to take no more clients. The takeover is told when it has said so. */
+void takeOver(Supervisor &supervisor, Generation &fresh) {
+  fresh.state = State::serving;
+  if (supervisor.ending > 0) return command(fresh, drain);
+  bool first = !std::exchange(supervisor.started, true);
+  for (Generation &other : supervisor.generations) {
+    if (&other == &fresh || other.state != State::serving) continue;
+    other.state = State::retiring;
+    return command(other, retire);
+  }
+  say(first ? "listening on " + boundAddress(supervisor.listener) : "serving again");
+}
+
+void finishTakeOver(Generation &generation) {
+  generation.state = State::retired;
+  say("configuration and lists loaded anew");
+}
+
 void hear(Supervisor &supervisor, Generation &generation) {
   char message;
-  if (recv(generation.control, &message, 1, MSG_DONTWAIT) != 1 || message != readyMessage) return;
-  generation.ready = true;
-  if (supervisor.ending > 0) return command(generation, drain);
-  for (Generation &other : supervisor.generations) {
-    if (&other == &generation || !other.ready || other.retired) continue;
-    other.retired = true;
-    command(other, retire);
-  }
-  say(supervisor.started ? "configuration and lists loaded anew" : "listening on " + boundAddress(supervisor.listener));
-  supervisor.started = true;
+  if (recv(generation.control, &message, 1, MSG_DONTWAIT) != 1) return; /* it has ended: reap says how */
+  if (message == readyMessage && generation.state == State::loading) takeOver(supervisor, generation);
+  if (message == retiredMessage && generation.state == State::retiring) finishTakeOver(generation);
 }
 
 void giveUp(Supervisor &supervisor, int status) {
@@ -169,16 +178,18 @@ void giveUp(Supervisor &supervisor, int status) {
 }
 
 /* A generation has ended: orderly, while loading, or by a fault that must not take the service with it. */
-void bury(Supervisor &supervisor, const Generation &gone, int status) {
-  if (supervisor.ending > 0 || gone.retired) return;
-  if (gone.ready) {
+void bury(Supervisor &supervisor, Generation &gone, int status) {
+  if (supervisor.ending > 0 || gone.state == State::retired) return;
+  if (gone.state == State::retiring) {
+    finishTakeOver(gone);
+  } else if (gone.state == State::serving) {
     say("the serving process has ended (" +
         (WIFSIGNALED(status) ? "signal " + std::to_string(WTERMSIG(status))
                              : "status " + std::to_string(WEXITSTATUS(status))) +
         "); another is started");
     sleep(restartSeconds);
-    if (!isLoading(supervisor) && !startGeneration(supervisor)) giveUp(supervisor, exitTrouble);
-  } else if (!isServing(supervisor)) {
+    if (!any(supervisor, State::loading) && !startGeneration(supervisor)) giveUp(supervisor, exitTrouble);
+  } else if (!any(supervisor, State::serving)) {
     bool told = WIFEXITED(status) && WEXITSTATUS(status) == exitConfiguration;
     if (!told) say("the server could not be started");
     giveUp(supervisor, told ? exitConfiguration : exitTrouble);
@@ -213,14 +224,16 @@ void takeSignal(Supervisor &supervisor) {
 void run(Supervisor &supervisor) {
   while (!supervisor.generations.empty()) {
     std::vector<struct pollfd> polled = {{supervisor.signals, POLLIN, 0}};
-    for (const Generation &generation : supervisor.generations)
-      polled.push_back({generation.ready ? -1 : generation.control, POLLIN, 0});
+    for (const Generation &generation : supervisor.generations) {
+      bool awaited = generation.state == State::loading || generation.state == State::retiring;
+      polled.push_back({awaited ? generation.control : -1, POLLIN, 0});
+    }
     if (poll(polled.data(), polled.size(), -1) <= 0) continue;
     for (size_t i = 1; i < polled.size(); i++) {
       if (polled[i].revents != 0) hear(supervisor, supervisor.generations[i - 1]);
     }
     if (polled[0].revents != 0) takeSignal(supervisor);
-    if (supervisor.reloadAsked && !isLoading(supervisor)) reload(supervisor);
+    if (supervisor.reloadAsked && !any(supervisor, State::loading)) reload(supervisor);
   }
 }
 

@@ -134,10 +134,17 @@ TEST(Supervisor, ReloadsWhenAllIsInOrderAndElseServesOnAsBefore) {
   int sock = connectTo(address);
   std::string head = "GET http://adserver.example/ HTTP/1.1\r\nHost: adserver.example\r\n\r\n";
   send(sock, head.data(), head.size(), 0);
-  EXPECT_NE(answer(sock).find("Content-Length: 0\r\n"), std::string::npos);
+  std::string empty = answer(sock);
+  EXPECT_NE(empty.find("Content-Length: 0\r\n"), std::string::npos) << empty;
   close(sock);
   ask(before);
   EXPECT_NE(answer(before).find(refusal), std::string::npos) << "a running connection keeps what it began with";
+
+  std::string task = "/proc/" + std::to_string(daemon.pid) + "/task/" + std::to_string(daemon.pid);
+  std::string children = readFile(task + "/children"); /* "17 23 ", the youngest last */
+  kill(std::stoi(children.substr(children.rfind(' ', children.size() - 2) + 1)), SIGKILL);
+  daemon.awaits("the serving process has ended (signal 9); another is started");
+  daemon.awaits("serving again");
 
   kill(daemon.pid, SIGTERM);
   EXPECT_EQ(daemon.status(), 0);
