@@ -22,6 +22,7 @@ scripts/packages.sh run ${upstream:+upstream} ${scan:+scan}
 [ -e build/build.ninja ] || cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
 ninja -C build --quiet netsiftd
 scripts/layout.sh run
+rm -f run/opt/Velmora/var/nscache.db # verdicts of a run with other checks on
 
 started=() spool=''
 cleanup() {
@@ -89,6 +90,7 @@ fi
 
 python3 -m http.server --bind 127.0.0.1 --directory "$root/site" $siteport >"$root/site.log" 2>&1 &
 started+=($!)
+wait_for 'the site with sample pages' answers $siteport
 
 cat <<END
 configuration, lists and templates: $etc
