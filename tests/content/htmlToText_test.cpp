@@ -101,38 +101,28 @@ string reference(const string &page) {
 TEST(HtmlToText, ShowsWhatAReaderSees) {
   const struct {
     string page, text;
-  } cases[] = {
-      {"", ""},
-      {"a<br>b", "ab"},
-      {"a <b> c </b> d", "a  c  d"},
-      {"<p> <b>x</b> \r\n <i>y", "xy"},
-      {"<p>\r\n<b>x", "\r\nx"}, /* no space in it: copied */
-      {"<p>\t <b>x", "\t x"},
-      {"<p>x</p> \n", "x \n"}, /* after the last tag */
-      {"a<b", "a"},
-      {"<a title='<'>x>y", "x>y"},
-      {"a<font color=white>hidden<b>b", "a b"},
-      {"<FONT COLOR = \"#ffffff\">hidden", " "},
-      {"<font\r\ncolor\n=\nFFFFFF><b>b", " b"},
-      {"<font color=\"white\">seen", "seen"},
-      {"<p color=white>seen", "seen"},
-      {"<form bgcolor=white>hidden</form>seen", " seen"},
-      {"a<font style=\"font-size:1px\">hidden</font>b", "ab"},
-      {"a<font style = font-size : 24px>hidden</font>b", "ab"},
-      {"a<font style=font-size:30px>seen</font>b", "aseenb"},
-      {"<NoFrames x>hidden<b>seen", "seen"},
-      {"<noframe>seen", "seen"},
-      {"<font color=white>hidden<font color=white>hidden<i>x", "  x"},
-      {"&#65;&#65 b&#65<b>c&#66&#67;", "AAbAcBC"},
-      {"&#x41;&#;&#321;&#" + string(1030, '1') + ";", string("x41;;A\xc7", 7)},
-      {"a&#0;b", string("a\0b", 3)},
-      {"&#<b>x&#&lt;", "<b>x&lt;"},
-      {"a&#65", "a"},
-      {"&NBSP;&quot;&Amp;&lt;&gt;&copy;&nbsp &amp", " \"&<>&copy;&nbsp &amp"},
-      {"&lt;b&gt;&amp;lt;", "<b>&lt;"},
-      {"&amp &lt;&", "&amp <&"},
-      {"<script>var a;</script>", "var a;"},
-  };
+  } cases[] = {{"a <b> c </b> d", "a  c  d"},
+               {"<p> <b>x</b> \r\n <i>y", "xy"},
+               {"<p>\r\n<b>x", "\r\nx"},
+               {"<p>\t <b>x", "\t x"},
+               {"<p>x</p> \n", "x \n"},
+               {"<a title='<'>x>y<b", "x>y"},
+               {"a<font color=white>hidden<b>b", "a b"},
+               {"<FONT COLOR = \"#ffffff\">hidden", " "},
+               {"<font\r\ncolor\n=\nFFFFFF><b>b", " b"},
+               {"<form bgcolor=white>hidden</form>seen", " seen"},
+               {"a<font style=\"font-size:1px\">hidden</font>b", "ab"},
+               {"a<font style = font-size : 24px>hidden</font>b", "ab"},
+               {"a<font style=font-size:30px>seen</font>b", "aseenb"},
+               {"<NoFrames x>hidden<b>seen", "seen"},
+               {"<font color=white>hidden<font color=white>hidden<i>x", "  x"},
+               {"&#65;&#65 b&#65<b>c&#66&#67;", "AAbAcBC"},
+               {"&#x41;&#;&#321;&#" + string(1030, '1') + ";", string("x41;;A\xc7", 7)},
+               {"a&#0;b", string("a\0b", 3)},
+               {"&#<b>x&#&lt;", "<b>x&lt;"},
+               {"a&#65", "a"},
+               {"&NBSP;&quot;&Amp;&lt;&gt;&copy;&nbsp &amp", " \"&<>&copy;&nbsp &amp"},
+               {"&lt;b&gt;&amp;lt;", "<b>&lt;"}};
   for (const auto &c : cases) {
     EXPECT_EQ(convert(c.page), c.text) << c.page;
     EXPECT_EQ(reference(c.page), c.text) << c.page;
@@ -202,9 +192,7 @@ TEST(HtmlToText, StripsAroundAByte) {
   }
 }
 
-TEST(HtmlToText, FindsWordsAndLinks) {
-  EXPECT_EQ(ifpresent1("abcABD", "abd"), 3);
-  EXPECT_EQ(ifpresent1("ab", "abd"), -1);
+TEST(HtmlToText, CollectsLinks) {
   char links[64] = "x ";
   int length = 2;
   for (const char *tag : {"<a HREF=http://a/b", "<a name=x", "<a href", "<a href=", "<a x=1 href=\"c\""}) {
