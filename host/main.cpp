@@ -57,9 +57,7 @@ int run(const Arguments &arguments) {
   return arguments.check ? check(arguments) : supervise(arguments.configuration, listen);
 }
 
-}  // namespace
-
-int main(int argc, char **argv) {
+int parseAndRun(int argc, char **argv) {
   Arguments arguments;
   CLI::App app("netsiftd, a filtering web front proxy");
   auto *configuration = app.add_option("--config", arguments.configuration, "Configuration file")->type_name("FILE");
@@ -84,4 +82,15 @@ int main(int argc, char **argv) {
     return app.exit(error) == 0 ? 0 : exitConfiguration;
   }
   return run(arguments);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  try {
+    return parseAndRun(argc, argv);
+  } catch (const std::exception &error) { /* of the command line's library, or no current folder */
+    std::fprintf(stderr, "netsiftd: %s\n", error.what());
+    return exitTrouble;
+  }
 }

@@ -227,7 +227,7 @@ struct Store {
     std::string folder = rooted(*text);
     if (!folder.ends_with('/')) folder += '/';
     std::memset(VIRFILE_DIR, 0, sizeof VIRFILE_DIR);
-    std::memcpy(VIRFILE_DIR, folder.data(), std::min(folder.size(), sizeof VIRFILE_DIR - 1));
+    folder.copy(VIRFILE_DIR, sizeof VIRFILE_DIR - 1);
   }
 
   /* Whether an array's element is a table without members that are not known. */
