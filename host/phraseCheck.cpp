@@ -44,7 +44,7 @@ bool takeWeight(Cursor &cursor, long long *weight) {
 /* A word in double quotes stands for itself between blanks. */
 std::string comparedForm(std::string_view phrase) {
   std::string form(phrase.substr(0, longestPhrase));
-  if (form.size() >= 2 && form.front() == '"' && form.back() == '"') form.front() = form.back() = ' ';
+  if (!form.empty() && form.front() == '"' && form.back() == '"') form.front() = form.back() = ' ';
   return form;
 }
 
@@ -90,6 +90,7 @@ void checkPhrases(std::string_view text, const std::string &file, Problems &prob
                  "those above 127 first; a quote at both ends sorts as a blank)");
     previous = record;
   }
+  if (previous.line == 0 && !text.empty()) report(0, true, "holds no phrase, which the loader refuses");
   if (previous.phrase.size() > 1 && previous.weight != 0)
     report(previous.line, false,
            "the last phrase of a file is never found; end the file with one that need not be, of weight 0");
