@@ -45,16 +45,12 @@ TEST(ConfigRead, TellsFileLineKeyAndWhatIsExpected) {
       {"[lisst]\n", "c.toml:1: lisst: unknown key; did you mean lists?"},
       {"[ratings.icra]\nzz9plural = 1\n", "c.toml:2: ratings.icra.zz9plural: unknown key"},
       {"[http]\nstrict = true\n", "c.toml:2: http.strict: unknown key; did you mean http.strict_http?"},
-      {"http = 1\n", "c.toml:1: http: expected the section [http]"},
       {"[upstream]\ntimeout = \"5\"\n",
        "c.toml:2: upstream.timeout: expected whole number of seconds, 0 to 3600, not \"5\""},
       {"[upstream]\ntimeout = 3601\n",
        "c.toml:2: upstream.timeout: expected whole number of seconds, 0 to 3600, not 3601"},
-      {"[upstream]\ntimeout = -1\n", "c.toml:2: upstream.timeout: expected whole number of seconds, 0 to 3600, not -1"},
       {"[content]\nthreshold = 4294967297\n",
        "c.toml:2: content.threshold: expected whole number, 1 to 2147483647, not 4294967297"},
-      {"[content]\nthreshold = 1.5\n",
-       "c.toml:2: content.threshold: expected whole number, 1 to 2147483647, not a number with a fraction"},
       {"[lists]\nblock_ads = 1\n", "c.toml:2: lists.block_ads: expected true or false, not 1"},
       {"[upstream]\nproxy = \"localhost:3128\"\n",
        "c.toml:2: upstream.proxy: expected text: IPv4 ADDRESS:PORT, port 1 to 65535, or empty, not "
@@ -76,8 +72,6 @@ TEST(ConfigRead, TellsFileLineKeyAndWhatIsExpected) {
        "c.toml:3: access.from: expected a time not after \"to\"; across midnight, write two rules"},
       {"[[access]]\nnetwork = \"10.0.0.0/8\"\nfrom = \"24:00\"\nlevel = 1\n",
        "c.toml:3: access.from: expected a time from \"00:00\" to \"23:59\""},
-      {"[[access]]\nnetwork = \"10.0.0.0/8\"\nlevel = 128\n",
-       "c.toml:3: access.level: expected whole number, 1 to 127"},
   };
   for (const auto &[text, expected] : cases) {
     Problems problems = readText(text);
@@ -100,9 +94,7 @@ TEST(ConfigRead, EachKeyLandsInItsVariable) {
     int32_t value;
   } cases[] = {
       {"service", "filtering = false", &DisableNetsiftService, 1},
-      {"service", "filtering = true", &DisableNetsiftService, 0},
       {"listen", "max_connections = 3", &hostConfig.maxConnections, 3},
-      {"listen", "drain_seconds = 4", &hostConfig.drainSeconds, 4},
       {"upstream", "timeout = 5", &PROXY_TIMEOUT, 5},
       {"http", "strict_http = false", &StrictHttp, 0},
       {"http", "escape_text = false", &EscapeText, 0},
@@ -129,11 +121,7 @@ TEST(ConfigRead, EachKeyLandsInItsVariable) {
       {"ratings", "use_rsac = false", &rsacenable, 0},
       {"ratings", "use_safesurf = false", &safesurfenable, 0},
       {"ratings.icra", "la = 1", &icra[0], 1},
-      {"ratings.icra", "nr = 2", &icra[14], 2},
       {"ratings.icra", "vk = 10", &icra[39], 10},
-      {"ratings.rsac", "violence = 1", &rsac[0], 1},
-      {"ratings.rsac", "sex = 2", &rsac[1], 2},
-      {"ratings.rsac", "nudity = 3", &rsac[2], 3},
       {"ratings.rsac", "language = 4", &rsac[3], 4},
       {"ratings.safesurf", "000 = 1", &safesurf[0], 1},
       {"ratings.safesurf", "00A = 9", &safesurf[10], 9},
