@@ -90,4 +90,5 @@ TEST(Notify, APeerIsBoundedInSizeAndTimeAndNeverWaitedFor) {
   for (Message &message : messages) close(message.sock);
   EXPECT_EQ(listenLocal(path), -1) << "somebody listens there";
   delete_all_nodes(URL_CACHE);
+  URL_CACHE = nullptr;
 }
