@@ -24,7 +24,8 @@ constexpr int chunkEndLimit = 10;  // seconds that getCRLF and sendCRLF wait
 
 enum class Wait { ready, timedOut, interrupted, failed };
 
-/* select's answer for one descriptor: one that is not open fails, one that is closed or broken is ready. */
+/* select's answer for one descriptor: one that is not open fails, one that is closed or broken is ready. A peer that
+   has gone counts as ready for both directions, where select would let a writer wait for its limit. */
 Wait waitOnce(int fd, short events, int64_t limit) {
   if (fd < 0) {
     errno = EBADF;
@@ -167,14 +168,14 @@ unsigned char readLine(LineSource &source, LineBuffer &line, ssize_t part, unsig
   // A failed read stores a byte, so a descriptor that only fails would be read for as long as the caller's maximum.
   constexpr unsigned failuresInARow = 8192;
   unsigned char status = 0;
-  unsigned count = 0;
-  for (unsigned failures = 0; count < max && (count == 0 || line.text[count - 1] != '\n');) {
+  unsigned count = 0, failures = 0;
+  while (failures < failuresInARow && count < max && (count == 0 || line.text[count - 1] != '\n')) {
     if (count >= line.capacity && !grow(line)) {
       dprintf(7, "II-----mem alloc failure in getsocket line");
       return 253;
     }
     if (part == nothingYet) part = readLinePart(source, line.text + count, line.capacity - count, 0);
-    if (part == 0 || failures == failuresInARow) {
+    if (part == 0) {
       dprintf(7, "read fails as connection is closed");
       status = 1;
       break;
@@ -184,6 +185,7 @@ unsigned char readLine(LineSource &source, LineBuffer &line, ssize_t part, unsig
     count += part < 0 ? 1 : static_cast<unsigned>(part);
     part = nothingYet;
   }
+  if (failures == failuresInARow) status = 1;
   line.text[count] = '\0';
   *length = count;
   return status;

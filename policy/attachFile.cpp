@@ -66,6 +66,7 @@ size_t removeContentType(Piece &piece, size_t disposition) {
 }  // namespace
 
 int checkUrl(const char *url) {
+  if (url == nullptr) return 0;
   int flag = 0;
   for (const char(&stored)[100] : uploadwhitelist) {
     const string_view entry(stored, strnlen(stored, sizeof stored));

@@ -10,7 +10,9 @@ NETSIFT_BEGIN
    `category` (from 0). The table is the one at the same index: shared categories stand in the same order in
    `categfiles` and `categfiles1`. A URL that the table has is not added again. When no blacklist has the name, its file
    is only opened, and so created; a category outside either setting adds nothing. Called by the host, with a number
-   that came over a socket. Failures are traced at level 2, and a file that cannot be opened leaves the table as it is.
+   that came over a socket. The URL becomes a line of that file as it is: a host takes no report of a URL with line
+   ends, byte 255 or, in its host, a "*". Failures are traced at level 2, and a file that cannot be opened leaves the
+   table as it is.
  */
 NETSIFT_API void addURLToList(int category, const char *url);
 

@@ -359,11 +359,13 @@ int inURLList(SymbolTable *table, char **wildcards, char **, const char *url) {
 
 int inDomainList(SymbolTable *, char **, char **domains, char *host, int isIP) {
   if (domains == nullptr || host == nullptr) return 0;
-  const string_view trimmedHost = trimmed(host, strlen(host));
+  string_view trimmedHost;
   for (; *domains != nullptr; domains++) {
     const char *entry = *domains;
     while (isWhite(*entry)) entry++;
-    if (*entry != '\0' && matchesDomain(trimmedHost, *domains, isIP != 0)) return 1;
+    if (*entry == '\0') continue;
+    if (trimmedHost.data() == nullptr) trimmedHost = trimmed(host, strlen(host)); /* by the first entry tried */
+    if (matchesDomain(trimmedHost, *domains, isIP != 0)) return 1;
   }
   return 0;
 }
