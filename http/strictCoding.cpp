@@ -53,7 +53,9 @@ bool inflatePiece(CodingDecoder &decoder, std::string_view in, size_t &used, cha
   decoder.given += outSize - stream.avail_out;
   if (status == Z_STREAM_END) decoder.place = CodingPlace::complete;
   if (status != Z_STREAM_END && status != Z_OK && status != Z_BUF_ERROR) return false;
-  return decoder.given <= greatestText && (decoder.given <= freeText || decoder.given / greatestRatio <= decoder.taken);
+  const bool bomb = decoder.given > freeText && decoder.given / greatestRatio > decoder.taken;
+  if (decoder.given > greatestText || bomb) decoder.exceeded = true;
+  return decoder.unbounded || !decoder.exceeded;
 }
 
 }  // namespace

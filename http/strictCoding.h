@@ -28,6 +28,8 @@ struct CodingDecoder {
   CodingPlace place = CodingPlace::start;
   z_stream stream{};
   uint64_t taken = 0, given = 0; /* bytes, in all */
+  bool unbounded = false;        /* the caller's to set: growth beyond bounds is told and not refused */
+  bool exceeded = false;         /* the text has grown beyond bounds */
 };
 
 /* Decodes a piece into at most `room` bytes (one or more) of `out`; `used` and `produced` say how much of each. Says
@@ -35,7 +37,7 @@ struct CodingDecoder {
            of the input, empty or not, before the next piece
      done  the input is used up where a coded stream ends; further pieces may still come
      bad   the stream is damaged, zlib has no memory, or the text grows beyond bounds: over 256 MiB, or over 1 MiB and
-           200 times the bytes it came in. Such a body is not judged
+           200 times the bytes it came in, unless `unbounded`
 
    A gzip body may have several members, one after the other. What follows a gzip member and does not begin with its
    first byte (1F), and what follows a deflate stream, is taken and dropped: nobody sees it, as the text is delivered in

@@ -133,4 +133,18 @@ void setContentLength(Header &header, uint64_t length) {
 
 void removeContentLengthFields(Header &header) { removeField(header, "Content-Length:"); }
 
+bool readMediaType(const HeaderLine *first, std::string &type) {
+  bool given = false;
+  for (const HeaderLine *line = first->next; line != nullptr; line = line->next) {
+    if (!isField(line, "Content-Type:")) continue;
+    const std::string_view value = fieldValue(line, "Content-Type:");
+    std::string found(value.substr(0, value.find_first_of("; \t")));
+    for (char &c : found) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+    if (given && found != type) return false;
+    type = found;
+    given = true;
+  }
+  return true;
+}
+
 }  // namespace netsift

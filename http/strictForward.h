@@ -4,6 +4,7 @@
 #define NETSIFT_HTTP_STRICTFORWARD_H
 
 #include <cstdint>
+#include <string>
 
 #include "http/strictTarget.h"
 #include "state/records.h"
@@ -28,6 +29,10 @@ void addVia(Header &header, unsigned minorVersion);
    (Proxy-Authenticate) stays when the response came from the upstream proxy; an origin has none to make. Not for a 101,
    whose Upgrade the client needs. Connection is to be set afterwards. */
 void cleanResponseHead(Header &header, bool fromProxy);
+
+/* The media type that the Content-Type fields give, lower-cased and without parameters; empty when there is none. False
+   when several fields give different ones. */
+bool readMediaType(const HeaderLine *first, std::string &type);
 
 /* Sets the one "Connection: close" or "Connection: keep-alive" of the next hop. */
 void setConnection(Header &header, bool close);

@@ -30,7 +30,8 @@ bool isHost(std::string_view host) {
   const bool bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
   const std::string_view marks = bracketed ? ":." : "-._~!$&'()*+,;=";
   if (bracketed) host = host.substr(1, host.size() - 2);
-  return !host.empty() && std::all_of(host.begin(), host.end(), [marks](char c) {
+  const bool emptyLabel = host.starts_with('.') || host.find("..") != host.npos; /* names that no list entry equals */
+  return !host.empty() && !emptyLabel && std::all_of(host.begin(), host.end(), [marks](char c) {
     return isAlphanumeric(c) || marks.find(c) != std::string_view::npos;
   });
 }
