@@ -8,6 +8,7 @@
 #include "connection/answer.h"
 #include "connection/scanSpool.h"
 #include "connection/verdict.h"
+#include "content/phraseList.h"
 #include "content/phraseScan.h"
 #include "http/debugLog.h"
 #include "http/httpBody_iter.h"
@@ -275,8 +276,9 @@ void blockInfected(Body &body) {
           peerText(body.virusName));
   if (cycle.cacheEligible && disableCache != 1 && addto_urlcache_db(url, cycle.date.get(), 1) == 1) {
     body.connection.alreadyCached = true;
+  } else {
+    cycle.cacheEligible = false; /* a verdict that could not be stored must not become "clean" below */
   }
-  cycle.cacheEligible = false; /* a verdict that could not be stored must not become "clean" below */
   blockConnection(clientsock, 1);
   body.status = -1;
   body.connection.stop = true;
@@ -342,7 +344,7 @@ Next finishBody(Body &body, Flow flow) {
 }  // namespace
 
 void prepareContentFilter() {
-  if (categweight != nullptr) std::fill_n(categweight, std::min(numcategories, numcategories1), 0);
+  if (categweight != nullptr) std::fill_n(categweight, std::min<size_t>(numcategories, phraseSlots()), 0);
   iniContentFilter();
 }
 

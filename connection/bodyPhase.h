@@ -6,7 +6,8 @@
 
 namespace netsift {
 
-/* The last step of a cycle. */
+/* The last step of a cycle. A page that is blocked for its content ends the call with -1. The raw relay of a kept-alive
+   response without a length (TunnelPacketsWithoutContentLength) runs before the response's head has been sent. */
 Next runBodyPhase(Connection &connection, Cycle &cycle);
 
 /* Makes the phrase filter ready for a new body. */

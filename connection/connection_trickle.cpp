@@ -7,6 +7,7 @@
 #include "connection/cycle.h"
 #include "connection/requestSide.h"
 #include "connection/responseSide.h"
+#include "connection/scanSpool.h"
 #include "connection/strictResponse.h"
 #include "connection/upstream.h"
 #include "http/debugLog.h"
@@ -21,6 +22,7 @@ void setUpConnection(Connection &connection) {
   dprintf(4, "Client IP is [%s]\n", clientip);
   const int on = 1; /* a head and the body behind it are separate sends; neither is to wait for the other's receipt */
   setsockopt(clientsock, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  if (isStrict()) boundSends(clientsock, clientTimeoutSeconds);
   connection.scanThreshold = static_cast<uint32_t>(startScanSize) * 1024U;
   if (ProxyPresent == 1) connectToProxy(connection);
 }
@@ -56,5 +58,6 @@ int32_t connectionHandle(void) {
   netsift::setUpConnection(connection);
   while (netsift::runCycle(connection) != netsift::Next::end) {
   }
+  netsift::removeSpool();
   return connection.result;
 }

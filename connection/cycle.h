@@ -32,6 +32,7 @@ struct Connection {
 
   /* StrictHttp: whether proxysock may carry the next request, and in direct mode to whom it is connected. */
   bool upstreamOpen = false;
+  bool upstreamUsed = false; /* it has carried a request */
   std::string upstreamHost;
   unsigned upstreamPort = 0;
 };

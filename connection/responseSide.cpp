@@ -193,7 +193,7 @@ Next applySkipRules(Connection &, Cycle &cycle) {
     return Next::step;
   }
   const size_t length = std::strlen(url);
-  if (length >= 4 && std::strcmp(url + length - 4, ".css") == 0) {
+  if (!isStrict() && length >= 4 && std::strcmp(url + length - 4, ".css") == 0) {
     dprintf(7, "Virus Sacnning is skipped.[Reason::The file is .css %s]\n", peerText(url));
     skipBecause(cycle, "Tunneling the .css file...\n");
   } else if (cycle.contentType && VirWL_MimeType != 0 && isListed(cycle.contentType.get(), "viruswhite.conf")) {

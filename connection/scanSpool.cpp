@@ -15,16 +15,7 @@ namespace netsift {
 
 bool prepareSpool() {
   closeSpool();
-  childpid = static_cast<int32_t>(getpid());
-  const int needed = snprintf(virfilename, sizeof virfilename, "%sscanfile.%d", VIRFILE_DIR, childpid);
-  const bool fits = needed >= 0 && static_cast<size_t>(needed) < sizeof virfilename;
-  if (!fits) virfilename[0] = '\0';
-  if (virusscan == 0) return true;
-  if (!fits) {
-    dprintf(1, "path of the virus scan file is longer than %zu bytes: %sscanfile.%d\n", sizeof virfilename - 1,
-            VIRFILE_DIR, childpid);
-    return true;
-  }
+  if (virusscan == 0 || !nameScanFile()) return true;
   if (unlink(virfilename) == 0 || errno == ENOENT) return true;
   dprintf(5, "error in removing existing virus file %s::%s\n", virfilename, strerror(errno));
   return false;
@@ -51,6 +42,14 @@ int32_t scanSpool(char (&virusName)[virusNameSize]) {
   return verdict;
 }
 
+int32_t scanSpoolByAll(char (&virusName)[virusNameSize]) {
+  virusName[0] = '\0';
+  const int32_t first = isVirusInfection(virfilename, virusName, DoVlavScan, 0);
+  if (first == 1) return first;
+  const int32_t second = isVirusInfection(virfilename, virusName, 0, DoClamScan);
+  return second == 1 || first == 0 ? second : first;
+}
+
 size_t readFromSpool(uint64_t offset, char *piece, size_t length) {
   if (virfile == nullptr) return 0;
   const ssize_t count = pread(fileno(virfile), piece, length, static_cast<off_t>(offset));
@@ -60,6 +59,11 @@ size_t readFromSpool(uint64_t offset, char *piece, size_t length) {
 void closeSpool() {
   if (virfile != nullptr) fclose(virfile);
   virfile = nullptr;
+}
+
+void removeSpool() {
+  closeSpool();
+  if (virfilename[0] != '\0') unlink(virfilename);
 }
 
 }  // namespace netsift

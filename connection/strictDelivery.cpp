@@ -1,6 +1,7 @@
 #include "connection/strictDelivery.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <string_view>
@@ -27,14 +28,18 @@
 namespace netsift {
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr size_t pieceSize = sizeof httpbody;
 constexpr size_t codedPiece = 16384;
 constexpr size_t spoolBlock = 65536;
-/* Text is judged in pieces as large as can be had; a server that pauses longer than this gets what it sent so far
-   through, so that a page that grows slowly is seen to grow. */
+/* Text is judged in pieces as large as can be had within this time, so that a page that grows slowly is seen to grow.
+ */
 constexpr int gatherMilliseconds = 1000;
+constexpr int headMilliseconds = 100; /* a body that is this slow is waited for by a client that has the head */
 
-enum class Flow { on, finished, cut, blocked, gone };
+enum class Flow { on, finished, cut, unjudged, blocked, gone };
+enum class Read { piece, end, timedOut, broken, unreadable };
 
 struct Delivery {
   Connection &connection;
@@ -52,8 +57,8 @@ struct Delivery {
   bool decoderHoldsOutput = false;
 
   size_t size = 0; /* of the piece in httpbody */
-  bool first = true, ended = false;
-  bool headSent = false, sentWhole = true, trusted = true; /* trusted: every check that is on has passed all of it */
+  bool first = true;
+  bool headSent = false, trusted = true; /* trusted: every check that is on has passed all of it */
   int popupIndex = -1;
   uint64_t spooled = 0, scanned = 0, delivered = 0, threshold = 0;
   char virusName[virusNameSize] = "";
@@ -67,49 +72,68 @@ bool sendToClient(const char *bytes, size_t length) {
 
 /* -- reading -- */
 
-BodyRead readDecoded(Delivery &delivery, char *out, size_t room, size_t &count, int waitMilliseconds) {
+Read asRead(BodyRead read) {
+  switch (read) {
+    case BodyRead::piece:
+      return Read::piece;
+    case BodyRead::end:
+      return Read::end;
+    case BodyRead::timedOut:
+      return Read::timedOut;
+    default:
+      return Read::broken;
+  }
+}
+
+Read readDecoded(Delivery &delivery, char *out, size_t room, size_t &count, int waitMilliseconds) {
   for (;;) {
     if (delivery.codedStart < delivery.codedEnd || delivery.decoderHoldsOutput) {
       size_t used = 0;
       const std::string_view in(delivery.coded.data() + delivery.codedStart, delivery.codedEnd - delivery.codedStart);
-      if (decodeCoding(delivery.decoder, in, used, out, room, count) == Parse::bad) return BodyRead::broken;
+      if (decodeCoding(delivery.decoder, in, used, out, room, count) == Parse::bad) return Read::unreadable;
       delivery.codedStart += used;
       delivery.decoderHoldsOutput = count == room;
-      if (count > 0) return BodyRead::piece;
+      if (count > 0) return Read::piece;
     }
-    size_t read = 0;
-    const BodyRead result =
-        readBody(proxysock, delivery.source, delivery.coded.data(), codedPiece, read, waitMilliseconds);
+    size_t coded = 0;
+    const BodyRead read =
+        readBody(proxysock, delivery.source, delivery.coded.data(), codedPiece, coded, waitMilliseconds);
     delivery.codedStart = 0;
-    delivery.codedEnd = read;
-    if (result == BodyRead::end && finishCoding(delivery.decoder) == Parse::bad) return BodyRead::broken;
-    if (result != BodyRead::piece) return result;
+    delivery.codedEnd = coded;
+    if (read == BodyRead::end && finishCoding(delivery.decoder) == Parse::bad) return Read::unreadable;
+    if (read != BodyRead::piece) return asRead(read);
   }
 }
 
-BodyRead readMore(Delivery &delivery, size_t &count, int waitMilliseconds) {
+Read readMore(Delivery &delivery, size_t &count, int waitMilliseconds) {
   char *out = httpbody + delivery.size;
   const size_t room = pieceSize - delivery.size;
   if (delivery.decodes) return readDecoded(delivery, out, room, count, waitMilliseconds);
-  return readBody(proxysock, delivery.source, out, room, count, waitMilliseconds);
+  return asRead(readBody(proxysock, delivery.source, out, room, count, waitMilliseconds));
+}
+
+/* How long to wait for more of a piece that began at `begun`. */
+int gatherLeft(Clock::time_point begun) {
+  const auto passed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begun).count();
+  return static_cast<int>(std::clamp<int64_t>(gatherMilliseconds - passed, 0, gatherMilliseconds));
 }
 
 /* The next piece into httpbody. `cut`: nothing more comes, though the body has not ended; what had arrived is judged
    and delivered first. */
 Flow readPiece(Delivery &delivery) {
   delivery.size = 0;
+  Clock::time_point begun;
   while (delivery.size < pieceSize) {
-    const bool waitsOn = delivery.size > 0;
+    const bool begins = delivery.size == 0;
     size_t count = 0;
-    const BodyRead read = readMore(delivery, count, waitsOn ? gatherMilliseconds : upstreamMilliseconds());
+    const Read read = readMore(delivery, count, begins ? upstreamMilliseconds() : gatherLeft(begun));
+    if (begins) begun = Clock::now();
     delivery.size += count;
-    if (read == BodyRead::end) {
-      delivery.ended = true;
-      return Flow::finished;
-    }
-    if (read == BodyRead::timedOut && waitsOn) return Flow::on;
-    if (read != BodyRead::piece) {
-      dprintf(2, "Error %d while recieving http body\n", read == BodyRead::timedOut ? 2 : 3);
+    if (read == Read::end) return Flow::finished;
+    if (read == Read::unreadable) return Flow::unjudged;
+    if (read == Read::timedOut && !begins) return Flow::on;
+    if (read != Read::piece) {
+      dprintf(2, "Error %d while recieving http body\n", read == Read::timedOut ? 2 : 3);
       return Flow::cut;
     }
     if (!delivery.gathers) return Flow::on;
@@ -123,6 +147,13 @@ bool isKnownLength(const Delivery &delivery) {
   return delivery.source.kind == BodyKind::none || (delivery.source.kind == BodyKind::length && !delivery.decodes);
 }
 
+/* What described the bytes as the origin sent them. */
+void removeDescriptions() {
+  for (const char *field : {"ETag:", "Accept-Ranges:", "Content-MD5:", "Digest:", "Content-Digest:", "Repr-Digest:"}) {
+    removeField(respheader, field);
+  }
+}
+
 void prepareClientHead(Delivery &delivery) {
   Cycle &cycle = delivery.cycle;
   const std::string_view statusLine = respheader.first->text; /* its version is this hop's (RFC 9110 section 7.7) */
@@ -130,6 +161,7 @@ void prepareClientHead(Delivery &delivery) {
   cleanResponseHead(respheader, ProxyPresent == 1);
   addVia(respheader, cycle.framing.line.minorVersion);
   if (delivery.decodes) removeField(respheader, "Content-Encoding:");
+  if (delivery.decodes || delivery.popupIndex >= 0) removeDescriptions();
   if (!isKnownLength(delivery)) {
     removeContentLengthFields(respheader);
   } else if (delivery.popupIndex >= 0) {
@@ -217,11 +249,14 @@ Flow handleUnscanned(Delivery &delivery, int32_t verdict) {
   return Flow::blocked;
 }
 
+/* Text that could not be read for judging. */
 Flow handleUnjudged(Delivery &delivery) {
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,unjudged\n", clientip, peerText(url));
+  delivery.trusted = delivery.judges = false;
+  const bool passes = (StrictHttp & STRICT_PASS_UNJUDGED) != 0;
+  dprintf(1, "Client IP:%s,URL:%s,STATUS:%s,unjudged\n", clientip, peerText(url), passes ? "DELIVERED" : "BLOCKED");
+  if (passes) return Flow::on;
   snprintf(reason, sizeof reason, "The page came in a coding that cannot be read.");
   blockConnection(clientsock, 1);
-  delivery.trusted = false;
   return Flow::blocked;
 }
 
@@ -240,7 +275,7 @@ bool releaseSpool(Delivery &delivery) {
 /* Judges all that was collected since the last scan and lets it go. */
 Flow scanCollected(Delivery &delivery) {
   if (delivery.scanned < delivery.spooled) {
-    const int32_t verdict = scanSpool(delivery.virusName);
+    const int32_t verdict = scanSpoolByAll(delivery.virusName);
     if (verdict == 1) return blockInfected(delivery);
     if (verdict != 0) {
       const Flow flow = handleUnscanned(delivery, verdict);
@@ -269,61 +304,74 @@ Flow passPiece(Delivery &delivery) {
 
 /* -- the whole -- */
 
-bool isText(const Cycle &cycle, const char *what) {
+bool isType(const Cycle &cycle, const char *what) {
   return std::strstr(printable(cycle.contentType.get()), what) != nullptr;
 }
 
-/* What is done with this response. False when its text cannot be read and must not pass for that. */
-bool plan(Delivery &delivery) {
+/* A body without a type may be shown as the page that it looks like. */
+bool isText(const Cycle &cycle) { return cycle.contentType == nullptr || isType(cycle, "text"); }
+
+void planChecks(Delivery &delivery) {
   Cycle &cycle = delivery.cycle;
-  startBody(delivery.source, cycle.framing);
-  if (cycle.isExempt || delivery.source.kind == BodyKind::none) return true;
+  const bool whole = cycle.responseCode == 200;
+  delivery.inserts = whole && blockpopup != 0 && popuplen > 0 && isType(cycle, "html") && !cycle.isPopupSite;
+  delivery.trusted = !cycle.isWhite && !cycle.skipScan;
+  if (cycle.isExempt) return;
   const bool good = cycle.responseCode >= 200 && cycle.responseCode <= 299;
-  const bool checksText = (contentcheck != 0 || testforratings != 0) && good && isText(cycle, "text");
-  delivery.judges = checksText && !cycle.isWhite;
-  delivery.inserts =
-      blockpopup != 0 && popuplen > 0 && cycle.responseCode == 200 && isText(cycle, "html") && !cycle.isPopupSite;
+  delivery.judges = (contentcheck != 0 || testforratings != 0) && good && isText(cycle) && !cycle.isWhite;
   delivery.scans = virusscan != 0 && !cycle.skipScan;
   delivery.threshold = startScanSize > 0 ? static_cast<uint64_t>(startScanSize) * 1024 : 0;
-  delivery.trusted = !(checksText && cycle.isWhite) && !(virusscan != 0 && cycle.skipScan);
-
-  const Coding coding = readContentCoding(respheader.first);
-  const bool readable = coding != Coding::unknown && cycle.responseCode != 206;
-  if (coding != Coding::identity && !readable) {
-    delivery.inserts = false;
-    if (delivery.judges && (StrictHttp & STRICT_PASS_UNJUDGED) == 0) return false;
-    if (delivery.judges) delivery.trusted = false;
-    delivery.judges = false;
-  }
-  delivery.decodes = coding != Coding::identity && readable && (delivery.judges || delivery.inserts);
-  delivery.decoder.coding = coding;
-  delivery.gathers = (delivery.judges || delivery.inserts) && !isText(cycle, "event-stream");
-  return true;
 }
 
-void prepare(Delivery &delivery) {
+/* A coded text is decoded for what is looked for in it or put into it; a part of one (206) cannot be. */
+Flow planCoding(Delivery &delivery) {
+  if (!delivery.judges && !delivery.inserts) return Flow::on;
+  delivery.decoder.coding = readContentCoding(respheader.first);
+  delivery.decoder.unbounded = (StrictHttp & STRICT_PASS_UNJUDGED) != 0;
+  if (delivery.decoder.coding == Coding::identity) return Flow::on;
+  delivery.decodes = delivery.decoder.coding != Coding::unknown && delivery.cycle.responseCode != 206;
+  if (delivery.decodes) return Flow::on;
+  delivery.inserts = false;
+  return delivery.judges ? handleUnjudged(delivery) : Flow::on;
+}
+
+/* What is done with this response. */
+Flow plan(Delivery &delivery) {
   Cycle &cycle = delivery.cycle;
   responseBegun = false;
   cycle.urlCopy = url;
+  startBody(delivery.source, cycle.framing);
   dprintf(1, "Client IP:%s,CONTENT TYPE:%s,HOST NAME:%s,REQUESTED URL:%s\n", clientip,
           peerText(cycle.contentType.get()), peerText(hostname), peerText(url));
   destroyHeader(&reqheader);
+  if (delivery.source.kind == BodyKind::none) return Flow::on;
+  planChecks(delivery);
+  const Flow flow = planCoding(delivery);
+  if (flow != Flow::on) return flow;
   if (delivery.judges && contentcheck != 0) prepareContentFilter();
-  if (!delivery.scans || prepareSpool()) return;
-  delivery.scans = false;
-  delivery.trusted = false;
+  return delivery.scans && !prepareSpool() ? handleUnscanned(delivery, -2) : Flow::on;
+}
+
+/* A stream of events, and what nothing is looked for in, is passed as it comes; its head does not wait for its body. */
+bool beginDelivery(Delivery &delivery) {
+  const bool isEvents = isType(delivery.cycle, "event-stream");
+  delivery.gathers = (delivery.judges || delivery.inserts) && !isEvents;
+  if (delivery.gathers || delivery.scans || delivery.source.ended) return true;
+  return arrivesWithin(proxysock, headMilliseconds) || sendClientHead(delivery);
 }
 
 Flow handlePieces(Delivery &delivery) {
   for (;;) {
     const Flow read = readPiece(delivery);
+    if (read == Flow::unjudged && !delivery.decoder.unbounded) return handleUnjudged(delivery);
+    if (delivery.decoder.exceeded && delivery.judges) handleUnjudged(delivery);
     if (delivery.first || delivery.size > 0) {
       Flow flow = judgePiece(delivery);
       if (flow == Flow::on) flow = passPiece(delivery);
       if (flow != Flow::on) return flow;
       delivery.first = false;
     }
-    if (read != Flow::on) return read;
+    if (read != Flow::on) return read == Flow::unjudged ? Flow::cut : read;
   }
 }
 
@@ -369,9 +417,8 @@ Next conclude(Delivery &delivery, Flow flow) {
 
 Next deliverStrictly(Connection &connection, Cycle &cycle) {
   Delivery delivery{connection, cycle};
-  const bool readable = plan(delivery);
-  prepare(delivery);
-  Flow flow = readable ? handlePieces(delivery) : handleUnjudged(delivery);
+  Flow flow = plan(delivery);
+  if (flow == Flow::on) flow = beginDelivery(delivery) ? handlePieces(delivery) : Flow::gone;
   if (flow == Flow::finished || flow == Flow::cut) flow = finishDelivery(delivery, flow);
   if (delivery.decodes) endCoding(delivery.decoder);
   closeSpool();

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <string_view>
 
 #include "connection/answer.h"
 #include "connection/answerPage.h"
@@ -39,12 +40,30 @@ Next answerConnect(Connection &connection) {
   return sent ? Next::step : endCall(connection, -1);
 }
 
+/* The head as the upstream gets it, in HTTP/1.0 so that its answer comes in the simplest framing. Once per request. */
 void rewriteHead(const Cycle &cycle) {
   if (ProxyPresent == 1) {
     rewriteForProxy(reqheader, cycle.target);
   } else {
     rewriteForOrigin(reqheader, cycle.target);
   }
+  const std::string_view line = reqheader.first->text;
+  if (line.ends_with("1.1\r\n")) reqheader.first->text[line.size() - 3] = '0';
+  addVia(reqheader, cycle.target.minorVersion);
+}
+
+/* RFC 9110 section 9.2.2: what may be sent once more, and so may go out on a connection that could be about to close.
+ */
+bool isRepeatable(const Cycle &cycle) {
+  constexpr std::string_view methods[] = {"GET", "HEAD", "OPTIONS", "TRACE", "DELETE"};
+  return cycle.bodyLength == 0 &&
+         std::find(std::begin(methods), std::end(methods), cycle.target.method) != std::end(methods);
+}
+
+/* Connects; a request that could not be sent again does not go out on a used connection. */
+int connectFor(Connection &connection, Cycle &cycle) {
+  if (!isRepeatable(cycle) && connection.upstreamUsed) strictDisconnect(connection);
+  return strictConnect(connection, cycle);
 }
 
 /* Reads the next piece of the request's body. False when the client stalls or breaks off. */
@@ -121,6 +140,7 @@ Next strictError(Connection &connection, int status, const char *text) {
 }
 
 Next readStrictRequest(Connection &connection, Cycle &cycle) {
+  request[0] = '\0';
   HeadScan scan;
   const HeadRead read = readStrictHead(clientsock, scan, reqheader, clientTimeoutSeconds);
   if (read == HeadRead::refused) return strictError(connection, scan.fault.status, scan.fault.text);
@@ -136,6 +156,9 @@ Next readStrictRequest(Connection &connection, Cycle &cycle) {
 Next identifyStrictly(Connection &connection, Cycle &cycle) {
   const StrictFault fault = parseStrictTarget(reqheader.first, cycle.target);
   if (fault.status != 0) return strictError(connection, fault.status, fault.text);
+  if (cycle.target.form == TargetForm::absolute && cycle.target.scheme != "http" && ProxyPresent != 1) {
+    return strictError(connection, 501, "Addresses of this kind are not served.");
+  }
   snprintf(request, sizeof request, "%s", cycle.target.method.c_str());
   if (DoNotKeepConnectionAlive != 0) cycle.target.keepAlive = false;
   cycle.port = cycle.target.port;
@@ -147,17 +170,16 @@ Next identifyStrictly(Connection &connection, Cycle &cycle) {
 }
 
 Next openStrictRelay(Connection &connection, Cycle &cycle) {
-  const int status = strictConnect(connection, cycle);
+  const int status = connectFor(connection, cycle);
   if (status != 0) return strictError(connection, status, nullptr);
-  if (ProxyPresent == 1) return Next::step;
-  if (cycle.isConnect) return answerConnect(connection);
+  if (cycle.isConnect) return ProxyPresent == 1 ? Next::step : answerConnect(connection);
   cycle.target.keepAlive = false;
   rewriteHead(cycle);
-  return Next::step;
+  return inviteBody(cycle) ? Next::step : endCall(connection, -1);
 }
 
 Next connectStrictly(Connection &connection, Cycle &cycle) {
-  const int status = strictConnect(connection, cycle);
+  const int status = connectFor(connection, cycle);
   if (status != 0) return strictError(connection, status, nullptr);
   if (!cycle.isConnect || ProxyPresent == 1) return Next::step;
   const Next next = answerConnect(connection);
@@ -182,9 +204,8 @@ Next forwardStrictly(Connection &connection, Cycle &cycle) {
     }
   }
   removeAcceptCoding(reqheader.first);
-  modHTTPver(reqheader.first);
   rewriteHead(cycle);
-  addVia(reqheader, cycle.target.minorVersion);
+  connection.upstreamUsed = true;
   if (sendHeader(proxysock, &reqheader) == 0 && !cycle.upstreamReused) {
     return strictError(connection, 502, "The server closed the connection.");
   }
@@ -192,7 +213,7 @@ Next forwardStrictly(Connection &connection, Cycle &cycle) {
 }
 
 bool sendStrictlyAgain(Connection &connection, Cycle &cycle) {
-  if (!cycle.upstreamReused || cycle.bodyLength != 0 || !isClosedByPeer(proxysock)) return false;
+  if (!cycle.upstreamReused || !isRepeatable(cycle) || !isClosedByPeer(proxysock)) return false;
   strictDisconnect(connection);
   return strictConnect(connection, cycle) == 0 && sendHeader(proxysock, &reqheader) != 0;
 }

@@ -17,7 +17,7 @@ Next readStrictRequest(Connection &connection, Cycle &cycle);
 Next identifyStrictly(Connection &connection, Cycle &cycle);
 
 /* Opens the relay of a request that passes untouched: a direct one is answered (CONNECT) or addressed to its origin
-   with "Connection: close", since what followed it on the connection would reach the same origin whatever it names. */
+   with "Connection: close", since what followed it on the connection would go the same way whatever it names. */
 Next openStrictRelay(Connection &connection, Cycle &cycle);
 
 /* Connects, and in direct mode serves CONNECT to its end. */

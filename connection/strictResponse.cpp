@@ -1,6 +1,8 @@
 #include "connection/strictResponse.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 
 #include "cache/dbcache.h"
 #include "connection/answer.h"
@@ -12,6 +14,7 @@
 #include "http/debugLog.h"
 #include "http/httpHeader.h"
 #include "http/peerText.h"
+#include "http/strictForward.h"
 #include "scan/tunnel.h"
 #include "state/connection.h"
 
@@ -30,7 +33,10 @@ Next failToRead(Connection &connection, HeadRead read, const HeadScan &scan) {
 
 /* An interim answer is news for a client of HTTP/1.1 and would confuse one of HTTP/1.0. */
 bool passInterim(const Cycle &cycle) {
-  return cycle.target.minorVersion == 0 || sendHeader(clientsock, &respheader) != 0;
+  if (cycle.target.minorVersion == 0) return true;
+  cleanResponseHead(respheader, ProxyPresent == 1);
+  addVia(respheader, cycle.framing.line.minorVersion);
+  return sendHeader(clientsock, &respheader) != 0;
 }
 
 Next readStrictResponse(Connection &connection, Cycle &cycle) {
@@ -65,8 +71,21 @@ Next relayTunnel(Connection &connection, Cycle &cycle) {
 }
 
 /* A refused CONNECT is answered as to any other request; its body is not the tunnel's. */
-Next frameRefusedConnect(Connection &, Cycle &cycle) {
-  if (cycle.isConnect) cycle.framing = responseFraming(respheader.first, false);
+Next frameRefusedConnect(Connection &connection, Cycle &cycle) {
+  if (!cycle.isConnect) return Next::step;
+  cycle.framing = responseFraming(respheader.first, false);
+  const StrictFault &fault = cycle.framing.fault;
+  return fault.status == 0 ? Next::step : strictError(connection, fault.status, fault.text);
+}
+
+/* The type as browsers read it: in any case of letters, without parameters; two that differ are none. */
+Next readStrictType(Connection &connection, Cycle &cycle) {
+  std::string type;
+  if (!readMediaType(respheader.first, type)) {
+    return strictError(connection, badGateway, "The server gives its answer two types.");
+  }
+  cycle.contentType.reset(type.empty() ? nullptr : strdup(type.c_str()));
+  cycle.responseLength = static_cast<int32_t>(std::min<uint64_t>(cycle.framing.length, INT32_MAX));
   return Next::step;
 }
 
@@ -78,7 +97,7 @@ Next exemptWhitelisted(Connection &, Cycle &cycle) {
 
 /* A page that is known to be clean still travels framed: a raw relay would let the next request by unread. */
 Next consultStrictCache(Connection &connection, Cycle &cycle) {
-  if (cycle.isExempt || !mayConsultCache(cycle)) return Next::step;
+  if (cycle.isExempt || cycle.framing.kind == BodyKind::none || !mayConsultCache(cycle)) return Next::step;
   const int32_t verdict = if_url_scanned_check_ok(url, cycle.date.get());
   cycle.isExempt = cycle.isKnownClean = verdict == 0;
   if (verdict == 1) return blockKnown(connection, cycle, verdict, "INFECTED");
@@ -100,7 +119,8 @@ constexpr Step steps[] = {
     {"strict response head", readStrictResponse},
     {"tunnel", relayTunnel},
     {"refused CONNECT", frameRefusedConnect},
-    {"date and type", readDateAndType},
+    {"date", readDateAndType},
+    {"media type", readStrictType},
     {"skip rules", applySkipRules},
     {"whitelisted", exemptWhitelisted},
     {"verdict cache", consultStrictCache},

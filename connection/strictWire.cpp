@@ -42,13 +42,19 @@ HeadRead feedHead(int fd, HeadScan &scan) {
   return parse == Parse::done ? HeadRead::done : HeadRead::timedOut;
 }
 
-/* Takes raw bytes off the socket; 0 when the peer has closed or broken off. */
-size_t receive(int fd, char *out, size_t room) {
+/* Takes raw bytes off the socket: 0 when the peer has closed, -1 when it broke off. */
+ssize_t receive(int fd, char *out, size_t room) {
   ssize_t count;
   do {
     count = recv(fd, out, room, 0);
   } while (count < 0 && errno == EINTR);
-  return count < 0 ? 0 : static_cast<size_t>(count);
+  return count;
+}
+
+/* What was decoded before the body turned bad still counts; the fault is told with the next read. */
+BodyRead spoil(BodySource &source, size_t count) {
+  source.broken = true;
+  return count > 0 ? BodyRead::piece : BodyRead::broken;
 }
 
 BodyRead readChunked(int fd, BodySource &source, char *out, size_t room, size_t &count, int waitMilliseconds) {
@@ -58,7 +64,7 @@ BodyRead readChunked(int fd, BodySource &source, char *out, size_t room, size_t 
       const std::string_view in(source.raw.data() + source.rawStart, source.rawEnd - source.rawStart);
       const Parse parse = decodeChunks(source.chunks, in, used, out, room, count);
       source.rawStart += used;
-      if (parse == Parse::bad) return count > 0 ? BodyRead::piece : BodyRead::broken;
+      if (parse == Parse::bad) return spoil(source, count);
       if (parse == Parse::done) {
         source.ended = true;
         source.excess = source.rawStart < source.rawEnd;
@@ -68,9 +74,10 @@ BodyRead readChunked(int fd, BodySource &source, char *out, size_t room, size_t 
     }
     const Wait wait = waitReadable(fd, waitMilliseconds);
     if (wait != Wait::ready) return wait == Wait::timedOut ? BodyRead::timedOut : BodyRead::broken;
+    const ssize_t received = receive(fd, source.raw.data(), source.raw.size());
+    if (received <= 0) return BodyRead::broken;
     source.rawStart = 0;
-    source.rawEnd = receive(fd, source.raw.data(), source.raw.size());
-    if (source.rawEnd == 0) return BodyRead::broken;
+    source.rawEnd = static_cast<size_t>(received);
   }
 }
 
@@ -78,11 +85,11 @@ BodyRead readPlain(int fd, BodySource &source, char *out, size_t room, size_t &c
   const Wait wait = waitReadable(fd, waitMilliseconds);
   if (wait != Wait::ready) return wait == Wait::timedOut ? BodyRead::timedOut : BodyRead::broken;
   const bool counted = source.kind == BodyKind::length;
-  count = receive(fd, out, counted ? std::min<uint64_t>(room, source.remaining) : room);
-  if (count == 0) {
-    source.ended = !counted;
-    return counted ? BodyRead::broken : BodyRead::end;
-  }
+  const ssize_t received = receive(fd, out, counted ? std::min<uint64_t>(room, source.remaining) : room);
+  if (received < 0 || (received == 0 && counted)) return BodyRead::broken;
+  count = static_cast<size_t>(received);
+  source.ended = count == 0;
+  if (source.ended) return BodyRead::end;
   if (counted) source.remaining -= count;
   source.ended = counted && source.remaining == 0;
   return BodyRead::piece;
@@ -91,12 +98,13 @@ BodyRead readPlain(int fd, BodySource &source, char *out, size_t room, size_t &c
 }  // namespace
 
 HeadRead readStrictHead(int fd, HeadScan &scan, Header &header, int idleSeconds) {
+  const bool limited = idleSeconds > 0;
   const auto limit = std::chrono::seconds(idleSeconds);
   Clock::time_point end = Clock::now() + limit;
   bool begun = false;
   for (;;) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
-    const Wait wait = waitReadable(fd, static_cast<int>(std::clamp<int64_t>(left, 0, INT32_MAX)));
+    const Wait wait = waitReadable(fd, limited ? static_cast<int>(std::clamp<int64_t>(left, 0, INT32_MAX)) : -1);
     if (wait != Wait::ready) return wait == Wait::timedOut ? HeadRead::timedOut : HeadRead::closed;
     if (!begun) end = Clock::now() + limit;
     begun = true;
@@ -106,6 +114,8 @@ HeadRead readStrictHead(int fd, HeadScan &scan, Header &header, int idleSeconds)
   }
 }
 
+bool arrivesWithin(int fd, int milliseconds) { return waitReadable(fd, milliseconds) == Wait::ready; }
+
 void startBody(BodySource &source, const ResponseFraming &framing) {
   source.kind = framing.kind;
   source.remaining = framing.length;
@@ -114,6 +124,7 @@ void startBody(BodySource &source, const ResponseFraming &framing) {
 
 BodyRead readBody(int fd, BodySource &source, char *out, size_t room, size_t &count, int waitMilliseconds) {
   count = 0;
+  if (source.broken) return BodyRead::broken;
   if (source.ended) return BodyRead::end;
   if (source.kind == BodyKind::chunked) return readChunked(fd, source, out, room, count, waitMilliseconds);
   return readPlain(fd, source, out, room, count, waitMilliseconds);

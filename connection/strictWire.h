@@ -15,7 +15,7 @@ namespace netsift {
 enum class HeadRead { done, refused, timedOut, closed };
 
 /* Reads one head into `header` and not a byte beyond it: its first byte within `idleSeconds`, the whole of it within as
-   many again. `refused` leaves the fault in `scan`. */
+   many again; without limit when that is 0 or less. `refused` leaves the fault in `scan`. */
 HeadRead readStrictHead(int fd, HeadScan &scan, Header &header, int idleSeconds);
 
 /* A message body on its way in, its transfer coding taken off. */
@@ -24,10 +24,14 @@ struct BodySource {
   uint64_t remaining = 0; /* of a body with a length */
   ChunkDecoder chunks;
   bool ended = false;  /* read to its end, by its own framing */
+  bool broken = false; /* it turned out to be no body; nothing more is read of it */
   bool excess = false; /* bytes came that are no part of it: the connection carries no further message */
   std::array<char, 16384> raw;
   size_t rawStart = 0, rawEnd = 0;
 };
+
+/* Whether bytes (or the end) of what comes next are there within the time. */
+bool arrivesWithin(int fd, int milliseconds);
 
 void startBody(BodySource &source, const ResponseFraming &framing);
 

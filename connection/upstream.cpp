@@ -47,6 +47,7 @@ int openUpstreamSocket() {
   const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   const int on = 1;
   setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  if (isStrict()) boundSends(fd, PROXY_TIMEOUT);
   return fd;
 }
 
@@ -97,6 +98,7 @@ bool connectWithin(int fd, const sockaddr_in &address, int seconds) {
 int openWithin(Connection &connection, const sockaddr_in &address) {
   proxysock = openUpstreamSocket();
   connection.upstreamOpen = proxysock >= 0;
+  connection.upstreamUsed = false;
   if (proxysock >= 0 && connectWithin(proxysock, address, PROXY_TIMEOUT)) return 0;
   const int error = errno;
   strictDisconnect(connection);
@@ -153,6 +155,11 @@ int strictConnect(Connection &connection, Cycle &cycle) {
     return 0;
   }
   return failToConnect(hostname, proxyport);
+}
+
+void boundSends(int fd, int seconds) {
+  const timeval limit{seconds < 0 ? 0 : seconds, 0}; /* 0: without limit */
+  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
 }
 
 bool isClosedByPeer(int fd) {

@@ -19,6 +19,9 @@ bool connectToOrigin(Connection &connection, const Cycle &cycle);
    each address is bounded by PROXY_TIMEOUT. */
 int strictConnect(Connection &connection, Cycle &cycle);
 
+/* A write that waits in the kernel gives up after so long; without this a peer that stops reading holds it for ever. */
+void boundSends(int fd, int seconds);
+
 /* Whether the socket's peer has closed or reset it and nothing waits to be read. */
 bool isClosedByPeer(int fd);
 
