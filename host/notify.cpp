@@ -34,6 +34,8 @@ std::string addUrl(std::string_view bytes) {
   /* it becomes a line of the list's file, and a decoded URL may hold anything */
   auto breaksLine = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == '\x7f' || c == '\xff'; };
   if (std::ranges::any_of(reported, breaksLine)) return "a URL report with control bytes in the URL";
+  /* a "*" in the path reaches the URL's own host; one in the host would block others, by itself everything */
+  if (reported.find('*') < reported.find('/')) return "a URL report with a pattern for a host";
   if (category >= numcategories1) return "a URL report for category " + std::to_string(category) + ", which is none";
   addURLToList(category, reported.c_str());
   return "";

@@ -31,9 +31,14 @@ const Setting serviceSettings[] = {
      "site."},
     {"upstream", "timeout", Number{&PROXY_TIMEOUT, 0, mostSeconds, "seconds"}, "60",
      "How long to wait for upstream to take or send the next bytes. 0: do not wait at all."},
-    {"http", "strict_http", Flag{&StrictHttp}, "true",
+    {"http", "strict_http", Bit{&StrictHttp, STRICT_HTTP, "false", "true"}, "true",
      "Read and address requests as RFC 9110 and 9112 say. Needed for today's sites, above all without an upstream "
      "proxy; false keeps the behaviour of old."},
+    {"http", "block_status", Bit{&StrictHttp, STRICT_BLOCK_WITH_200, "403", "200"}, "403",
+     "The status of block pages while strict_http is on. 200 makes programs take them for what they asked for."},
+    {"http", "unjudged_text", Bit{&StrictHttp, STRICT_PASS_UNJUDGED, "\"block\"", "\"pass\""}, "\"block\"",
+     "What happens, while strict_http is on, to text in a coding that cannot be read (anything but gzip and deflate, "
+     "or text that grows beyond bounds when it is unpacked) and so cannot be judged."},
     {"http", "escape_text", Flag{&EscapeText}, "true",
      "Escape what clients and sites sent before it is shown in pages and written to logs."},
     {"http", "keep_alive", Flag{&DoNotKeepConnectionAlive, true}, "true",
@@ -122,6 +127,8 @@ const Setting scanSettings[] = {
      "Body collected before the first scan; doubled after each. 0: one scan near the end of the first body."},
     {"scanning", "greeting_timeout", Number{&MAX_TIME_FOR_VLAV, 0, mostSeconds, "seconds"}, "30",
      "How long the primary engine's line dialogue waits for a greeting."},
+    {"scanning", "scanner_down", Bit{&StrictHttp, STRICT_PASS_UNSCANNED, "\"block\"", "\"pass\""}, "\"block\"",
+     "What happens, while strict_http is on, to a body that an engine cannot be asked about or fails on."},
     {"scanning", "skip_domains", Flag{&VirWL_Domain}, "false",
      "Do not scan what comes from the hosts of viruswhite_dom.conf in the configuration folder. While it is on, style "
      "sheets are scanned and skip_types is not looked at."},
@@ -232,6 +239,9 @@ std::vector<Setting> makeTable() {
 /* One overload for each kind of target. */
 struct TypeText {
   std::string operator()(const Flag &) const { return "true or false"; }
+  std::string operator()(const Bit &bit) const {
+    return *bit.off == 'f' ? "true or false" : std::string(bit.off) + " or " + bit.on;
+  }
   std::string operator()(const Number &number) const {
     std::string unit = *number.unit == '\0' ? "" : std::string(" of ") + number.unit;
     return "whole number" + unit + ", " + std::to_string(number.minimum) + " to " + std::to_string(number.maximum);

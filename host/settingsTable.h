@@ -17,6 +17,11 @@ struct Flag { /* true stores 1 */
   std::variant<uint8_t *, int32_t *> variable;
   bool inverted = false; /* true stores 0: the variable switches the thing off */
 };
+struct Bit { /* one bit of a sum: off with the first value, on with the second; both booleans, numbers or words */
+  int32_t *variable;
+  int32_t bit;
+  const char *off, *on; /* as TOML */
+};
 struct Number {
   int32_t *variable;
   int32_t minimum, maximum;
@@ -56,7 +61,7 @@ struct Categories { /* tables of a display name and the base name of a list's fi
 };
 struct AccessRules {}; /* tables of network, from, to, level: into acllist and numacllist */
 
-using Target = std::variant<Flag, Number, HostText, LibraryText, Texts, Ports, Patterns, TextList, ListenAddress,
+using Target = std::variant<Flag, Bit, Number, HostText, LibraryText, Texts, Ports, Patterns, TextList, ListenAddress,
                             UpstreamAddress, Folder, Categories, AccessRules>;
 
 struct Setting {

@@ -124,6 +124,12 @@ struct Store {
     if (auto word = std::get_if<int32_t *>(&flag.variable)) **word = on;
   }
 
+  void operator()(const Bit &bit) const {
+    std::string given = value.is_boolean() || value.is_integer() || value.is_string() ? described(value) : "";
+    if (given != bit.off && given != bit.on) return unexpected(value);
+    *bit.variable = given == bit.on ? *bit.variable | bit.bit : *bit.variable & ~bit.bit;
+  }
+
   void operator()(const Number &number) const {
     auto given = boundedNumber(value, number.minimum, number.maximum);
     if (!given) return unexpected(value);

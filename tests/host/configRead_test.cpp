@@ -97,6 +97,8 @@ TEST(ConfigRead, EachKeyLandsInItsVariable) {
       {"listen", "max_connections = 3", &hostConfig.maxConnections, 3},
       {"upstream", "timeout = 5", &PROXY_TIMEOUT, 5},
       {"http", "strict_http = false", &StrictHttp, 0},
+      {"http", "block_status = 200\nunjudged_text = \"pass\"", &StrictHttp, 1 | 2 | 8},
+      {"scanning", "scanner_down = \"pass\"", &StrictHttp, 1 | 4},
       {"http", "escape_text = false", &EscapeText, 0},
       {"http", "keep_alive = false", &DoNotKeepConnectionAlive, 1},
       {"http", "relay_without_length = true", &TunnelPacketsWithoutContentLength, 1},

@@ -29,6 +29,7 @@ TEST(Notify, EachMessageDoesItsPartAndAnythingElseIsRefused) {
       {"URL:0 bad.example/cut", "a URL report without a whole URL"},
       {"URL:0 \0"s, "a URL report without a whole URL"},
       {"URL:0 bad.example/\n*\0"s, "a URL report with control bytes in the URL"},
+      {"URL:0 *\0"s, "a URL report with a pattern for a host"},
       {"URL:", "a URL report without a category"},
       {"ADD:first\0"s, ""},
       {"ADD:second\0"s, ""},
