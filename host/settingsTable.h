@@ -17,7 +17,7 @@ struct Flag { /* true stores 1 */
   std::variant<uint8_t *, int32_t *> variable;
   bool inverted = false; /* true stores 0: the variable switches the thing off */
 };
-struct Bit { /* one bit of a sum: off with the first value, on with the second; both booleans, numbers or words */
+struct Bit { /* one bit of StrictHttp: off with the first value, on with the second; both booleans, numbers or words */
   int32_t *variable;
   int32_t bit;
   const char *off, *on; /* as TOML */

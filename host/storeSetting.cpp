@@ -18,6 +18,7 @@ namespace netsift::host {
 
 namespace {
 
+constexpr int32_t strictBits = STRICT_HTTP | STRICT_BLOCK_WITH_200 | STRICT_PASS_UNSCANNED | STRICT_PASS_UNJUDGED;
 constexpr size_t mostTexts = 100, longestEntry = 99; /* of the library's tables of 100 texts of 100 bytes */
 
 /* A value that was given, in the words of an error. */
@@ -127,7 +128,8 @@ struct Store {
   void operator()(const Bit &bit) const {
     std::string given = value.is_boolean() || value.is_integer() || value.is_string() ? described(value) : "";
     if (given != bit.off && given != bit.on) return unexpected(value);
-    *bit.variable = given == bit.on ? *bit.variable | bit.bit : *bit.variable & ~bit.bit;
+    int32_t others = *bit.variable & strictBits & ~bit.bit;
+    *bit.variable = given == bit.on ? others | bit.bit : others;
   }
 
   void operator()(const Number &number) const {
