@@ -48,6 +48,7 @@ struct Cycle {
   uint64_t bodyLength = 0;      /* StrictHttp: of the request */
   bool bodyUnsent = false;      /* StrictHttp: upstream stopped taking the body; its answer ends the connection */
   bool expectsContinue = false; /* StrictHttp: the client holds its body back until it is asked for it */
+  bool asksToSwitch = false;    /* StrictHttp: the client offers to go on in another protocol */
   bool upstreamReused = false;  /* StrictHttp: the request went out on an earlier cycle's socket */
 
   Text contentType, date; /* of the response; date is what dateAndTime1 points to */

@@ -14,6 +14,7 @@
 #include "http/httpBody_iter.h"
 #include "http/httpHeader.h"
 #include "http/peerText.h"
+#include "http/strictField.h"
 #include "http/strictForward.h"
 #include "http/strictFraming.h"
 #include "policy/attachFile.h"
@@ -131,6 +132,13 @@ bool checksUpload(const Cycle &cycle) {
   return blockupload != 0 && cycle.bodyLength > 0 && cycle.port != uncheckedUploadPort && checkUrl(url) == 0;
 }
 
+/* Upgrade is ignored in HTTP/1.0 (RFC 9110 section 7.8). */
+bool asksToSwitch(const Cycle &cycle) {
+  const HeaderLine *line = reqheader.first->next;
+  while (line != nullptr && !isField(line, "Upgrade:")) line = line->next;
+  return line != nullptr && cycle.target.minorVersion > 0;
+}
+
 }  // namespace
 
 Next strictError(Connection &connection, int status, const char *text) {
@@ -164,6 +172,7 @@ Next identifyStrictly(Connection &connection, Cycle &cycle) {
   cycle.port = cycle.target.port;
   cycle.isConnect = cycle.target.form == TargetForm::authority;
   cycle.isHead = cycle.target.method == "HEAD";
+  cycle.asksToSwitch = asksToSwitch(cycle);
   replaceText(hostname, strdup(cycle.target.host.c_str()));
   replaceText(url, strdup(strictUrl(cycle.target).c_str()));
   return url == nullptr || hostname == nullptr ? endCall(connection, -1) : Next::step;

@@ -57,10 +57,14 @@ Next readStrictResponse(Connection &connection, Cycle &cycle) {
   return strictError(connection, badGateway, "The server does not come to an answer.");
 }
 
-/* What follows a 101 is another protocol, and what follows a CONNECT that a proxy accepted is the client's own. */
+/* What follows a 101 is another protocol, and what follows a CONNECT that a proxy accepted is the client's own. A 101
+   that the client did not ask for would let its next request, to whatever site, go to this one unread. */
 Next relayTunnel(Connection &connection, Cycle &cycle) {
   const bool connected = cycle.isConnect && cycle.responseCode >= 200 && cycle.responseCode <= 299;
   if (cycle.framing.kind != BodyKind::switching && !connected) return Next::step;
+  if (!connected && !cycle.asksToSwitch) {
+    return strictError(connection, badGateway, "The server changes to a protocol that it was not asked for.");
+  }
   if (connected) {
     dprintf(1, "Client IP:%s,CONTENT TYPE:UNKNOWN,HOST NAME:UNKNOWN,REQUESTED URL:%s\n", clientip, peerText(url));
     dprintf(1, "Client IP:%s,URL:%s,STATUS:TUNNELED,HTTPS REQUEST\n", clientip, peerText(url));

@@ -94,6 +94,7 @@ TEST_F(StrictTest, brokenAnswersAreToldOrCutShort) {
       {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\nclose", "502 Bad Gateway"},
       {"HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\nhalf close", "Content-Length: 50\r\n\r\nhalf close"},
       {"HTTP/1.1 200 OK\r\nX: close\r\n", "502 Bad Gateway"},
+      {"HTTP/1.1 101 Switching Protocols\r\nUpgrade: x\r\n\r\nclose", "502 Bad Gateway"},
   };
   for (const auto &c : cases) {
     reconnect();
@@ -103,6 +104,13 @@ TEST_F(StrictTest, brokenAnswersAreToldOrCutShort) {
     EXPECT_EQ(answer.rfind("HTTP/1.1 "), 0U) << "nothing follows on the connection";
     EXPECT_EQ(result, -1);
   }
+}
+
+TEST_F(StrictTest, aProtocolThatTheClientOfferedIsRelayed) {
+  const std::string all = "HTTP/1.1 101 Switching Protocols\r\nUpgrade: x\r\n\r\nspoken until the close";
+  Upstream upstream({all});
+  endsRequests = false;
+  EXPECT_EQ(serve("GET http://h/p HTTP/1.1\r\nHost: h\r\nUpgrade: x\r\n\r\n", upstream), all);
 }
 
 /* After a request that can be read in two ways, nothing of it reaches the upstream and the connection ends. */
