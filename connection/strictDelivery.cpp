@@ -397,11 +397,18 @@ void storeClean(const Delivery &delivery) {
   addto_urlcache_db(cycle.urlCopy.c_str(), cycle.date.get(), 0);
 }
 
+/* A site that overlooks a request's body takes it for requests of their own, and their answers would meet the next
+   request. A proxy is trusted to know where a body ends. */
+bool mayFollow(const Delivery &delivery) {
+  const Cycle &cycle = delivery.cycle;
+  if (cycle.bodyUnsent || (cycle.bodyLength > 0 && ProxyPresent != 1)) return false;
+  return delivery.source.ended && !delivery.source.excess && cycle.framing.upstreamPersists;
+}
+
 Next conclude(Delivery &delivery, Flow flow) {
   Connection &connection = delivery.connection;
   Cycle &cycle = delivery.cycle;
-  cycle.responseComplete =
-      delivery.source.ended && !delivery.source.excess && cycle.framing.upstreamPersists && !cycle.bodyUnsent;
+  cycle.responseComplete = mayFollow(delivery);
   if (flow == Flow::finished) storeClean(delivery);
   replaceText(url, nullptr);
   replaceText(hostname, nullptr);
