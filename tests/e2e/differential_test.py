@@ -90,7 +90,7 @@ class Differential(Case):
         noise = random.Random(SEED)
         self.exchanges = [Exchange(noise, number) for number in range(COUNT)]
         for exchange, follower in zip(self.exchanges, self.exchanges[CURLS:]):
-            exchange.announces |= bool(follower.upload)  # a request that met a closed connection is repeated, a body not
+            exchange.announces |= bool(follower.upload)  # what met a closed connection is repeated, a body is not
         self.leaked, self.folder = [], scratch_folder()
         for size in UPLOADS:
             (self.folder / f"{size}.bin").write_bytes(noise.randbytes(size))
@@ -105,6 +105,7 @@ class Differential(Case):
         differing = [(number, part) for number in range(COUNT) for part in direct[number]
                      if direct[number][part] != through[number][part]]
         for number, part in differing[:5]:
+            exchange = {name: str(value)[:300] for name, value in vars(self.exchanges[number]).items()}
             print(f"seed {SEED}, exchange {number}: {part} {direct[number][part]!s:.300}, through the filter "
-                  f"{through[number][part]!s:.300}\n  {({k: str(v)[:300] for k, v in vars(self.exchanges[number]).items()})}")
+                  f"{through[number][part]!s:.300}\n  {exchange}")
         self.assertEqual(len(differing), 0, f"seed {SEED}")

@@ -47,11 +47,12 @@ class Exchange:
         version = "1.1" if framing == "chunked" else noise.choice(("1.1", "1.1", "1.1", "1.0"))
         bodiless = self.method == "HEAD" or status[:3] in ("204", "304")
         size = noise.choice(SIZES) if noise.random() < 0.7 else noise.randrange(300_000)
-        body = noise.randbytes(size) if noise.random() < 0.5 else b"<p>text</p>\r\n\r\nHTTP/1.1 200 OK\r\n" * (size // 33)
+        body = noise.randbytes(size) if noise.random() < 0.5 else b"<p>text\r\n\r\nHTTP/1.1 200 OK\r\n" * (size // 28)
         fields = [noise.choice(TYPES), *noise.sample(ANSWER_FIELDS, noise.randrange(5))]
         if coding := noise.choice(("", "", "gzip", "deflate", "br")):
             fields.append("Content-Encoding: " + coding)
-            body = {"gzip": lambda plain: gzip.compress(plain, mtime=0), "deflate": zlib.compress, "br": bytes}[coding](body)
+            coders = {"gzip": lambda plain: gzip.compress(plain, mtime=0), "deflate": zlib.compress, "br": bytes}
+            body = coders[coding](body)
         if framing == "length" and status[:3] != "204":
             form = noise.choice(("Content-Length: %d", "content-length:%d", "Content-Length: %d\nContent-Length: %d"))
             fields.append(form.replace("%d", str(len(body))))
