@@ -60,6 +60,11 @@ int32_t convertTimeToEpoch(const char *date) {
   // Cleared, so that fields the format does not set, the daylight flag above all, are the same at every call.
   std::tm time{};
   if (date == nullptr || strptime(date, "%a, %d %b %Y %H:%M:%S GMT", &time) == nullptr) return 0;
+  // Where an hour came twice, mktime's answer depends on the one it gave before: the one before is always this.
+  std::tm fixed{};
+  fixed.tm_year = 100;
+  fixed.tm_mday = 1;
+  std::mktime(&fixed);
   return static_cast<int32_t>(std::mktime(&time));
 }
 

@@ -1,7 +1,7 @@
 /* Verdicts on disk, by URL and modification date: a GDBM database that all connections share. It is opened and closed
    for every operation, and its own file locking decides collisions: a look-up during somebody's write is a miss, a
    write during any other use is lost. This side never creates the file: the host does, before it serves. A file that
-   is empty, cut short or filled with something else fails like a missing one.
+   is cut short or filled with something else fails like a missing one; so does an empty one until the next store.
 
    A record's key is the URL with its terminating zero byte, of at most 256 characters. Its value is three decimal
    numbers run together, again with a zero byte: modification date, time of writing, and the verdict as its last digit:

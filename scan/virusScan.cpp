@@ -105,7 +105,10 @@ void takeName(const char *line, char *name) {
   const char *dash = std::strchr(line, '-');
   if (dash == nullptr || name == nullptr) return;
   const char *virus = dash + 1;
-  const size_t length = std::strcspn(virus, " \r\n");
+  size_t length = std::strcspn(virus, " ");
+  if (virus[length] == '\0') {
+    while (length > 0 && (virus[length - 1] == '\r' || virus[length - 1] == '\n')) length--;
+  }
   std::memcpy(name, virus, length);
   name[length] = '\0';
 }

@@ -35,7 +35,13 @@ void applyLine(string_int_hash *entries, const char *line, int32_t &distinct) {
     ++*value;
     return;
   }
-  string_int_hash_set(entries, strdup(line), distinct++);
+  char *copy = strdup(line);
+  string_int_hash_set(entries, copy, distinct);
+  if (netsift::storedKey(entries, line) == copy) {
+    distinct++;
+  } else {
+    std::free(copy);
+  }
 }
 
 void readEntries(string_int_hash *entries, const char *path) {
