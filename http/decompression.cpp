@@ -93,13 +93,14 @@ unsigned char inflatePiece(Output &output, z_stream *stream) {
 }  // namespace
 
 int openGZStream(int fd, const char *mode, int limit, gzFile *stream) {
+  dprintf(6, "inside openGZStream\n");
   dprintf(2, "IN TO THE OPEN openGZStream");
   bool readable;
   do {
     readable = becomesReadable(fd, limit);
   } while (!readable && errno == EINTR);
-  if (!readable || mode == nullptr) return -1;
-  *stream = gzdopen(fd, mode);
+  *stream = readable && mode != nullptr ? gzdopen(fd, mode) : nullptr;
+  dprintf(6, "exiting openGZStream\n");
   return *stream == nullptr ? -1 : 1;
 }
 
@@ -120,6 +121,7 @@ char *zlibDecompress(const void *in, unsigned *length, unsigned char *status, un
   output.bytes.reset(static_cast<char *>(std::malloc(output.capacity + 1)));
   if (!output.bytes) {
     dprintf(2, "error allocating memory for decompression");
+    dprintf(6, "exiting zlibDecompress\n");
     return nullptr;
   }
   stream->next_in = const_cast<Bytef *>(static_cast<const Bytef *>(in));
@@ -132,6 +134,7 @@ char *zlibDecompress(const void *in, unsigned *length, unsigned char *status, un
     if (const int code = startInflating(stream); code != Z_OK) {
       dprintf(4, "inflat msg %s", messageOf(stream));
       *status = static_cast<unsigned char>(code);
+      dprintf(6, "exiting zlibDecompress\n");
       return nullptr;
     }
   }

@@ -48,6 +48,7 @@ char *preProcessBody(const char *body, int length, int *outLength) {
   char *text = static_cast<char *>(std::malloc(size + 1));
   if (text == nullptr) {
     dprintf(2, "Failed to allocate memory in preProcessBody");
+    dprintf(6, "exiting preProcessBody\n");
     return nullptr;
   }
 

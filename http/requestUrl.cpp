@@ -28,15 +28,20 @@ bool isSpace(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; 
 
 Text copyOf(std::string_view text) {
   Text copy(static_cast<char *>(std::malloc(text.size() + 1)));
-  if (copy) copy.get()[text.copy(copy.get(), text.size())] = '\0';
+  if (copy) {
+    copy.get()[text.copy(copy.get(), text.size())] = '\0';
+  } else {
+    dprintf(1, "memory allocation failed for a part of a head\n");
+  }
   return copy;
 }
 
 /* Moves the method into `request` and returns the target; empty when the line is not a request line. */
 std::string_view takeTarget(std::string_view line) {
-  const size_t methodLength = line.find_first_of(whiteSpace);
-  if (methodLength == line.npos || methodLength >= sizeof request) return {};
+  const size_t methodLength = std::min(line.find_first_of(whiteSpace), line.size());
+  if (methodLength >= sizeof request) return {};
   request[line.copy(request, methodLength)] = '\0';
+  if (methodLength == line.size()) return {};
 
   line.remove_prefix(std::min(line.find_first_not_of(' ', methodLength), line.size()));
   size_t end = line.find(" HTTP");
@@ -128,7 +133,10 @@ char *getURL(const HeaderLine *line, unsigned *port, char **host) {
 char *decodeURL(const char *text) {
   if (text == nullptr) return nullptr;
   char *decoded = static_cast<char *>(std::malloc(std::strlen(text) + 1));
-  if (decoded == nullptr) return nullptr;
+  if (decoded == nullptr) {
+    dprintf(1, "memory allocation failed in decodeURL\n");
+    return nullptr;
+  }
 
   char *out = decoded;
   while (*text != '\0') {
