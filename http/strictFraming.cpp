@@ -40,7 +40,7 @@ enum class TransferCoding { absent, chunked, other };
 /* Nothing but one "chunked" is chunked. */
 TransferCoding readTransferCoding(const HeaderLine *first) {
   TransferCoding coding = TransferCoding::absent;
-  for (const HeaderLine *line = first->next; line != nullptr; line = line->next) {
+  for (const HeaderLine *line = first; line != nullptr; line = line->next) {
     if (!isField(line, "Transfer-Encoding:")) continue;
     const bool chunked = equalsIgnoringCase(fieldValue(line, "Transfer-Encoding:"), "chunked");
     coding = chunked && coding == TransferCoding::absent ? TransferCoding::chunked : TransferCoding::other;
@@ -49,7 +49,7 @@ TransferCoding readTransferCoding(const HeaderLine *first) {
 }
 
 StrictFault readExpectation(const HeaderLine *first, RequestFraming &framing) {
-  for (const HeaderLine *line = first->next; line != nullptr; line = line->next) {
+  for (const HeaderLine *line = first; line != nullptr; line = line->next) {
     if (!isField(line, "Expect:")) continue;
     if (!equalsIgnoringCase(fieldValue(line, "Expect:"), "100-continue")) return unknownExpectation;
     framing.expectsContinue = framing.length > 0;
@@ -87,7 +87,7 @@ StrictFault parseStatusLine(std::string_view line, StatusLine &status) {
 
 Lengths readContentLength(const HeaderLine *first, uint64_t &length) {
   Lengths lengths = Lengths::absent;
-  for (const HeaderLine *line = first->next; line != nullptr; line = line->next) {
+  for (const HeaderLine *line = first; line != nullptr; line = line->next) {
     if (!isField(line, "Content-Length:")) continue;
     std::string_view list = fieldValue(line, "Content-Length:");
     if (list.empty() || list.back() == ',') return Lengths::bad;
