@@ -12,10 +12,10 @@ NETSIFT_BEGIN
 
 /* The bits of StrictHttp. The others count only beside STRICT_HTTP. */
 enum {
-  STRICT_HTTP = 1,            /* messages are addressed, framed and judged as RFC 9110 and 9112 say */
-  STRICT_BLOCK_WITH_200 = 2,  /* block pages carry status 200 instead of 403 */
-  STRICT_PASS_UNSCANNED = 4,  /* what the engines cannot be asked about passes instead of being blocked */
-  STRICT_PASS_UNJUDGED = 8    /* so does text in a content coding that cannot be read */
+  STRICT_HTTP = 1,           /* messages are addressed, framed and judged as RFC 9110 and 9112 say */
+  STRICT_BLOCK_WITH_200 = 2, /* block pages carry status 200 instead of 403 */
+  STRICT_PASS_UNSCANNED = 4, /* what the engines cannot be asked about passes instead of being blocked */
+  STRICT_PASS_UNJUDGED = 8   /* so does text in a content coding that cannot be read */
 };
 
 /* Upstream and service. */
