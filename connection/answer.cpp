@@ -23,7 +23,7 @@ namespace {
 constexpr int sendSeconds = 10;
 constexpr char source[] = "answer.cpp";
 
-constexpr int blockedStatus = 403, faultStatus = 502;
+constexpr int blockedStatus = 403;
 constexpr size_t headRoom = 200;
 
 struct StatusText {
@@ -35,12 +35,15 @@ constexpr StatusText statusTexts[] = {
     {400, "Bad Request"},
     {403, "Forbidden"},
     {411, "Length Required"},
+    {413, "Content Too Large"},
     {414, "URI Too Long"},
     {417, "Expectation Failed"},
     {431, "Request Header Fields Too Large"},
+    {500, "Internal Server Error"},
     {501, "Not Implemented"},
     {502, "Bad Gateway"},
     {504, "Gateway Timeout"},
+    {508, "Loop Detected"},
     {505, "HTTP Version Not Supported"},
 };
 
@@ -134,7 +137,7 @@ int32_t blockConnection(int32_t sock, uint8_t withpage) {
   return 0;
 }
 
-void sendError(int32_t sock) { netsift::sendErrorPage(sock, netsift::faultStatus); }
+void sendError(int32_t sock) { netsift::sendErrorPage(sock, netsift::blockedStatus); }
 
 int32_t closeConnection(int32_t sock1, int32_t sock2, const char *name) {
   dprintf(1, "Into the closeConnection function File:%s, Line:%d.\n", netsift::source, __LINE__);

@@ -16,7 +16,7 @@ NETSIFT_BEGIN
 NETSIFT_API int32_t blockConnection(int32_t sock, uint8_t withpage);
 
 /* The error page: a head without a length on `sock`, since the page ends when the connection does, and the filled error
-   template on `clientsock`. */
+   template on `clientsock`. Under StrictHttp its status is 403: with it a host refuses whom it does not serve. */
 NETSIFT_API void sendError(int32_t sock);
 
 /* An empty answer on `sock1`; then the file `name` (may be null) is removed and both sockets are shut down for reading

@@ -22,6 +22,8 @@ void setUpConnection(Connection &connection) {
   dprintf(4, "Client IP is [%s]\n", clientip);
   const int on = 1; /* a head and the body behind it are separate sends; neither is to wait for the other's receipt */
   setsockopt(clientsock, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  connection.configuredBlockip = blockip;
+  connection.configuredUrlcheck = urlcheck;
   if (isStrict()) boundSends(clientsock, clientTimeoutSeconds);
   connection.scanThreshold = static_cast<uint32_t>(startScanSize) * 1024U;
   if (ProxyPresent == 1) connectToProxy(connection);

@@ -26,6 +26,8 @@ struct Connection {
   int8_t lastStatus = 1;            /* of the last completed body: 1 good, -1 failed; 1 before any */
   int32_t result = 0;               /* what the call returns once a step says Next::end */
 
+  uint8_t configuredBlockip = 0, configuredUrlcheck = 0; /* as the host set them */
+
   uint32_t scanThreshold = 0; /* bytes collected before the next scan; doubled by every scan */
   uint32_t receivedTotal = 0; /* body bytes read from upstream over all cycles, modulo 2^32 */
   bool alreadyCached = false; /* an infected verdict has been stored */

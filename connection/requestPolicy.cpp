@@ -111,7 +111,8 @@ Next checkIpHost(Connection &connection, Cycle &) {
     return endCall(connection, -1);
   }
   reqhost = nullptr;
-  isipaddr = static_cast<uint8_t>(isAnIP(hostname));
+  const bool isBracketed = isStrict() && *hostname == '['; /* an IPv6 address */
+  isipaddr = static_cast<uint8_t>(isBracketed ? 1 : isAnIP(hostname));
   if (isipaddr != 1) return Next::step;
   if (blockip == 0) {
     lookUpReverse();

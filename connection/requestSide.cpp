@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "connection/answer.h"
+#include "connection/answerPage.h"
 #include "connection/requestPolicy.h"
 #include "connection/strictRequest.h"
 #include "connection/upstream.h"
@@ -46,7 +47,7 @@ Next readRequestHead(Connection &connection, Cycle &cycle) {
 Next checkUpstream(Connection &connection, Cycle &) {
   if (!connection.upstreamUnavailable || ProxyPresent != 1) return Next::step;
   snprintf(reason, sizeof reason, "Proxy Server Not Running");
-  sendError(clientsock);
+  sendErrorPage(clientsock, 502);
   return endCall(connection, -1);
 }
 

@@ -56,8 +56,10 @@ struct Delivery {
   size_t codedStart = 0, codedEnd = 0;
   bool decoderHoldsOutput = false;
 
-  size_t size = 0; /* of the piece in httpbody */
-  bool first = true;
+  size_t size = 0;  /* of what is in httpbody and judged as one */
+  size_t fresh = 0; /* where in it the piece begins that the client has not had */
+  bool first = true, inFirstWindow = true;
+  bool timedOut = false;
   bool headSent = false, trusted = true; /* trusted: every check that is on has passed all of it */
   int popupIndex = -1;
   uint64_t spooled = 0, scanned = 0, delivered = 0, threshold = 0;
@@ -118,13 +120,15 @@ int gatherLeft(Clock::time_point begun) {
   return static_cast<int>(std::clamp<int64_t>(gatherMilliseconds - passed, 0, gatherMilliseconds));
 }
 
-/* The next piece into httpbody. `cut`: nothing more comes, though the body has not ended; what had arrived is judged
-   and delivered first. */
+/* The next piece into httpbody. Text that comes slowly is put behind what httpbody has of it, and all of that judged
+   again: how a page is cut by time must not decide what is found in it. `cut`: nothing more comes, though the body has
+   not ended; what had arrived is judged and delivered first. */
 Flow readPiece(Delivery &delivery) {
-  delivery.size = 0;
+  const bool grows = delivery.gathers && delivery.size < pieceSize;
+  delivery.fresh = delivery.size = grows ? delivery.size : 0;
   Clock::time_point begun;
   while (delivery.size < pieceSize) {
-    const bool begins = delivery.size == 0;
+    const bool begins = delivery.size == delivery.fresh;
     size_t count = 0;
     const Read read = readMore(delivery, count, begins ? upstreamMilliseconds() : gatherLeft(begun));
     if (begins) begun = Clock::now();
@@ -133,7 +137,8 @@ Flow readPiece(Delivery &delivery) {
     if (read == Read::unreadable) return Flow::unjudged;
     if (read == Read::timedOut && !begins) return Flow::on;
     if (read != Read::piece) {
-      dprintf(2, "Error %d while recieving http body\n", read == Read::timedOut ? 2 : 3);
+      delivery.timedOut = read == Read::timedOut;
+      dprintf(2, "Error %d while recieving http body\n", delivery.timedOut ? 2 : 3);
       return Flow::cut;
     }
     if (!delivery.gathers) return Flow::on;
@@ -177,7 +182,7 @@ bool sendClientHead(Delivery &delivery) {
   if (delivery.headSent) return true;
   prepareClientHead(delivery);
   delivery.headSent = responseBegun = true;
-  if (sendHeader(clientsock, &respheader) != 0) return true;
+  if (sendHead(clientsock, respheader, clientTimeoutSeconds)) return true;
   dprintf(7, "Client closed connection while receiving reponse header\n");
   return false;
 }
@@ -216,9 +221,13 @@ Flow judgePiece(Delivery &delivery) {
   if (delivery.first && delivery.inserts) {
     delivery.popupIndex = delivery.size == 0 ? -1 : getPopUpIndex(httpbody, static_cast<int>(delivery.size));
   }
-  if (!delivery.judges || delivery.size == 0) return Flow::on;
+  if (!delivery.judges || delivery.size == delivery.fresh) return Flow::on;
   dprintf(7, "preprocessing body...\n");
-  if (checkAllRight(httpbody, static_cast<int32_t>(delivery.size), delivery.first ? 1 : 0) == 0) return Flow::on;
+  if (delivery.fresh > 0 && contentcheck != 0) prepareContentFilter();
+  if (delivery.fresh == 0 && !delivery.first) delivery.inFirstWindow = false;
+  if (checkAllRight(httpbody, static_cast<int32_t>(delivery.size), delivery.inFirstWindow ? 1 : 0) == 0) {
+    return Flow::on;
+  }
   return blockOffensive(delivery);
 }
 
@@ -288,17 +297,19 @@ Flow scanCollected(Delivery &delivery) {
 
 /* A piece that passed: into the scan file, or to the client. */
 Flow passPiece(Delivery &delivery) {
-  if (delivery.size == 0) return Flow::on;
-  if (!delivery.scans) return deliver(delivery, httpbody, delivery.size) ? Flow::on : Flow::gone;
-  if (appendToSpool(httpbody, delivery.size)) {
-    delivery.spooled += delivery.size;
+  const char *piece = httpbody + delivery.fresh;
+  const size_t length = delivery.size - delivery.fresh;
+  if (length == 0) return Flow::on;
+  if (!delivery.scans) return deliver(delivery, piece, length) ? Flow::on : Flow::gone;
+  if (appendToSpool(piece, length)) {
+    delivery.spooled += length;
     if (delivery.threshold == 0 || delivery.spooled < delivery.threshold) return Flow::on;
     while (delivery.threshold <= delivery.spooled) delivery.threshold *= 2;
     return scanCollected(delivery);
   }
   const Flow flow = handleUnscanned(delivery, -2);
   if (flow != Flow::on) return flow;
-  const bool sent = releaseSpool(delivery) && deliver(delivery, httpbody, delivery.size);
+  const bool sent = releaseSpool(delivery) && deliver(delivery, piece, length);
   return sent ? Flow::on : Flow::gone;
 }
 
@@ -308,8 +319,14 @@ bool isType(const Cycle &cycle, const char *what) {
   return std::strstr(printable(cycle.contentType.get()), what) != nullptr;
 }
 
-/* A body without a type may be shown as the page that it looks like. */
-bool isText(const Cycle &cycle) { return cycle.contentType == nullptr || isType(cycle, "text"); }
+bool isExactly(const Cycle &cycle, std::string_view type) { return printable(cycle.contentType.get()) == type; }
+
+/* A body whose type is missing or says nothing may be shown as the page that it looks like. */
+bool isText(const Cycle &cycle) {
+  const char *type = printable(cycle.contentType.get());
+  const bool unknown = std::strchr(type, '/') == nullptr || isExactly(cycle, "*/*") || isType(cycle, "unknown");
+  return unknown || isType(cycle, "text") || isType(cycle, "xhtml");
+}
 
 void planChecks(Delivery &delivery) {
   Cycle &cycle = delivery.cycle;
@@ -323,16 +340,17 @@ void planChecks(Delivery &delivery) {
   delivery.threshold = startScanSize > 0 ? static_cast<uint64_t>(startScanSize) * 1024 : 0;
 }
 
-/* A coded text is decoded for what is looked for in it or put into it; a part of one (206) cannot be. */
+/* A coded body is decoded for what is looked for in it, by the engines too, or put into it; a part of one (206) cannot
+   be. */
 Flow planCoding(Delivery &delivery) {
-  if (!delivery.judges && !delivery.inserts) return Flow::on;
+  if (!delivery.judges && !delivery.inserts && !delivery.scans) return Flow::on;
   delivery.decoder.coding = readContentCoding(respheader.first);
   delivery.decoder.unbounded = (StrictHttp & STRICT_PASS_UNJUDGED) != 0;
   if (delivery.decoder.coding == Coding::identity) return Flow::on;
   delivery.decodes = delivery.decoder.coding != Coding::unknown && delivery.cycle.responseCode != 206;
   if (delivery.decodes) return Flow::on;
   delivery.inserts = false;
-  return delivery.judges ? handleUnjudged(delivery) : Flow::on;
+  return delivery.judges || delivery.scans ? handleUnjudged(delivery) : Flow::on;
 }
 
 /* What is done with this response. */
@@ -354,7 +372,7 @@ Flow plan(Delivery &delivery) {
 
 /* A stream of events, and what nothing is looked for in, is passed as it comes; its head does not wait for its body. */
 bool beginDelivery(Delivery &delivery) {
-  const bool isEvents = isType(delivery.cycle, "event-stream");
+  const bool isEvents = isExactly(delivery.cycle, "text/event-stream");
   delivery.gathers = (delivery.judges || delivery.inserts) && !isEvents;
   if (delivery.gathers || delivery.scans || delivery.source.ended) return true;
   return arrivesWithin(proxysock, headMilliseconds) || sendClientHead(delivery);
@@ -365,7 +383,7 @@ Flow handlePieces(Delivery &delivery) {
     const Flow read = readPiece(delivery);
     if (read == Flow::unjudged && !delivery.decoder.unbounded) return handleUnjudged(delivery);
     if (delivery.decoder.exceeded && delivery.judges) handleUnjudged(delivery);
-    if (delivery.first || delivery.size > 0) {
+    if (delivery.first || delivery.size > delivery.fresh) {
       Flow flow = judgePiece(delivery);
       if (flow == Flow::on) flow = passPiece(delivery);
       if (flow != Flow::on) return flow;
@@ -384,7 +402,7 @@ Flow finishDelivery(Delivery &delivery, Flow flow) {
   if (flow == Flow::finished && !sendClientHead(delivery)) return Flow::gone;
   if (flow == Flow::cut && !delivery.headSent) {
     snprintf(reason, sizeof reason, "The server broke off its answer.");
-    sendErrorPage(clientsock, 502);
+    sendErrorPage(clientsock, delivery.timedOut ? 504 : 502);
   }
   return flow;
 }

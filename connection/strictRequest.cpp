@@ -17,6 +17,7 @@
 #include "http/strictField.h"
 #include "http/strictForward.h"
 #include "http/strictFraming.h"
+#include "http/strictUpload.h"
 #include "policy/attachFile.h"
 #include "scan/tunnel.h"
 #include "state/connection.h"
@@ -26,7 +27,9 @@ namespace {
 
 constexpr size_t forwardPiece = 65536;
 constexpr size_t uploadWindow = 65536;
-constexpr size_t uploadOverlap = 4096; /* a part's head that lies across two windows is whole in one of them */
+constexpr size_t uploadOverlap = 16384; /* a part's head that lies across two windows is whole in one of them */
+constexpr uint64_t greatestChecked = 256ULL << 20; /* what is collected to be looked through */
+constexpr int mostHops = 3;                        /* through filters of this name; a request that comes back loops */
 constexpr unsigned uncheckedUploadPort = 8100;
 
 struct FileCloser {
@@ -99,6 +102,10 @@ Upload spoolUpload(const Cycle &cycle, FILE *spool) {
     if (!tail) return Upload::failed;
     std::memcpy(tail.get(), window.get() + filled - held, held); /* the check empties what it finds */
     window.get()[filled] = '\0';
+    if (namesUpload({window.get(), filled})) {
+      snprintf(reason, sizeof reason, "Attachments are not allowed to this server");
+      return Upload::found;
+    }
     if (blockAttachment(static_cast<int>(filled), window.get()) > 0) return Upload::found;
     std::memcpy(window.get(), tail.get(), held);
   }
@@ -106,7 +113,7 @@ Upload spoolUpload(const Cycle &cycle, FILE *spool) {
   return ferror(spool) == 0 ? Upload::clean : Upload::failed;
 }
 
-/* A send that fails may be an upstream that answers early and closes: its answer is still to be read. */
+/* An upstream may answer before it has all of the body, and close: its answer is read then, and ends the connection. */
 Next sendBody(Connection &connection, Cycle &cycle, FILE *spool) {
   if (cycle.bodyLength == 0) return Next::step;
   dprintf(2, "It is a  request requiring posting of data\n");
@@ -118,6 +125,9 @@ Next sendBody(Connection &connection, Cycle &cycle, FILE *spool) {
       count = fread(piece.get(), 1, std::min<uint64_t>(forwardPiece, remaining), spool);
       remaining -= count;
       if (count == 0) return endCall(connection, -1);
+    } else if (answersFirst(proxysock, clientsock, clientTimeoutSeconds)) {
+      cycle.bodyUnsent = true;
+      break;
     } else if (!readRequestBody(piece.get(), forwardPiece, remaining, count)) {
       return endCall(connection, -1);
     }
@@ -149,6 +159,8 @@ Next strictError(Connection &connection, int status, const char *text) {
 
 Next readStrictRequest(Connection &connection, Cycle &cycle) {
   request[0] = '\0';
+  blockip = connection.configuredBlockip; /* an exemption holds for one request */
+  urlcheck = connection.configuredUrlcheck;
   HeadScan scan;
   const HeadRead read = readStrictHead(clientsock, scan, reqheader, clientTimeoutSeconds);
   if (read == HeadRead::refused) return strictError(connection, scan.fault.status, scan.fault.text);
@@ -156,6 +168,7 @@ Next readStrictRequest(Connection &connection, Cycle &cycle) {
   RequestFraming framing;
   const StrictFault fault = requestFraming(reqheader.first, framing);
   if (fault.status != 0) return strictError(connection, fault.status, fault.text);
+  if (countHops(reqheader.first) > mostHops) return strictError(connection, 508, "The request goes round in a circle.");
   cycle.bodyLength = framing.length;
   cycle.expectsContinue = framing.expectsContinue;
   return Next::step;
@@ -164,7 +177,8 @@ Next readStrictRequest(Connection &connection, Cycle &cycle) {
 Next identifyStrictly(Connection &connection, Cycle &cycle) {
   const StrictFault fault = parseStrictTarget(reqheader.first, cycle.target);
   if (fault.status != 0) return strictError(connection, fault.status, fault.text);
-  if (cycle.target.form == TargetForm::absolute && cycle.target.scheme != "http" && ProxyPresent != 1) {
+  const bool isWeb = cycle.target.scheme == "http" || (cycle.target.scheme == "https" && ProxyPresent == 1);
+  if (cycle.target.form == TargetForm::absolute && !isWeb) {
     return strictError(connection, 501, "Addresses of this kind are not served.");
   }
   snprintf(request, sizeof request, "%s", cycle.target.method.c_str());
@@ -203,9 +217,12 @@ Next forwardStrictly(Connection &connection, Cycle &cycle) {
   dprintf(4, "URL is [%s], port is [%u], host is [%s]\n", peerText(url), cycle.port, peerText(hostname));
   File spool;
   if (checksUpload(cycle)) {
+    if (cycle.bodyLength > greatestChecked) {
+      return strictError(connection, 413, "The request is too large to be looked through for attachments.");
+    }
     spool.reset(tmpfile());
     const Upload upload = spool ? spoolUpload(cycle, spool.get()) : Upload::failed;
-    if (upload == Upload::failed) return endCall(connection, -1);
+    if (upload == Upload::failed) return strictError(connection, 500, "The request could not be read to its end.");
     if (upload == Upload::found) {
       dprintf(2, "Upload/Attachment is BLOCKED.\n");
       blockConnection(clientsock, 1);
@@ -215,7 +232,7 @@ Next forwardStrictly(Connection &connection, Cycle &cycle) {
   removeAcceptCoding(reqheader.first);
   rewriteHead(cycle);
   connection.upstreamUsed = true;
-  if (sendHeader(proxysock, &reqheader) == 0 && !cycle.upstreamReused) {
+  if (!sendHead(proxysock, reqheader, PROXY_TIMEOUT) && !cycle.upstreamReused) {
     return strictError(connection, 502, "The server closed the connection.");
   }
   return sendBody(connection, cycle, spool.get());
@@ -224,7 +241,7 @@ Next forwardStrictly(Connection &connection, Cycle &cycle) {
 bool sendStrictlyAgain(Connection &connection, Cycle &cycle) {
   if (!cycle.upstreamReused || !isRepeatable(cycle) || !isClosedByPeer(proxysock)) return false;
   strictDisconnect(connection);
-  return strictConnect(connection, cycle) == 0 && sendHeader(proxysock, &reqheader) != 0;
+  return strictConnect(connection, cycle) == 0 && sendHead(proxysock, reqheader, PROXY_TIMEOUT);
 }
 
 }  // namespace netsift

@@ -36,7 +36,7 @@ bool passInterim(const Cycle &cycle) {
   if (cycle.target.minorVersion == 0) return true;
   cleanResponseHead(respheader, ProxyPresent == 1);
   addVia(respheader, cycle.framing.line.minorVersion);
-  return sendHeader(clientsock, &respheader) != 0;
+  return sendHead(clientsock, respheader, clientTimeoutSeconds);
 }
 
 Next readStrictResponse(Connection &connection, Cycle &cycle) {
@@ -69,7 +69,7 @@ Next relayTunnel(Connection &connection, Cycle &cycle) {
     dprintf(1, "Client IP:%s,CONTENT TYPE:UNKNOWN,HOST NAME:UNKNOWN,REQUESTED URL:%s\n", clientip, peerText(url));
     dprintf(1, "Client IP:%s,URL:%s,STATUS:TUNNELED,HTTPS REQUEST\n", clientip, peerText(url));
   }
-  sendHeader(clientsock, &respheader);
+  sendHead(clientsock, respheader, clientTimeoutSeconds);
   tunnel(clientsock, proxysock, relayIdleSeconds);
   return endCall(connection, connected ? 0 : 1);
 }

@@ -6,6 +6,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <string>
+
+#include "http/httpBody_iter.h"
 
 namespace netsift {
 namespace {
@@ -112,6 +115,17 @@ HeadRead readStrictHead(int fd, HeadScan &scan, Header &header, int idleSeconds)
     if (read == HeadRead::done) headToLines(scan, header);
     if (read != HeadRead::timedOut) return read;
   }
+}
+
+bool answersFirst(int upstream, int client, int seconds) {
+  pollfd waiting[] = {{upstream, POLLIN, 0}, {client, POLLIN, 0}};
+  return poll(waiting, 2, seconds * 1000) > 0 && waiting[0].revents != 0;
+}
+
+bool sendHead(int fd, const Header &header, int seconds) {
+  std::string joined;
+  for (const HeaderLine *line = header.first; line != nullptr; line = line->next) joined += line->text;
+  return !joined.empty() && sendHTTPBody(fd, joined.data(), static_cast<int>(joined.size()), seconds) >= 0;
 }
 
 bool arrivesWithin(int fd, int milliseconds) { return waitReadable(fd, milliseconds) == Wait::ready; }

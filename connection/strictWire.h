@@ -30,6 +30,13 @@ struct BodySource {
   size_t rawStart = 0, rawEnd = 0;
 };
 
+/* Whether the upstream has something to say before the client's next bytes are there; false when the client's are, and
+   after the time. */
+bool answersFirst(int upstream, int client, int seconds);
+
+/* Sends a head, the whole of it. */
+bool sendHead(int fd, const Header &header, int seconds);
+
 /* Whether bytes (or the end) of what comes next are there within the time. */
 bool arrivesWithin(int fd, int milliseconds);
 

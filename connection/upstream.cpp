@@ -8,7 +8,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 
@@ -73,15 +75,14 @@ bool isQuiet(int fd) {
   return poll(&waiting, 1, 0) == 0;
 }
 
-/* A connect that waits no longer than PROXY_TIMEOUT; errno says what failed. */
-bool connectWithin(int fd, const sockaddr_in &address, int seconds) {
+/* A connect that waits no longer than this, negative: without limit; errno says what failed. */
+bool connectWithin(int fd, const sockaddr_in &address, int milliseconds) {
   const int flags = fcntl(fd, F_GETFL);
   fcntl(fd, F_SETFL, flags | O_NONBLOCK);
   int error = 0;
   if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) error = errno;
   if (error == EINPROGRESS) {
     pollfd waiting{fd, POLLOUT, 0};
-    const int milliseconds = seconds <= 0 || seconds > 3600 ? -1 : seconds * 1000;
     socklen_t size = sizeof error;
     if (poll(&waiting, 1, milliseconds) == 1) {
       getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size);
@@ -94,12 +95,23 @@ bool connectWithin(int fd, const sockaddr_in &address, int seconds) {
   return error == 0;
 }
 
+/* PROXY_TIMEOUT for all addresses of a host together. */
+struct ConnectLimit {
+  const bool limited = PROXY_TIMEOUT > 0;
+  const std::chrono::steady_clock::time_point end =
+      std::chrono::steady_clock::now() + std::chrono::seconds(PROXY_TIMEOUT);
+  int left() const {
+    const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+    return limited ? static_cast<int>(std::clamp<int64_t>(rest.count(), 0, INT32_MAX)) : -1;
+  }
+};
+
 /* A new proxysock connected to the address, or errno. */
-int openWithin(Connection &connection, const sockaddr_in &address) {
+int openWithin(Connection &connection, const sockaddr_in &address, const ConnectLimit &limit) {
   proxysock = openUpstreamSocket();
   connection.upstreamOpen = proxysock >= 0;
   connection.upstreamUsed = false;
-  if (proxysock >= 0 && connectWithin(proxysock, address, PROXY_TIMEOUT)) return 0;
+  if (proxysock >= 0 && connectWithin(proxysock, address, limit.left())) return 0;
   const int error = errno;
   strictDisconnect(connection);
   errno = error;
@@ -139,7 +151,9 @@ int strictConnect(Connection &connection, Cycle &cycle) {
   cycle.upstreamReused = connection.upstreamOpen && (sameHost || !direct) && isQuiet(proxysock);
   if (cycle.upstreamReused) return 0;
   strictDisconnect(connection);
-  if (!direct) return openWithin(connection, proxyaddr) == 0 ? 0 : failToConnect("the upstream proxy", proxyport);
+  const ConnectLimit limit;
+  if (!direct)
+    return openWithin(connection, proxyaddr, limit) == 0 ? 0 : failToConnect("the upstream proxy", proxyport);
   if (!resolveHost()) {
     snprintf(reason, sizeof reason, "The host %.120s could not be found.", hostname);
     return badGateway;
@@ -149,7 +163,7 @@ int strictConnect(Connection &connection, Cycle &cycle) {
     in_addr address;
     std::memcpy(&address, *entry, sizeof address);
     setAddress(address, cycle.port);
-    if (openWithin(connection, proxyaddr) != 0) continue;
+    if (openWithin(connection, proxyaddr, limit) != 0) continue;
     connection.upstreamHost = hostname;
     connection.upstreamPort = cycle.port;
     return 0;

@@ -9,6 +9,8 @@
 
 namespace netsift {
 
+constexpr size_t longestShown = 300; /* three of them leave room for a record's other words, and for its line end */
+
 const char *peerText(const char *text) {
   static std::array<std::string, 8> shown; /* more than one message prints */
   static size_t next = 0;
@@ -16,6 +18,7 @@ const char *peerText(const char *text) {
   if (EscapeText != 1) return text;
   std::string &slot = shown[next++ % shown.size()];
   slot = logEscape(text);
+  if (slot.size() > longestShown) slot.replace(longestShown, slot.npos, "...");
   return slot.c_str();
 }
 

@@ -7,7 +7,8 @@
 namespace netsift {
 
 /* The text as a log line shows it: null as nothing; with EscapeText quotes, backslashes and control bytes escaped as
-   logEscape does, so that no peer can forge a line, else as it is. Valid until the eighth call after this one. */
+   logEscape does, so that no peer can forge a line, and cut to 300 bytes and "..." so that a line keeps its end;
+   else as it is. Valid until the eighth call after this one. */
 const char *peerText(const char *text);
 
 /* Prints a head's lines at level 5: as they came, or escaped and with line ends of the log's own. */

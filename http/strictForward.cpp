@@ -133,16 +133,30 @@ void setContentLength(Header &header, uint64_t length) {
 
 void removeContentLengthFields(Header &header) { removeField(header, "Content-Length:"); }
 
+int countHops(const HeaderLine *first) {
+  int hops = 0;
+  for (const HeaderLine *line = first->next; line != nullptr; line = line->next) {
+    if (!isField(line, "Via:")) continue;
+    for (std::string_view list = fieldValue(line, "Via:"); !list.empty();) {
+      if (takeElement(list).ends_with(" netsift")) hops++;
+    }
+  }
+  return hops;
+}
+
+/* A comma inside a quoted parameter looks like a second type too: such an answer is refused rather than guessed at. */
 bool readMediaType(const HeaderLine *first, std::string &type) {
   bool given = false;
   for (const HeaderLine *line = first->next; line != nullptr; line = line->next) {
     if (!isField(line, "Content-Type:")) continue;
-    const std::string_view value = fieldValue(line, "Content-Type:");
-    std::string found(value.substr(0, value.find_first_of("; \t")));
-    for (char &c : found) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
-    if (given && found != type) return false;
-    type = found;
-    given = true;
+    for (std::string_view list = fieldValue(line, "Content-Type:"); !list.empty();) {
+      const std::string_view value = takeElement(list);
+      std::string found(value.substr(0, value.find_first_of("; \t")));
+      for (char &c : found) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+      if (given && found != type) return false;
+      type = found;
+      given = true;
+    }
   }
   return true;
 }

@@ -24,6 +24,9 @@ void rewriteForProxy(Header &header, const StrictTarget &target);
    message was received in. Not repeatable: a head that goes out twice gets it once. */
 void addVia(Header &header, unsigned minorVersion);
 
+/* How many of the hops that the head's Via fields list were filters of this name. */
+int countHops(const HeaderLine *first);
+
 /* Takes out of a response's head the hop-by-hop fields and those that Connection names, as above, and
    Transfer-Encoding; Content-Length after 1xx and 204, else repeated ones are made one. The proxy's challenge
    (Proxy-Authenticate) stays when the response came from the upstream proxy; an origin has none to make. Not for a 101,
@@ -31,7 +34,7 @@ void addVia(Header &header, unsigned minorVersion);
 void cleanResponseHead(Header &header, bool fromProxy);
 
 /* The media type that the Content-Type fields give, lower-cased and without parameters; empty when there is none. False
-   when several fields give different ones. */
+   when fields or list elements give different ones. */
 bool readMediaType(const HeaderLine *first, std::string &type);
 
 /* Sets the one "Connection: close" or "Connection: keep-alive" of the next hop. */

@@ -24,7 +24,7 @@
 namespace netsift::test {
 
 /* An upstream on a loopback port. On every connection it answers one head after the other with the next answer, as long
-   as there is one, and then closes. */
+   as there is one, and then closes. A byte of 1 in an answer is a pause. */
 class Upstream {
  public:
   explicit Upstream(std::vector<std::string> answers) : answers_(std::move(answers)) {
@@ -67,7 +67,12 @@ class Upstream {
         if (next_ == answers_.size()) break;
         seen = received_.size();
         const std::string &answer = answers_[next_++];
-        send(fd, answer.data(), answer.size(), MSG_NOSIGNAL);
+        const size_t pause = std::min(answer.find('\1'), answer.size());
+        send(fd, answer.data(), pause, MSG_NOSIGNAL);
+        if (pause < answer.size()) {
+          usleep(1'200'000); /* longer than a piece of text is waited for */
+          send(fd, answer.data() + pause + 1, answer.size() - pause - 1, MSG_NOSIGNAL);
+        }
         if (answer.find("close") != std::string::npos) shutdown(fd, SHUT_WR);
       }
     }

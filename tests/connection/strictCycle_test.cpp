@@ -129,6 +129,9 @@ TEST_F(StrictTest, ambiguousRequestsAreRefused) {
       {"GET http://h/ HTTP/1.1\r\nHost: h\r\nHost: g\r\n\r\n", 400},
       {"GET http://u@h/ HTTP/1.1\r\nHost: h\r\n\r\n", 400},
       {"GET http://h:0/ HTTP/1.1\r\nHost: h\r\n\r\n", 400},
+      {"GET ftp://h/ HTTP/1.1\r\nHost: h\r\n\r\n", 501},
+      {"GET http://h/ HTTP/1.1\r\nHost: h\r\nVia: 1.1 netsift, 1.1 netsift\r\nVia: 1.1 netsift, 1.0 netsift\r\n\r\n",
+       508},
       {"GET http://h/ HTTP/2.0\r\nHost: h\r\n\r\n", 505},
       {"GET http://h/ HTTP/1.1\r\nHost: h\r\nX: " + std::string(70000, 'x') + "\r\n\r\n", 431},
       {"GET http://h/" + std::string(9000, 'x') + " HTTP/1.1\r\nHost: h\r\n\r\n", 414},
@@ -169,6 +172,20 @@ TEST_F(StrictTest, uploadsAreRefusedBeforeAnythingGoesUpstream) {
   EXPECT_EQ(answer.find("HTTP/1.1 403 Forbidden\r\n"), 0U) << answer;
   EXPECT_EQ(upstream.finish(), "");
 
+  for (const char *field : {"content-disposition:form-data;  filename*=utf-8''x",
+                            "Content-Disposition: form-data; a=1;"
+                            "\r\n FileName = x\r\n\r\nContent-Disposition: form-data; filename=\"\""}) {
+    reconnect();
+    Upstream none({});
+    const std::string form = std::string(field) + "\r\n\r\nDATA";
+    EXPECT_EQ(serve("POST http://h/x HTTP/1.1\r\nHost: h\r\nContent-Length: " + std::to_string(form.size()) +
+                        "\r\n\r\n" + form,
+                    none)
+                  .find("HTTP/1.1 403 "),
+              0U)
+        << field;
+  }
+
   reconnect();
   std::string harmless = body;
   harmless.replace(harmless.find("filename"), 8, "filament");
@@ -193,6 +210,11 @@ TEST_F(StrictTest, textIsJudgedWhateverItCameIn) {
       {response(type + "Content-Encoding: br\r\n", page), 1, "403 Forbidden"},
       {response(type + "Content-Encoding: br\r\n", page), 1 | STRICT_PASS_UNJUDGED, page},
       {response("Content-Type: image/png\r\nContent-Encoding: br\r\n", page), 1, page},
+      {response("Content-Type: Text/HTML\r\n", page), 1, "403 Forbidden"},
+      {response("", page), 1, "403 Forbidden"},
+      {response("Content-Type: image/png, text/html\r\n", page), 1, "502 Bad Gateway"},
+      {"HTTP/1.1 200 OK\r\n" + type + "Content-Length: 31\r\n\r\n<p>this is a vexa\1tious page</p>", 1,
+       "<p>this is a vexa"},
       {"HTTP/1.1 200 OK\r\n" + type +
            "Transfer-Encoding: chunked\r\n\r\n12\r\n<p>this is a vexat\r\n"
            "d\r\nious page</p>\r\n0\r\n\r\n",
@@ -204,6 +226,7 @@ TEST_F(StrictTest, textIsJudgedWhateverItCameIn) {
     Upstream upstream({c.answer});
     const std::string answer = serve(get, upstream);
     EXPECT_NE(answer.find(c.expected), std::string::npos) << c.answer << answer;
+    EXPECT_EQ(answer.find("tious"), c.expected == page ? answer.find(page) + 17 : std::string::npos) << answer;
   }
 }
 
@@ -252,8 +275,10 @@ TEST_F(StrictTest, cleanVerdictsAreStoredForWholeBodiesAlone) {
   const struct {
     std::string answer;
     int32_t stored;
+    std::string method = "GET";
   } cases[] = {
       {response(dated, "ok"), 0},
+      {response(dated, ""), -1, "HEAD"},
       {"HTTP/1.1 200 OK\r\n" + dated + "Content-Length: 50\r\n\r\nhalf", -1},
       {"HTTP/1.1 200 OK\r\n" + dated + "Transfer-Encoding: chunked\r\n\r\n2\r\nok\r\n", -1},
   };
@@ -261,7 +286,7 @@ TEST_F(StrictTest, cleanVerdictsAreStoredForWholeBodiesAlone) {
     reconnect();
     emptyCache();
     Upstream upstream({c.answer});
-    serve(get, upstream);
+    serve(c.method + " http://h/p HTTP/1.1\r\nHost: h\r\n\r\n", upstream);
     EXPECT_EQ(verdict(), c.stored) << c.answer;
   }
 }
