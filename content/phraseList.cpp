@@ -170,6 +170,7 @@ int makePhraseLists(void) {
   madeCategories = count;
   if (phraselists == nullptr || initiallists == nullptr || categweight == nullptr) {
     dprintf(2, "memory allocation failed in makePhraseLists\n");
+    releaseLists(count);
     return 0;
   }
 
