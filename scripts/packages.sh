@@ -19,10 +19,11 @@ done
 sudo=()
 [ "$(id -u)" = 0 ] || sudo=(sudo)
 
-# nginx, squid and clamd are run from folders of our own: the packages' services must neither start now nor at boot.
+# nginx, squid, clamd and what the benches compare with are run from folders of our own: the packages' services must
+# neither start now nor at boot.
 policy=/usr/sbin/policy-rc.d
 units=()
-for unit in nginx squid clamav-daemon clamav-freshclam; do
+for unit in nginx squid clamav-daemon clamav-freshclam privoxy tinyproxy; do
   [ -e "/lib/systemd/system/$unit.service" ] || units+=("$unit")
 done
 if [ ! -e "$policy" ]; then
