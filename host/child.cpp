@@ -8,6 +8,8 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstring>
+#include <string>
 
 #include "host/clock.h"
 #include "netsift.h"
@@ -18,7 +20,8 @@ namespace {
 
 constexpr size_t mostDrained = 65536;
 constexpr int64_t drainMilliseconds = 2000;
-constexpr int requestSeconds = 10; /* what a client has for its request head */
+constexpr size_t longestHead = 65536;       /* of a refused client */
+constexpr int64_t headMilliseconds = 10000; /* what such a client has for it in all, however it is sent */
 enum Level { unfiltered = 1, filtered = 2 };
 
 /* The terminal's Ctrl-C and hang-up go to the whole process group: the daemon alone decides what becomes of
@@ -35,16 +38,34 @@ void resetSignals() {
   prctl(PR_SET_PDEATHSIG, SIGTERM);
 }
 
-/* The client hears why, but only as the answer to a request: a browser drops what comes before it asked. */
+/* Waits for the end of a request head, or for more than a head has. False when neither came in time. */
+bool awaitHead(std::string &head) {
+  int64_t deadline = milliseconds() + headMilliseconds;
+  while (head.size() < longestHead) {
+    int64_t left = deadline - milliseconds();
+    struct pollfd readable {
+      clientsock, POLLIN, 0
+    };
+    if (left <= 0 || poll(&readable, 1, static_cast<int>(left)) <= 0) return false;
+    char block[8192];
+    ssize_t count = recv(clientsock, block, sizeof block, MSG_DONTWAIT);
+    if (count <= 0) return false;
+    size_t from = head.size() < 2 ? 0 : head.size() - 2; /* the empty line may have begun in the piece before */
+    head.append(block, static_cast<size_t>(count));
+    if (head.find("\n\r\n", from) != head.npos || head.find("\n\n", from) != head.npos) return true;
+  }
+  return true;
+}
+
+/* The client hears why, but only as the answer to a request: a browser drops what comes before it asked. Nothing that
+   it sent is looked at beyond the method, and none of it is shown or logged. */
 void refuseClient(int level) {
   inet_ntop(AF_INET, &clientaddr.sin_addr, clientip, sizeof clientip);
-  if (getHeader(clientsock, &reqheader, requestSeconds) == 0) return;
-  unsigned port = 0;
-  char *host = nullptr;
-  url = getURL(reqheader.first, &port, &host);
-  hostname = host;
+  std::string head;
+  if (!awaitHead(head)) return;
+  if (head.starts_with("HEAD ")) std::strcpy(request, "HEAD"); /* whose answer has no page */
   std::snprintf(reason, sizeof reason, "%s may not use this proxy at this time", clientip);
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,Access List:level %d\n", clientip, url == nullptr ? "" : url, level);
+  dprintf(1, "Client IP:%s,STATUS:BLOCKED,Access List:level %d\n", clientip, level);
   sendError(clientsock);
 }
 
