@@ -60,3 +60,4 @@ class Roads:
         self.origin.put("coded.txt", b"text\n")
         self.filtering.fetch(f"{self.base}/coded.txt", "--compressed")
         self.assertEqual(self.origin.seen("/coded.txt").split("|")[3], "identity")
+        self.filtering.wait_for_line(f"Client IP:127.0.0.1,CONTENT TYPE:text/plain,HOST NAME:{self.host}")
