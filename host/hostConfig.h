@@ -18,6 +18,7 @@ struct HostConfig {
   std::string debugFile;          /* a relative name lies in the log folder */
   std::string debugTag;           /* put before every line of the debug log */
   int32_t debugLevel = 0;
+  int32_t keepCache = 0; /* 1: verdicts of earlier loadings stay */
 };
 
 /* The configuration of this process: a generation of the server reads it once and never changes it. */

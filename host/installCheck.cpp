@@ -72,7 +72,7 @@ void checkLog(const std::string &path, const char *key, Problems &problems) {
 
 void checkCache(Problems &problems) {
   std::string path = rooted(cacheDatabase);
-  if (disableCache != 0 || !exists(path)) return;
+  if (disableCache != 0 || hostConfig.keepCache == 0 || !exists(path)) return; /* without keepCache it is replaced */
   if (!mayAccess(path, R_OK | W_OK)) return report(problems, path, "cannot be read and written", "cache.enabled");
   /* no lock: children of an earlier generation may be using it */
   GDBM_FILE database = gdbm_open(path.c_str(), 0, GDBM_READER | GDBM_NOLOCK, 0, nullptr);
@@ -84,14 +84,21 @@ void checkCache(Problems &problems) {
              "): no verdict is remembered; remove it and it is made anew");
 }
 
+/* Connections open the database by its name for each use: what one is storing meanwhile goes with the old file, and
+   none finds a half-made one. */
+void replaceCache(const std::string &path, Problems &problems) {
+  std::string fresh = path + ".new";
+  GDBM_FILE database = gdbm_open(fresh.c_str(), 0, GDBM_NEWDB, cacheMode, nullptr);
+  if (database == nullptr)
+    return report(problems, path, std::string("cannot be made: ") + gdbm_strerror(gdbm_errno), "cache.enabled");
+  gdbm_close(database);
+  if (rename(fresh.c_str(), path.c_str()) != 0)
+    report(problems, path, std::string("cannot be replaced: ") + std::strerror(errno), "cache.keep_on_load");
+}
+
 void makeCache(Problems &problems) {
   std::string path = rooted(cacheDatabase);
-  if (disableCache != 0 || exists(path)) return;
-  GDBM_FILE database = gdbm_open(path.c_str(), 0, GDBM_WRCREAT, cacheMode, nullptr);
-  if (database != nullptr)
-    gdbm_close(database);
-  else
-    report(problems, path, std::string("cannot be made: ") + gdbm_strerror(gdbm_errno), "cache.enabled");
+  if (disableCache == 0 && !exists(path)) replaceCache(path, problems);
 }
 
 /* The library knows one path of the second engine; a configured one is reached by a link there. */
@@ -164,6 +171,10 @@ void makeMissing(Problems &problems) {
   if (virusscan != 0) make(VIRFILE_DIR, spoolMode);
   makeCache(problems);
   makeEngineLink(problems);
+}
+
+void forgetVerdicts(Problems &problems) {
+  if (disableCache == 0 && hostConfig.keepCache == 0) replaceCache(rooted(cacheDatabase), problems);
 }
 
 }  // namespace netsift::host

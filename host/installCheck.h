@@ -13,6 +13,10 @@ void checkInstallation(Problems &problems);
 /* Makes what a start makes: folders, the cache database, the link to the second engine. */
 void makeMissing(Problems &problems);
 
+/* Puts an empty cache database in the place of the one that is there, unless the configuration keeps it: its verdicts
+   were found with other lists and settings. A problem when that fails. */
+void forgetVerdicts(Problems &problems);
+
 }  // namespace netsift::host
 
 #endif

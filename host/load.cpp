@@ -5,6 +5,7 @@
 
 #include "host/files.h"
 #include "host/hostConfig.h"
+#include "host/installCheck.h"
 #include "netsift.h"
 
 namespace netsift::host {
@@ -37,6 +38,7 @@ void loadLibrary(Problems &problems) {
     problems.push_back({true, "", 0, "", std::string(load.what) + " cannot be loaded; the debug log says why"});
     return;
   }
+  forgetVerdicts(problems); /* last: until now the loading before still stored verdicts, and a failure leaves them */
 }
 
 }  // namespace netsift::host

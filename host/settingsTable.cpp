@@ -44,7 +44,7 @@ const Setting serviceSettings[] = {
     {"http", "keep_alive", Flag{&DoNotKeepConnectionAlive, true}, "true",
      "Let clients and sites keep connections open. When false, the fields that ask for it are taken out of requests."},
     {"http", "relay_without_length", Flag{&TunnelPacketsWithoutContentLength}, "false",
-     "Relay a kept-open response that has no length unexamined."},
+     "Relay a kept-open response that has no length unexamined. Without effect while strict_http is on."},
 };
 
 const Setting requestSettings[] = {
@@ -66,7 +66,8 @@ const Setting requestSettings[] = {
     {"requests", "messenger_urls", Texts{&tunnellist}, "[]", "Pieces of URLs by which messenger traffic is known."},
     {"requests", "log_messengers", Flag{&logtunnel}, "false",
      "Keep a transcript of relayed messenger traffic in the log folder."},
-    {"requests", "block_uploads", Flag{&blockupload}, "false", "Take files out of forms sent to sites."},
+    {"requests", "block_uploads", Flag{&blockupload}, "false",
+     "Take files out of forms sent to sites. While strict_http is on, the whole request is refused instead."},
     {"requests", "upload_sites", Texts{&uploadwhitelist}, "[]",
      "Pieces of URLs to which files may be sent while block_uploads is on. \"www.\" at the front is disregarded."},
 
@@ -140,6 +141,9 @@ const Setting scanSettings[] = {
 
     {"cache", "enabled", Flag{&disableCache, true}, "true",
      "Remember verdicts on pages, so that an unchanged page is not judged twice."},
+    {"cache", "keep_on_load", Flag{&hostConfig.keepCache}, "false",
+     "Keep the verdicts at a start and at SIGHUP, also those that changed lists and settings would turn. When false, "
+     "each loading begins with none, but connections that were served before it may still add theirs."},
     {"cache", "url_cache", TextList{&URL_CACHE, &URL_CACHESIZE}, "[]",
      "Texts that the list kept through the notification socket starts with."},
 };

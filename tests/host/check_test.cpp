@@ -6,6 +6,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "cache/dbcache.h"
 #include "host/configRead.h"
 #include "host/hostConfig.h"
 #include "host/installCheck.h"
@@ -118,6 +119,7 @@ TEST(InstallCheck, TheSecondEnginesLinkReplacesALinkButNoSocket) {
 
 TEST(InstallCheck, ADamagedCacheIsAWarningAndALongSpoolPathAnError) {
   Install install;
+  install.configuration += "[cache]\nkeep_on_load = true\n";
   writeFile(install.root.path() + "/opt/Velmora/var/nscache.db", "noise");
   EXPECT_EQ(install.problems(true).substr(0, 42), "W nscache.db: is no usable cache database ");
   unlink((install.root.path() + "/opt/Velmora/var/nscache.db").c_str());
@@ -128,4 +130,20 @@ TEST(InstallCheck, ADamagedCacheIsAWarningAndALongSpoolPathAnError) {
   install.configuration.insert(install.configuration.size() - 3, "x");
   problems = install.problems();
   EXPECT_NE(problems.find("scanning.spool_folder: is 34 bytes long"), std::string::npos) << problems;
+}
+
+TEST(InstallCheck, VerdictsAreForgottenUnlessTheyAreKept) {
+  for (bool keeps : {false, true}) {
+    Install install;
+    std::string cache = install.root.path() + "/opt/Velmora/var/nscache.db";
+    writeFile(cache, "verdicts");
+    if (keeps) install.configuration += "[cache]\nkeep_on_load = true\n";
+    install.problems(true);
+    EXPECT_EQ(readFile(cache), "verdicts") << "reading and checking leave it";
+    Problems problems;
+    forgetVerdicts(problems);
+    EXPECT_TRUE(problems.empty());
+    EXPECT_EQ(readFile(cache) == "verdicts", keeps);
+    EXPECT_EQ(addto_urlcache_db("a.example", "Sun, 06 Nov 1994 08:49:37 GMT", 0), keeps ? -1 : 1);
+  }
 }

@@ -136,6 +136,7 @@ TEST(ConfigRead, EachKeyLandsInItsVariable) {
       {"scanning", "skip_types = true", &VirWL_MimeType, 1},
       {"scanning", "relay_whitelisted = true", &vs_tunnel, 1},
       {"cache", "enabled = false", &disableCache, 1},
+      {"cache", "keep_on_load = true", &hostConfig.keepCache, 1},
       {"cache", "url_cache = [\"a\", \"b\"]", &URL_CACHESIZE, 2},
       {"log", "debug_level = 7", &hostConfig.debugLevel, 7},
       {"log", "access_log = false", &logenable, 0},

@@ -111,6 +111,8 @@ TEST(Supervisor, ReloadsWhenAllIsInOrderAndElseServesOnAsBefore) {
   EXPECT_EQ(page(), std::string("page: ") + refusal + "\n");
 
   std::string good = install.configuration;
+  std::string cache = install.root.path() + "/opt/Velmora/var/nscache.db";
+  writeFile(cache, "verdicts");
   install.configuration = good + "[http]\nstrict = 1\n";
   install.configurationFile();
   kill(daemon.pid, SIGHUP);
@@ -124,6 +126,7 @@ TEST(Supervisor, ReloadsWhenAllIsInOrderAndElseServesOnAsBefore) {
   daemon.awaits("the configuration and lists in use stay");
   EXPECT_EQ(page(), std::string("page: ") + refusal + "\n");
 
+  EXPECT_EQ(readFile(cache), "verdicts") << "only what is loaded makes them stale";
   install.write("whitelist.dom", "");
   install.configuration = "[lists]\nblock_ads = true\n"; /* direct: nobody is refused, and the ad server is empty */
   install.configurationFile();
@@ -131,6 +134,7 @@ TEST(Supervisor, ReloadsWhenAllIsInOrderAndElseServesOnAsBefore) {
   usleep(200000);
   kill(daemon.pid, SIGHUP);
   daemon.awaits("configuration and lists loaded anew");
+  EXPECT_NE(readFile(cache), "verdicts");
   int sock = connectTo(address);
   std::string head = "GET http://adserver.example/ HTTP/1.1\r\nHost: adserver.example\r\n\r\n";
   send(sock, head.data(), head.size(), 0);
@@ -185,6 +189,31 @@ TEST(Supervisor, ClientsBeyondTheLimitWaitAndTheEndIsBounded) {
   EXPECT_EQ(daemon.status(), 0);
   EXPECT_GE(milliseconds() - told, 900) << "running connections get drain_seconds";
   EXPECT_LT(milliseconds() - told, 8000);
+}
+
+TEST(Child, ARefusedClientGetsTenSecondsForItsHeadAndLeavesNothingInTheLog) {
+  Install install;
+  install.configuration += std::string(refuseAll) + "[log]\ndebug_level = 7\n";
+  Daemon daemon(install);
+  std::string address = daemon.awaits("listening on ");
+  int dribbler = connectTo(address), flooder = connectTo(address), polite = connectTo(address);
+  send(flooder, std::string(65536, 'x').data(), 65536, MSG_NOSIGNAL);
+  EXPECT_NE(answer(flooder).find(refusal), std::string::npos);
+  for (std::string piece : {"HEAD http://forged.example/\033[2J HTTP/1.1\r", "\n\r", "\n"}) {
+    send(polite, piece.data(), piece.size(), 0);
+    usleep(100000);
+  }
+  std::string head = answer(polite);
+  EXPECT_TRUE(head.starts_with("HTTP/1.1 403") && head.ends_with("\r\n\r\n")) << head;
+  int64_t began = milliseconds();
+  while (milliseconds() - began < 20000 && send(dribbler, "x", 1, MSG_NOSIGNAL) == 1) usleep(300000);
+  EXPECT_LT(milliseconds() - began, 14000);
+  kill(daemon.pid, SIGTERM);
+  EXPECT_EQ(daemon.status(), 0);
+  std::string log = readFile(install.root.log("netsift-debug.log"));
+  EXPECT_NE(log.find("Client IP:127.0.0.1,STATUS:BLOCKED,Access List:level 3\n"), std::string::npos) << log;
+  EXPECT_EQ(log.find("forged"), std::string::npos) << log;
+  for (int sock : {dribbler, flooder, polite}) close(sock);
 }
 
 TEST(Child, ClosingLeavesTheAnswerReadableAlthoughTheRequestWasNotRead) {
