@@ -1,5 +1,7 @@
 #include "host/server.h"
 
+#include <arpa/inet.h>
+#include <netdb.h>
 #include <poll.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
@@ -9,7 +11,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -203,10 +207,21 @@ bool takeSignals(Server &server) {
   return server.signals >= 0;
 }
 
+/* What every child would load or look up for itself, done once before the first fork: the resolver's libraries and
+   files, and the time zone's, which the C library otherwise asks for with every time it prints. */
+void warmUp() {
+  setenv("TZ", ":/etc/localtime", 0);
+  tzset();
+  gethostbyname("localhost");
+  in_addr loopback{htonl(INADDR_LOOPBACK)};
+  gethostbyaddr(&loopback, sizeof loopback, AF_INET);
+}
+
 }  // namespace
 
 int serveClients(const ServerSockets &sockets, Board *board, int slot) {
   Server server{sockets, board, slot};
+  warmUp();
   if (!takeSignals(server) || !tell(server, readyMessage)) {
     say(std::string("cannot serve: ") + std::strerror(errno));
     return 1;
