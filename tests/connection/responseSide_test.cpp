@@ -1,5 +1,8 @@
 #include "connection/responseSide.h"
 
+#include <sys/resource.h>
+
+#include <csignal>
 #include <cstring>
 
 #include "cache/dbcache.h"
@@ -209,12 +212,21 @@ TEST_F(ScanTest, scanErrorsBlockToo) {
 }
 
 TEST_F(ScanTest, bodyThatCannotBeSpooledIsNotDelivered) {
-  snprintf(VIRFILE_DIR, sizeof VIRFILE_DIR, "%s/missing/", root.path().c_str());
-  Upstream upstream({response("Connection: close\r\n", "held")});
-  EXPECT_EQ(serve(get, upstream).find("held"), std::string::npos);
-  EXPECT_TRUE(log.has("error creating virus scan file") ||
-              log.text().find("is longer than 49 bytes") != std::string::npos);
-  EXPECT_EQ(result, -1);
+  for (const bool full : {false, true}) {
+    reconnect();
+    snprintf(VIRFILE_DIR, sizeof VIRFILE_DIR, "%s/%s", root.path().c_str(), full ? "" : "no/");
+    Upstream upstream({response("Connection: close\r\n", "held")});
+    const rlimit small{2, RLIM_INFINITY};
+    rlimit usual;
+    getrlimit(RLIMIT_FSIZE, &usual);
+    signal(SIGXFSZ, SIG_IGN);
+    if (full) setrlimit(RLIMIT_FSIZE, &small);
+    const std::string answer = serve(get, upstream);
+    setrlimit(RLIMIT_FSIZE, &usual);
+    EXPECT_EQ(answer.find("held"), std::string::npos);
+    EXPECT_TRUE(log.has(full ? "error writing to virus file" : "error creating virus scan file")) << log.text();
+    EXPECT_EQ(result, -1);
+  }
 }
 
 TEST_F(ScanTest, skippedResponsesAreRelayedWhenTheyClose) {
