@@ -80,7 +80,9 @@ bool isEmpty(const Header &header) { return header.first == nullptr || header.fi
 
 void rewriteForOrigin(Header &header, const StrictTarget &target) {
   if (isEmpty(header)) return;
-  rewriteRequest(header, target, originForm(target));
+  StrictTarget plain = target;
+  plain.usualPort = 80; /* an origin form names no scheme: it is read as http */
+  rewriteRequest(header, plain, originForm(plain));
   removeField(header, "Proxy-Authorization:");
 }
 
