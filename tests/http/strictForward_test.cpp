@@ -18,7 +18,7 @@ TEST(RewriteRequest, AddressesTheNextHopAndKeepsWhatIsForTheOrigin) {
     string line, toOrigin, toProxy;
   } cases[] = {
       {"GET http://H:80?q HTTP/1.1", "GET /?q HTTP/1.1\r\nHost: h", "GET http://h/?q HTTP/1.1\r\nHost: h"},
-      {"GET https://h:80/a/ HTTP/1.0", "GET /a/ HTTP/1.0\r\nHost: h:80", "GET https://h:80/a/ HTTP/1.0\r\nHost: h:80"},
+      {"GET https://h:80/a/ HTTP/1.0", "GET /a/ HTTP/1.0\r\nHost: h", "GET https://h:80/a/ HTTP/1.0\r\nHost: h:80"},
       {"PUT /a HTTP/1.9", "PUT /a HTTP/1.0\r\nHost: other", "PUT http://other/a HTTP/1.0\r\nHost: other"},
       {"OPTIONS http://h:8 HTTP/1.1", "OPTIONS * HTTP/1.1\r\nHost: h:8", "OPTIONS http://h:8 HTTP/1.1\r\nHost: h:8"},
       {"CONNECT h:443 HTTP/1.1", "", "CONNECT h:443 HTTP/1.1\r\nHost: h:443"},
