@@ -12,13 +12,9 @@ using std::string;
 
 TEST(ZlibDecompress, InflatesWholePiecemealAndDamaged) {
   const string text = string(100000, 'a') + "b";
-  string zlib(1000, '\0');
-  uLongf size = zlib.size();
-  compress(reinterpret_cast<Bytef *>(zlib.data()), &size, reinterpret_cast<const Bytef *>(text.data()), text.size());
-  zlib.resize(size);
-  const string wrongSum = zlib.substr(0, size - 1) + "!";
+  const string zlib = netsift::test::compressed(text, 15), wrongSum = zlib.substr(0, zlib.size() - 1) + "!";
   const std::tuple<string, size_t, string, string> cases[] = {
-      {zlib, size / 3 + 1, text, "-5 -5 1 "}, {wrongSum, 1000, text, "-3 "}, {"\x1f\x8b", 2, "", "-3 "}};
+      {zlib, zlib.size() / 3 + 1, text, "-5 -5 1 "}, {wrongSum, 1000, text, "-3 "}, {"\x1f\x8b", 2, "", "-3 "}};
   for (const auto &[data, pieceSize, expected, statuses] : cases) {
     z_stream stream;  // nothing of it is set before the first piece
     string out, codes;

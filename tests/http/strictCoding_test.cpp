@@ -1,27 +1,13 @@
 #include "http/strictCoding.h"
 
 #include "tests/http/strictHeads.h"
+#include "tests/support/support.h"
 
 using namespace netsift;
 using namespace netsift::test;
 using std::string;
 
 namespace {
-
-/* windowBits 15: zlib, 31: gzip, -15: raw. */
-string compressed(const string &text, int windowBits) {
-  z_stream stream{};
-  deflateInit2(&stream, 9, Z_DEFLATED, windowBits, 8, Z_DEFAULT_STRATEGY);
-  string out(deflateBound(&stream, text.size()) + 32, '\0');
-  stream.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(text.data()));
-  stream.avail_in = static_cast<uInt>(text.size());
-  stream.next_out = reinterpret_cast<Bytef *>(out.data());
-  stream.avail_out = static_cast<uInt>(out.size());
-  deflate(&stream, Z_FINISH);
-  out.resize(stream.total_out);
-  deflateEnd(&stream);
-  return out;
-}
 
 /* The text, behind it "" when it was whole and "!" when it was bad. */
 string decode(Coding coding, const string &body, size_t pieceSize, size_t room) {

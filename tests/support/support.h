@@ -74,6 +74,9 @@ std::string readFile(const std::string &path); /* empty when there is none */
 /* A head made of the given lines, each ended by CR LF, followed by the empty line; to be destroyed by destroyHeader. */
 Header makeHeader(std::initializer_list<std::string_view> lines);
 
+/* The text compressed in one piece. windowBits 15: zlib, 31: gzip, -15: raw deflate. */
+std::string compressed(const std::string &text, int windowBits);
+
 /* A malloc'ed text taken over as a string; "<none>" for null. */
 std::string take(char *text);
 
