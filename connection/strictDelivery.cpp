@@ -428,6 +428,8 @@ Next conclude(Delivery &delivery, Flow flow) {
   Cycle &cycle = delivery.cycle;
   cycle.responseComplete = mayFollow(delivery);
   if (flow == Flow::finished) storeClean(delivery);
+  const bool looksWhole = delivery.headSent && !isKnownLength(delivery); /* to a client that waits for the close */
+  if (flow != Flow::finished && looksWhole) breakOff(clientsock, flow == Flow::gone ? 0 : clientTimeoutSeconds);
   replaceText(url, nullptr);
   replaceText(hostname, nullptr);
   destroyHeader(&respheader);

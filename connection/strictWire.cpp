@@ -1,7 +1,10 @@
 #include "connection/strictWire.h"
 
+#include <linux/sockios.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -126,6 +129,15 @@ bool sendHead(int fd, const Header &header, int seconds) {
   std::string joined;
   for (const HeaderLine *line = header.first; line != nullptr; line = line->next) joined += line->text;
   return !joined.empty() && sendHTTPBody(fd, joined.data(), static_cast<int>(joined.size()), seconds) >= 0;
+}
+
+void breakOff(int fd, int seconds) {
+  constexpr useconds_t pause = 1000; /* nothing tells when the last byte is acknowledged */
+  const Clock::time_point end = Clock::now() + std::chrono::seconds(seconds);
+  for (int unreceived = 0; ioctl(fd, SIOCOUTQ, &unreceived) == 0 && unreceived > 0 && Clock::now() < end;)
+    usleep(pause);
+  const sockaddr none{AF_UNSPEC, {}};
+  connect(fd, &none, sizeof none);
 }
 
 bool arrivesWithin(int fd, int milliseconds) { return waitReadable(fd, milliseconds) == Wait::ready; }

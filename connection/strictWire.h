@@ -37,6 +37,10 @@ bool answersFirst(int upstream, int client, int seconds);
 /* Sends a head, the whole of it. */
 bool sendHead(int fd, const Header &header, int seconds);
 
+/* Ends a connection so that its peer sees a failure, not an end: by a reset, once the peer has received what was sent
+   to it or after the time. */
+void breakOff(int fd, int seconds);
+
 /* Whether bytes (or the end) of what comes next are there within the time. */
 bool arrivesWithin(int fd, int milliseconds);
 
