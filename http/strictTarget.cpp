@@ -124,6 +124,37 @@ bool classify(std::string_view target, StrictTarget &parsed, std::string_view &a
   return !authority.empty();
 }
 
+/* "%00" stays: a text ends at what it stands for. */
+std::string percentDecoded(std::string_view text) {
+  std::string decoded;
+  for (size_t i = 0; i < text.size(); i++) {
+    const bool escape = text[i] == '%' && i + 2 < text.size() && isHex(text[i + 1]) != 0 && isHex(text[i + 2]) != 0;
+    const char byte =
+        escape ? hexToChar(static_cast<char>(text[i + 1] | 0x20), static_cast<char>(text[i + 2] | 0x20)) : text[i];
+    decoded += byte == '\0' ? text[i] : byte;
+    if (escape && byte != '\0') i += 2;
+  }
+  return decoded;
+}
+
+/* RFC 3986 section 5.2.4, for a path that begins with "/" or is empty or "*": servers take these segments out, so what
+   the lists know is looked for without them. */
+std::string withoutDotSegments(std::string_view path) {
+  std::string kept;
+  for (size_t end = 0; !path.empty(); path.remove_prefix(end)) {
+    end = std::min(path.find('/', 1), path.size());
+    const std::string_view segment = path.substr(0, end);
+    const bool isLast = end == path.size(), isUp = segment == "/..";
+    if (isUp) kept.erase(std::min(kept.rfind('/'), kept.size()));
+    if (!isUp && segment != "/.") {
+      kept += segment;
+    } else if (isLast) {
+      kept += '/';
+    }
+  }
+  return kept;
+}
+
 }  // namespace
 
 StrictFault parseRequestLine(std::string_view line, RequestLine &parts) {
@@ -168,22 +199,15 @@ StrictFault parseStrictTarget(const HeaderLine *first, StrictTarget &target) {
 }
 
 std::string strictUrl(const StrictTarget &target) {
-  std::string whole = target.host;
-  if (target.form != TargetForm::authority) whole += target.path;
-  if (whole.back() == '/') whole.pop_back();
-  if (whole.size() > longestUrl) {
-    whole.resize(longestUrl);
-    whole += "...";
+  std::string url = target.host;
+  if (target.form != TargetForm::authority) {
+    const size_t query = std::min(target.path.find('?'), target.path.size());
+    url += withoutDotSegments(percentDecoded(std::string_view(target.path).substr(0, query)));
+    url += percentDecoded(std::string_view(target.path).substr(query));
   }
-  std::string decoded;
-  for (size_t i = 0; i < whole.size(); i++) {
-    const bool escape = whole[i] == '%' && i + 2 < whole.size() && isHex(whole[i + 1]) != 0 && isHex(whole[i + 2]) != 0;
-    const char byte =
-        escape ? hexToChar(static_cast<char>(whole[i + 1] | 0x20), static_cast<char>(whole[i + 2] | 0x20)) : whole[i];
-    decoded += byte == '\0' ? whole[i] : byte;
-    if (escape && byte != '\0') i += 2;
-  }
-  return decoded;
+  if (url.back() == '/') url.pop_back();
+  if (url.size() > longestUrl) url.replace(longestUrl, url.npos, "...");
+  return url;
 }
 
 }  // namespace netsift

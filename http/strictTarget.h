@@ -40,8 +40,9 @@ StrictFault parseRequestLine(std::string_view line, RequestLine &parts);
    Host field beside a target that names its own host must be well-formed, and is not used. */
 StrictFault parseStrictTarget(const HeaderLine *first, StrictTarget &target);
 
-/* The normalised URL: host and path, one trailing "/" dropped, cut to 500 characters and "..." when longer, then
-   percent-decoded but for "%00", which stays as it is written. */
+/* The normalised URL: host and path, percent-decoded but for "%00", which stays as it is written, "." and ".." segments
+   resolved, one trailing "/" dropped, cut to 500 characters and "..." when longer. What is forwarded stays as it came
+   (RFC 9110 section 7.7). */
 std::string strictUrl(const StrictTarget &target);
 
 }  // namespace netsift
