@@ -22,15 +22,18 @@ const char *peerText(const char *text) {
   return slot.c_str();
 }
 
-void traceHeadLines(const Header &header) {
-  for (const HeaderLine *line = header.first; line != nullptr; line = line->next) {
-    if (EscapeText != 1) {
-      dprintf(5, "%s", line->text == nullptr ? "" : line->text);
-    } else if (line->text != nullptr) {
-      const std::string_view text = line->text;
-      dprintf(5, "%s\n", logEscape(text.substr(0, text.find_last_not_of("\r\n") + 1)).c_str());
-    }
+void tracePeerLine(int level, const char *line) {
+  if (line == nullptr) return;
+  if (EscapeText != 1) {
+    dprintf(level, "%s", line);
+    return;
   }
+  const std::string_view text = line;
+  dprintf(level, "%s\n", logEscape(text.substr(0, text.find_last_not_of("\r\n") + 1)).c_str());
+}
+
+void traceHeadLines(const Header &header) {
+  for (const HeaderLine *line = header.first; line != nullptr; line = line->next) tracePeerLine(5, line->text);
 }
 
 }  // namespace netsift

@@ -11,7 +11,11 @@ namespace netsift {
    else as it is. Valid until the eighth call after this one. */
 const char *peerText(const char *text);
 
-/* Prints a head's lines at level 5: as they came, or escaped and with line ends of the log's own. */
+/* Prints a line that came with its line end: as it came, or escaped and with a line end of the log's own; null not at
+   all. */
+void tracePeerLine(int level, const char *line);
+
+/* So a head's lines, at level 5. */
 void traceHeadLines(const Header &header);
 
 }  // namespace netsift

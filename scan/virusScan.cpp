@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "http/debugLog.h"
+#include "http/peerText.h"
 #include "state/settings.h"
 #include "util/text.h"
 #include "util/unixSocket.h"
@@ -48,7 +49,7 @@ int32_t judgeStatus(const char *reply, char *name) {
   if (status == 2 || status == 4) {
     const char *virus = reply + 2;  // past the digit and one separator; the reply is followed by zeros
     setName(name, virus);
-    dprintf(2, " Object is INFECTED (%s)\n", virus);
+    dprintf(2, " Object is INFECTED (%s)\n", netsift::peerText(virus));
     return infected;
   }
   if (status == 32) {
@@ -170,7 +171,7 @@ int32_t askClamd(int fd, const char *path) {
 
   char line[lineMaximum];
   if (readline(fd, line, lineMaximum) <= 0) return engineDown;
-  dprintf(4, "%s", line);
+  netsift::tracePeerLine(4, line);
 
   int32_t verdict = scanError;
   if (std::strstr(line, "ERROR") != nullptr) {
@@ -189,13 +190,13 @@ int32_t askInLines(int fd, const char *path, char *name) {
   char line[lineMaximum];
   if (readline(fd, line, lineMaximum) <= 0) return engineDown;
   if (line[0] == '4' || line[0] == '5') return engineDown;
-  dprintf(4, "%s", line);
+  netsift::tracePeerLine(4, line);
 
   const netsift::Text request = formatted("SCAN abefghijkpqRSTUW %s\r\n", path);
   if (!request || !sendOnce(fd, request.get())) return engineDown;
   for (;;) {
     if (readline(fd, line, lineMaximum) <= 0) return engineDown;
-    dprintf(4, "%s", line);
+    netsift::tracePeerLine(4, line);
     const std::optional<int32_t> verdict = judgeLine(line, name);
     if (!verdict) continue;
     quit(fd, "QUIT\r\n");
