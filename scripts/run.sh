@@ -22,7 +22,6 @@ scripts/packages.sh run ${upstream:+upstream} ${scan:+scan}
 [ -e build/build.ninja ] || cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
 ninja -C build --quiet netsiftd
 scripts/layout.sh run
-rm -f run/opt/Velmora/var/nscache.db # verdicts of a run with other checks on
 
 started=() spool=''
 cleanup() {
