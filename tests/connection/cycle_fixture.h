@@ -7,10 +7,10 @@
 #include <gdbm.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -19,6 +19,7 @@
 #include "connection/connection_trickle.h"
 #include "state/connection.h"
 #include "state/settings.h"
+#include "tests/support/scriptedDaemon.h"
 #include "tests/support/support.h"
 
 namespace netsift::test {
@@ -171,35 +172,22 @@ class ScanTest : public CachedTest {
     startScanSize = 1;
   }
   void engine(std::vector<std::string> answers) {
-    listener_ = socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un address{AF_UNIX, {}};
-    snprintf(address.sun_path, sizeof address.sun_path, "%s/opt/Velmora/var/run/vlcavd.sock", root.path().c_str());
-    unlink(address.sun_path);
-    ASSERT_EQ(bind(listener_, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
-    listen(listener_, 8);
-    thread_ = std::thread([this, answers = std::move(answers)] {
-      for (const std::string &answer : answers) {
-        const int fd = accept(listener_, nullptr, nullptr);
-        if (fd < 0) return;
-        char line[512];
-        if (read(fd, line, sizeof line) > 0) send(fd, answer.data(), answer.size(), MSG_NOSIGNAL);
-        scans++;
-        close(fd);
-      }
+    stopEngine();
+    scans = 0;
+    engine_ = std::make_unique<ScriptedDaemon>(root, "vlcavd.sock", [this, answers = std::move(answers)](int fd) {
+      readOnce(fd);
+      if (scans < answers.size()) say(fd, answers[scans]);
+      scans++;
     });
   }
-  ~ScanTest() override { stopEngine(); }
   void stopEngine() {
-    if (!thread_.joinable()) return;
-    shutdown(listener_, SHUT_RDWR);
-    thread_.join();
-    close(listener_);
+    engine_.reset();
+    unlink((root.path() + "/opt/Velmora/var/run/vlcavd.sock").c_str());
   }
-  std::atomic<int> scans = 0;
+  std::atomic<size_t> scans = 0;
 
  private:
-  int listener_ = -1;
-  std::thread thread_;
+  std::unique_ptr<ScriptedDaemon> engine_;
 };
 
 }  // namespace netsift::test

@@ -121,7 +121,7 @@ TEST_F(ScanTest, cleanBodyIsScannedAsItDoublesAndDeliveredFromTheFile) {
   for (int i = 0; body.size() < 300000; i++) body += std::to_string(i);
   const struct {
     int32_t startKiB;
-    int scans;
+    size_t scans;
     size_t strayBytes;
   } cases[] = {
       {64, 4, 0}, /* at 64, 128 and 256 KB and at the length */
