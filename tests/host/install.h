@@ -13,9 +13,10 @@ namespace netsift::test {
 
 struct Install {
   ScratchRoot root;
+  std::string file = root.path() + "/netsiftd.toml", cache = root.path() + "/opt/Velmora/var/nscache.db";
   std::string configuration =
-      "[[lists.category]]\nname = \"Sample\"\nfile = \"sample\"\n"
-      "[[content.category]]\nname = \"Sample\"\nphrases = \"sample\"\n";
+      "lists.category = [{name = \"Sample\", file = \"sample\"}]\n"
+      "content.category = [{name = \"Sample\", phrases = \"sample\"}]\n";
 
   Install() {
     for (std::string list : {"whitelist", "adserver", "popup", "sample"}) {
@@ -26,23 +27,20 @@ struct Install {
     for (const char *page : {"template.htm", "template", "errortemplate.htm"}) write(page, "page: %r\n");
   }
 
-  void write(const std::string &file, const std::string &content) const { writeFile(root.config(file), content); }
-
-  std::string configurationFile() const {
-    writeFile(root.path() + "/netsiftd.toml", configuration);
-    return root.path() + "/netsiftd.toml";
-  }
+  void write(const std::string &name, const std::string &content) const { writeFile(root.config(name), content); }
+  void configure(const std::string &more) const { writeFile(file, configuration + more); }
 
   /* "E" or "W" and the problem's line, the file without its folders. */
   std::string problems(bool make = false) const {
     host::Problems found;
-    host::readConfiguration(configurationFile(), found);
+    configure("");
+    host::readConfiguration(file, found);
     host::checkInstallation(found);
     if (make && !host::anyFatal(found)) host::makeMissing(found);
     std::string out;
     for (host::Problem problem : found) {
+      out += problem.fatal ? "E " : "W ";
       problem.file.erase(0, problem.file.rfind('/') + 1);
-      out += std::string(problem.fatal ? "E " : "W ");
       problem.fatal = true;
       out += host::problemLine(problem) + "\n";
     }
