@@ -13,18 +13,20 @@
 #include <string_view>
 #include <thread>
 
+#include "tests/support/support.h"
+
 namespace netsift::test {
 
-/* Listens on a Unix socket and runs the script over one connection after another. Its end waits until whoever has
-   connected by then is served: what the script recorded may be read afterwards. */
+/* Listens in the root's folder for sockets and runs the script over one connection after another. Its end waits until
+   whoever has connected by then is served: what the script recorded may be read afterwards. */
 struct ScriptedDaemon {
   std::atomic<bool> finishing = false;
   std::thread thread;
 
-  ScriptedDaemon(const std::string &path, std::function<void(int fd)> script) {
+  ScriptedDaemon(const ScratchRoot &root, const char *name, std::function<void(int fd)> script) {
     const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
     sockaddr_un address{AF_UNIX, {}};
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    (root.path() + "/opt/Velmora/var/run/" + name).copy(address.sun_path, sizeof address.sun_path - 1);
     if (bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) std::abort();
     if (listen(listener, 64) != 0) std::abort();
     thread = std::thread([this, listener, script] {
@@ -44,9 +46,7 @@ struct ScriptedDaemon {
 inline std::string readToEnd(int fd, size_t reads = SIZE_MAX) {
   std::string all;
   char piece[4096];
-  for (ssize_t count; reads-- > 0 && (count = read(fd, piece, sizeof piece)) > 0;) {
-    all.append(piece, static_cast<size_t>(count));
-  }
+  for (ssize_t count; reads-- > 0 && (count = read(fd, piece, sizeof piece)) > 0;) all.append(piece, size_t(count));
   return all;
 }
 
