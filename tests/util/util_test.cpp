@@ -1,0 +1,39 @@
+#include <gtest/gtest.h>
+
+#include "tests/support/support.h"
+#include "util/escape.h"
+#include "util/symbolTable.h"
+#include "util/text.h"
+
+using namespace netsift;
+
+TEST(Escape, LeavesNothingThatEndsItsPlace) {
+  EXPECT_EQ(htmlEscape("a&<b>\"'\xC3\xA4"), "a&amp;&lt;b&gt;&quot;&#39;\xC3\xA4");
+  EXPECT_EQ(logEscape("a \"b\"\\\r\n\t~"), "a \\\"b\\\"\\\\\\r\\n\\t~");
+  EXPECT_EQ(logEscape(std::string("\0\x1B\x1F\x7F\x20", 5)), "\\x00\\x1B\\x1F\\x7F ");
+  EXPECT_EQ(logEscape("\xC2\x80\xC2\x9F\xC2\xA0\xC3\x9B\xC2"), "\\xC2\\x80\\xC2\\x9F\xC2\xA0\xC3\x9B\xC2");
+}
+
+TEST(SymbolTable, FindsTheNewestSymbolOfAWholeName) {
+  SymbolTable *table = sym_create_table_(nullptr, 0);
+  for (const char *name : {"ab", "ba", "", "\xff\x80"}) {
+    Symbol *older = sym_create_symbol_(table, name, "1", nullptr, 0);
+    Symbol *newer = sym_create_symbol_(table, name, "2", nullptr, 0);
+    EXPECT_EQ(sym_lookup_symbol(table, name), newer) << name;
+    EXPECT_TRUE(table->symbols == newer && newer->next == older && older->previous == newer) << name;
+    EXPECT_TRUE(newer->chainNext == older && older->chainPrevious == newer && newer->chainPrevious == nullptr) << name;
+  }
+  EXPECT_EQ(sym_lookup_symbol(table, "ab")->bucket, sym_lookup_symbol(table, "ba")->bucket);
+  EXPECT_EQ(sym_lookup_symbol(table, "\xff\x80")->bucket, 127);  // -1 - 128, modulo 256
+  EXPECT_EQ(sym_lookup_symbol(table, "abc"), nullptr);
+  sym_delete_table(table, nullptr, 0);
+}
+
+TEST(Trim, CutsWhiteSpaceAtBothEndsInPlace) {
+  const std::pair<const char *, const char *> cases[] = {
+      {"", ""}, {" \t\r\n", ""}, {"  a b \r\n", "a b"}, {"\v\fa", "a"}, {"\xa0 a \xa0", "\xa0 a \xa0"}};
+  for (const auto &[untrimmed, trimmed] : cases) {
+    const test::GuardedText text(untrimmed);
+    EXPECT_STREQ(trim(text.get()), trimmed) << '"' << untrimmed << '"';
+  }
+}
