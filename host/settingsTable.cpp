@@ -29,8 +29,8 @@ const Setting serviceSettings[] = {
     {"upstream", "proxy", UpstreamAddress{}, "\"\"",
      "The proxy that every request is forwarded to, as ADDRESS:PORT with an IPv4 address. Empty: direct to each "
      "site."},
-    {"upstream", "timeout", Number{&PROXY_TIMEOUT, 0, mostSeconds, "seconds"}, "60",
-     "How long to wait for upstream to take or send the next bytes. 0: do not wait at all."},
+    {"upstream", "timeout", Number{&PROXY_TIMEOUT, 1, mostSeconds, "seconds"}, "60",
+     "How long to wait for upstream to take or send the next bytes."},
     {"http", "strict_http", Bit{&StrictHttp, STRICT_HTTP, "false", "true"}, "true",
      "Read and address requests as RFC 9110 and 9112 say. Needed for today's sites, above all without an upstream "
      "proxy; false keeps the behaviour of old."},
@@ -51,8 +51,9 @@ const Setting requestSettings[] = {
     {"requests", "block_ip_hosts", Flag{&blockip}, "false",
      "Refuse requests whose host is an IP address instead of a name."},
     {"requests", "allowed_ip_hosts", Patterns{&WhiteIP1}, "[]",
-     "Hosts let through although they are addresses, while block_ip_hosts is on; neither they nor what the same "
-     "connection asks for afterwards is held against the blacklists. \"10.0.*\" covers every host that begins so."},
+     "Hosts let through although they are addresses, while block_ip_hosts is on; they are not held against "
+     "the blacklists, nor, with strict_http off, is what the same connection asks for afterwards. \"10.0.*\" covers "
+     "every host that begins so."},
     {"requests", "use_blocked_ip_hosts", Flag{&ALLOWALLIP}, "false", "Refuse the hosts of blocked_ip_hosts."},
     {"requests", "blocked_ip_hosts", Patterns{&BLACKIPINURL}, "[]",
      "Addresses refused as hosts while use_blocked_ip_hosts is on. They go before allowed_ip_hosts."},
@@ -62,7 +63,8 @@ const Setting requestSettings[] = {
     {"requests", "blocked_ports", Ports{&blockedports}, "[19, 22, 23, 25, 110, 143, 445, 465, 587]",
      "The ports refused while block_ports is on, also on whitelisted sites."},
     {"requests", "pass_messengers", Flag{&tunnelmessengers}, "false",
-     "Relay requests whose URL contains one of messenger_urls untouched, with all that follows on the connection."},
+     "Relay requests whose URL contains one of messenger_urls unfiltered, with all that follows on the connection; "
+     "untouched, but for the head's connection fields while strict_http is on."},
     {"requests", "messenger_urls", Texts{&tunnellist}, "[]", "Pieces of URLs by which messenger traffic is known."},
     {"requests", "log_messengers", Flag{&logtunnel}, "false",
      "Keep a transcript of relayed messenger traffic in the log folder."},
