@@ -1,11 +1,14 @@
-"""The daemon itself: how it starts, loads anew and ends, and the clients that it keeps waiting or refuses."""
+"""The daemon itself: what it checks, how it loads anew and ends, and the clients that it keeps waiting or refuses."""
 import contextlib
+import json
 import os
 import pathlib
+import shutil
 import signal
+import subprocess
 import time
 
-from harness import PATIENCE, Case, read_all, stop, wait_until
+from harness import NETSIFTD, PATIENCE, TOP, Case, Filter, read_all, scratch_folder, stop, wait_until
 
 ASK = b"GET http://ads.example/ HTTP/1.1\r\nHost: ads.example\r\nConnection: close\r\n\r\n"
 REFUSE = '[[access]]\nnetwork = "127.0.0.0/8"\nlevel = 3\n'
@@ -13,13 +16,14 @@ REFUSAL = "127.0.0.1 may not use this proxy at this time"
 
 
 class Daemon(Case):
+    def await_said(self, filtering, *said):
+        wait_until(lambda: all(part in filtering.output.read_text() for part in said), said)
+
     def reload(self, filtering, more, *said):
-        """Loads anew with more in the configuration, until the daemon has said all that."""
-        before, config = len(filtering.output.read_text()), filtering.root / "test.toml"
-        config.write_text(config.read_text() + more)
+        with open(filtering.root / "test.toml", "a", encoding="ascii") as config:
+            config.write(more)
         filtering.process.send_signal(signal.SIGHUP)
-        for part in said:
-            wait_until(lambda: part in filtering.output.read_text()[before:], part)
+        self.await_said(filtering, *said)
 
     def test_it_loads_anew_when_all_is_in_order_and_else_serves_on_as_before(self):
         filtering = self.filter()
@@ -36,14 +40,10 @@ class Daemon(Case):
             self.assert_page(filtering.exchange(ASK), "error", REFUSAL)
             running.sendall(ASK)
             self.assertIn(b"\r\nContent-Length: 0\r\n", read_all(running))  # it keeps what it began with
-        daemon = filtering.process.pid
-        servers = pathlib.Path(f"/proc/{daemon}/task/{daemon}/children").read_text().split()
-        os.kill(int(servers[-1]), signal.SIGKILL)
-        for part in ("the serving process has ended (signal 9); another is started", "serving again"):
-            wait_until(lambda: part in filtering.output.read_text(), part)
+        servers = pathlib.Path(f"/proc/{filtering.process.pid}/task/{filtering.process.pid}/children").read_text()
+        os.kill(int(servers.split()[-1]), signal.SIGKILL)
+        self.await_said(filtering, "the serving process has ended (signal 9); another is started", "serving again")
         self.assert_page(filtering.exchange(ASK), "error", REFUSAL)
-        stop(filtering.process)
-        self.assertFalse((filtering.run / "netsift.sock").exists())
 
     def test_it_does_not_start_with_a_fault(self):
         with self.assertRaisesRegex(AssertionError, r"(?s)ended with 2:.*listen.drain_seconds: expected whole number"):
@@ -69,7 +69,7 @@ class Daemon(Case):
     def test_a_refused_client_gets_ten_seconds_for_its_head_and_leaves_nothing_in_the_log(self):
         filtering = self.filter()
         self.reload(filtering, REFUSE, "configuration and lists loaded anew")
-        self.assert_page(filtering.exchange(b"x" * 100_000), "error", REFUSAL)  # closing over unread bytes would reset it
+        self.assert_page(filtering.exchange(b"x" * 100_000), "error", REFUSAL)  # closing over unread bytes resets it
         with filtering.connect() as dribbler, filtering.connect() as polite:
             for piece in (b"HEAD http://forged.example/\033[2J HTTP/1.1\r", b"\n\r", b"\n"):
                 polite.sendall(piece)
@@ -84,3 +84,60 @@ class Daemon(Case):
             self.assertLess(time.monotonic() - began, 14)
         self.assertIn("Client IP:127.0.0.1,STATUS:BLOCKED,Access List:level 3", filtering.lines())
         self.assertNotIn("forged", "".join(filtering.lines()))
+
+
+class Check(Case):
+    def setUp(self):
+        self.root = scratch_folder()
+        self.etc = self.root / "opt/Velmora/etc/netsift"
+        subprocess.run([TOP / "scripts/layout.sh", self.root], check=True)
+
+    def problems(self, configuration):
+        """What --check says, each as "severity file line message"."""
+        config = self.root / "check.toml"
+        config.write_text(configuration)
+        done = subprocess.run([NETSIFTD, "--check", "--json", "--config", config, "--root", self.root],
+                              capture_output=True, text=True, check=False)
+        found = json.loads(done.stdout)
+        self.assertEqual(done.returncode, 0 if found["ok"] else 2)
+        return [f"{p['severity']} {pathlib.Path(p['file']).name} {p.get('line', 0)} {p['message']}"
+                for p in found["problems"]]
+
+    def test_each_file_that_is_missing_or_wrong_is_named(self):
+        configuration = """lists.category = [{name = "Sample", file = "sample"}]
+            content.category = [{name = "Sample", phrases = "sample"}]
+            popups = {block = true, script = "script.html"}
+            scanning = {scan = true, second_engine = false, skip_types = true, spool_folder = "/tmp"}"""
+        shutil.rmtree(self.root / "var")  # a start can make it
+        (self.etc / "script.html").write_text("<script>")
+        (self.etc / "viruswhite.conf").write_text("image/\n")
+        for name, content, expected in (
+                ("whitelist.dom", None, "error whitelist.dom 0 cannot be read: No such file or directory"),
+                ("adserver.url.orig", None, "error adserver.url 0 does not exist, nor both .url.orig and .phrase"),
+                ("sample.phrase", "", "warning sample.phrase 0 is empty: it judges nothing, and neither does the last"),
+                ("script.html", None, "error script.html 0 cannot be read"),
+                ("popup.dom", "fine.example\nhttp.example/path\n", 'warning popup.dom 2 a domain has no "/"'),
+                ("popup.url.orig", "a/\n\nhttp://b/\n", "warning popup.url.orig 3 an entry begins with the host"),
+                ("popup.url.orig", "x.example", "warning popup.url.orig 1 the last line has no line end"),
+                ("viruswhite.conf", "image/\n\n", "warning viruswhite.conf 2 an empty line exempts everything"),
+                ("viruswhite.conf", "image/", "warning viruswhite.conf 1 a last line without a line end is ignored")):
+            with self.subTest(name, content=content):
+                kept = (self.etc / name).read_text()
+                (self.etc / name).unlink() if content is None else (self.etc / name).write_text(content)
+                fault, engine = self.problems(configuration)
+                self.assertTrue(fault.startswith(expected) and "no engine is selected" in engine, (fault, engine))
+                (self.etc / name).write_text(kept)
+        self.assertFalse((self.root / "var").exists())  # checking changes nothing
+
+    def test_a_start_replaces_no_socket_by_a_link_and_no_cache_that_is_to_be_kept(self):
+        cache, link = self.root / "opt/Velmora/var/nscache.db", self.root / "opt/Velmora/var/run/vlcavd.sock"
+        link.symlink_to("/old")
+        cache.write_bytes(b"noise")
+        settings = {"cache.keep_on_load": True, "scanning.scan": True, "scanning.second_engine_socket": "/run/x.ctl"}
+        filtering = Filter(self.addCleanup, settings, folder=self.root)
+        self.assertIn("nscache.db: warning: is no usable cache database", filtering.output.read_text())
+        self.assertEqual((cache.read_bytes(), os.readlink(link)), (b"noise", "/run/x.ctl"))
+        link.unlink()
+        link.write_text("in place of a socket")
+        fault = self.problems('scanning = {scan = true, second_engine_socket = "/run/x.ctl", spool_folder = "/tmp"}')[0]
+        self.assertIn("error vlcavd.sock 0 is no link and is left alone", fault)

