@@ -10,18 +10,16 @@
 using namespace netsift::test;
 
 TEST(VirusWhitelist, EntriesMatchAsSubstrings) {
-  const std::tuple<const char *, const char *, const char *, int> cases[] = {
-      {"none\n \t image/ \r\nother\n", "image/png", "", 1},
-      {"none\nimage/", "image/png", "", 0},  // a last line without its end
-      {"none\n\n", "anything", "", 1},       // an empty entry
-      {"a\nb\nb\nc\n-b\nb\n?c\n?b\n", "b", "Removed2 occurrences seen\n3 occurrences seen\n", 1}};
+  const std::tuple<const char *, const char *, int> cases[] = {
+      {"none\n \t image/ \r\nother\n", "image/png", 1},
+      {"none\nimage/", "image/png", 0},  // a last line without its end
+      {"none\n\n", "anything", 1},       // an empty entry
+      {"b\nb\n?b\n-b\n", "?b-b", 0}};    // lines that ask and take back
   const ScratchRoot root;
   const std::string path = root.config("list");
-  for (const auto &[file, text, printed, result] : cases) {
+  for (const auto &[file, text, result] : cases) {
     writeFile(path, file);
-    testing::internal::CaptureStdout();
     EXPECT_EQ(inVirusWhiteList_hash(text, path.c_str()), result) << file;
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), printed) << file;
   }
   EXPECT_EQ(inVirusWhiteList_hash("a", "/no/such/list") + isDom_vir_wl("/no/such/list", "a"), 0);
   memset(viruswhitelist[0], 'x', 100);  // no room for a zero byte
