@@ -41,8 +41,7 @@ TEST(AttachFile, EmptiesTheFileNameWithinThePiece) {
     string piece;
     int cut;
     string forwarded; /* the bytes that the caller sends then */
-  } cases[] = {{part, 0, part},
-               {part + "filename=", 0, part + "filename="},
+  } cases[] = {{part + "filename=", 0, part + "filename="},
                {name, 0, name},
                {name + "\"" + rest, 0, name + "\"" + rest},
                {two, 0, two},

@@ -27,8 +27,8 @@ struct ScriptedDaemon {
     const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
     sockaddr_un address{AF_UNIX, {}};
     (root.path() + "/opt/Velmora/var/run/" + name).copy(address.sun_path, sizeof address.sun_path - 1);
-    if (bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0) std::abort();
-    if (listen(listener, 64) != 0) std::abort();
+    if (bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof address) + listen(listener, 64) != 0)
+      std::abort();
     thread = std::thread([this, listener, script] {
       pollfd waiting = {listener, POLLIN, 0};
       for (bool last = false, ready = false; !last || ready;) {

@@ -23,17 +23,13 @@ TEST(SymbolTable, FindsTheNewestSymbolOfAWholeName) {
     EXPECT_TRUE(table->symbols == newer && newer->next == older && older->previous == newer) << name;
     EXPECT_TRUE(newer->chainNext == older && older->chainPrevious == newer && newer->chainPrevious == nullptr) << name;
   }
-  EXPECT_EQ(sym_lookup_symbol(table, "ab")->bucket, sym_lookup_symbol(table, "ba")->bucket);
   EXPECT_EQ(sym_lookup_symbol(table, "\xff\x80")->bucket, 127);  // -1 - 128, modulo 256
   EXPECT_EQ(sym_lookup_symbol(table, "abc"), nullptr);
   sym_delete_table(table, nullptr, 0);
 }
 
 TEST(Trim, CutsWhiteSpaceAtBothEndsInPlace) {
-  const std::pair<const char *, const char *> cases[] = {
-      {"", ""}, {" \t\r\n", ""}, {"  a b \r\n", "a b"}, {"\v\fa", "a"}, {"\xa0 a \xa0", "\xa0 a \xa0"}};
-  for (const auto &[untrimmed, trimmed] : cases) {
-    const test::GuardedText text(untrimmed);
-    EXPECT_STREQ(trim(text.get()), trimmed) << '"' << untrimmed << '"';
-  }
+  for (const auto &[text, trimmed] :
+       {std::pair(" \t\r\n", ""), {"\v  a b \r\n", "a b"}, {"\xa0 a \xa0", "\xa0 a \xa0"}})
+    EXPECT_STREQ(trim(test::GuardedText(text).get()), trimmed);
 }
