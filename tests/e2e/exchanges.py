@@ -1,5 +1,4 @@
 """Made-up requests and answers, in all the ways that a message may be framed, cut, coded and described."""
-import gzip
 import zlib
 
 UPLOADS = (0, 1, 10239, 10240, 10241, 20480, 65536, 65537)
@@ -8,15 +7,13 @@ REQUEST_FIELDS = ("Cookie: a=b; c=d", "X-Empty;", "Range: bytes=1-", 'If-None-Ma
                   "Connection: X-Hop, keep-alive\nX-Hop: 1", "TE: trailers", "Accept-Encoding: gzip",
                   "Cache-Control: no-cache", "Authorization: Basic YTpi", "Upgrade-Insecure-Requests: 1")
 STATUSES = ("200 OK",) * 10 + (
-    "201 Created", "202", "203 ", "206 Partial Content", "204 No Content", "301 Moved Permanently", "302 Found",
-    "304 Not Modified", "400 Bad Request", "401 Unauthorized", "403 Forbidden", "404 Not Found", "410 Gone",
-    "416 Range Not Satisfiable", "429 Too Many", "500 Internal Server Error", "503 Wait", "599 Made \xfcp")
+    "201 Created", "202", "203 ", "204 No Content", "206 Partial Content", "301 Moved Permanently", "304 Not Modified",
+    "401 Unauthorized", "403 Forbidden", "404 Not Found", "416 Range", "500 Internal Server Error", "599 Made \xfcp")
 INTERIMS = ("",) * 3 + ("HTTP/1.1 103 Early Hints\nLink: </s>\n\n", "HTTP/1.1 100 Continue\n\n")
 TYPES = ("Content-Type: text/html", "content-type:image/png", "CONTENT-TYPE:   text/css  ")
-ANSWER_FIELDS = ("Set-Cookie: a=1\nSet-Cookie: b=2", "Location: /x y", "X-Long: " + "l" * 7000, "X-Empty:", "Vary: *",
-                 'ETag: "e"', "Connection: X-Hop\nX-Hop: 1", "Keep-Alive: timeout=5", "X-Obs: \xe4\xff", "Via: 1.0 far",
-                 "Last-Modified: Tue, 15 Nov 1994 12:45:26 GMT", "Content-Range: bytes 1-2/3",
-                 'WWW-Authenticate: Basic realm="a, b"')
+ANSWER_FIELDS = ("Set-Cookie: a=1\nSet-Cookie: b=2", "Location: /x y", "X-Long: " + "l" * 7000, "X-Empty:", 'ETag: "e"',
+                 "Connection: X-Hop\nX-Hop: 1", "Keep-Alive: timeout=5", "X-Obs: \xe4\xff", "Via: 1.0 far",
+                 "Content-Range: bytes 1-2/3", 'WWW-Authenticate: Basic realm="a, b"')
 
 
 def chunked(noise, body):
@@ -51,8 +48,7 @@ class Exchange:
         fields = [noise.choice(TYPES), *noise.sample(ANSWER_FIELDS, noise.randrange(5))]
         if coding := noise.choice(("", "", "gzip", "deflate", "br")):
             fields.append("Content-Encoding: " + coding)
-            coders = {"gzip": lambda plain: gzip.compress(plain, mtime=0), "deflate": zlib.compress, "br": bytes}
-            body = coders[coding](body)
+            body = body if coding == "br" else zlib.compress(body, wbits=31 if coding == "gzip" else 15)
         if framing == "length" and status[:3] != "204":
             form = noise.choice(("Content-Length: %d", "content-length:%d", "Content-Length: %d\nContent-Length: %d"))
             fields.append(form.replace("%d", str(len(body))))

@@ -1,66 +1,79 @@
-"""Peers that stall, lie, break off or are not there."""
+"""Peers that stall, break off or are not there, and what hosts of old rely on with StrictHttp = 0."""
 import random
 import socket
 import struct
 
 from harness import Case, Nginx, free_port, read_head, wait_until
 
-GET = b"GET http://h.test/ HTTP/1.1\r\nHost: h.test\r\n\r\n"
+OK = b"HTTP/1.0 200 OK\r\n"
+HALF = OK + b"Content-Length: 100000\r\n\r\n" + b"x" * 70000
+LONG_ERROR = b"HTTP/1.0 404 Not Found\r\nContent-Length: 20000\r\n\r\n" + b"x" * 20000
+GET = b"GET http://h.test/ HTTP/1.1\r\nHost: h.test\r\nAccept-Encoding: br\r\nProxy-Connection: keep-alive\r\n\r\n"
+SEEN = b"GET http://h.test/ HTTP/1.0\r\nHost: h.test\r\nAccept-Encoding: identity\r\nProxy-Connection: Close\r\n\r\n"
+TIMEOUT = "Timeout while getting response from server."
 
 
 class Faults(Case):
-    settings = {"http.strict_http": False, "upstream.timeout": 1}
+    settings = {"http.strict_http": False, "upstream.timeout": 1, "http.keep_alive": False}
 
-    def through(self, handler):
-        peer = self.peer(handler)
-        return self.filter(self.settings | {"upstream.proxy": f"127.0.0.1:{peer.port}"})
+    def test_what_upstream_says(self):
+        def answer(upstream):
+            self.assertEqual(read_head(upstream), SEEN)
+            upstream.sendall(said)
+            if stalls:
+                upstream.recv(1)
+
+        filtering = self.filter({"upstream.proxy": f"127.0.0.1:{self.peer(answer).port}"})
+        for said, stalls, expected, line in (
+                (b"", True, TIMEOUT, "Timeout while getting response header from proxy."),
+                (OK + b"Serv", False, TIMEOUT, ""),
+                (HALF, True, b"x" * 65536, "Error 2 while recieving http body"),
+                (HALF, False, b"x" * 70000, ""),
+                (OK + b"Connection: close\r\n\r\n" + b"y" * 70000, False, b"y" * 70000, ""),
+                (LONG_ERROR, True, range(1, 8193), ""),  # cut after one read
+                (b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n0\r\n\r\n", False, b"", "")):
+            with self.subTest(said[:80], stalls=stalls):
+                body = filtering.exchange(GET).partition(b"\r\n\r\n")[2]
+                if expected == TIMEOUT:
+                    self.assert_page(body, "error", expected)
+                elif said == LONG_ERROR:
+                    self.assertIn(len(body), expected)
+                else:
+                    self.assertEqual(body, expected)
+                self.assertIn(line, filtering.lines())
 
     def test_upstream_is_down(self):
-        filtering = self.filter(self.settings | {"upstream.proxy": f"127.0.0.1:{free_port()}"})
-        for url in ("http://h.test/", "http://blocked.example/"):
-            self.assert_page(filtering.fetch(url), "error", "Proxy Server Not Running")
+        for strict in (False, True):
+            filtering = self.filter({"http.strict_http": strict, "upstream.proxy": f"127.0.0.1:{free_port()}"})
+            self.assert_page(filtering.fetch("http://h.test/"), "error", "Proxy Server Not Running")
 
-    def test_upstream_says_nothing(self):
-        for silence in (lambda upstream: upstream.recv(1000) and upstream.recv(1),
-                        lambda upstream: read_head(upstream) and upstream.sendall(b"HTTP/1.0 200 OK\r\nServ") or None):
-            filtering = self.through(silence)
-            self.assert_page(filtering.fetch("http://h.test/"), "error", "Timeout while getting response from server.")
-            self.assertIn("Timeout while getting response header from proxy.", filtering.lines())
+    def test_no_upstream_where_one_is_needed(self):
+        origin = Nginx(self.addCleanup)
+        origin.put("start.html", b"<p>start\n")
+        filtering = self.filter(files={"sample.url.orig": "localhost/index.htm\n"})
+        for line, host, expected in (
+                (f"GET http://localhost:{origin.port}/start.html", f"localhost:{origin.port}", b""),
+                (f"GET http://localhost:{origin.port}/start.html", "localhost", b"<p>start"),
+                (f"CONNECT localhost:{origin.tls_port}", "localhost", b"400 Bad Request"),
+                ("GET /index.html", "localhost", b"Black Listed URL"),  # an origin form loses its last character
+                ("GET http://localhost/index.htm", "localhost", b"Black Listed URL")):
+            with self.subTest(line):
+                answer = filtering.exchange(f"{line} HTTP/1.1\r\nHost: {host}\r\n\r\n".encode())
+                self.assertIn(expected, answer)
+                self.assertEqual(answer == b"", expected == b"")
 
-    def test_upstream_stalls_in_the_body(self):
-        def stall(upstream):
-            read_head(upstream)
-            upstream.sendall(b"HTTP/1.0 200 OK\r\nContent-Length: 100000\r\n\r\n" + b"x" * 70000)
-            upstream.recv(1)
-
-        filtering = self.through(stall)
-        self.assertEqual(filtering.exchange(GET, end=True).partition(b"\r\n\r\n")[2], b"x" * 65536)
-        self.assertIn("Error 2 while recieving http body", filtering.lines())
-
-    def test_upstream_breaks_off_in_the_body(self):
-        def break_off(upstream):
-            read_head(upstream)
-            upstream.sendall(b"HTTP/1.0 200 OK\r\nContent-Length: 100000\r\n\r\n" + b"x" * 70000)
-
-        answer = self.through(break_off).exchange(GET, end=True)
-        self.assertEqual(answer.partition(b"\r\n\r\n")[2], b"x" * 70000)
-
-    def test_a_client_that_goes_in_mid_body(self):
+    def test_clients_that_go(self):
         origin = Nginx(self.addCleanup)
         page = origin.put("large.bin", random.Random(3).randbytes(5_000_000))
-        filtering = self.filter()
-        for _ in range(3):
+        url = f"http://localhost:{origin.port}/large.bin"
+        for strict in (False, True):
+            filtering = self.filter({"http.strict_http": strict})
+            for begin in (b"", b"GET / HT", b"GET http://h.test/ HTTP/1.1\r\nHost: h.te"):
+                self.assertEqual(filtering.exchange(begin), b"", begin)
             with filtering.connect() as client:
-                client.sendall(f"GET http://localhost:{origin.port}/large.bin HTTP/1.1\r\n"
-                               f"Host: localhost:{origin.port}\r\n\r\n".encode())
+                client.sendall(f"GET {url} HTTP/1.1\r\nHost: localhost\r\n\r\n".encode())
                 client.recv(1000)
                 client.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))  # close with a reset
-        filtering.wait_for_line("error in writing to socket in sendToSocket")
-        wait_until(lambda: not filtering.connections(), "the connections' processes to end")
-        self.assertEqual(filtering.fetch(f"http://localhost:{origin.port}/large.bin").body, page)
-
-    def test_a_client_that_sends_nothing_or_half(self):
-        filtering = self.filter()
-        for start in (b"", b"GET / HT", b"GET http://h.test/ HTTP/1.1\r\nHost: h.te"):
-            self.assertEqual(filtering.exchange(start, end=True), b"", start)
-        wait_until(lambda: not filtering.connections(), "the connections' processes to end")
+            wait_until(lambda: "error in writing to socket in sendToSocket." in filtering.lines(), "the failed write")
+            wait_until(lambda: not filtering.connections(), "the connections' processes to end")
+            self.assertEqual(filtering.fetch(url, "-H", "Host: localhost").body, page)

@@ -1,112 +1,61 @@
 """Downloads through a real clamd that knows one made-up signature, and through engines that fail."""
-import os
 import random
 import shutil
 
-from harness import HERE, Case, Filter, Nginx, Peer, Squid, scratch_folder, start, stop
+from harness import TOP, Road, stop
 
-MARKED = (HERE.parent.parent / "share/site/marked.txt").read_bytes()
+MARKED = (TOP / "share/site/marked.txt").read_bytes()
+DOWN, INFECTED = "Anti Virus Server Not Running", "Content is infected"
 
 
-class Scan(Case):
-    settings = {}
-    host = "localhost"
+class Scan(Road):
+    settings = {"scanning.scan": True, "http.keep_alive": False}
 
-    @classmethod
-    def setUpClass(cls):
-        cls.origin = Nginx(cls.addClassCleanup)
-        cls.base = f"http://{cls.host}:{cls.origin.port}"
-
-    def scanning(self, settings=None, engine=None):
-        """A filter that scans with clamd, or with a scripted engine on either socket."""
-        root = scratch_folder()
-        run = root / "opt/Velmora/var/run"
-        run.mkdir(parents=True)
-        if engine:
-            name, handler = engine
-            Peer(self.addCleanup, handler, str(run / name))
-        return Filter(self.addCleanup, self.settings | {"scanning.scan": True} | (settings or {}), folder=root)
-
-    def get(self, filtering, name):
-        """All bytes that come back, also where a part of the page was delivered before the block."""
-        return filtering.exchange(f"GET {self.base}/{name} HTTP/1.1\r\nHost: {self.host}\r\n\r\n".encode(), end=True)
-
-    def clamd(self, filtering):
-        folder, run = filtering.root / "clamd", filtering.root / "opt/Velmora/var/run"
-        (folder / "clamd.conf").write_text(f"DatabaseDirectory {folder}/db\nLocalSocket {run}/vlcavd.sock\n"
-                                           f"TemporaryDirectory {folder}\nForeground yes\n")
-        return start(["clamd", f"--config-file={folder}/clamd.conf"], folder / "log",
-                     (run / "vlcavd.sock").exists, self.addCleanup)
-
-    def test_a_real_engine(self):
-        filtering = self.scanning()
-        engine = self.clamd(filtering)
+    def test_clamd(self):
+        filtering = self.filter()
+        engine = filtering.clamd(self.addCleanup)
         clean = self.origin.put("clean.bin", random.Random(5).randbytes(5_000_000))
         self.assertEqual(filtering.fetch(f"{self.base}/clean.bin").body, clean)
         for name, content in (("marked.txt", MARKED), ("late.bin", clean[:4_000_000] + MARKED)):
             self.origin.put(name, content)
-            answer = self.get(filtering, name)
+            answer, url = self.get(name, filtering), f"{self.host}/{name}"
             # Where a part was delivered, the page would be taken for the rest of it: StrictHttp closes instead.
-            paged = name == "marked.txt" or "http.strict_http" in self.settings
-            self.assertEqual(b"Content is infected" in answer, paged)
+            self.assertEqual(INFECTED.encode() in answer, name == "marked.txt" or self.of_old)
             self.assertNotIn(MARKED, answer)
-            self.assertEqual(filtering.results()[-1],
-                             f"Client IP:127.0.0.1,URL:{self.host}/{name},STATUS:BLOCKED,Infected Content:Virus-")
-            self.assertEqual(filtering.blocks()[-1], ["127.0.0.1", f"{self.host}/{name}", "Virus", "Infected Content"])
-        stop(engine)
-        self.assert_page(filtering.fetch(f"{self.base}/marked.txt"), "block")
-        self.assertTrue(any("INFECTED(In cache db)" in line for line in filtering.lines()))
-        self.assertEqual(filtering.fetch(f"{self.base}/clean.bin").body, clean)  # known clean: nobody is asked
-        self.assertEqual([f for f in filtering.spool.iterdir()], [])
-
-    def test_engines_that_fail(self):
-        self.origin.put("page.txt", b"text\n" * 100)
-        down, error, infected = "Anti Virus Server Not Running", "Error In Scanning For Virus", "Content is infected"
-        primary = {"scanning.primary_engine": True, "scanning.second_engine": False}
-        for socket_name, reply, expected in (
-                (None, b"", down), ("vlcavd.sock", b"", down), ("vlcavd.sock", b"nonsense\n", error),
-                ("vlcavd.sock", b"x: lstat() failed ERROR\n", error), ("vlcavd.sock", b"x: OK\n", None),
-                ("vlcavd.sock", b"x: Made.Up FOUND\n", infected), ("vlav", b"2 Made.Up\n", infected),
-                ("vlav", b"0", None), ("vlav", b"", None), ("vlav", b"32", down), ("vlav", b"8", None)):
-            with self.subTest(socket=socket_name, reply=reply):
-                def answers(asked, reply=reply):
-                    asked.recv(300)
-                    asked.sendall(reply)
-
-                engine = socket_name and (socket_name, answers)
-                filtering = self.scanning(primary if socket_name == "vlav" else {}, engine)
-                answer = filtering.fetch(f"{self.base}/page.txt")
-                if expected is None:
-                    self.assertEqual(answer.body, b"text\n" * 100)
-                else:
-                    self.assert_page(answer, "block", expected)
-                if socket_name == "vlav" and reply.startswith(b"2"):
-                    self.assertIn("Infected Content:Virus-Made.Up", filtering.results()[-1])
-
-    def test_a_scan_folder_that_is_gone(self):
-        filtering = self.scanning()
-        self.clamd(filtering)
+            self.assertEqual(filtering.results()[-1], f"URL:{url},STATUS:BLOCKED,Infected Content:Virus-")
+            self.assertEqual(filtering.blocks()[-1], (url, "Virus", "Infected Content"))
+        self.assertEqual(list(filtering.spool.iterdir()), [])
+        self.origin.put("new.txt", MARKED)
         shutil.rmtree(filtering.spool)
-        self.origin.put("marked.txt", MARKED)
-        answer = self.get(filtering, "marked.txt")
-        self.assertNotIn(MARKED, answer)
-        self.assertIn("error creating virus scan file", "\n".join(filtering.lines()))
+        self.assertNotIn(MARKED, self.get("new.txt", filtering))
+        self.assertIn("error creating virus scan file", filtering.lines())
 
-    def test_a_cache_that_cannot_be_used(self):
-        self.origin.put("page.txt", b"text\n")
-        for spoil in (lambda cache: cache.unlink(), lambda cache: cache.write_bytes(os.urandom(5000)),
-                      lambda cache: os.truncate(cache, 100), lambda cache: os.truncate(cache, 0)):
-            filtering = self.filter(self.settings)
-            spoil(filtering.cache)
-            for _ in range(2):
-                self.assertEqual(filtering.fetch(f"{self.base}/page.txt").body, b"text\n")
+        stop(engine)  # what is known is not asked about
+        self.assertEqual(filtering.fetch(f"{self.base}/clean.bin").body, clean)
+        self.assert_page(filtering.fetch(f"{self.base}/marked.txt"), "block")
+        self.assertIn(f"URL:{self.host}/marked.txt,STATUS:BLOCKED,INFECTED(In cache db)", filtering.lines())
+
+    def test_what_engines_reply(self):
+        for primary, socket_name, replies in (
+                (False, "vlcavd.sock", {b"": DOWN, b"x: lstat() failed ERROR\n": "Error In Scanning For Virus"}),
+                (True, "vlav", {b"32": DOWN, b"0": "", b"": "", b"2 Made.Up\n": INFECTED})):
+            filtering = self.filter({"scanning.primary_engine": primary, "scanning.second_engine": not primary})
+            self.peer(lambda asked: asked.recv(300) and asked.sendall(reply), filtering.run / socket_name)
+            for number, (reply, expected) in enumerate(replies.items()):
+                page = self.origin.put(f"{number}.txt", b"text\n")
+                answer = filtering.fetch(f"{self.base}/{number}.txt")
+                self.assert_page(answer, "block", expected) if expected else self.assertEqual(answer.body, page)
+        self.assertIn("Infected Content:Virus-Made.Up", filtering.results()[-1])
+
+    def test_what_no_engine_is_asked_about(self):
+        for setting, file, entry in (("skip_types", "viruswhite.conf", "none\ntext/plain\n"),
+                                     ("relay_whitelisted", "whitelist.url.orig", f"{self.host}/new.txt\n")):
+            filtering = self.filter({f"scanning.{setting}": True}, {file: entry})
+            for name in ("new.txt", "new.bin"):
+                self.origin.put(name, MARKED)
+            self.assertEqual(filtering.fetch(f"{self.base}/new.txt").body, MARKED, setting)
+            self.assert_page(filtering.fetch(f"{self.base}/new.bin"), "block", DOWN)
 
 
 class ScanOfOld(Scan):
-    """The same through an upstream proxy with StrictHttp = 0."""
-    host = "origin.test"
-
-    @classmethod
-    def setUpClass(cls):
-        super().setUpClass()
-        cls.settings = {"http.strict_http": False, "upstream.proxy": f"127.0.0.1:{Squid(cls.addClassCleanup).port}"}
+    of_old = True
