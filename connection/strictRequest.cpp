@@ -113,7 +113,8 @@ Upload spoolUpload(const Cycle &cycle, FILE *spool) {
   return ferror(spool) == 0 ? Upload::clean : Upload::failed;
 }
 
-/* An upstream may answer before it has all of the body, and close: its answer is read then, and ends the connection. */
+/* An upstream may answer before it has all of the body. While the client goes on and the upstream takes it the body is
+   sent to its end all the same; else the answer is read, and ends the connection. */
 Next sendBody(Connection &connection, Cycle &cycle, FILE *spool) {
   if (cycle.bodyLength == 0) return Next::step;
   dprintf(2, "It is a  request requiring posting of data\n");

@@ -122,7 +122,7 @@ HeadRead readStrictHead(int fd, HeadScan &scan, Header &header, int idleSeconds)
 
 bool answersFirst(int upstream, int client, int seconds) {
   pollfd waiting[] = {{upstream, POLLIN, 0}, {client, POLLIN, 0}};
-  return poll(waiting, 2, seconds * 1000) > 0 && waiting[0].revents != 0;
+  return poll(waiting, 2, seconds * 1000) > 0 && waiting[1].revents == 0;
 }
 
 bool sendHead(int fd, const Header &header, int seconds) {
