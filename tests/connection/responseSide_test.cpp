@@ -45,6 +45,18 @@ TEST_F(CycleTest, otherCodesAreRelayedAndTheConnectionGoesOn) {
   EXPECT_EQ(result, 1);
 }
 
+TEST_F(CycleTest, aBodyWithoutLengthMayBeRelayedAheadOfItsHead) {
+  TunnelPacketsWithoutContentLength = 1;
+  endsRequests = false;
+  std::thread late([&] {
+    usleep(300000);
+    shutdown(client.far, SHUT_WR);
+  });
+  Upstream upstream({"HTTP/1.0 200 OK\r\nX: close\r\n\r\nraw"});
+  EXPECT_EQ(serve(get, upstream).find("raw"), 0U);
+  late.join();
+}
+
 TEST_F(CycleTest, popupScriptGoesBehindTheHtmlTagAndIntoTheLength) {
   blockpopup = 1;
   static char *none[] = {nullptr};
