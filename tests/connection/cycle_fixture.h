@@ -86,7 +86,6 @@ class Upstream {
   std::thread thread_;
 };
 
-/* Serves `requests` as one client's connection and returns what the client received. */
 class CycleTest : public testing::Test {
  protected:
   CycleTest() {
@@ -97,11 +96,16 @@ class CycleTest : public testing::Test {
     writeFile(root.config("errortemplate.htm"), "<e>%r</e>");
   }
 
-  std::string serve(const std::string &requests, Upstream &upstream) {
+  /* Serves the requests as one client's connection and returns what the client received. */
+  std::string serve(const std::string &requests, std::vector<std::string> answers) {
+    Upstream upstream(std::move(answers));
     ProxyPresent = 1;
     proxyip = address_;
     proxyport = upstream.port;
-    return serveDirect(requests);
+    std::string received = serveDirect(requests);
+    forwarded = upstream.finish();
+    connections = upstream.connections;
+    return received;
   }
 
   std::string serveDirect(const std::string &requests) {
@@ -119,20 +123,25 @@ class CycleTest : public testing::Test {
     shutdown(client.near, SHUT_RDWR);
     reader.join();
     shutdown(proxysock, SHUT_RDWR);
+    SocketPair next;
+    std::swap(client.near, next.near);
+    std::swap(client.far, next.far);
     return received;
   }
 
-  /* A new client in place of the one before. */
-  void reconnect() {
-    SocketPair pair;
-    std::swap(client.near, pair.near);
-    std::swap(client.far, pair.far);
+  /* On every site. */
+  void blockPopups() {
+    static char *none[] = {nullptr};
+    blockpopup = 1;
+    popuplist = {sym_create_table_(nullptr, 0), none, none};
   }
 
   ScratchRoot root;
   SocketPair client;
   LogCapture log{7};
   int32_t result = -100;
+  std::string forwarded;    /* what the upstream received */
+  int connections = 0;      /* and over how many connections */
   bool endsRequests = true; /* the client says that it is done; a relay would end at that */
 
  private:

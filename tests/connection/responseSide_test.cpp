@@ -12,35 +12,29 @@
 namespace netsift::test {
 namespace {
 
-TEST_F(CycleTest, keptAliveConnectionServesOneRequestAfterTheOther) {
+TEST_F(CycleTest, keptAliveConnectionServesOneRequestAfterTheOtherUntilAnAnswerCloses) {
   const std::string big(70000, 'x');
   const std::string first = response("Content-Type: text/plain\r\n", big), second = response("", "b"),
                     head = response("", "four"), none = "HTTP/1.0 204 No\r\nContent-Length:0\r\n\r\n";
-  const std::string headOnly = head.substr(0, head.size() - 4);
-  Upstream upstream({first, headOnly, none, second});
-  EXPECT_EQ(serve(std::string(get) + "HEAD http://h/p HTTP/1.0\r\nHost: h\r\n\r\n" + get + get, upstream),
-            first + headOnly + none + second);
-  EXPECT_EQ(upstream.connections, 1);
-  EXPECT_TRUE(log.has("Client IP:10.1.2.3,CONTENT TYPE:text/plain,HOST NAME:h,REQUESTED URL:h/p"));
-}
-
-TEST_F(CycleTest, stopsAtAClosingResponse) {
-  const std::string page = response("Connection: close\r\n", "ok");
-  Upstream upstream({page, page});
-  EXPECT_EQ(serve(std::string(get) + get, upstream), page);
+  const std::string headOnly = head.substr(0, head.size() - 4), last = response("Connection: close\r\n", "ok");
+  EXPECT_EQ(serve(std::string(get) + "HEAD http://h/p HTTP/1.0\r\nHost: h\r\n\r\n" + get + get + get,
+                  {first, headOnly, none, last, second}),
+            first + headOnly + none + last);
+  EXPECT_EQ(connections, 1);
   EXPECT_EQ(result, 1);
+  EXPECT_TRUE(log.has("Client IP:10.1.2.3,CONTENT TYPE:text/plain,HOST NAME:h,REQUESTED URL:h/p"));
 }
 
 TEST_F(CycleTest, otherCodesAreRelayedAndTheConnectionGoesOn) {
   const std::string missing = response("", "nothing here", "404 Not Found"), page = response("", "ok");
   endsRequests = false; /* the relay looks at the client too */
-  Upstream upstream({missing, response("Connection: close\r\n", "ok")});
   client.send(get);
   std::thread late([&] {
     usleep(300000);
     client.send(get);
   });
-  EXPECT_EQ(serve("", upstream), missing + response("Connection: close\r\n", "ok"));
+  EXPECT_EQ(serve("", {missing, response("Connection: close\r\n", "ok")}),
+            missing + response("Connection: close\r\n", "ok"));
   late.join();
   EXPECT_EQ(result, 1);
 }
@@ -52,25 +46,8 @@ TEST_F(CycleTest, aBodyWithoutLengthMayBeRelayedAheadOfItsHead) {
     usleep(300000);
     shutdown(client.far, SHUT_WR);
   });
-  Upstream upstream({"HTTP/1.0 200 OK\r\nX: close\r\n\r\nraw"});
-  EXPECT_EQ(serve(get, upstream).find("raw"), 0U);
+  EXPECT_EQ(serve(get, {"HTTP/1.0 200 OK\r\nX: close\r\n\r\nraw"}).find("raw"), 0U);
   late.join();
-}
-
-TEST_F(CycleTest, popupScriptGoesBehindTheHtmlTagAndIntoTheLength) {
-  blockpopup = 1;
-  static char *none[] = {nullptr};
-  popuplist = {sym_create_table_(nullptr, 0), none, none};
-  const std::string script(popupblocker, static_cast<size_t>(popuplen));
-  for (const char *rest : {"<p>x", ""}) {
-    reconnect();
-    const std::string body = std::string("<html>") + rest;
-    Upstream upstream({response("Connection: close\r\nContent-Type: text/html\r\n", body)});
-    EXPECT_EQ(serve(get, upstream),
-              response("Connection: close\r\nContent-Type: text/html\r\n", "<html>" + script + rest));
-    const size_t sent = body.size() + script.size();
-    EXPECT_TRUE(log.has("Client IP:10.1.2.3,SIZE:" + std::to_string(sent) + ",URL:h/p,STATUS:DELIVERED"));
-  }
 }
 
 TEST_F(CachedTest, cleanPagesAreStoredOthersNot) {
@@ -87,9 +64,7 @@ TEST_F(CachedTest, cleanPagesAreStoredOthersNot) {
   };
   for (const auto &c : cases) {
     emptyCache();
-    reconnect();
-    Upstream upstream({c.response});
-    EXPECT_EQ(serve(c.request, upstream), c.response);
+    EXPECT_EQ(serve(c.request, {c.response}), c.response);
     EXPECT_EQ(verdict(), c.stored) << c.response;
   }
 }
@@ -97,12 +72,10 @@ TEST_F(CachedTest, cleanPagesAreStoredOthersNot) {
 TEST_F(CachedTest, knownVerdictsAreAnsweredAtOnce) {
   strcpy(reason, "left as it was");
   for (const int flag : {0, 1, 2}) {
-    reconnect();
     endsRequests = flag != 0;
     ASSERT_EQ(addto_urlcache_db("h/p", date, flag), 1);
     const std::string page = response(dated, "ok");
-    Upstream upstream({page});
-    const std::string answer = serve(get, upstream);
+    const std::string answer = serve(get, {page});
     EXPECT_EQ(result, 1);
     EXPECT_EQ(answer == page, flag == 0) << answer;
     if (flag != 0) {
@@ -117,10 +90,8 @@ TEST_F(CachedTest, knownVerdictsAreAnsweredAtOnce) {
 TEST_F(ScanTest, infectedBodyIsHeldAndNeverStoredAsClean) {
   engine({"x: Marker FOUND\n", "x: Marker FOUND\n"});
   for (const bool isDated : {true, false}) {
-    reconnect();
     emptyCache();
-    Upstream upstream({response(isDated ? dated : "Connection: close\r\n", "bad")});
-    const std::string answer = serve(get, upstream);
+    const std::string answer = serve(get, {response(isDated ? dated : "Connection: close\r\n", "bad")});
     EXPECT_EQ(answer.find("bad"), std::string::npos);
     EXPECT_NE(answer.find("<p>Content is infected\n</p>h/p"), std::string::npos) << answer;
     EXPECT_EQ(result, -1);
@@ -141,12 +112,10 @@ TEST_F(ScanTest, cleanBodyIsScannedAsItDoublesAndDeliveredFromTheFile) {
   };
   engine(std::vector<std::string>(14, "x: OK\n"));
   for (const auto &c : cases) {
-    reconnect();
     startScanSize = c.startKiB;
     scans = 0;
     const std::string page = response(dated, body);
-    Upstream upstream({page});
-    std::string answer = serve(get, upstream);
+    std::string answer = serve(get, {page});
     EXPECT_EQ(answer.size(), page.size() + c.strayBytes) << c.startKiB;
     EXPECT_EQ(std::erase(answer, '\0'), c.strayBytes);
     EXPECT_TRUE(answer == page);
@@ -157,20 +126,24 @@ TEST_F(ScanTest, cleanBodyIsScannedAsItDoublesAndDeliveredFromTheFile) {
   }
 }
 
-TEST_F(ScanTest, popupScriptIsInTheScannedPageOnce) {
-  engine({"x: OK\n"});
-  blockpopup = 1;
-  static char *none[] = {nullptr};
-  popuplist = {sym_create_table_(nullptr, 0), none, none};
-  Upstream upstream({response("Content-Type: text/html\r\nConnection: close\r\n", "<html>x")});
-  EXPECT_EQ(serve(get, upstream),
-            response("Content-Type: text/html\r\nConnection: close\r\n", "<html>" + std::string(popupblocker) + "x"));
+TEST_F(ScanTest, popupScriptGoesBehindTheHtmlTagAndIntoTheLength) {
+  engine({"x: OK\n", "x: OK\n"});
+  blockPopups();
+  const std::string fields = "Content-Type: text/html\r\nConnection: close\r\n", script = popupblocker;
+  for (const std::string rest : {"<p>x", ""}) {
+    for (const uint8_t scanning : {0, 1}) {
+      virusscan = scanning;
+      EXPECT_EQ(serve(get, {response(fields, "<html>" + rest)}), response(fields, "<html>" + script + rest));
+    }
+    const size_t sent = 6 + rest.size() + script.size();
+    EXPECT_TRUE(log.has("Client IP:10.1.2.3,SIZE:" + std::to_string(sent) + ",URL:h/p,STATUS:DELIVERED"));
+  }
 }
 
 TEST_F(ScanTest, enginesThatFailBlockAndTheConnectionGoesOn) {
   startScanSize = 0;
-  Upstream upstream({response("", "held"), response("Connection: close\r\n", "held")});
-  const std::string answer = serve(std::string(get) + get, upstream);
+  const std::string answer =
+      serve(std::string(get) + get, {response("", "held"), response("Connection: close\r\n", "held")});
   EXPECT_EQ(answer.find("held"), std::string::npos);
   EXPECT_NE(answer.rfind("<p>Anti Virus Server Not Running\n</p>"), answer.find("<p>Anti Virus")) << "both requests";
   EXPECT_EQ(result, -1);
@@ -178,15 +151,13 @@ TEST_F(ScanTest, enginesThatFailBlockAndTheConnectionGoesOn) {
 
 TEST_F(ScanTest, bodyThatCannotBeSpooledIsNotDelivered) {
   for (const bool full : {false, true}) {
-    reconnect();
     snprintf(VIRFILE_DIR, sizeof VIRFILE_DIR, "%s/%s", root.path().c_str(), full ? "" : "no/");
-    Upstream upstream({response("Connection: close\r\n", "held")});
     const rlimit small{2, RLIM_INFINITY};
     rlimit usual;
     getrlimit(RLIMIT_FSIZE, &usual);
     signal(SIGXFSZ, SIG_IGN);
     if (full) setrlimit(RLIMIT_FSIZE, &small);
-    const std::string answer = serve(get, upstream);
+    const std::string answer = serve(get, {response("Connection: close\r\n", "held")});
     setrlimit(RLIMIT_FSIZE, &usual);
     EXPECT_EQ(answer.find("held"), std::string::npos);
     EXPECT_TRUE(log.has(full ? "error writing to virus file" : "error creating virus scan file")) << log.text();
@@ -199,8 +170,7 @@ TEST_F(ScanTest, skippedResponsesAreRelayedWhenTheyClose) {
   VirWL_MimeType = 1;
   endsRequests = false;
   const std::string picture = response("Content-Type: image/png\r\nConnection: close\r\n", "PNG");
-  Upstream upstream({picture});
-  EXPECT_EQ(serve(get, upstream), picture);
+  EXPECT_EQ(serve(get, {picture}), picture);
   EXPECT_EQ(result, 1);
   EXPECT_TRUE(log.has("Tunneling the whitelisted content type..."));
 }
