@@ -20,7 +20,7 @@ void expectMatch(const std::string &text, const std::string &pattern) {
 }
 
 TEST(DebugLog, WritesPrefixAndMessageUpToTheLevel) {
-  LogCapture log(4);
+  const LogCapture log(4);
   skipPID();
   dprintf(4, "dropped: neither flag nor debug string\n");
   setDebugString("%s%n:");  // printed as text
@@ -40,31 +40,22 @@ TEST(DebugLog, WritesPrefixAndMessageUpToTheLevel) {
   expectMatch(log.text(), stamp + start + "four 1 No such file or directory\n" + start + "levels are bytes\n");
 }
 
-TEST(DebugLog, CutsLongTextsAndReleasesOnlyItsOwnStamp) {
-  LogCapture log(7);
-  setDebugString(std::string(80, 'D').c_str());
-  dprintf(1, "%s", std::string(2000, 'x').c_str());
-  EXPECT_EQ(log.text().size(), 1023u);
-  setDebugString(nullptr);
-  EXPECT_EQ(take(getDebugString()), std::string(50, 'D'));
-  char hosts[] = "the host's";
-  errorcode = hosts;  // releasing it would end the test
-  for (int line = 0; line < 2; line++) dprintf(1, "%s\n", errorcode);
-  expectMatch(log.text().substr(1023), stamp + "the host's\n" + stamp + stamp + "\n");
-}
-
-TEST(DebugLog, OpensAppendsAndCloses) {
+TEST(DebugLog, CutsLongTextsReleasesOnlyItsOwnStampAndAppendsToItsFile) {
   const ScratchRoot root;
   const std::string path = root.log("debug.log");
   writeFile(path, "before\n");
-  EXPECT_EQ(dFileClose(), 0);
-  EXPECT_EQ(dInitialise(path.c_str(), 4, "X:", 0, 0), 1);
+  EXPECT_EQ(dInitialise(path.c_str(), 4, std::string(80, 'D').c_str(), 0, 0), 1);
+  dprintf(1, "%s", std::string(2000, 'x').c_str());
   EXPECT_EQ(dInitialise(nullptr, 2, "Y:", 0, 0), 1);  // keeps the stream
+  EXPECT_EQ(readFile(path).size(), 7u + 1023);
   dprintf(3, "off\n");
-  dprintf(2, "on\n");
+  char hosts[] = "the host's";
+  errorcode = hosts;  // releasing it would end the test
+  for (int line = 0; line < 2; line++) dprintf(1, "%s\n", errorcode);
   EXPECT_EQ(dInitialise((root.path() + "/none/debug.log").c_str(), 7, nullptr, 1, 1), 0);
   dprintf(1, "nowhere\n");
-  expectMatch(readFile(path), "before\nY:" + stamp + "on\n");
+  const std::string start = "Y:" + stamp, cut = "before\n" + std::string(50, 'D') + stamp + "x+";
+  expectMatch(readFile(path), cut + start + "the host's\n" + start + start + "\n");
 }
 
 }  // namespace

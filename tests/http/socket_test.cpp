@@ -5,7 +5,6 @@
 #include <sys/resource.h>
 #include <sys/time.h>
 
-#include <array>
 #include <chrono>
 #include <climits>
 #include <csignal>
@@ -15,20 +14,20 @@
 #include "tests/support/support.h"
 
 using namespace netsift::test;
-using std::chrono::milliseconds;
+using std::string, std::chrono::milliseconds;
 
 namespace {
 
 using ReadLine = char *(*)(int, unsigned *, unsigned char *, int);
 constexpr ReadLine lineReaders[] = {getSocketLine, netsift::getSocketLineByBytes};
-using Line = std::pair<std::string, int>;  // the text with its terminator, and the status
+using Line = std::pair<string, int>;  // the text with its terminator, and the status
 
-Line line(std::string text, int status = 0) { return {text + '\0', status}; }
+Line line(string text, int status = 0) { return {text + '\0', status}; }
 
 Line lineFrom(ReadLine readLine, int fd, unsigned max, int limit = 0) {
   unsigned char status = 77;
   char *text = readLine(fd, &max, &status, limit);
-  const Line read(text == nullptr ? "<none>" : std::string(text, max + 1), status);
+  const Line read(text == nullptr ? "<none>" : string(text, max + 1), status);
   std::free(text);
   return read;
 }
@@ -38,16 +37,16 @@ TEST(SocketLine, LookingAheadGivesWhatReadingByBytesGives) {
   std::mt19937 random(seed);
   const auto upTo = [&](unsigned limit) { return 1 + random() % limit; };
   for (int trial = 0; trial < 60; trial++) {
-    std::string bytes(upTo(6000), '\0'), all;
+    string bytes(upTo(6000), '\0'), all;
     for (char &byte : bytes) byte = upTo(trial % 3 == 0 ? 5000 : 300) == 1 ? '\n' : static_cast<char>(upTo(200) + 10);
-    std::vector<std::string> pieces;
+    std::vector<string> pieces;
     for (size_t at = 0; at < bytes.size(); at += pieces.back().size()) pieces.push_back(bytes.substr(at, upTo(900)));
     const auto max = static_cast<unsigned>(upTo(trial % 2 == 0 ? 40 : 2000));
     std::vector<Line> lines[2];
     for (int which = 0; which < 2; which++) {
       SocketPair pair;
       std::thread peer([&] {
-        for (const std::string &piece : pieces) pair.send(piece), std::this_thread::yield();
+        for (const string &piece : pieces) pair.send(piece), std::this_thread::yield();
         pair.closeFar();
       });
       do lines[which].push_back(lineFrom(lineReaders[which], pair.near, max));
@@ -55,28 +54,27 @@ TEST(SocketLine, LookingAheadGivesWhatReadingByBytesGives) {
       peer.join();
     }
     EXPECT_EQ(lines[0], lines[1]) << "seed " << seed << ", trial " << trial;
-    for (const Line &read : lines[0]) all.append(read.first, 0, read.first.size() - 1);
+    for (const Line &read : lines[0]) {
+      EXPECT_LE(read.first.size(), max + 1);
+      all.append(read.first, 0, read.first.size() - 1);
+    }
     EXPECT_EQ(all, bytes) << "seed " << seed << ", trial " << trial;
   }
 }
 
-TEST(SocketLine, IsCutAtItsMaximumAndCountsAFailedReadAsAByte) {
+TEST(SocketLine, CountsAFailedReadAsAByte) {
   for (ReadLine readLine : lineReaders) {
     SocketPair pair;
-    const std::string text(10'000, 'x');
-    pair.send(text + "\nab\r\nrest");
-    EXPECT_EQ(lineFrom(readLine, pair.near, 8192), line(text.substr(0, 8192)));
-    EXPECT_EQ(lineFrom(readLine, pair.near, UINT_MAX), line(text.substr(8192) + '\n'));
-    EXPECT_EQ(lineFrom(readLine, pair.near, 0), line(""));
-    for (const char *part : {"ab\r", "\n", "res"}) EXPECT_EQ(lineFrom(readLine, pair.near, 3), line(part));
     fcntl(pair.near, F_SETFL, O_NONBLOCK);
-    EXPECT_EQ(lineFrom(readLine, pair.near, 600), line('t' + std::string(599, '\0')));
     pair.send("a");
-    EXPECT_EQ(lineFrom(readLine, pair.near, UINT_MAX), line('a' + std::string(8192, '\0'), 1));
+    EXPECT_EQ(lineFrom(readLine, pair.near, 0), line(""));
+    EXPECT_EQ(lineFrom(readLine, pair.near, 600), line('a' + string(599, '\0')));
+    pair.send("a");
+    EXPECT_EQ(lineFrom(readLine, pair.near, UINT_MAX), line('a' + string(8192, '\0'), 1));
     pair.send("ab");
     ASSERT_EQ(write(pair.near, "unread", 6), 6);  // closing over it resets the connection
     pair.closeFar();
-    EXPECT_EQ(lineFrom(readLine, pair.near, 100), line(std::string("ab\0", 3), 1));
+    EXPECT_EQ(lineFrom(readLine, pair.near, 100), line(string("ab\0", 3), 1));
   }
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
@@ -85,7 +83,7 @@ TEST(SocketLine, IsCutAtItsMaximumAndCountsAFailedReadAsAByte) {
   EXPECT_EQ(lineFrom(getSocketLine, ends[0], 100), line("a\n"));
   EXPECT_EQ(lineFrom(getSocketLine, ends[0], 100), line("b", 1));
   close(ends[0]);
-  for (int fd : {ends[0], -1}) EXPECT_EQ(lineFrom(getSocketLine, fd, 100), Line("<none>", 254));
+  EXPECT_EQ(lineFrom(getSocketLine, ends[0], 100), Line("<none>", 254));
 }
 
 TEST(SocketLine, LimitsTheWaitForTheFirstByteOnly) {
@@ -103,44 +101,32 @@ TEST(SocketLine, LimitsTheWaitForTheFirstByteOnly) {
   late.join();
 }
 
-TEST(SocketLine1, EndsWithTheStream) {
-  for (size_t size : {0, 255, 256, 257, 512, 5000}) {
-    SocketPair pair;
-    const std::string bytes(size, '\n');
-    pair.send(bytes);
-    pair.closeFar();
-    unsigned length = 0;
-    unsigned char status = 77;
-    EXPECT_EQ(take(getSocketLine1(pair.near, &length, &status)), bytes);
-    EXPECT_TRUE(length == size && status == 1) << size;
-  }
-}
-
 TEST(BlockRead, StopsWhereItShould) {
   const rlimit descriptors{2000, 2000};
   setrlimit(RLIMIT_NOFILE, &descriptors);
-  for (const auto &[length, datalen, count, status] : std::vector<std::array<int, 4>>{
-           {10, 4, 10, 0}, {4, 99, 4, 0}, {99, 10, 10, 1}, {99, 11, 10, 2}, {99, -1, 10, 1}, {0, 9, 0, 0}}) {
+  const struct {
+    unsigned length;
+    int datalen;
+    unsigned count;
+    int status;
+  } cases[] = {{10, 4, 10, 0}, {4, 99, 4, 0}, {99, 11, 10, 2}, {99, 10, 10, 1}, {99, -1, 10, 1}};
+  for (const auto &c : cases) {
     SocketPair pair;
     pair.send("0123456789");
     const int high = fcntl(pair.near, F_DUPFD, 1100);  // more than select can wait for
-    const auto size = static_cast<unsigned>(length);
-    const GuardedText buffer(std::string(size, '?'), false);
-    unsigned char outcome[] = {77, 77, 77};
-    EXPECT_EQ(readFromSocket(high, buffer.get(), size, outcome, 0, datalen), static_cast<unsigned>(count)) << length;
-    pair.closeFar();
-    readFromSocket(high, buffer.get(), size, outcome + 1, 0, INT_MAX);
+    const GuardedText buffer(string(c.length, '?'), false);
+    unsigned char status = 77;
+    EXPECT_EQ(readFromSocket(high, buffer.get(), c.length, &status, 0, c.datalen), c.count) << c.length;
+    EXPECT_EQ(status, c.status) << c.length << ' ' << c.datalen;
     close(high);
-    EXPECT_EQ(readFromSocket(high, buffer.get(), size, outcome + 2, -1, datalen), 0u);
-    EXPECT_TRUE(outcome[0] == status && outcome[1] == (length == 0 || length == 4 ? 0 : 1) && outcome[2] == 3)
-        << length;
+    EXPECT_EQ(readFromSocket(high, buffer.get(), c.length, &status, -1, c.datalen) + status, 0u + 3);
   }
 }
 
 TEST(Send, SendsAllOrSaysWhy) {
   std::signal(SIGPIPE, SIG_IGN);
   SocketPair pair;
-  const std::string big(3'000'000, 'x');
+  const string big(3'000'000, 'x');
   const auto size = static_cast<int>(big.size());
   std::thread peer([&, left = size]() mutable {
     for (char piece[4096]; left > 0;) left -= static_cast<int>(read(pair.far, piece, sizeof piece));
@@ -151,7 +137,7 @@ TEST(Send, SendsAllOrSaysWhy) {
   EXPECT_EQ(sendSocketLine(pair.near, "line\n", 0), 5);
   EXPECT_EQ(pair.receive(), "line\n");
   EXPECT_EQ(sendToSocket(pair.near, "", 0, 0), -3);
-  for (int length : {-1, INT_MIN}) EXPECT_EQ(sendToSocket(pair.near, "", length, 0), -2);
+  EXPECT_EQ(sendToSocket(pair.near, "", INT_MIN, 0), -2);
   EXPECT_EQ(sendToSocket(pair.near, big.data(), size, 0), -1);
   EXPECT_EQ(sendSocketLine(pair.near, "line\n", 0), 0);
   pair.closeFar();
@@ -161,14 +147,15 @@ TEST(Send, SendsAllOrSaysWhy) {
 
 TEST(Chunks, EndIsNeverFoundAndSizesAreFoldedByTens) {
   SocketPair pair;
-  pair.send("\r\n5\r\n");
-  EXPECT_EQ(getCRLF(pair.near), -1);
-  EXPECT_EQ(lineFrom(getSocketLine, pair.near, 100), line("\n"));
-  pair.send("\r\n\r");
+  pair.send("\r\n5\r\n" + string(511, '\n'));
   pair.closeFar();
   EXPECT_EQ(getCRLF(pair.near), -1);
-  const std::pair<const char *, int> sizes[] = {
-      {"1a\r\n", 20}, {"1F 9\r", 25}, {"0\r", 0}, {"", 0}, {"9;", 62}, {"\xff", -88}, {"2147483648 ", INT_MIN}};
+  unsigned length = 0;
+  unsigned char status = 77;
+  EXPECT_EQ(take(getSocketLine1(pair.near, &length, &status)), string(512, '\n'));  // beyond line ends
+  EXPECT_TRUE(length == 512 && status == 1) << length;
+  const std::pair<const char *, int> sizes[] = {{"1a\r\n", 20}, {"1F 9\r", 25}, {"", 0},
+                                                {"9;", 62},     {"\xff", -88},  {"2147483648 ", INT_MIN}};
   for (const auto &[text, size] : sizes) EXPECT_EQ(getChunkSize(GuardedText(text).get()), size) << text;
 }
 
