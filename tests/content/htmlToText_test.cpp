@@ -144,12 +144,4 @@ TEST(HtmlToText, StripsAroundAByte) {
   }
 }
 
-TEST(HtmlToText, CollectsLinks) {
-  char links[64] = "x ";
-  int length = 2;
-  for (auto *tag : {"<a HREF=http://a/b", "<a href", "<a href=", "<a x=1 href=\"c\""})
-    CheckForHREFLink(tag, links, &length);
-  EXPECT_EQ(string(links, static_cast<size_t>(length) + 1), string("x http://a/b \"c\" ") + '\0');
-}
-
 }  // namespace

@@ -196,21 +196,6 @@ TEST(PhraseScan, AMatchThatWillFailTakesItsPlaceInThePool) {
   }
 }
 
-TEST(PhraseScan, PoolIsAQueueOfThirty) {
-  EXPECT_EQ(getFromFifo(), nullptr);
-  ASSERT_EQ(initialiseFifo(), 1);
-  std::vector<FifoNode *> taken;
-  while (FifoNode *node = getFromFifo()) taken.push_back(node);
-  ASSERT_EQ(taken.size(), 30U);
-  FifoNode foreign{taken[0]->candidate, nullptr, 0, taken[1]};
-  taken[2]->next = &foreign;
-  releaseToFifo(taken[4]);
-  releaseAllToFifo(taken[2]);
-  for (FifoNode *node : {taken[4], taken[2], taken[1]}) EXPECT_EQ(getFromFifo(), node);
-  EXPECT_EQ(getFromFifo(), nullptr);
-  freeFifo();
-}
-
 TEST(PhraseScan, NamesTheFirstCategoryThatReachesTheThreshold) {
   const ScratchRoot root;
   writeFile(root.config("one.phrase"), "<apple>4\n<zz>1\n");

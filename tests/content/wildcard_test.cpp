@@ -36,9 +36,6 @@ TEST(Wildcard, FoldsOffsetsToEightBits) {
   check(isMatching, 1, {times(50, 'x') + "ef" + times(50, 'x') + far, "*ab*cd*ef*"});
   check(isMatching, 0, {times(49, 'x') + "ef" + times(51, 'x') + far, "*ab*cd*ef*"});
   check(isMatching, 0, {times(300, 'a') + times(200, 'b'), "*b*b*b*b*b*b*b*b*b*b*b*b*b*b*c*"});
-  for (auto [offset, folded] : {std::pair{127, 127}, {128, -128}, {254, -2}, {255, -1}, {256, 0}, {300, 44}}) {
-    EXPECT_EQ(strsearch(GuardedText(times(static_cast<size_t>(offset), 'x') + "ab").get(), "ab"), folded) << offset;
-  }
 }
 
 TEST(Wildcard, CountsTheFirst111BytesOfARun) {

@@ -1,9 +1,6 @@
 #include "http/decompression.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <cerrno>
 
 #include "http/httpBody_iter.h"
 #include "tests/support/support.h"
@@ -29,21 +26,6 @@ TEST(ZlibDecompress, InflatesWholePiecemealAndDamaged) {
     inflateEnd(&stream);
     EXPECT_TRUE(codes == statuses && out == expected) << codes << out.size();
   }
-}
-
-TEST(OpenGzStream, ReadsFromTheSocketOrTimesOut) {
-  SocketPair pair;
-  gzFile in = nullptr;
-  errno = EINTR;  // left over from an earlier call
-  EXPECT_EQ(openGZStream(pair.near, "r", 0, &in), -1);
-  pair.send(compressed("zipped", 31));
-  pair.closeFar();  // zlib fills its own buffer or waits for the end
-  ASSERT_EQ(openGZStream(dup(pair.near), "r", 1, &in), 1);
-  char text[7] = "";
-  unsigned length = 6;
-  EXPECT_EQ(getGZHTTPBody(pair.near, in, text, &length, 1, 6), 0);
-  EXPECT_STREQ(text, "zipped");
-  gzclose(in);
   EXPECT_EQ(isCompressed("x-gzip") + isCompressed("gzip, identity") + isCompressed("compress, deflate"), 1 + 0 + 2);
 }
 
