@@ -199,9 +199,9 @@ void forwardRequest(Header &header) {
 }
 
 void forwardResponse(Header &header) {
-  const ResponseFraming framing = responseFraming(header.first, false);
   readContentCoding(header.first);
-  if (framing.fault.status != 0 || framing.kind == BodyKind::switching) return;
+  const ResponseFraming framing = responseFraming(header.first, false);
+  if (framing.fault.status != 0) return;
   cleanResponseHead(header, true);
   setConnection(header, !framing.upstreamPersists);
   check(responseFraming(header.first, false).fault.status == 0);

@@ -96,21 +96,20 @@ string reference(const string &page) {
 }
 
 TEST(HtmlToText, ShowsWhatAReaderSees) {
-  const struct {
-    string page, text;
-  } cases[] = {{"a <b> c </b> d<p> <b>x</b> \r\n <i>y<p>\r\n<b>x<p>\t <b>x</p> \n", "a  c  dxy\r\nx\t x \n"},
-               {"<a title='<'>x>y<b", "x>y"},
-               {"<font color=white>hidden<font color=white>hidden<i>x<FONT COLOR = \"#ffffff\">hidden", "  x "},
-               {"<font\r\ncolor\n=\nFFFFFF><b>b<form bgcolor=white>hidden</form>seen", " b seen"},
-               {"a<font style=\"font-size:1px\">hidden</font>b<NoFrames x>hidden<b>c", "abc"},
-               {"<font style = font-size : 24px>hidden</font>a<font style=font-size:30px>b</font>", "ab"},
-               {"&#65;&#65 b&#65<b>c&#66&#67;&#321;&#x41;&#;&#" + string(1030, '1') + ";", "AAbAcBCAx41;;\xc7"},
-               {"a&#0;b", string("a\0b", 3)},
-               {"&#<b>x&#&lt;&#65", "<b>x&lt;"},
-               {"&NBSP;&quot;&Amp;&lt;&gt;&copy;&nbsp &amp;lt;&amp", " \"&<>&copy;&nbsp &lt;&amp"}};
-  for (const auto &c : cases) {
-    EXPECT_EQ(convert(c.page), c.text) << c.page;
-    EXPECT_EQ(reference(c.page), c.text) << c.page;
+  const std::pair<string, string> cases[] = {
+      {"a <b> c </b> d<p> <b>x</b> \r\n <i>y<p>\r\n<b>x<p>\t <b>x</p> \n", "a  c  dxy\r\nx\t x \n"},
+      {"<a title='<'>x>y<b", "x>y"},
+      {"<font color=white>hidden<font color=white>hidden<i>x<FONT COLOR = \"#ffffff\">hidden", "  x "},
+      {"<font\r\ncolor\n=\nFFFFFF><b>b<form bgcolor=white>hidden</form>seen", " b seen"},
+      {"a<font style=\"font-size:1px\">hidden</font>b<NoFrames x>hidden<b>c", "abc"},
+      {"<font style = font-size : 24px>hidden</font>a<font style=font-size:30px>b</font>", "ab"},
+      {"&#65;&#65 b&#65<b>c&#66&#67;&#321;&#x41;&#;&#" + string(1030, '1') + ";", "AAbAcBCAx41;;\xc7"},
+      {"a&#0;b", string("a\0b", 3)},
+      {"&#<b>x&#&lt;&#65", "<b>x&lt;"},
+      {"&NBSP;&quot;&Amp;&lt;&gt;&copy;&nbsp &amp;lt;&amp", " \"&<>&copy;&nbsp &lt;&amp"}};
+  for (const auto &[page, text] : cases) {
+    EXPECT_EQ(convert(page), text) << page;
+    EXPECT_EQ(reference(page), text) << page;
   }
 }
 

@@ -47,32 +47,25 @@ TEST(Ratings, JudgesTheLabelsOfTheHead) {
 }
 
 TEST(Ratings, LimitsBelongToTheirKeys) {
-  const struct {
-    int (*check)(char *);
-    int32_t *limit;
-    const char *key;
-  } cases[] = {{checkICRARating, &icra[14], "nr"},
-               {checkICRARating, &icra[39], "vk"},
-               {checkRSACRating, &rsac[3], "l"},
-               {checkSafeSurfRating, &safesurf[10], "00A"}};
-  for (const auto &c : cases) {
-    const GuardedText text("x r (" + string(c.key) + " 3) r (none 4)");
-    EXPECT_EQ(c.check(text.get()), 1) << c.key;
-    *c.limit = 3;
-    EXPECT_EQ(c.check(text.get()), 0) << c.key;
+  const std::tuple<int (*)(char *), int32_t *, string> cases[] = {{checkICRARating, &icra[14], "nr"},
+                                                                  {checkICRARating, &icra[39], "vk"},
+                                                                  {checkRSACRating, &rsac[3], "l"},
+                                                                  {checkSafeSurfRating, &safesurf[10], "00A"}};
+  for (const auto &[check, limit, key] : cases) {
+    const GuardedText text("x r (" + key + " 3) r (none 4)");
+    EXPECT_EQ(check(text.get()), 1) << key;
+    *limit = 3;
+    EXPECT_EQ(check(text.get()), 0) << key;
   }
 }
 
 TEST(Ratings, ReadsTheNumberAfterTheFirstOccurrenceOfAKey) {
-  const struct {
-    const char *list;
-    int limit, allowed;
-  } cases[] = {{"(v 0 v 1", 0, 1}, {"(v 3 s 0", 2, 0}, {"(v 10", 9, 0}, {"(v 11", 0, 1}, {"(v 4294967297", 0, 1},
-               {"(v 11", -1, 0},   {"(v -3", 0, 1},    {"(v x", -1, 1}, {"(v ", -1, 1},  {"(v3 s 9", 0, 1}};
+  const std::tuple<const char *, int, int> cases[] = {
+      {"(v 0 v 1", 0, 1}, {"(v 3 s 0", 2, 0}, {"(v 10", 9, 0}, {"(v 11", 0, 1}, {"(v 4294967297", 0, 1},
+      {"(v 11", -1, 0},   {"(v -3", 0, 1},    {"(v x", -1, 1}, {"(v ", -1, 1},  {"(v3 s 9", 0, 1}};
   const LogCapture log(2);
-  for (const auto &c : cases) {
-    EXPECT_EQ(isRatingAllowed(GuardedText(c.list).get(), "v ", c.limit), c.allowed) << c.list << " limit " << c.limit;
-  }
+  for (const auto &[list, limit, allowed] : cases)
+    EXPECT_EQ(isRatingAllowed(GuardedText(list).get(), "v ", limit), allowed) << list << " limit " << limit;
   EXPECT_TRUE(log.has("rating exceeded name v  value 3 allowed 2"));
 }
 

@@ -182,26 +182,25 @@ TEST(RewriteRequest, AddressesTheNextHopAndKeepsWhatIsForTheOrigin) {
       "Connection: close\r\nvia: 1.0 x\r\nX-Hop-Not: 2\r\nVia: 1.1 y\r\nVia: 1.0 netsift\r\nUpgrade-Insecure-Requests: "
       "1\r\n"
       "Content-Type:a: b\r\nContent-Length: 5\r\n";
-  const struct {
-    string line, toOrigin, toProxy;
-  } cases[] = {
+  const std::tuple<string, string, string> cases[] = {
+      /* to the origin, to a proxy */
       {"GET http://H:80?q HTTP/1.1", "GET /?q HTTP/1.1\r\nHost: h", "GET http://h/?q HTTP/1.1\r\nHost: h"},
       {"GET https://h:80/a/ HTTP/1.0", "GET /a/ HTTP/1.0\r\nHost: h", "GET https://h:80/a/ HTTP/1.0\r\nHost: h:80"},
       {"PUT /a HTTP/1.9", "PUT /a HTTP/1.0\r\nHost: other", "PUT http://other/a HTTP/1.0\r\nHost: other"},
       {"OPTIONS http://h:8 HTTP/1.1", "OPTIONS * HTTP/1.1\r\nHost: h:8", "OPTIONS http://h:8 HTTP/1.1\r\nHost: h:8"},
       {"CONNECT h:443 HTTP/1.1", "", "CONNECT h:443 HTTP/1.1\r\nHost: h:443"},
   };
-  for (const auto &c : cases) {
-    ScannedHead origin(c.line + "\r\n" + noise), proxy(c.line + "\r\n" + noise);
+  for (const auto &[line, toOrigin, toProxy] : cases) {
+    ScannedHead origin(line + "\r\n" + noise), proxy(line + "\r\n" + noise);
     StrictTarget target;
     ASSERT_EQ(parseStrictTarget(origin.first, target).status, 0);
     rewriteForProxy(proxy, target);
     addVia(proxy, 0);
-    EXPECT_EQ(proxy.text(), c.toProxy + "\r\n" + kept + "Proxy-Authorization: Basic eA==\r\n\r\n");
+    EXPECT_EQ(proxy.text(), toProxy + "\r\n" + kept + "Proxy-Authorization: Basic eA==\r\n\r\n");
     rewriteForOrigin(origin, target);
     addVia(origin, 0);
-    if (c.toOrigin.empty()) continue;
-    EXPECT_EQ(origin.text(), c.toOrigin + "\r\n" + kept + "\r\n");
+    if (toOrigin.empty()) continue;
+    EXPECT_EQ(origin.text(), toOrigin + "\r\n" + kept + "\r\n");
   }
 }
 
