@@ -18,7 +18,6 @@ class Content(Road):
     def check(self, name, content, verdict, filtering):
         self.origin.put(name, content)
         url, answer = f"{self.host}/{name}", filtering.fetch(f"{self.base}/{name}")
-        wait_until(lambda: not filtering.connections(), "the connection's process to end")
         results, blocks = ([e for e in log if url in str(e)] for log in (filtering.results(), filtering.blocks()))
         if verdict == OFFENSIVE:
             self.assert_page(answer, "block", REASON, url)

@@ -3,14 +3,14 @@ import random
 import socket
 import struct
 
-from harness import Case, Nginx, free_port, read_head, wait_until
+from harness import Case, Nginx, free_port, read_head
 
 OK = b"HTTP/1.0 200 OK\r\n"
 HALF = OK + b"Content-Length: 100000\r\n\r\n" + b"x" * 70000
-LONG_ERROR = b"HTTP/1.0 404 Not Found\r\nContent-Length: 20000\r\n\r\n" + b"x" * 20000
+CHUNKED = b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n0\r\n\r\n"
 GET = b"GET http://h.test/ HTTP/1.1\r\nHost: h.test\r\nAccept-Encoding: br\r\nProxy-Connection: keep-alive\r\n\r\n"
 SEEN = b"GET http://h.test/ HTTP/1.0\r\nHost: h.test\r\nAccept-Encoding: identity\r\nProxy-Connection: Close\r\n\r\n"
-TIMEOUT = "Timeout while getting response from server."
+TIMEOUT = b"(?s)could not be loaded.*Timeout while getting response from server."
 
 
 class Faults(Case):
@@ -27,19 +27,13 @@ class Faults(Case):
         for said, stalls, expected, line in (
                 (b"", True, TIMEOUT, "Timeout while getting response header from proxy."),
                 (OK + b"Serv", False, TIMEOUT, ""),
-                (HALF, True, b"x" * 65536, "Error 2 while recieving http body"),
-                (HALF, False, b"x" * 70000, ""),
-                (OK + b"Connection: close\r\n\r\n" + b"y" * 70000, False, b"y" * 70000, ""),
-                (LONG_ERROR, True, range(1, 8193), ""),  # cut after one read
-                (b"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n0\r\n\r\n", False, b"", "")):
+                (HALF, True, rb"\r\n\r\nx{65536}\Z", "Error 2 while recieving http body"),
+                (HALF, False, rb"\r\n\r\nx{70000}\Z", ""),
+                (HALF.replace(b"200 OK", b"404 Not Found"), True, rb"\r\n\r\nx{1,8192}\Z", ""),  # cut after one read
+                (OK + b"Connection: close\r\n\r\n" + b"y" * 70000, False, rb"\r\n\r\ny{70000}\Z", ""),
+                (CHUNKED, False, rb"\A\Z", "")):
             with self.subTest(said[:80], stalls=stalls):
-                body = filtering.exchange(GET).partition(b"\r\n\r\n")[2]
-                if expected == TIMEOUT:
-                    self.assert_page(body, "error", expected)
-                elif said == LONG_ERROR:
-                    self.assertIn(len(body), expected)
-                else:
-                    self.assertEqual(body, expected)
+                self.assertRegex(filtering.exchange(GET), expected)
                 self.assertIn(line, filtering.lines())
 
     def test_upstream_is_down(self):
@@ -52,20 +46,19 @@ class Faults(Case):
         origin.put("start.html", b"<p>start\n")
         filtering = self.filter(files={"sample.url.orig": "localhost/index.htm\n"})
         for line, host, expected in (
-                (f"GET http://localhost:{origin.port}/start.html", f"localhost:{origin.port}", b""),
+                (f"GET http://localhost:{origin.port}/start.html", f"localhost:{origin.port}", rb"\A\Z"),
                 (f"GET http://localhost:{origin.port}/start.html", "localhost", b"<p>start"),
                 (f"CONNECT localhost:{origin.tls_port}", "localhost", b"400 Bad Request"),
                 ("GET /index.html", "localhost", b"Black Listed URL"),  # an origin form loses its last character
                 ("GET http://localhost/index.htm", "localhost", b"Black Listed URL")):
             with self.subTest(line):
                 answer = filtering.exchange(f"{line} HTTP/1.1\r\nHost: {host}\r\n\r\n".encode())
-                self.assertIn(expected, answer)
-                self.assertEqual(answer == b"", expected == b"")
+                self.assertRegex(answer, expected)
 
     def test_clients_that_go(self):
-        origin = Nginx(self.addCleanup)
-        page = origin.put("large.bin", random.Random(3).randbytes(5_000_000))
-        url = f"http://localhost:{origin.port}/large.bin"
+        page = random.Random(3).randbytes(5_000_000)
+        head = OK + b"Connection: close\r\nContent-Length: 5000000\r\n\r\n"
+        url = f"http://localhost:{self.peer(lambda asked: read_head(asked) and asked.sendall(head + page)).port}/"
         for strict in (False, True):
             filtering = self.filter({"http.strict_http": strict})
             for begin in (b"", b"GET / HT", b"GET http://h.test/ HTTP/1.1\r\nHost: h.te"):
@@ -74,6 +67,5 @@ class Faults(Case):
                 client.sendall(f"GET {url} HTTP/1.1\r\nHost: localhost\r\n\r\n".encode())
                 client.recv(1000)
                 client.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))  # close with a reset
-            wait_until(lambda: "error in writing to socket in sendToSocket." in filtering.lines(), "the failed write")
-            wait_until(lambda: not filtering.connections(), "the connections' processes to end")
+            self.assertIn("error in writing to socket in sendToSocket.", filtering.lines())
             self.assertEqual(filtering.fetch(url, "-H", "Host: localhost").body, page)

@@ -37,11 +37,9 @@ def free_port():
 
 def wait_until(condition, what):
     deadline = time.monotonic() + PATIENCE
-    while not (result := condition()):
-        if time.monotonic() > deadline:
-            raise AssertionError(f"waited {PATIENCE} s for {what}")
+    while not condition():
+        assert time.monotonic() < deadline, f"waited {PATIENCE} s for {what}"
         time.sleep(0.02)
-    return result
 
 
 def stop(process):
@@ -57,8 +55,7 @@ def start(argv, log, ready, cleanup):
         process = subprocess.Popen([str(a) for a in argv], stdin=subprocess.DEVNULL, stdout=output, stderr=output)
     cleanup(stop, process)
     wait_until(lambda: ready() or process.poll() is not None, f"{argv[0]}, see {log}")
-    if process.poll() is not None:
-        raise AssertionError(f"{argv[0]} ended with {process.returncode}:\n{log.read_text(errors='replace')}")
+    assert process.poll() is None, f"{argv[0]} ended with {process.returncode}:\n{log.read_text(errors='replace')}"
     return process
 
 
@@ -99,9 +96,9 @@ class Filter:
         changes = {"log.debug_level": 7, "upstream.timeout": 5, "scanning.spool_folder": f"{self.spool}/"}
         for name, value in (changes | (settings or {})).items():
             section, key = name.split(".")
-            setting = re.compile(rf"(\n\[{section}\]\n(?:(?!\[).*\n)*?{key} = ).*")
-            assert setting.search(config), name
-            config = setting.sub(lambda found: found[1] + json.dumps(value), config, 1)
+            setting = rf"(\n\[{section}\]\n(?:(?!\[).*\n)*?{key} = ).*"
+            config, count = re.subn(setting, lambda found: found[1] + json.dumps(value), config)
+            assert count == 1, name
         (self.root / "test.toml").write_text(config)
         for name, text in (files or {}).items():
             (self.etc / name).write_text(text)
@@ -118,8 +115,8 @@ class Filter:
         """Neither the daemon nor a child was stopped by a sanitizer or a signal."""
         stop(self.process)
         text = self.output.read_text(errors="replace")
-        if re.search("Sanitizer|runtime error|ended by signal", text) or self.process.returncode != 0:
-            raise AssertionError(f"netsiftd ended with {self.process.returncode}:\n{text}")
+        crashed = re.search("Sanitizer|runtime error|ended by signal", text)
+        assert self.process.returncode == 0 and not crashed, f"netsiftd ended with {self.process.returncode}:\n{text}"
 
     def clamd(self, cleanup):
         """Starts the engine that this filter asks; it knows one made-up signature."""
@@ -128,9 +125,14 @@ class Filter:
                                            f"TemporaryDirectory {folder}\nForeground yes\n")
         return start(["clamd", f"--config-file={folder}/clamd.conf"], folder / "log", listener.exists, cleanup)
 
+    def written(self, file):
+        """What a file holds when nobody is served any more: much is written after the answer."""
+        wait_until(lambda: not self.connections(), "the connections' processes to end")
+        return file.read_bytes().decode("latin-1") if file.exists() else ""
+
     def lines(self):
         """The debug log's messages, without their prefixes."""
-        text = (self.logs / "netsift-debug.log").read_text(errors="replace")
+        text = self.written(self.logs / "netsift-debug.log")
         return [message.rstrip("\n") for message in re.split(r"[\d:]{10} [\d:]{8} Netsift\[\d+\]: ", text)]
 
     def results(self):
@@ -139,13 +141,12 @@ class Filter:
 
     def blocks(self):
         """The access log's records without their time and client: URL and the two texts."""
-        log = self.logs / "netsift-access.log"
-        return re.findall('" "127.0.0.1" "(.*)" "(.*)" "(.*)"\n', log.read_text() if log.exists() else "")
+        return re.findall('" "127.0.0.1" "(.*)" "(.*)" "(.*)"\n', self.written(self.logs / "netsift-access.log"))
 
     def verdict(self, url):
         """What the verdict cache keeps for the URL."""
-        records = (self.root / "opt/Velmora/var/nscache.db").read_bytes()
-        return next((int(found[1]) for found in re.finditer(re.escape(url.encode()) + rb"\0\d+(\d)\0", records)), None)
+        found = re.search(rf"{re.escape(url)}\0\d+(\d)\0", self.written(self.root / "opt/Velmora/var/nscache.db"))
+        return found and int(found[1])
 
     def fetch(self, url, *arguments):
         """curl's request, or requests where the URL holds a range. Head and body are the last one's."""
@@ -155,8 +156,7 @@ class Filter:
             ["curl", "-q", "-sS", "--max-time", "60", "--noproxy", "", "-x", f"http://127.0.0.1:{self.port}",
              "--suppress-connect-headers", "-H", "Expect:", "-D", head, "-o", body,
              "-w", "%{http_code} %{size_download} %{num_connects}\n", *arguments, url], capture_output=True, text=True)
-        if done.returncode != 0:
-            raise AssertionError(f"curl {url}: {done.stderr}")
+        assert done.returncode == 0, f"curl {url}: {done.stderr}"
         transfers = [tuple(map(int, line.split())) for line in done.stdout.splitlines()]
         return Answer(transfers[-1][0], head.read_bytes().decode("latin-1"), body.read_bytes(), transfers)
 
@@ -210,17 +210,12 @@ class Nginx:
             http {{
               {temporary} client_body_temp_path {self.folder}/bodies; client_max_body_size 20m; access_log off;
               types {{ text/html html; text/plain txt; application/x-forbidden forbidden; }}
-              default_type application/octet-stream;
               server {{
                 listen 127.0.0.1:{self.port}; listen 127.0.0.1:{self.tls_port} ssl; root {self.www};
                 ssl_certificate {self.folder}/cert.pem; ssl_certificate_key {self.folder}/key.pem;
-                location /taken {{ return 200 "taken\\n"; }}
-                location /post {{
-                  client_body_in_file_only on; proxy_pass_request_body off; proxy_set_header Content-Length "";
-                  proxy_method GET; proxy_pass http://127.0.0.1:{self.port}/taken;
-                }}
-              }}
-            }}""")
+                default_type application/octet-stream; location /taken {{ return 200 "taken\\n"; }}
+                location /post {{ client_body_in_file_only on; proxy_pass_request_body off; proxy_method GET;
+                  proxy_set_header Content-Length ""; proxy_pass http://127.0.0.1:{self.port}/taken; }} }} }}""")
         start(["nginx", "-e", "stderr", "-p", self.folder, "-c", self.folder / "nginx.conf"],
               self.folder / "out", lambda: accepts(self.port) and accepts(self.tls_port), cleanup)
 

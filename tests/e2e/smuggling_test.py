@@ -1,5 +1,6 @@
 """Messages that two readers may cut differently. Whatever a client or a site does to the framing, the next request on
 the connection is refused or gets its own answer, and bytes that are no message of their own are never served as one."""
+import contextlib
 import re
 import time
 
@@ -9,7 +10,7 @@ PRIZE = "GET /smuggled HTTP/1.1\r\nHost: localhost\r\n\r\n"
 CHUNKS = f"0\r\n\r\n{PRIZE}"  # where a reader of chunks takes the prize for a request
 FORGED = "HTTP/1.1 200 OK\r\nX-Answer: /forged\r\nContent-Length: 0\r\n\r\n"
 CHUNKED = "Transfer-Encoding: chunked\r\n\r\n"
-REFUSED, ANSWERED = True, False
+REFUSED, ANSWERED, CARELESS = "refused", "answered", "careless"  # the last: a site that itself takes the prize
 
 # A POST's fields, %d its length; its body; what becomes of it.
 REQUESTS = {
@@ -20,28 +21,22 @@ REQUESTS = {
     "TE folded": ("Content-Length: %d\r\nTransfer-Encoding:\r\n chunked", CHUNKS, REFUSED),
     "TE behind a bare LF": ("Content-Length: %d\r\nX: y\nTransfer-Encoding: chunked", CHUNKS, REFUSED),
     "CL twice": ("Content-Length: 0\r\nContent-Length: %d", PRIZE, REFUSED),
-    "CL list": ("Content-Length: 0, %d", PRIZE, REFUSED),
     "CL the same twice": ("Content-Length: %d\r\nContent-Length: %d", PRIZE, ANSWERED),
     "CL named by Connection": ("Content-Length: %d\r\nConnection: Content-Length", PRIZE, ANSWERED),
     "bare LF": ("X: y\n\nGET /smuggled HTTP/1.1\nHost: localhost\n", "", REFUSED),
     "early answer": ("X-Origin: early\r\nContent-Length: %d", PRIZE * 5000, ANSWERED),
-}
-# A site that takes what is no body for one, or a body for none: nobody but itself knows where it goes on.
-CARELESS = {
-    "CL.0": ("X-Origin: bodiless\r\nContent-Length: %d", PRIZE, ANSWERED),
-    "CL.0, slowly": ("X-Origin: bodiless, slow\r\nContent-Length: %d", PRIZE, ANSWERED),
-    "TE with an underscore": ("Content-Length: %d\r\nTransfer_Encoding: chunked", CHUNKS, ANSWERED),
+    "CL.0": ("X-Origin: bodiless\r\nContent-Length: %d", PRIZE, CARELESS),
+    "CL.0, slowly": ("X-Origin: bodiless, slow\r\nContent-Length: %d", PRIZE, CARELESS),
+    "TE with an underscore": ("Content-Length: %d\r\nTransfer_Encoding: chunked", CHUNKS, CARELESS),
 }
 # The site's answer behind X-Answer, a forged one follows it.
 ANSWERS = {
     "CL and TE": ("200 OK", f"Content-Length: 5\r\n{CHUNKED}0\r\n\r\n", ANSWERED),
     "CL twice": ("200 OK", f"Content-Length: 0\r\nContent-Length: {len(FORGED)}\r\n\r\n", REFUSED),
     "TE folded": ("200 OK", "Content-Length: 0\r\nTransfer-Encoding:\r\n chunked\r\n\r\n0\r\n\r\n", REFUSED),
-    "TE behind a bare LF": ("200 OK", f"X: y\n{CHUNKED}0\r\n\r\n", REFUSED),
     "bytes behind CL": ("200 OK", "Content-Length: 0\r\n\r\n", ANSWERED),
     "bytes behind the last chunk": ("200 OK", f"{CHUNKED}0\r\n\r\n", ANSWERED),
     "body of a 204": ("204 No Content", f"Content-Length: {len(FORGED)}\r\n\r\n", ANSWERED),
-    "body of a 304": ("304 Not Modified", f"Content-Length: {len(FORGED)}\r\n\r\n", ANSWERED),
     "body of an answer to HEAD": ("200 OK", f"Content-Length: {len(FORGED)}\r\n\r\n", ANSWERED),
     "101 that nobody asked for": ("101 Switching Protocols", "Connection: upgrade\r\nUpgrade: x\r\n\r\n", REFUSED),
 }
@@ -77,39 +72,37 @@ class Smuggling(Case):
         """All that comes back for the attack and the request that follows it."""
         follower = f"GET http://{self.site}/next HTTP/1.1\r\nHost: {self.site}\r\nConnection: close\r\n\r\n".encode()
         received, self.served, self.slow = b"", [], False
-        with filtering.connect() as client:
-            try:
-                client.sendall(attack + follower * pipelined)
-                while part := client.recv(65536):
-                    received += part
-                    if not pipelined and re.search(rb"X-Answer: .*\r\n\r\n", received, re.S):
-                        pipelined = True
-                        client.sendall(follower)
-            except ConnectionError:
-                pass
+        with filtering.connect() as client, contextlib.suppress(ConnectionError):
+            client.sendall(attack + follower * pipelined)
+            while part := client.recv(65536):
+                received += part
+                if not pipelined and b"\r\n\r\n" in received.partition(b"X-Answer: ")[2]:
+                    pipelined = True
+                    client.sendall(follower)
         return received.decode("latin-1")
 
-    def check(self, filtering, name, method, fields, refused, unserved):
+    def check(self, filtering, name, method, fields, fate, never):
         attack = f"{method} http://{self.site}/attack HTTP/1.1\r\nHost: {self.site}\r\n{fields}".encode("latin-1")
         for pipelined in (True, False):
             with self.subTest(name, pipelined=pipelined):
                 received = self.exchange(filtering, attack, pipelined)
                 answers = re.findall("X-Answer: (.*)\r\n", received)
-                self.assertIn(answers, ([],) if refused else (["/attack"], ["/attack", "/next"]), received)
-                self.assertEqual(bool(re.match("HTTP/1.1 [45]", received)), refused, received)
-                self.assertFalse(set(unserved) & set(self.served), self.served)
+                self.assertIn(answers, ([],) if fate == REFUSED else (["/attack"], ["/attack", "/next"]), received)
+                self.assertEqual(bool(re.match("HTTP/1.1 [45]", received)), fate == REFUSED, received)
+                self.assertFalse(never.intersection(self.served), self.served)
 
     def test_requests(self):
-        squid = Squid(self.addCleanup)
-        for proxy, requests, never in (("", REQUESTS, ["/smuggled"]), ("", CARELESS, []),
-                                       (f"127.0.0.1:{squid.port}", REQUESTS, ["/smuggled"])):
+        never = {REFUSED: {"/attack", "/smuggled", "/next"}, ANSWERED: {"/smuggled"}, CARELESS: set()}
+        for proxy in ("", f"127.0.0.1:{Squid(self.addCleanup).port}"):
             filtering = self.filter({"upstream.proxy": proxy})
-            for name, (fields, body, refused) in requests.items():
+            for name, (fields, body, fate) in REQUESTS.items():
                 rest = f"{fields}\r\n\r\n{body}".replace("%d", str(len(body)))
-                self.check(filtering, name, "POST", rest, refused, never + ["/attack", "/next"] * refused)
+                if fate != CARELESS or not proxy:  # squid is the one who is taken in there
+                    self.check(filtering, name, "POST", rest, fate, never[fate])
 
     def test_answers(self):
         filtering = self.filter()
-        for name, (status, rest, refused) in ANSWERS.items():
+        for name, (status, rest, fate) in ANSWERS.items():
             self.answer = status, rest + FORGED
-            self.check(filtering, name, "HEAD" if "HEAD" in name else "GET", "\r\n", refused, ["/next"] * refused)
+            never = {"/next"} if fate == REFUSED else set()
+            self.check(filtering, name, "HEAD" if "HEAD" in name else "GET", "\r\n", fate, never)
