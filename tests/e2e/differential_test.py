@@ -6,7 +6,6 @@ import random
 import subprocess
 import time
 from concurrent.futures import ThreadPoolExecutor
-from pathlib import Path
 
 from exchanges import UPLOADS, Exchange
 from harness import Case, scratch_folder
@@ -15,7 +14,6 @@ SEED = int(os.environ.get("NETSIFT_SEED", "20240611"))
 COUNT, CURLS = 1000, 4
 # What belongs to one hop, or says how a body is cut, differs on purpose.
 HOP = {"connection", "proxy-connection", "keep-alive", "transfer-encoding", "trailer", "te", "upgrade", "via", "x-hop"}
-NOT_COMPARED = {"request": HOP | {"accept-encoding", "expect"}, "answer": HOP | {"content-length"}}
 
 
 def fields_of(head, without=()):
@@ -24,24 +22,25 @@ def fields_of(head, without=()):
     return [(name.lower(), value.strip()) for name, _, value in fields if name.lower() not in without]
 
 
-def as_curl_config(exchange, files, origin, proxy):
-    lines = [f'url = "http://localhost:{origin}{exchange.path}"', f'output = "{files}.body"', "path-as-is",
-             f'dump-header = "{files}.head"', 'noproxy = ""', 'write-out = "%{exitcode}\\n"', "max-time = 20"]
+def as_curl_config(exchange, file, origin, proxy):
+    lines = [f'url = "http://localhost:{origin}{exchange.path}"', f'output = "{file}"', "include", "path-as-is",
+             'noproxy = ""', 'write-out = "%{exitcode}\\n"', "max-time = 20"]
     lines += [f'proxy = "http://127.0.0.1:{proxy}"'] if proxy else []
     lines += ["head"] if exchange.method == "HEAD" else [f'request = "{exchange.method}"']
-    lines += [f'data-binary = "@{files.parent}/{exchange.upload}.bin"'] if exchange.upload is not None else []
+    lines += [f'data-binary = "@{file.parent}/{exchange.upload}.bin"'] if exchange.upload is not None else []
     lines += [f'header = "{line}"' for field in exchange.fields for line in field.replace('"', '\\"').split("\n")]
     return "\n".join(lines + (["http1.0"] if exchange.http10 else []))
 
 
-def outcome(files, exit_code, method):
-    heads, body = Path(f"{files}.head").read_bytes().decode("latin-1").split("\r\n\r\n"), Path(f"{files}.body")
-    head = next(head for head in reversed(heads) if head.startswith("HTTP/"))
+def outcome(file, exit_code):
+    head, _, body = file.read_bytes().partition(b"\r\n\r\n")
+    while head[9:10] == b"1":
+        head, _, body = body.partition(b"\r\n\r\n")
+    head = head.decode("latin-1")
     status = head.partition("\r\n")[0][9:].strip()
     lengths = {value for name, value in fields_of(head) if name == "content-length" and status[:3] != "204"}
-    return {"curl's exit": exit_code, "status": status, "fields": fields_of(head, NOT_COMPARED["answer"]),
-            "lengths": lengths,  # and curl writes a HEAD's head where others have their body
-            "body": body.read_bytes() if body.exists() and method != "HEAD" else b""}
+    return {"curl's exit": exit_code, "status": status, "fields": fields_of(head, HOP | {"content-length"}),
+            "lengths": lengths, "body": body.removesuffix(b"X-Trailer: 1\r\n")}  # curl writes it there
 
 
 class Differential(Case):
@@ -61,7 +60,8 @@ class Differential(Case):
                 connection.sendall(b"HTTP/1.1 100 Continue\r\n\r\n")
             body = reader.read(int(fields.get("content-length", 0)))
             method, target = head.split(" ")[:2]
-            understood = f"{method} {target} {sorted(fields_of(head, NOT_COMPARED['request']))}".encode() + body
+            compared = sorted(fields_of(head, HOP | {"accept-encoding", "expect"}))
+            understood = f"{method} {target} {compared}".encode() + body
             exchange = self.exchanges[int(target[1:].partition("/")[0].partition("?")[0])]
             for piece in exchange.pieces(f"X-Understood: {hashlib.sha1(understood).hexdigest()}"):
                 connection.sendall(piece)
@@ -80,8 +80,7 @@ class Differential(Case):
         files = [self.folder / f"{way}{number}" for number in range(COUNT)]
         with ThreadPoolExecutor(CURLS) as pool:
             exits = list(pool.map(run, range(CURLS)))
-        return [outcome(files[number], exits[number % CURLS][number // CURLS], exchange.method)
-                for number, exchange in enumerate(self.exchanges)]
+        return [outcome(file, exits[number % CURLS][number // CURLS]) for number, file in enumerate(files)]
 
     def test_a_thousand_exchanges(self):
         noise, self.leaked, self.folder = random.Random(SEED), [], scratch_folder()
@@ -93,10 +92,6 @@ class Differential(Case):
         self.port = self.peer(self.serve).port
         direct, through = self.run_curls("direct", None), self.run_curls("through", self.filter().port)
         self.assertEqual(self.leaked, [])
-        differing = [(number, part) for number in range(COUNT) for part in direct[number]
-                     if direct[number][part] != through[number][part]]
-        for number, part in differing[:5]:
-            exchange = {name: str(value)[:300] for name, value in vars(self.exchanges[number]).items()}
-            print(f"seed {SEED}, exchange {number}: {part} {direct[number][part]!s:.300}, through the filter "
-                  f"{through[number][part]!s:.300}\n  {exchange}")
-        self.assertEqual(len(differing), 0, f"seed {SEED}")
+        differing = [(number, part, str(a[part])[:500], "through the filter", str(b[part])[:500])
+                     for number, (a, b) in enumerate(zip(direct, through)) for part in a if a[part] != b[part]]
+        self.assertEqual(differing[:3], [], f"seed {SEED}: {len(differing)}")
