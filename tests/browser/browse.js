@@ -1,7 +1,6 @@
 // Visits the sites in headless Chromium, without the filter and in each of its ways, and prints a table of what came of
 // it. browse.py starts it and tells it the ports.
 'use strict';
-const fs = require('node:fs');
 const { setTimeout: pause } = require('node:timers/promises');
 const { chromium } = require('playwright-core');
 const { open } = require('./sites.js');
@@ -15,14 +14,14 @@ const stuck = async () => {
 };
 
 async function main() {
-  const sites = await open(fs.readFileSync(`${told.folder}/key.pem`), fs.readFileSync(`${told.folder}/cert.pem`));
+  const sites = await open(told.folder);
   const browser = await chromium.launch({ executablePath: told.chromium, args });
   const through = async port => {
     const proxy = port && { server: `127.0.0.1:${port}`, bypass: '<-loopback>' };
     const context = await browser.newContext({ ignoreHTTPSErrors: true, proxy });
     return async visit => {
       const page = await context.newPage();
-      await page.goto(`${sites.plain}/blank`);
+      await page.goto(`${sites.plain}/?size=0`);
       const value = await Promise.race([visit({ page, sites }), stuck()]);
       await page.close();
       return JSON.stringify(value);

@@ -1,4 +1,5 @@
-// The sites that are visited: one program, plain and TLS, whose pages use what today's web uses.
+// The site that is visited, plain and TLS. An address says what its answer is to be: what it is made of and how large,
+// its status, type, coding and framing.
 'use strict';
 const crypto = require('node:crypto');
 const { EventEmitter, once } = require('node:events');
@@ -10,59 +11,34 @@ const zlib = require('node:zlib');
 
 const share = name => fs.readFileSync(`${__dirname}/../../share/site/${name}`);
 const sha = bytes => crypto.createHash('sha256').update(bytes).digest('hex');
-const noise = (size, seed) => crypto.createCipheriv('aes-128-ctr', sha(seed).slice(0, 16), Buffer.alloc(16))
-  .update(Buffer.alloc(size));
+const noise = (size, seed) => crypto.createCipheriv('aes-128-ctr', sha(`${seed}`).slice(0, 16), Buffer.alloc(16))
+  .update(Buffer.alloc(Number(size)));
 const prose = size => Buffer.from('A harmless line, as good as any other.\n'.repeat(size / 39));
 
-const html = 'text/html; charset=utf-8', binary = 'application/octet-stream';
-const words = share('words.html'), marked = share('marked.txt'), large = noise(5_000_000, '1');
-const gzip = { 'Content-Encoding': 'gzip' };
-const page = `<!doctype html><title>page</title><link rel=stylesheet href=/style.css><script src=/script.js></script>
-  ${Array.from({ length: 24 }, (_, i) => `<img src="/kept/${i}.png">`).join('')}<iframe src=/chunked></iframe>`;
 const form = (id, type, inner) => `<form id=${id} method=post action=/${id} enctype=${type}>${inner}</form>`;
 const upload = id => form(id, 'multipart/form-data', '<input type=file name=f>');
-const forms = `<!doctype html><title>forms</title>${upload('allowed')}${upload('refused')}` + form('fields', '',
-  `<input name=a value="ä &amp; =b"><textarea name=t>${'line\n'.repeat(3000)}</textarea>`);
-const script = 'fetch("/kept/from-script").then(r => r.text()).then(t => document.title = t.length);';
-const frame = Buffer.concat([Buffer.from('<!doctype html><title>frame</title><pre>'), prose(90_000)]);
-
-const go = new EventEmitter();
-const uploads = []; // digests of the files that came in forms
-
-const send = (type, bytes, fields = {}, status = 200) => (request, response) => {
-  response.writeHead(status, { 'Content-Type': type, 'Content-Length': Buffer.byteLength(bytes), ...fields });
-  response.end(bytes);
+const contents = {
+  noise, prose, words: () => share('words.html'), marked: size => Buffer.concat([noise(size, 4), share('marked.txt')]),
+  page: () => Buffer.from(`<!doctype html><title>page</title><link rel=stylesheet href="/?type=text/css&size=70000">
+    <script src="/?type=text/javascript&of=script"></script><iframe src="/?framing=chunked&size=90000"></iframe>
+    ${Array.from({ length: 24 }, (_, i) => `<img src="/?type=image/png&of=noise&size=20000&seed=${i}">`).join('')}`),
+  script: () => Buffer.from('fetch("/?size=999").then(r => r.text()).then(t => document.title = t.length);'),
+  forms: () => Buffer.from(upload('allowed') + upload('refused') + form('fields', '',
+    `<input name=a value="&#228; &amp; =b"><textarea name=t>${'line\n'.repeat(3000)}</textarea>`)),
 };
-
-// Framings that node does not use towards a client of HTTP/1.0.
-const closed = (type, bytes, status = '200 OK', begin = '', wrap = piece => piece, end = '') => async ({ socket }) => {
-  socket.write(`HTTP/1.1 ${status}\r\nContent-Type: ${type}\r\n${begin}Connection: close\r\n\r\n`);
-  for (let at = 0; at < bytes.length; at += 7000, await pause(1)) socket.write(wrap(bytes.subarray(at, at + 7000)));
-  socket.end(end);
-};
-const chunk = piece => Buffer.from(`${piece.length.toString(16)};a=b\r\n${piece.toString('latin1')}\r\n`, 'latin1');
-const chunked = (type, bytes, status, fields = '') =>
-  closed(type, bytes, status, `Transfer-Encoding: chunked\r\n${fields}`, chunk, '0\r\nX-Trailer: 1\r\n\r\n');
-
-const ranges = { 'bytes=1000-70000': [1000, 70_001], 'bytes=-500': [4_999_500, 5_000_000] };
-function ranged(request, response) {
-  const [begin, end] = ranges[request.headers.range] || [], span = end ? `${begin}-${end - 1}` : '*';
-  const field = { 'Content-Range': `bytes ${span}/5000000` };
-  send(binary, end ? large.subarray(begin, end) : prose(500), field, end ? 206 : 416)(request, response);
-}
+const go = new EventEmitter(), uploads = []; // digests of the files that came in forms
 
 // Says what arrived: of a form's file the file alone, since its boundary differs each time.
 function echo(request, response, body) {
   const [type, boundary] = (request.headers['content-type'] || '').split('; boundary=');
   if (boundary) body = body.subarray(body.indexOf('\r\n\r\n') + 4, body.lastIndexOf(`\r\n--${boundary}`));
   if (boundary) uploads.push(sha(body));
-  const told = [request.method, request.url, type, request.headers['x-own'], body.length, sha(body)];
-  send('text/plain', JSON.stringify(told))(request, response);
+  response.end(JSON.stringify([request.method, request.url, type, request.headers['x-own'], body.length, sha(body)]));
 }
 
 // Goes on only when the page asks for it: what was sent so far must have arrived.
-async function live(request, response) {
-  response.writeHead(200, { 'Content-Type': request.url.slice('/live/'.length), 'Cache-Control': 'no-store' });
+async function live(response, type) {
+  response.writeHead(200, { 'Content-Type': type, 'Cache-Control': 'no-store' });
   for (let i = 0; i < 4; i++) {
     response.write(`data: piece ${i}\n\n`);
     await once(go, 'on');
@@ -70,38 +46,36 @@ async function live(request, response) {
   response.end();
 }
 
-const etag = { ETag: '"one"' }, unchanged = (request, response) => response.writeHead(304, etag).end();
-const revalidated = (request, response) =>
-  (request.headers['if-none-match'] ? unchanged : send('text/plain', prose(4000), etag))(request, response);
-const redirect = (status, to) => send(html, prose(200), { Location: to }, status);
-const zipped = zlib.gzipSync(frame);
-const routes = {
-  '/': send(html, page), '/blank': send(html, '<!doctype html>'), '/forms': send(html, forms),
-  '/style.css': send('text/css', prose(70_000)), '/script.js': send('text/javascript', script),
-  '/301': redirect(301, '/302'), '/302': redirect(302, '/303'), '/303': redirect(303, '/307'),
-  '/307': redirect(307, '/308'), '/308': redirect(308, '/'), '/redirected-post': redirect(307, '/echo'),
-  '/chunked': chunked(html, frame), '/large-chunked': chunked(binary, noise(700_000, '2')),
-  '/closed': closed(html, frame), '/empty': closed(html, Buffer.alloc(0)),
-  '/large': send(binary, large), '/204': (request, response) => response.writeHead(204).end(),
-  '/download': send(binary, large, { 'Content-Disposition': 'attachment; filename=large.bin' }), '/ranged': ranged,
-  '/404': send(html, prose(200_000), {}, 404), '/500': chunked(html, prose(120_000), '500 Internal Server Error'),
-  '/403': closed(html, prose(90_000), '403 Forbidden'), '/503': send(html, '', {}, 503), '/etag': revalidated,
-  '/gzip': send(html, zipped, gzip), '/gzip-chunked': chunked(html, zipped, '200 OK', 'Content-Encoding: gzip\r\n'),
-  '/gzip-404': send(html, zipped, gzip, 404), '/gzip-image': send('image/svg+xml', zipped, gzip),
-  '/deflate': send(html, zlib.deflateSync(frame), { 'Content-Encoding': 'deflate' }),
-  '/go': (request, response) => go.emit('on') && response.end(),
-  '/words': send(html, words), '/words-chunked': chunked(html, words),
-  '/forbidden': send('application/x-forbidden', words),
-  '/marked': send(binary, marked), '/marked-late': send(binary, Buffer.concat([large, marked])),
-  '/marked-chunked': chunked('application/zip', Buffer.concat([noise(50_000, '5'), marked])),
-};
-
 async function serve(request, response) {
-  const body = Buffer.concat(await request.toArray());
-  if (routes[request.url]) return routes[request.url](request, response);
-  if (request.url.startsWith('/live/')) return live(request, response);
-  if (request.url.startsWith('/kept/')) return send('image/png', noise(20_000, request.url))(request, response);
-  echo(request, response, body);
+  const body = Buffer.concat(await request.toArray()), { pathname, searchParams } = new URL(request.url, 'http://x');
+  const asked = { status: 200, type: 'text/html', of: 'prose', size: 50_000, ...Object.fromEntries(searchParams) };
+  if (pathname === '/go') return response.end(`${go.emit('on')}`);
+  if (pathname === '/live') return live(response, asked.type);
+  if (pathname !== '/') return echo(request, response, body);
+  const fields = { 'Content-Type': asked.type, ETag: '"one"' }, isChunked = asked.framing === 'chunked';
+  if (request.headers['if-none-match']) return response.writeHead(304, fields).end();
+  if (asked.to) fields.Location = asked.to;
+  if (asked.coding) fields['Content-Encoding'] = asked.coding;
+  let content = contents[asked.of](asked.size, asked.seed);
+  if (asked.coding) content = zlib[`${asked.coding}Sync`](content);
+  const range = /bytes=(\d+)-(\d+)/.exec(request.headers.range);
+  if (range) {
+    [asked.status, fields['Content-Range']] = range[1] < content.length
+      ? [206, `bytes ${range[1]}-${range[2]}/${content.length}`] : [416, `bytes */${content.length}`];
+    content = content.subarray(range[1], Number(range[2]) + 1);
+  }
+  if (asked.status !== '204' && !asked.framing) fields['Content-Length'] = content.length;
+  if (!asked.framing) return response.writeHead(Number(asked.status), fields).end(content);
+
+  // Framings that node does not use towards a client of HTTP/1.0.
+  if (isChunked) fields['Transfer-Encoding'] = 'chunked';
+  const lines = Object.entries({ ...fields, Connection: 'close' }).map(field => field.join(': ')).join('\r\n');
+  request.socket.write(`HTTP/1.1 ${asked.status} Made up\r\n${lines}\r\n\r\n`);
+  for (let at = 0; at < content.length; at += 7000, await pause(1)) {
+    const piece = content.subarray(at, at + 7000), size = Buffer.from(`${piece.length.toString(16)};name=value\r\n`);
+    request.socket.write(isChunked ? Buffer.concat([size, piece, Buffer.from('\r\n')]) : piece);
+  }
+  request.socket.end(isChunked ? '0\r\nX-Trailer: 1\r\n\r\n' : '');
 }
 
 // RFC 6455, as much of it as an echo of one message of 60,000 bytes needs.
@@ -118,7 +92,8 @@ function echoMessage(request, socket) {
   });
 }
 
-async function open(key, cert) {
+async function open(folder) {
+  const [key, cert] = ['key', 'cert'].map(name => fs.readFileSync(`${folder}/${name}.pem`));
   const servers = [http.createServer(serve), https.createServer({ key, cert }, serve)];
   servers.forEach(server => server.on('upgrade', echoMessage).listen(0, '127.0.0.1').unref());
   await Promise.all(servers.map(server => once(server, 'listening')));

@@ -1,7 +1,6 @@
 // What the browser does on the sites. A visit's value is all that it got; it is compared with the value of the same
 // visit without the filter. Where texts follow, the filter keeps something back, and the value has these texts in it.
 'use strict';
-const fs = require('node:fs');
 const { noise, sha } = require('./sites.js');
 
 const file = noise(300_000, '8'), largeFile = noise(3_000_000, '9');
@@ -17,7 +16,8 @@ const get = (url, options) => ({ page }) => page.evaluate(async ([u, o]) => {
   const answer = await fetch(u, { cache: 'no-store', ...o }), body = await answer.arrayBuffer();
   const digest = new Uint8Array(await crypto.subtle.digest('SHA-256', body)).join();
   const fields = ['content-type', 'content-range', o?.method === 'HEAD' ? 'content-length' : 'x-none'];
-  return [answer.status, answer.url, body.byteLength, digest, ...fields.map(name => answer.headers.get(name))];
+  return [answer.status, answer.url, body.byteLength, digest, ...fields.map(name => answer.headers.get(name)),
+    new TextDecoder().decode(body.slice(0, 5000))];
 }, [url, options]);
 const post = (url, size) => get(url, { method: 'POST', body: 'x'.repeat(size), headers: { 'X-Own': 'field' } });
 
@@ -31,7 +31,7 @@ const load = (name, site = 'plain') => async ({ page, sites }) => {
 };
 
 const submit = (form, buffer) => async ({ page, sites }) => {
-  await page.goto(`${sites.plain}/forms`);
+  await page.goto(`${sites.plain}/?of=forms`);
   const upload = { name: 'file.bin', mimeType: 'application/octet-stream', buffer };
   if (buffer) await page.setInputFiles(`#${form} input[type=file]`, upload);
   const sends = page.evaluate(id => document.getElementById(id).submit(), form);
@@ -39,20 +39,15 @@ const submit = (form, buffer) => async ({ page, sites }) => {
   return [answer.status(), await page.content(), 'arrived', buffer && sites.uploads.includes(sha(buffer))];
 };
 
-async function download({ page }) {
-  const [saved] = await Promise.all([page.waitForEvent('download'), page.evaluate(() => { location = '/download'; })]);
-  return [saved.suggestedFilename(), sha(fs.readFileSync(await saved.path()))];
-}
-
 // Each piece is asked for only once the one before has been seen.
 const stream = type => ({ page }) => page.evaluate(async url => {
   const seen = [], reader = (await fetch(url)).body.pipeThrough(new TextDecoderStream()).getReader();
   for (let part; !(part = await reader.read()).done; await fetch('/go')) seen.push(part.value);
   return seen;
-}, `/live/${type}`);
+}, `/live?type=${type}`);
 
 const events = ({ page }) => page.evaluate(() => new Promise(resolve => {
-  const seen = [], source = new EventSource('/live/text/event-stream');
+  const seen = [], source = new EventSource('/live?type=text/event-stream');
   source.addEventListener('message', event => seen.push(event.data));
   source.addEventListener('message', () => fetch('/go'));
   source.addEventListener('error', () => source.close());
@@ -67,42 +62,42 @@ const socket = site => ({ page, sites }) => page.evaluate(url => new Promise((re
   ws.onclose = event => event.wasClean ? resolve([seen, event.code]) : reject(new Error(`closed: ${event.code}`));
 }), sites[site].replace('http', 'ws') + '/socket');
 
-const goTo = name => async ({ page, sites }) => {
-  const answer = await page.goto(sites.plain + name);
-  return [answer.status(), await answer.text()];
-};
-const fails = url => ({ page }) => page.evaluate(u => fetch(u).then(r => r.text()).then(() => 'it came', String), url);
-
 const isBlocked = ['[403,', 'This page is blocked'], infected = 'Content is infected';
 const offensive = 'Offensive content found on the site in category Sample category';
+const redirect = (to, code) => `/?status=${code}&to=${encodeURIComponent(to)}`;
 const visits = [
-  ['page with 28 resources', load('/')],
-  ['the same over HTTPS', load('/', 'secure')],
-  ['60 requests, kept connections', all(...Array.from({ length: 60 }, (_, i) => `/kept/${i}`))],
-  ['redirects, also of a POST', all(load('/301'), post('/redirected-post', 30_000))],
-  ['chunked, close-delimited, empty', all(load('/chunked'), load('/closed'), load('/empty'), '/large-chunked')],
-  ['204, 304', all('/204', get('/etag', { headers: { 'If-None-Match': '"one"' } }), get('/etag', { cache: 'default' }),
-    get('/etag', { cache: 'no-cache' }))],
-  ['HEAD', all(get('/large', { method: 'HEAD' }), get('/404', { method: 'HEAD' }))],
-  ['ranges: 206, 416', all(...['1000-70000', '-500', '6000000-'].map(range =>
-    get('/ranged', { headers: { Range: `bytes=${range}` } })))],
-  ['long error pages', all(load('/404'), '/500', '/403', '/503')],
-  ['gzip, deflate not asked for', all('/gzip', '/deflate', '/gzip-image', '/gzip-404', load('/gzip-chunked'))],
-  ['5 MB, fetched and downloaded', all('/large', download)],
+  ['page with 28 resources', load('/?of=page')],
+  ['the same over HTTPS', load('/?of=page', 'secure')],
+  ['60 requests, kept connections', all(...Array.from({ length: 60 }, (_, i) => `/?of=noise&size=9999&seed=${i}`))],
+  ['redirects', load([308, 307, 303, 302, 301].reduce(redirect, '/?of=page'))],
+  ['redirected POST', post('/?status=307&to=/echo', 30_000)],
+  ['chunked', all(load('/?framing=chunked'), '/?framing=chunked&of=noise&size=700000&type=application/zip')],
+  ['close-delimited, empty', all(load('/?framing=close'), load('/?framing=close&size=0'))],
+  ['204', get('/?status=204&size=0')],
+  ['304', all(get('/', { headers: { 'If-None-Match': '"one"' } }), get('/', { cache: 'default' }),
+    get('/', { cache: 'no-cache' }))],
+  ['HEAD', all(get('/?size=5000000', { method: 'HEAD' }), get('/?status=404', { method: 'HEAD' }))],
+  ['ranges: 206, 416', all(get('/?of=noise&size=300000', { headers: { Range: 'bytes=1000-70000' } }),
+    get('/', { headers: { Range: 'bytes=60000-60001' } }))],
+  ['long error pages', all(load('/?status=404&size=200000'), '/?status=500&size=200000&framing=chunked',
+    '/?status=403&size=200000&framing=close', '/?status=503&size=0')],
+  ['gzip, deflate not asked for', all('/?coding=gzip', '/?coding=deflate', '/?coding=gzip&type=image/svg%2Bxml',
+    '/?coding=gzip&status=404', load('/?coding=gzip&framing=chunked'))],
+  ['5 MB', get('/?of=noise&size=5000000&type=application/zip')],
   ['POST of forms, upload where allowed', all(submit('fields'), submit('allowed', file))],
   ['POST of 0, 10240, 2000000 bytes', all(post('/echo', 0), post('/echo', 10_240), post('/echo', 2_000_000))],
   ['fetch streams, live', all(stream('application/x-ndjson'), stream('text/plain'), stream('text/html'))],
   ['server-sent events, live', events],
   ['WebSocket ws, wss', all(socket('plain'), socket('secure'))],
-  ['phrases', goTo('/words'), ...isBlocked, offensive],
-  ['phrases, chunked', goTo('/words-chunked'), ...isBlocked, offensive],
-  ['MIME type', goTo('/forbidden'), ...isBlocked, 'application/x-forbidden'],
+  ['phrases', get('/?of=words'), ...isBlocked, offensive],
+  ['phrases, chunked', get('/?of=words&framing=chunked'), ...isBlocked, offensive],
+  ['MIME type', get('/?type=application/x-forbidden'), ...isBlocked, 'application/x-forbidden'],
   ['upload', submit('refused', file.subarray(0, 1000)), ...isBlocked, '"arrived",false]'],
   ['upload of 3 MB', submit('refused', largeFile), ...isBlocked, '"arrived",false]'],
-  ['marked download', goTo('/marked'), ...isBlocked, infected],
-  ['marked, chunked', goTo('/marked-chunked'), ...isBlocked, infected],
-  ['marked behind 5 MB', fails('/marked-late'), 'TypeError'],
-  ['unmarked download, scanned', get('/large'), '[200,', ',5000000,'],
+  ['marked download', get('/?of=marked&type=application/zip&size=0'), ...isBlocked, infected],
+  ['marked, chunked', get('/?of=marked&type=application/zip&framing=chunked'), ...isBlocked, infected],
+  ['marked behind 5 MB', get('/?of=marked&type=application/zip&size=5000000'), 'TypeError'],
+  ['unmarked download, scanned', get('/?of=noise&type=application/zip&size=5000000'), '[200,', ',5000000,'],
 ];
 
 module.exports = { visits };
