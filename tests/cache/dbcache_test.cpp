@@ -1,7 +1,6 @@
 #include "cache/dbcache.h"
 
 #include <gdbm.h>
-#include <gtest/gtest.h>
 
 #include <filesystem>
 

@@ -1,7 +1,5 @@
 #include "cache/hostNotify.h"
 
-#include <gtest/gtest.h>
-
 #include "tests/support/scriptedDaemon.h"
 
 using namespace netsift::test;

@@ -1,14 +1,7 @@
 #include "connection/answer.h"
 
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <utility>
-
 #include "connection/htmlTemplate.h"
 #include "connection/verdict.h"
-#include "state/connection.h"
-#include "state/settings.h"
 #include "tests/support/support.h"
 
 namespace netsift::test {

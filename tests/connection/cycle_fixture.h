@@ -5,20 +5,13 @@
 
 #include <arpa/inet.h>
 #include <gdbm.h>
-#include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "cache/dbcache.h"
 #include "connection/connection_trickle.h"
-#include "state/connection.h"
-#include "state/settings.h"
 #include "tests/support/scriptedDaemon.h"
 #include "tests/support/support.h"
 

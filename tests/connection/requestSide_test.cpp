@@ -1,7 +1,5 @@
 #include "connection/requestSide.h"
 
-#include <cstring>
-
 #include "tests/connection/cycle_fixture.h"
 
 namespace netsift::test {

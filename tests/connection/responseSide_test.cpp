@@ -2,9 +2,6 @@
 
 #include <sys/resource.h>
 
-#include <csignal>
-#include <cstring>
-
 #include "cache/dbcache.h"
 #include "http/debugLog.h"
 #include "tests/connection/cycle_fixture.h"

@@ -1,4 +1,3 @@
-#include <cstring>
 
 #include "content/phraseList.h"
 #include "tests/connection/cycle_fixture.h"

@@ -1,11 +1,7 @@
 #include "content/htmlToText.h"
 
-#include <gtest/gtest.h>
-
 #include <map>
-#include <random>
 #include <sstream>
-#include <string>
 
 #include "tests/support/support.h"
 

@@ -1,13 +1,7 @@
-#include <gtest/gtest.h>
 
-#include <algorithm>
-#include <random>
-#include <string>
-#include <vector>
 
 #include "content/phraseList.h"
 #include "content/phraseScan.h"
-#include "state/settings.h"
 #include "tests/support/support.h"
 
 namespace {

@@ -1,10 +1,5 @@
 #include "content/ratings.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-
-#include "state/settings.h"
 #include "tests/support/support.h"
 
 namespace {

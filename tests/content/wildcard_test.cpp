@@ -1,10 +1,5 @@
 #include "content/wildcard.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
 #include "tests/support/support.h"
 
 namespace {

@@ -1,13 +1,8 @@
 #include "host/configRead.h"
 
 #include <arpa/inet.h>
-#include <gtest/gtest.h>
-
-#include <cstring>
 
 #include "host/settingsPrint.h"
-#include "state/connection.h"
-#include "state/settings.h"
 #include "tests/support/support.h"
 
 using namespace netsift::host;

@@ -1,7 +1,5 @@
 #include "host/notify.h"
 
-#include <gtest/gtest.h>
-
 #include <filesystem>
 
 #include "host/clock.h"

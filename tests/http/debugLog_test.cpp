@@ -1,12 +1,8 @@
 #define NETSIFT_LIBRARY  // for dprintf as the library's own sources have it
 #include "http/debugLog.h"
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <regex>
 
-#include "state/connection.h"
 #include "tests/support/support.h"
 
 using namespace netsift::test;

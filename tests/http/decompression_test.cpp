@@ -1,7 +1,5 @@
 #include "http/decompression.h"
 
-#include <gtest/gtest.h>
-
 #include "http/httpBody_iter.h"
 #include "tests/support/support.h"
 

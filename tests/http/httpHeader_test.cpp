@@ -1,10 +1,6 @@
 #include "http/httpHeader.h"
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <climits>
-#include <thread>
 
 #include "tests/support/support.h"
 

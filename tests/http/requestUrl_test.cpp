@@ -1,11 +1,5 @@
 #include "http/requestUrl.h"
 
-#include <gtest/gtest.h>
-
-#include <cstring>
-
-#include "state/connection.h"
-#include "state/settings.h"
 #include "tests/support/support.h"
 
 using namespace netsift::test;

@@ -1,15 +1,11 @@
 #include "http/socket.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/time.h>
 
 #include <chrono>
 #include <climits>
-#include <csignal>
-#include <random>
-#include <thread>
 
 #include "tests/support/support.h"
 

@@ -1,4 +1,3 @@
-#include <gtest/gtest.h>
 
 #include "http/strictChunk.h"
 #include "http/strictCoding.h"

@@ -1,7 +1,5 @@
 #include "http/strictHead.h"
 
-#include <gtest/gtest.h>
-
 #include "http/httpHeader.h"
 #include "http/strictCoding.h"
 #include "http/strictForward.h"

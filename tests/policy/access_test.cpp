@@ -1,12 +1,8 @@
-#include <gtest/gtest.h>
 
-#include <cstring>
 #include <ctime>
 
 #include "policy/accessList.h"
 #include "policy/accessLog.h"
-#include "state/connection.h"
-#include "state/settings.h"
 #include "tests/support/support.h"
 
 TEST(AccessList, GrantsTheHighestLevelThatAppliesNow) {

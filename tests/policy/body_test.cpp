@@ -1,11 +1,7 @@
-#include <gtest/gtest.h>
 
-#include <cstring>
 
 #include "policy/attachFile.h"
 #include "policy/popupIndex.h"
-#include "state/connection.h"
-#include "state/settings.h"
 #include "tests/support/support.h"
 
 using netsift::test::GuardedText;

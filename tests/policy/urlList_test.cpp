@@ -1,12 +1,6 @@
 #include "policy/urlList.h"
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <utility>
-
 #include "policy/blacklistAdd.h"
-#include "state/settings.h"
 #include "tests/support/support.h"
 
 using namespace netsift::test;

@@ -1,15 +1,11 @@
 #include "scan/tunnel.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <cerrno>
-#include <csignal>
-#include <utility>
 
-#include "state/connection.h"
 #include "tests/support/support.h"
 #include "util/installPath.h"
 

@@ -1,17 +1,11 @@
 #include "scan/virusScan.h"
 
-#include <gtest/gtest.h>
-
 #include <filesystem>
 #include <map>
 #include <optional>
-#include <tuple>
-#include <utility>
 
 #include "http/httpHeader.h"
 #include "scan/scanTunnel.h"
-#include "state/connection.h"
-#include "state/settings.h"
 #include "tests/support/scriptedDaemon.h"
 
 using namespace netsift::test;

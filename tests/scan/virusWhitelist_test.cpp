@@ -1,10 +1,8 @@
 #include "scan/virusWhitelist.h"
 
 #include <gdbm.h>
-#include <gtest/gtest.h>
 
 #include "scan/stringIntHash.h"
-#include "state/settings.h"
 #include "tests/support/support.h"
 
 using namespace netsift::test;

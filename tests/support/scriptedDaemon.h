@@ -5,13 +5,9 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <functional>
-#include <string>
-#include <string_view>
-#include <thread>
 
 #include "tests/support/support.h"
 

@@ -4,18 +4,13 @@
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
-#include <unistd.h>
 #include <zlib.h>
 
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
 #include "http/debugLog.h"
-#include "state/settings.h"
 #include "util/installPath.h"
 
 /* The host's two symbols, as a small host would define them; the daemon's tests bring its own. */

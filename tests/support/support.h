@@ -1,13 +1,25 @@
-/* What the tests of every folder share. */
+/* What the tests of every folder share, with the headers that nearly all of them need. */
 #ifndef NETSIFT_TESTS_SUPPORT_H
 #define NETSIFT_TESTS_SUPPORT_H
 
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
 #include <cstdint>
+#include <cstring>
+#include <random>
 #include <string>
 #include <string_view>
+#include <thread>
+#include <tuple>
+#include <utility>
 #include <vector>
 
+#include "state/connection.h"
 #include "state/records.h"
+#include "state/settings.h"
 
 namespace netsift::test {
 

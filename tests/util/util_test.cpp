@@ -1,4 +1,3 @@
-#include <gtest/gtest.h>
 
 #include "tests/support/support.h"
 #include "util/escape.h"
