@@ -148,6 +148,11 @@ inline std::string response(const std::string &fields, const std::string &body, 
          "\r\n\r\n" + body;
 }
 
+inline std::string bodyOf(const std::string &answer) {
+  const size_t end = answer.find("\r\n\r\n");
+  return end == std::string::npos ? "<no head>" : answer.substr(end + 4);
+}
+
 /* With an empty verdict cache. */
 class CachedTest : public CycleTest {
  protected:

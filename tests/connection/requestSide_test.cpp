@@ -61,14 +61,6 @@ TEST_F(CycleTest, exemptAddressSwitchesBothChecksOffForTheConnection) {
   EXPECT_EQ(answer.substr(answer.size() - 2), "ok");
 }
 
-TEST_F(CycleTest, unusableRequestLinesEndTheCallInSilence) {
-  for (const char *line : {"GET", "GET /x", "GET / HTTP/1.0", "ABCDEFGHIJKLMNO http://h/ HTTP/1.0",
-                           "GET http:/ HTTP/1.0", "GET :80 HTTP/1.0", "GET http:// HTTP/1.0", " HTTP/1.0"}) {
-    EXPECT_EQ(serve(std::string(line) + "\r\n\r\n", {page}), "") << line;
-    EXPECT_EQ(result, -1) << line;
-  }
-}
-
 TEST_F(CycleTest, strictDirectRequestReachesTheOriginInOriginForm) {
   StrictHttp = 1;
   Upstream origin({"HTTP/1.0 200 OK\r\nConnection: keep-alive\r\nContent-Length: 1\r\n\r\n1", page});
