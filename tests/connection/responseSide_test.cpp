@@ -47,22 +47,26 @@ TEST_F(CycleTest, aBodyWithoutLengthMayBeRelayedAheadOfItsHead) {
   late.join();
 }
 
-TEST_F(CachedTest, cleanPagesAreStoredOthersNot) {
-  const struct {
-    std::string request, response;
-    int32_t stored;
-  } cases[] = {
-      {get, response(dated, "ok"), 0},
-      {"GET http://h/p?q HTTP/1.0\r\nHost: h\r\n\r\n", response(dated, "ok"), -1},
-      {get, response(dated, "x window.open x"), -1},
-      {get, response(dated + "Pragma: no-cache\r\n", "ok"), -1},
-      {get, response(dated, "ok", "206 Part"), -1},
-      {get, response("Connection: close\r\n", "ok"), -1},
-  };
-  for (const auto &c : cases) {
+TEST_F(CachedTest, cleanPagesAreStoredWhenTheyAreWhole) {
+  const std::string noCache = dated + "Pragma: no-cache\r\n", page = response(dated, "ok"),
+                    start = "HTTP/1.1 200 OK\r\n";
+  const std::tuple<int32_t, std::string, std::string, int32_t> cases[] = {
+      {0, get, page, 0},
+      {0, "GET http://h/p?q HTTP/1.0\r\nHost: h\r\n\r\n", page, -1},
+      {0, get, response(dated, "x window.open x"), -1},
+      {0, get, response(noCache, "ok"), -1},
+      {0, get, response(dated, "ok", "206 Part"), -1},
+      {0, get, response("Connection: close\r\n", "ok"), -1},
+      {1, get, page, 0},
+      {1, "HEAD http://h/p HTTP/1.1\r\nHost: h\r\n\r\n", response(dated, ""), -1},
+      {1, get, start + dated + "Content-Length: 50\r\n\r\nhalf", -1},
+      {1, get, start + dated + "Transfer-Encoding: chunked\r\n\r\n2\r\nok\r\n", -1}};
+  for (const auto &[strict, request, answer, stored] : cases) {
     emptyCache();
-    EXPECT_EQ(serve(c.request, {c.response}), c.response);
-    EXPECT_EQ(verdict(), c.stored) << c.response;
+    StrictHttp = strict;
+    const std::string received = serve(request, {answer});
+    EXPECT_TRUE(strict != 0 || received == answer) << received;
+    EXPECT_EQ(verdict(), stored) << strict << answer;
   }
 }
 

@@ -158,23 +158,5 @@ TEST_F(StrictTest, onlyWhatAScanCoveredReachesTheClient) {
   EXPECT_TRUE(log.has("Client IP:10.1.2.3,URL:h/p,STATUS:DELIVERED,unscanned"));
 }
 
-TEST_F(StrictTest, cleanVerdictsAreStoredForWholeBodiesAlone) {
-  const struct {
-    std::string answer;
-    int32_t stored;
-    std::string method = "GET";
-  } cases[] = {
-      {response(dated, "ok"), 0},
-      {response(dated, ""), -1, "HEAD"},
-      {"HTTP/1.1 200 OK\r\n" + dated + "Content-Length: 50\r\n\r\nhalf", -1},
-      {"HTTP/1.1 200 OK\r\n" + dated + "Transfer-Encoding: chunked\r\n\r\n2\r\nok\r\n", -1},
-  };
-  for (const auto &c : cases) {
-    emptyCache();
-    serve(c.method + " http://h/p HTTP/1.1\r\nHost: h\r\n\r\n", {c.answer});
-    EXPECT_EQ(verdict(), c.stored) << c.answer;
-  }
-}
-
 }  // namespace
 }  // namespace netsift::test

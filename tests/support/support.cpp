@@ -72,10 +72,8 @@ std::vector<std::string> LogCapture::messages() const {
 }
 
 bool LogCapture::has(std::string_view message) const {
-  for (const std::string &line : messages()) {
-    if (line == message) return true;
-  }
-  return false;
+  const std::vector<std::string> all = messages();
+  return std::find(all.begin(), all.end(), message) != all.end();
 }
 
 SocketPair::SocketPair() {
