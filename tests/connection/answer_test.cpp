@@ -22,33 +22,25 @@ TEST(HtmlTemplate, replacesEveryPair) {
   mailto = mail;
   strcpy(reason, "why");
   const std::string longReason(199, 'r');
-  const struct {
-    std::string text, expected;
-  } cases[] = {
-      {"a%rb%eb%ac", "awhybbadminc"},
-      {"%u", longUrl.substr(0, 50)},
-      {"100% of %%x", "100of x"},
-      {"%", ""},
-      {"ends\xFFnever seen", "ends"},
-      {"%\xFFgoes on", "goes on"},
-      {"", ""},
-      {"%r%r%r%r", "whywhywhywhy"},
+  const auto filled = [&](const std::string &text, int32_t *length) {
+    writeFile(root.config("t"), text);
+    return take(readTemplate(root.config("t").c_str(), length));
   };
-  for (const auto &c : cases) {
-    writeFile(root.config("t"), c.text);
+  const std::pair<std::string, std::string> cases[] = {
+      {"a%rb%eb%ac", "awhybbadminc"}, {"%u", longUrl.substr(0, 50)}, {"100% of %%x", "100of x"},   {"%", ""},
+      {"ends\xFFnever seen", "ends"}, {"%\xFFgoes on", "goes on"},   {"%r%r%r%r", "whywhywhywhy"}, {"", ""}};
+  for (const auto &[text, expected] : cases) {
     int32_t length = -7;
-    EXPECT_EQ(take(readTemplate(root.config("t").c_str(), &length)), c.expected) << c.text;
-    EXPECT_EQ(length, static_cast<int32_t>(c.expected.size()) - 1) << c.text;
+    EXPECT_EQ(filled(text, &length), expected) << text;
+    EXPECT_EQ(length, static_cast<int32_t>(expected.size()) - 1) << text;
   }
   errorcode = stamp;
   strcpy(reason, longReason.c_str());
-  writeFile(root.config("t"), "%e%r%r%r");
-  EXPECT_EQ(take(readTemplate(root.config("t").c_str(), nullptr)), "stamp" + longReason + longReason + longReason);
+  EXPECT_EQ(filled("%e%r%r%r", nullptr), "stamp" + longReason + longReason + longReason);
   EXPECT_EQ(url, longUrl);
   EscapeText = 1;
   strcpy(reason, "<a href=\"x\">");
-  writeFile(root.config("t"), "<%r>");
-  EXPECT_EQ(take(readTemplate(root.config("t").c_str(), nullptr)), "<&lt;a href=&quot;x&quot;&gt;>");
+  EXPECT_EQ(filled("<%r>", nullptr), "<&lt;a href=&quot;x&quot;&gt;>");
   EXPECT_EQ(readTemplate(root.config("missing").c_str(), nullptr), nullptr);
 }
 
@@ -58,12 +50,7 @@ TEST(Answers, areExactlyTheseBytes) {
   writeFile(root.config("template"), "M");
   writeFile(root.config("errortemplate.htm"), "E%u");
   const std::string h = head;
-  const struct {
-    const char *url;
-    int32_t strict;
-    int kind;
-    std::string expected;
-  } cases[] = {
+  const std::tuple<const char *, int32_t, int, std::string> cases[] = {
       {"h/a", 0, 1, h + "Content-Length: 10\r\n\r\n<b>h/a</b>"},
       {"h/Messenger.x", 0, 1, h + "Content-Length: 1\r\n\r\nM"},
       {nullptr, 0, 1, h + "Content-Length: 7\r\n\r\n<b></b>"},
@@ -72,24 +59,23 @@ TEST(Answers, areExactlyTheseBytes) {
       {"h/a", 1 + 2, 1, strict(200, "OK") + "Content-Length: 10\r\n\r\n<b>h/a</b>"},
       {"h/a", 1, 2, strict(403, "Forbidden") + "\r\nEh/a"},
       {"h/a", 0, 2, h + "\r\nEh/a"},
-      {"h/a", 0, 3, h + "Content-Length: 0\r\n\r\n"},
-  };
-  for (const auto &c : cases) {
+      {"h/a", 0, 3, h + "Content-Length: 0\r\n\r\n"}};
+  for (const auto &[target, isStrict, kind, expected] : cases) {
     const SocketPair client, other;
     clientsock = client.near;
-    StrictHttp = c.strict;
-    url = c.url == nullptr ? nullptr : strdup(c.url);
+    StrictHttp = isStrict;
+    url = target == nullptr ? nullptr : strdup(target);
     hostname = strdup("h");
     reqheader = makeHeader({"GET / HTTP/1.0"});
     writeFile(root.config("scanfile"), "x");
-    if (c.kind < 2) blockConnection(client.near, static_cast<uint8_t>(c.kind));
-    if (c.kind == 2) sendError(client.near);
-    if (c.kind == 3) closeConnection(client.near, other.near, root.config("scanfile").c_str());
-    EXPECT_EQ(client.receive(), c.expected);
+    if (kind < 2) blockConnection(client.near, static_cast<uint8_t>(kind));
+    if (kind == 2) sendError(client.near);
+    if (kind == 3) closeConnection(client.near, other.near, root.config("scanfile").c_str());
+    EXPECT_EQ(client.receive(), expected);
     EXPECT_EQ(url, nullptr);
     EXPECT_EQ(hostname, nullptr);
     EXPECT_EQ(reqheader.first, nullptr);
-    EXPECT_EQ(readFile(root.config("scanfile")), c.kind == 3 ? "" : "x");
+    EXPECT_EQ(readFile(root.config("scanfile")), kind == 3 ? "" : "x");
   }
 }
 

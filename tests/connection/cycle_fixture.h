@@ -3,7 +3,6 @@
 #ifndef NETSIFT_TESTS_CONNECTION_CYCLE_FIXTURE_H
 #define NETSIFT_TESTS_CONNECTION_CYCLE_FIXTURE_H
 
-#include <arpa/inet.h>
 #include <gdbm.h>
 #include <sys/socket.h>
 
@@ -17,68 +16,6 @@
 
 namespace netsift::test {
 
-/* An upstream on a loopback port. On every connection it answers one head after the other with the next answer, as long
-   as there is one, and then closes. A byte of 1 in an answer is a pause. */
-class Upstream {
- public:
-  explicit Upstream(std::vector<std::string> answers) : answers_(std::move(answers)) {
-    listener_ = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    if (bind(listener_, reinterpret_cast<sockaddr *>(&address), size) != 0 || listen(listener_, 8) != 0) std::abort();
-    getsockname(listener_, reinterpret_cast<sockaddr *>(&address), &size);
-    port = ntohs(address.sin_port);
-    thread_ = std::thread([this] { serve(); });
-  }
-  ~Upstream() { finish(); }
-
-  /* What has been received, over all connections; nothing is served after this. */
-  const std::string &finish() {
-    if (thread_.joinable()) {
-      shutdown(listener_, SHUT_RDWR);
-      thread_.join();
-      close(listener_);
-    }
-    return received_;
-  }
-
-  int port;
-  int connections = 0;
-
- private:
-  void serve() {
-    for (int fd; (fd = accept(listener_, nullptr, nullptr)) >= 0; close(fd)) {
-      connections++;
-      timeval patience{2, 0};
-      setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-      size_t seen = received_.size();
-      char piece[4096];
-      for (ssize_t count; (count = read(fd, piece, sizeof piece)) > 0;) {
-        received_.append(piece, static_cast<size_t>(count));
-        if (received_.find("\r\n\r\n", seen) == std::string::npos) continue;
-        if (next_ == answers_.size()) break;
-        seen = received_.size();
-        const std::string &answer = answers_[next_++];
-        const size_t pause = std::min(answer.find('\1'), answer.size());
-        send(fd, answer.data(), pause, MSG_NOSIGNAL);
-        if (pause < answer.size()) {
-          usleep(1'200'000); /* longer than a piece of text is waited for */
-          send(fd, answer.data() + pause + 1, answer.size() - pause - 1, MSG_NOSIGNAL);
-        }
-        if (answer.find("close") != std::string::npos) shutdown(fd, SHUT_WR);
-      }
-    }
-  }
-
-  std::vector<std::string> answers_;
-  size_t next_ = 0;
-  std::string received_;
-  int listener_;
-  std::thread thread_;
-};
-
 class CycleTest : public testing::Test {
  protected:
   CycleTest() {
@@ -89,27 +26,47 @@ class CycleTest : public testing::Test {
     writeFile(root.config("errortemplate.htm"), "<e>%r</e>");
   }
 
-  /* Serves the requests as one client's connection and returns what the client received. */
-  std::string serve(const std::string &requests, std::vector<std::string> answers) {
-    Upstream upstream(std::move(answers));
+  /* Serves the requests as one client's connection through an upstream with these answers and returns what the client
+     received. */
+  std::string serve(const std::string &requests, const std::vector<std::string> &answers) {
+    ScriptedDaemon upstream = answering(answers);
     ProxyPresent = 1;
     proxyip = address_;
     proxyport = upstream.port;
-    std::string received = serveDirect(requests);
-    forwarded = upstream.finish();
-    connections = upstream.connections;
-    return received;
+    return serveDirect(requests);
+  }
+
+  /* On every connection it answers one head after the other with the next answer, as long as there is one, and then
+     closes. A byte of 1 in an answer is a pause. */
+  ScriptedDaemon answering(const std::vector<std::string> &answers) {
+    connections = 0;
+    forwarded.clear();
+    return ScriptedDaemon([this, answers, next = size_t{0}](int fd) mutable {
+      connections++;
+      const timeval patience{2, 0};
+      setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+      size_t seen = forwarded.size();
+      for (std::string piece; !(piece = readOnce(fd)).empty();) {
+        forwarded += piece;
+        if (forwarded.find("\r\n\r\n", seen) == std::string::npos) continue;
+        if (next == answers.size()) break;
+        seen = forwarded.size();
+        const std::string &answer = answers[next++];
+        const size_t pause = std::min(answer.find('\1'), answer.size());
+        say(fd, answer.substr(0, pause));
+        if (pause < answer.size()) {
+          usleep(1'200'000); /* longer than a piece of text is waited for */
+          say(fd, answer.substr(pause + 1));
+        }
+        if (answer.find("close") != std::string::npos) shutdown(fd, SHUT_WR);
+      }
+    });
   }
 
   std::string serveDirect(const std::string &requests) {
     clientsock = client.near;
     std::string received;
-    std::thread reader([&] {
-      char piece[65536];
-      for (ssize_t count; (count = read(client.far, piece, sizeof piece)) > 0;) {
-        received.append(piece, static_cast<size_t>(count));
-      }
-    });
+    std::thread reader([&] { received = readToEnd(client.far); });
     client.send(requests);
     if (endsRequests) shutdown(client.far, SHUT_WR);
     result = connectionHandle();

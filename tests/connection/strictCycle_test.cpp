@@ -28,19 +28,15 @@ class StrictTest : public ScanTest {
 };
 
 TEST_F(StrictTest, brokenAnswersAreToldOrCutShort) {
-  const struct {
-    std::string answer;
-    const char *expected;
-  } cases[] = {
+  const std::pair<std::string, const char *> cases[] = {
       {"HTTP/1.1 200 OK\r\nContent-Length: +5\r\n\r\nhello close", "502 Bad Gateway"},
       {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\nclose", "502 Bad Gateway"},
       {"HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\nhalf close", "Content-Length: 50\r\n\r\nhalf close"},
       {"HTTP/1.1 200 OK\r\nX: close\r\n", "502 Bad Gateway"},
-      {"HTTP/1.1 101 Switching Protocols\r\nUpgrade: x\r\n\r\nclose", "502 Bad Gateway"},
-  };
-  for (const auto &c : cases) {
-    const std::string answer = serve(std::string(get) + get, {c.answer});
-    EXPECT_NE(answer.find(c.expected), std::string::npos) << c.answer << answer;
+      {"HTTP/1.1 101 Switching Protocols\r\nUpgrade: x\r\n\r\nclose", "502 Bad Gateway"}};
+  for (const auto &[sent, expected] : cases) {
+    const std::string answer = serve(std::string(get) + get, {sent});
+    EXPECT_NE(answer.find(expected), std::string::npos) << sent << answer;
     EXPECT_EQ(answer.rfind("HTTP/1.1 "), 0U) << "nothing follows on the connection";
     EXPECT_EQ(result, -1);
   }
@@ -68,15 +64,11 @@ TEST_F(StrictTest, requestBodiesAreTakenToTheByte) {
 TEST_F(StrictTest, uploadsAreRefusedBeforeAnythingGoesUpstream) {
   blockupload = 1;
   const std::string before(65536 - 40, '-'); /* so that the part's head lies across two windows */
-  const struct {
-    std::string body;
-    bool allowed;
-  } cases[] = {
+  const std::pair<std::string, bool> cases[] = {
       {before + "Content-Disposition: form-data; name=\"f\"; filename=\"secret\"\r\n\r\nDATA", false},
       {before + "Content-Disposition: form-data; name=\"f\"; filament=\"secret\"\r\n\r\nDATA", true},
       {"content-disposition:form-data;  filename*=utf-8''x\r\n\r\nDATA", false},
-      {"Content-Disposition: form-data; a=1;\r\n FileName = x\r\n\r\n", false},
-  };
+      {"Content-Disposition: form-data; a=1;\r\n FileName = x\r\n\r\n", false}};
   for (const auto &[body, allowed] : cases) {
     const std::string head = "POST http://h/x HTTP/1.1\r\nHost: h\r\nContent-Length: " + std::to_string(body.size());
     const std::string answer = serve(head + "\r\n\r\n" + body, {response("", "ok")});
@@ -88,35 +80,27 @@ TEST_F(StrictTest, uploadsAreRefusedBeforeAnythingGoesUpstream) {
 TEST_F(StrictTest, textIsJudgedWhateverItCameIn) {
   blockWord();
   const std::string page = "<p>this is a vexatious page</p>", plain = "<p>a fine page</p>";
-  const std::string type = "Content-Type: text/html\r\n";
-  const struct {
-    std::string answer;
-    int32_t strict;
-    std::string expected; /* part of the answer */
-  } cases[] = {
+  const std::string type = "Content-Type: text/html\r\n", gzip = type + "Content-Encoding: gzip\r\n";
+  const std::string brotli = type + "Content-Encoding: br\r\n", start = "HTTP/1.1 200 OK\r\n" + type;
+  const std::string chunked = start + "Transfer-Encoding: chunked\r\n\r\n";
+  const std::tuple<std::string, int32_t, std::string> cases[] = {
       {response(type, page), 1, "403 Forbidden"},
       {response(type, page, "404 Not Found"), 1, page},
-      {response(type + "Content-Encoding: gzip\r\n", compressed(page, 31)), 1, "403 Forbidden"},
-      {response(type + "Content-Encoding: gzip\r\n", compressed(plain, 31)), 1,
-       "Content-Type: text/html\r\n\r\n" + plain},
-      {response(type + "Content-Encoding: br\r\n", page), 1, "403 Forbidden"},
-      {response(type + "Content-Encoding: br\r\n", page), 1 | STRICT_PASS_UNJUDGED, page},
+      {response(gzip, compressed(page, 31)), 1, "403 Forbidden"},
+      {response(gzip, compressed(plain, 31)), 1, "Content-Type: text/html\r\n\r\n" + plain},
+      {response(brotli, page), 1, "403 Forbidden"},
+      {response(brotli, page), 1 | STRICT_PASS_UNJUDGED, page},
       {response("Content-Type: image/png\r\nContent-Encoding: br\r\n", page), 1, page},
       {response("Content-Type: Text/HTML\r\n", page), 1, "403 Forbidden"},
       {response("", page), 1, "403 Forbidden"},
       {response("Content-Type: image/png, text/html\r\n", page), 1, "502 Bad Gateway"},
-      {"HTTP/1.1 200 OK\r\n" + type + "Content-Length: 31\r\n\r\n<p>this is a vexa\1tious page</p>", 1,
-       "<p>this is a vexa"},
-      {"HTTP/1.1 200 OK\r\n" + type +
-           "Transfer-Encoding: chunked\r\n\r\n12\r\n<p>this is a vexat\r\n"
-           "d\r\nious page</p>\r\n0\r\n\r\n",
-       1, "403 Forbidden"},
-  };
-  for (const auto &c : cases) {
-    StrictHttp = c.strict;
-    const std::string answer = serve(get, {c.answer});
-    EXPECT_NE(answer.find(c.expected), std::string::npos) << c.answer << answer;
-    EXPECT_EQ(answer.find("tious"), c.expected == page ? answer.find(page) + 17 : std::string::npos) << answer;
+      {start + "Content-Length: 31\r\n\r\n<p>this is a vexa\1tious page</p>", 1, "<p>this is a vexa"},
+      {chunked + "12\r\n<p>this is a vexat\r\nd\r\nious page</p>\r\n0\r\n\r\n", 1, "403 Forbidden"}};
+  for (const auto &[sent, strict, expected] : cases) {
+    StrictHttp = strict;
+    const std::string answer = serve(get, {sent});
+    EXPECT_NE(answer.find(expected), std::string::npos) << sent << answer;
+    EXPECT_EQ(answer.find("tious"), expected == page ? answer.find(page) + 17 : std::string::npos) << answer;
   }
 }
 
@@ -132,27 +116,22 @@ TEST_F(StrictTest, onlyWhatAScanCoveredReachesTheClient) {
   virusscan = 1;
   startScanSize = 64;
   const std::string body(200000, 'b');
-  const struct {
-    std::vector<std::string> verdicts;
-    int32_t strict;
-    size_t delivered; /* of the body; the block page instead when 0 */
-    int32_t stored;
-  } cases[] = {
+  /* What is delivered of the body (the block page instead when 0) and stored. */
+  const std::tuple<std::vector<std::string>, int32_t, size_t, int32_t> cases[] = {
       {{"OK", "OK", "OK", "OK"}, 1, 200000, 0},
       {{"FOUND"}, 1, 0, 1},
       {{"OK", "FOUND"}, 1, 65536, 1},
       {{"ERROR"}, 1, 0, -1},
-      {{"ERROR"}, 1 | STRICT_PASS_UNSCANNED, 200000, -1},
-  };
-  for (const auto &c : cases) {
+      {{"ERROR"}, 1 | STRICT_PASS_UNSCANNED, 200000, -1}};
+  for (const auto &[verdicts, strict, delivered, stored] : cases) {
     emptyCache();
-    StrictHttp = c.strict;
-    engine(c.verdicts);
+    StrictHttp = strict;
+    engine(verdicts);
     const std::string answer = serve(get, {response(dated, body)});
     stopEngine();
-    EXPECT_EQ(answer.find("200 OK") != std::string::npos, c.delivered != 0);
-    EXPECT_TRUE(c.delivered == 0 || bodyOf(answer).size() == c.delivered) << bodyOf(answer).size();
-    EXPECT_EQ(verdict(), c.stored) << c.verdicts[0] << c.delivered;
+    EXPECT_EQ(answer.find("200 OK") != std::string::npos, delivered != 0);
+    EXPECT_TRUE(delivered == 0 || bodyOf(answer).size() == delivered) << bodyOf(answer).size();
+    EXPECT_EQ(verdict(), stored) << verdicts[0] << delivered;
   }
   EXPECT_TRUE(log.has("Client IP:10.1.2.3,URL:h/p,STATUS:BLOCKED,unscanned"));
   EXPECT_TRUE(log.has("Client IP:10.1.2.3,URL:h/p,STATUS:DELIVERED,unscanned"));

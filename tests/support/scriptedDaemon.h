@@ -2,6 +2,7 @@
 #ifndef NETSIFT_TESTS_SCRIPTEDDAEMON_H
 #define NETSIFT_TESTS_SCRIPTEDDAEMON_H
 
+#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -13,19 +14,38 @@
 
 namespace netsift::test {
 
-/* Listens in the root's folder for sockets and runs the script over one connection after another. Its end waits until
-   whoever has connected by then is served: what the script recorded may be read afterwards. */
+/* Listens and runs the script over one connection after another. Its end waits until whoever has connected by then is
+   served: what the script recorded may be read afterwards. */
 struct ScriptedDaemon {
+  using Script = std::function<void(int fd)>;
   std::atomic<bool> finishing = false;
   std::thread thread;
+  int port = 0;
 
-  ScriptedDaemon(const ScratchRoot &root, const char *name, std::function<void(int fd)> script) {
-    const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
+  /* In the root's folder for sockets. */
+  ScriptedDaemon(const ScratchRoot &root, const char *name, Script script) {
     sockaddr_un address{AF_UNIX, {}};
     (root.path() + "/opt/Velmora/var/run/" + name).copy(address.sun_path, sizeof address.sun_path - 1);
-    if (bind(listener, reinterpret_cast<sockaddr *>(&address), sizeof address) + listen(listener, 64) != 0)
-      std::abort();
-    thread = std::thread([this, listener, script] {
+    start(address, std::move(script));
+  }
+  /* On a free loopback port. */
+  explicit ScriptedDaemon(Script script) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    start(address, std::move(script));
+    port = ntohs(address.sin_port);
+  }
+  ~ScriptedDaemon() { finishing = true, thread.join(); }
+
+ private:
+  void start(auto &address, Script script) {
+    auto *const plain = reinterpret_cast<sockaddr *>(&address);
+    const int listener = socket(plain->sa_family, SOCK_STREAM, 0);
+    socklen_t size = sizeof address;
+    if (bind(listener, plain, size) != 0 || listen(listener, 64) != 0) std::abort();
+    getsockname(listener, plain, &size);
+    thread = std::thread([this, listener, script = std::move(script)] {
       pollfd waiting = {listener, POLLIN, 0};
       for (bool last = false, ready = false; !last || ready;) {
         last = finishing;
@@ -36,7 +56,6 @@ struct ScriptedDaemon {
       close(listener);
     });
   }
-  ~ScriptedDaemon() { finishing = true, thread.join(); }
 };
 
 inline std::string readToEnd(int fd, size_t reads = SIZE_MAX) {
