@@ -36,6 +36,12 @@ class Faults(Case):
                 self.assertRegex(filtering.exchange(GET), expected)
                 self.assertIn(line, filtering.lines())
 
+    def test_a_page_of_unknown_length_that_breaks_off_does_not_look_whole(self):
+        proxy = self.peer(lambda upstream: read_head(upstream) and upstream.sendall(CHUNKED[:-5])).port
+        filtering = self.filter({"http.strict_http": True, "upstream.proxy": f"127.0.0.1:{proxy}"})
+        self.assertRaisesRegex(AssertionError, "reset by peer", filtering.fetch, "http://h.test/")
+        self.assertEqual((filtering.root / "body").read_bytes(), b"hello")
+
     def test_upstream_is_down(self):
         for strict in (False, True):
             filtering = self.filter({"http.strict_http": strict, "upstream.proxy": f"127.0.0.1:{free_port()}"})
