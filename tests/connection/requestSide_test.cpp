@@ -2,12 +2,10 @@
 
 #include "tests/connection/cycle_fixture.h"
 
-namespace netsift::test {
-namespace {
+using namespace netsift;
+using namespace netsift::test;
 
 constexpr char page[] = "HTTP/1.0 200 OK\r\nConnection: close\r\nContent-Length: 2\r\n\r\nok";
-
-char *categoryNames[] = {const_cast<char *>("Games"), const_cast<char *>("Sport")};
 
 /* A category list of one exact URL, as the loader would have made it. */
 UrlList listOf(const char *entry) {
@@ -19,7 +17,8 @@ UrlList listOf(const char *entry) {
 
 /* Their lines and records: tests/e2e/blocks_test.py. The pattern's row is the last: it clears urlcheck for good. */
 TEST_F(CycleTest, blocksEndTheCallEachWithItsResult) {
-  categname = categoryNames;
+  char *names[] = {const_cast<char *>("Games"), const_cast<char *>("Sport")};
+  categname = names;
   numcategories = 2;
   static UrlList lists[] = {listOf("h/other"), listOf("h/a b")};
   categories = lists;
@@ -84,6 +83,3 @@ TEST_F(CycleTest, strictErrorsNameTheirCause) {
     EXPECT_EQ(result, -1);
   }
 }
-
-}  // namespace
-}  // namespace netsift::test

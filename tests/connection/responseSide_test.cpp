@@ -6,8 +6,8 @@
 #include "http/debugLog.h"
 #include "tests/connection/cycle_fixture.h"
 
-namespace netsift::test {
-namespace {
+using namespace netsift;
+using namespace netsift::test;
 
 TEST_F(CycleTest, keptAliveConnectionServesOneRequestAfterTheOtherUntilAnAnswerCloses) {
   const std::string big(70000, 'x');
@@ -103,25 +103,20 @@ TEST_F(ScanTest, infectedBodyIsHeldAndNeverStoredAsClean) {
 TEST_F(ScanTest, cleanBodyIsScannedAsItDoublesAndDeliveredFromTheFile) {
   std::string body;
   for (int i = 0; body.size() < 300000; i++) body += std::to_string(i);
-  const struct {
-    int32_t startKiB;
-    size_t scans;
-    size_t strayBytes;
-  } cases[] = {
+  const std::tuple<int32_t, size_t, size_t> cases[] = {
       {64, 4, 0}, /* at 64, 128 and 256 KB and at the length */
-      {1, 5, 4},  /* at every piece; a byte of zero each time that the file has nothing beyond what was sent */
-  };
+      {1, 5, 4}}; /* at every piece; a byte of zero each time that the file has nothing beyond what was sent */
   engine(std::vector<std::string>(14, "x: OK\n"));
-  for (const auto &c : cases) {
-    startScanSize = c.startKiB;
+  for (const auto &[startKiB, expectedScans, strayBytes] : cases) {
+    startScanSize = startKiB;
     scans = 0;
     const std::string page = response(dated, body);
     std::string answer = serve(get, {page});
-    EXPECT_EQ(answer.size(), page.size() + c.strayBytes) << c.startKiB;
-    EXPECT_EQ(std::erase(answer, '\0'), c.strayBytes);
+    EXPECT_EQ(answer.size(), page.size() + strayBytes) << startKiB;
+    EXPECT_EQ(std::erase(answer, '\0'), strayBytes);
     EXPECT_TRUE(answer == page);
     EXPECT_EQ(result, 1);
-    EXPECT_EQ(scans, c.scans) << c.startKiB;
+    EXPECT_EQ(scans, expectedScans) << startKiB;
     EXPECT_EQ(verdict(), 0);
     emptyCache();
   }
@@ -170,6 +165,3 @@ TEST_F(ScanTest, skippedResponsesAreRelayedWhenTheyClose) {
   EXPECT_EQ(result, 1);
   EXPECT_TRUE(log.has("Tunneling the whitelisted content type..."));
 }
-
-}  // namespace
-}  // namespace netsift::test

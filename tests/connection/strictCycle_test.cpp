@@ -2,8 +2,8 @@
 #include "content/phraseList.h"
 #include "tests/connection/cycle_fixture.h"
 
-namespace netsift::test {
-namespace {
+using namespace netsift;
+using namespace netsift::test;
 
 class StrictTest : public ScanTest {
  protected:
@@ -136,6 +136,3 @@ TEST_F(StrictTest, onlyWhatAScanCoveredReachesTheClient) {
   EXPECT_TRUE(log.has("Client IP:10.1.2.3,URL:h/p,STATUS:BLOCKED,unscanned"));
   EXPECT_TRUE(log.has("Client IP:10.1.2.3,URL:h/p,STATUS:DELIVERED,unscanned"));
 }
-
-}  // namespace
-}  // namespace netsift::test

@@ -11,6 +11,7 @@
 #include <sstream>
 
 #include "http/debugLog.h"
+#include "http/httpHeader.h"
 #include "util/installPath.h"
 
 /* The host's two symbols, as a small host would define them; the daemon's tests bring its own. */
@@ -34,14 +35,6 @@ ScratchRoot::~ScratchRoot() {
   installroot = nullptr;
   std::error_code ignored;
   std::filesystem::remove_all(path_, ignored);
-}
-
-std::string ScratchRoot::config(std::string_view file) const {
-  return path_ + "/opt/Velmora/etc/netsift/" + std::string(file);
-}
-
-std::string ScratchRoot::log(std::string_view file) const {
-  return path_ + "/var/Velmora/var/log/" + std::string(file);
 }
 
 LogCapture::LogCapture(int level) : stream_(open_memstream(&buffer_, &size_)) {
@@ -105,11 +98,6 @@ std::string SocketPair::receive() const {
   return all;
 }
 
-void SocketPair::closeFar() {
-  if (far >= 0) close(far);
-  far = -1;
-}
-
 GuardedText::GuardedText(std::string_view text, bool terminated) {
   const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
   const size_t size = text.size() + (terminated ? 1 : 0);
@@ -130,23 +118,15 @@ void writeFile(const std::string &path, std::string_view content) {
 
 std::string readFile(const std::string &path) {
   std::ifstream file(path, std::ios::binary);
-  std::ostringstream content;
-  content << file.rdbuf();
-  return content.str();
+  return {std::istreambuf_iterator(file), {}};
 }
 
 Header makeHeader(std::initializer_list<std::string_view> lines) {
-  Header header{};
-  HeaderLine **end = &header.first;
-  auto add = [&](std::string_view line) {
-    *end = static_cast<HeaderLine *>(std::calloc(1, sizeof(HeaderLine)));
-    (*end)->text = strdup((std::string(line) + "\r\n").c_str());
-    header.totalBytes += static_cast<uint32_t>(line.size() + 2);
-    header.lineCount++;
-    end = &(*end)->next;
-  };
-  for (std::string_view line : lines) add(line);
-  add("");
+  const SocketPair pair;
+  for (const std::string_view line : lines) pair.send(std::string(line) + "\r\n");
+  pair.send("\r\n");
+  Header header;
+  if (getHeader(pair.near, &header, 0) != 1) std::abort();
   return header;
 }
 

@@ -31,8 +31,8 @@ class ScratchRoot {
   ScratchRoot(const ScratchRoot &) = delete;
 
   const std::string &path() const { return path_; }
-  std::string config(std::string_view file) const; /* a path in the configuration folder */
-  std::string log(std::string_view file) const;    /* a path in the log folder */
+  std::string config(const std::string &file) const { return path_ + "/opt/Velmora/etc/netsift/" + file; }
+  std::string log(const std::string &file) const { return path_ + "/var/Velmora/var/log/" + file; }
 
  private:
   std::string path_;
@@ -63,7 +63,7 @@ struct SocketPair {
   SocketPair(const SocketPair &) = delete;
   void send(std::string_view bytes) const; /* far writes */
   std::string receive() const;             /* what has arrived at far, without waiting */
-  void closeFar();
+  void closeFar() { close(std::exchange(far, -1)); }
 };
 
 /* Text that ends, NUL included, at a page that cannot be touched: reading one byte too far is a crash. */
