@@ -139,4 +139,13 @@ TEST(HtmlToText, StripsAroundAByte) {
   }
 }
 
+TEST(HtmlToText, CollectsLinks) {
+  char links[64] = "x ";
+  int length = 2;
+  for (const char *tag : {"<a HREF=http://a/b", "<a name=x", "<a href", "<a href=", "<a x=1 href=\"c\""})
+    CheckForHREFLink(tag, links, &length);
+  EXPECT_STREQ(links, "x http://a/b \"c\" ");
+  EXPECT_EQ(length, 17);
+}
+
 }  // namespace

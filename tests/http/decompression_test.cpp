@@ -27,6 +27,21 @@ TEST(ZlibDecompress, InflatesWholePiecemealAndDamaged) {
   EXPECT_EQ(isCompressed("x-gzip") + isCompressed("gzip, identity") + isCompressed("compress, deflate"), 1 + 0 + 2);
 }
 
+TEST(OpenGzStream, ReadsFromTheSocketOrTimesOut) {
+  SocketPair pair;
+  gzFile in = nullptr;
+  errno = EINTR;  // left over from an earlier call
+  EXPECT_EQ(openGZStream(pair.near, "r", 0, &in) + openGZStream(4000, "r", -1, &in), -2);
+  pair.send(compressed("zipped", 31));
+  pair.closeFar();  // zlib fills its own buffer or waits for the end
+  ASSERT_EQ(openGZStream(dup(pair.near), "r", 1, &in), 1);
+  char text[7] = "";
+  unsigned length = 6;
+  EXPECT_EQ(getGZHTTPBody(pair.near, in, text, &length, 1, 6), 0);
+  EXPECT_STREQ(text, "zipped");
+  gzclose(in);
+}
+
 TEST(PreProcessBody, FoldsWhiteSpaceAndCase) {
   const std::pair<string, string> cases[] = {{"  Hello\r\n\tWORLD  ", " hello world"},
                                              {string("a\0 \0\n\0B\0", 8), "a b"},

@@ -84,6 +84,9 @@ TEST(Header, RewritesChangeTheLinesTheyMatchAndNoOther) {
       {removeContentLength, "Content-Length:", ""},
       {modAcceptLanguage, "Accept-Language: de", "Accept: en-us\r\n"}, /* no longer a language */
       {removeAcceptCoding, "Accept-Encoding: gzip, deflate, br", "Accept-Encoding: identity\r\n"},
+      {modAccept, "Accept: text/html", "Accept: */*\r\n"},
+      {removeContentCoding, "content-encoding:gzip", "Content-Encoding: identity\r\n"},
+      {removeTransferEncoding, "Transfer-Encoding: chunked", "Transfer-Encoding: identity\r\n"},
       {modHTTPver, "A ?v=HTTP/1.1x HTTP/1.1 a", "A ?v=HTTP/1.0\r\n"},
       {removePersistent, "Connection:Keep-Alive", "Connection: Close\r\n"},
       {removePersistent, "proxy-connection:keep-alive", "Proxy-Connection: Close\r\n"},
