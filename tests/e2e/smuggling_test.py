@@ -37,6 +37,7 @@ ANSWERS = {
     "CL and TE": ("200 OK", f"Content-Length: 5\r\n{CHUNKED}0\r\n\r\n", ANSWERED),
     "CL twice": ("200 OK", f"Content-Length: 0\r\nContent-Length: {len(FORGED)}\r\n\r\n", REFUSED),
     "TE folded": ("200 OK", "Content-Length: 0\r\nTransfer-Encoding:\r\n chunked\r\n\r\n0\r\n\r\n", REFUSED),
+    "chunks that are none": ("200 OK", f"{CHUNKED}zz\r\n", REFUSED),
     "bytes behind CL": ("200 OK", "Content-Length: 0\r\n\r\n", ANSWERED),
     "bytes behind the last chunk": ("200 OK", f"{CHUNKED}0\r\n\r\n", ANSWERED),
     "body of a 204": ("204 No Content", f"Content-Length: {len(FORGED)}\r\n\r\n", ANSWERED),
