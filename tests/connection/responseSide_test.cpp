@@ -140,6 +140,15 @@ TEST_F(ScanTest, popupScriptGoesBehindTheHtmlTagAndIntoTheLengthOnEveryRoad) {
   }
 }
 
+TEST_F(ScanTest, enginesThatFailBlockAndTheConnectionGoesOn) {
+  startScanSize = 0;
+  const std::string answer =
+      serve(std::string(get) + get, {response("", "held"), response("Connection: close\r\n", "held")});
+  EXPECT_EQ(answer.find("held"), std::string::npos);
+  EXPECT_NE(answer.rfind("<p>Anti Virus Server Not Running\n</p>"), answer.find("<p>Anti Virus")) << "both requests";
+  EXPECT_EQ(result, -1);
+}
+
 TEST_F(ScanTest, bodyThatCannotBeSpooledIsNotDelivered) {
   for (const bool full : {false, true}) {
     snprintf(VIRFILE_DIR, sizeof VIRFILE_DIR, "%s/%s", root.path().c_str(), full ? "" : "no/");

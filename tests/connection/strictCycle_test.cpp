@@ -27,10 +27,72 @@ class StrictTest : public ScanTest {
   }
 };
 
+/* Each answer is followed on the same upstream connection by the answer to the next request, so that a byte too many or
+   too few taken of the first shows in the second. */
+TEST_F(StrictTest, everyFramingIsReadToItsEndAndNoFurther) {
+  const std::string big(70000, 'x'), last = response("", "next");
+  const struct {
+    const char *method;
+    std::string answer, body;
+    bool goesOn;
+  } cases[] = {
+      {"GET", response("", big, "404 Not Found"), big, true},
+      {"GET", "HTTP/1.1 204 No Content\r\n\r\n", "", true},
+      {"GET", "HTTP/1.1 304 Not Modified\r\nContent-Length: 5\r\n\r\n", "", true},
+      {"HEAD", "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n", "", true},
+      {"GET", "HTTP/1.1 103 Early Hints\r\n\r\nHTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok",
+       "HTTP/1.1 200 OK\r\nConnection: keep-alive\r\nVia: 1.1 netsift\r\nContent-Length: 2\r\n\r\nok", true},
+      {"GET", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2;x=y\r\nok\r\n1\r\n!\r\n0\r\nT: x\r\n\r\n", "ok!",
+       false},
+      {"GET", "HTTP/1.0 200 OK\r\nX-Will: close\r\n\r\nto the end", "to the end", false},
+  };
+  for (const auto &c : cases) {
+    const std::string request = std::string(c.method) + " http://h/p HTTP/1.1\r\nHost: h\r\n\r\n";
+    const std::string answer = serve(request + get, {c.answer, last});
+    const size_t second = answer.rfind("HTTP/1.1 200 OK\r\n");
+    const bool wentOn = bodyOf(answer.substr(second)) == "next";
+    EXPECT_EQ(bodyOf(wentOn ? answer.substr(0, second) : answer), c.body) << c.answer.substr(0, 80);
+    EXPECT_EQ(wentOn, c.goesOn) << answer.substr(0, 200);
+  }
+}
+
+TEST_F(StrictTest, brokenAnswersAreToldOrCutShort) {
+  const std::pair<std::string, const char *> cases[] = {
+      {"HTTP/1.1 200 OK\r\nContent-Length: +5\r\n\r\nhello close", "502 Bad Gateway"},
+      {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\nclose", "502 Bad Gateway"},
+      {"HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\nhalf close", "Content-Length: 50\r\n\r\nhalf close"},
+      {"HTTP/1.1 200 OK\r\nX: close\r\n", "502 Bad Gateway"},
+      {"HTTP/1.1 101 Switching Protocols\r\nUpgrade: x\r\n\r\nclose", "502 Bad Gateway"},
+  };
+  for (const auto &[sent, expected] : cases) {
+    const std::string answer = serve(std::string(get) + get, {sent});
+    EXPECT_NE(answer.find(expected), std::string::npos) << sent << answer;
+    EXPECT_EQ(answer.rfind("HTTP/1.1 "), 0U) << "nothing follows on the connection";
+    EXPECT_EQ(result, -1);
+  }
+}
+
 TEST_F(StrictTest, aProtocolThatTheClientOfferedIsRelayed) {
   const std::string all = "HTTP/1.1 101 Switching Protocols\r\nUpgrade: x\r\n\r\nspoken until the close";
   endsRequests = false;
   EXPECT_EQ(serve("GET http://h/p HTTP/1.1\r\nHost: h\r\nUpgrade: x\r\n\r\n", {all}), all);
+}
+
+/* One for each place that refuses: nothing reaches the upstream, and the connection ends. */
+TEST_F(StrictTest, refusedRequestsReachNobody) {
+  const std::pair<std::string, int> cases[] = {
+      {"POST http://h/ HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n", 411},
+      {"GET http://u@h/ HTTP/1.1\r\nHost: h\r\n\r\n", 400},
+      {"GET ftp://h/ HTTP/1.1\r\nHost: h\r\n\r\n", 501},
+      {"GET http://h/ HTTP/1.1\r\nHost: h\r\nVia: 1.1 netsift, 1.1 netsift\r\nVia: 1.1 netsift, 1.0 netsift\r\n\r\n",
+       508},
+      {"GET http://h/ HTTP/1.1\r\nHost: h\r\nX: " + std::string(70000, 'x') + "\r\n\r\n", 431},
+  };
+  for (const auto &[request, status] : cases) {
+    const std::string answer = serve(request + get, {response("", "reached")});
+    EXPECT_EQ(answer.find("HTTP/1.1 " + std::to_string(status) + " "), 0U) << request.substr(0, 90) << answer;
+    EXPECT_EQ(forwarded, "") << request.substr(0, 90);
+  }
 }
 
 TEST_F(StrictTest, requestBodiesAreTakenToTheByte) {
