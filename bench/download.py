@@ -17,17 +17,9 @@ import time
 from contextlib import ExitStack
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tests/e2e"))
-from harness import Filter, Nginx, read_all, scratch_folder, start, wait_until  # noqa: E402
+from harness import Filter, Nginx, read_all, wait_until  # noqa: E402
 
 SIZE = 100_000_000
-
-
-def clamd(filtering, cleanup):
-    folder, engine = filtering.root / "clamd", filtering.root / "opt/Velmora/var/run/vlcavd.sock"
-    (folder / "clamd.conf").write_text(f"DatabaseDirectory {folder}/db\nLocalSocket {engine}\n"
-                                       f"TemporaryDirectory {folder}\nForeground yes\n")
-    start(["clamd", f"--config-file={folder}/clamd.conf"], folder / "log", engine.exists, cleanup)
-    return engine
 
 
 def download(url, proxy):
@@ -100,15 +92,13 @@ def main(rounds):
         base = f"http://localhost:{origin.port}"
         quiet = {"log.debug_level": 1, "cache.enabled": False}
         off = Filter(stack.callback, quiet)
-        root = scratch_folder()
-        (root / "opt/Velmora/var/run").mkdir(parents=True)
-        on = Filter(stack.callback, quiet | {"scanning.scan": True}, folder=root)
-        engine = clamd(on, stack.callback)
+        on = Filter(stack.callback, quiet | {"scanning.scan": True})
+        on.clamd(stack.callback)
         ways = {"without a proxy": None, "through netsiftd, scanning off": off, "through netsiftd and clamd": on}
         alone = "clamd by itself, once"
         times = {name: [] for name in [*ways, alone]}
         for _ in range(rounds):
-            times[alone].append(scan(origin.www / "clean.bin", engine))
+            times[alone].append(scan(origin.www / "clean.bin", on.run / "vlcavd.sock"))
             for name, way in ways.items():
                 times[name].append(download(f"{base}/clean.bin", way and f"http://127.0.0.1:{way.port}"))
         fastest = statistics.median(times["without a proxy"])
