@@ -15,7 +15,8 @@
 namespace netsift {
 
 constexpr int clientTimeoutSeconds = 10; /* every read of a request, every send to the client */
-constexpr int relayIdleSeconds = 100;    /* relays end after this long without traffic */
+constexpr int patientSeconds = 300; /* StrictHttp: a body's sends, for paused downloads and players with full buffers */
+constexpr int relayIdleSeconds = 100; /* relays end after this long without traffic */
 constexpr int noTimeout = -1;
 
 /* Lives for the whole call of connectionHandle. */
@@ -44,7 +45,8 @@ struct Cycle {
   unsigned port = 0; /* the request's */
   bool isHead = false, isConnect = false, hasQuery = false;
   bool isAdServer = false, isWhite = false, isPopupSite = false;
-  StrictTarget target; /* StrictHttp: what the request line addresses */
+  StrictTarget target;     /* StrictHttp: what the request line addresses */
+  std::string resolvedUrl; /* StrictHttp: `url` as servers may read it, where that differs */
   int32_t requestLength = 0;
   bool requestHasLength = false;
   uint64_t bodyLength = 0;      /* StrictHttp: of the request */

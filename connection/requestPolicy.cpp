@@ -70,6 +70,18 @@ int listed(InList inList) {
   return answer;
 }
 
+/* The list's answer for the URL as servers may read it, where that differs: what blocks is looked for in either, and
+   what exempts must be found in both. */
+template <typename InList>
+int listedResolved(const Cycle &cycle, InList inList) {
+  return cycle.resolvedUrl.empty() ? 0 : static_cast<uint8_t>(inList(cycle.resolvedUrl.c_str(), hostname, isipaddr));
+}
+
+template <typename InList>
+bool exempts(const Cycle &cycle, InList inList) {
+  return listed(inList) != 0 && (cycle.resolvedUrl.empty() || listedResolved(cycle, inList) != 0);
+}
+
 /* Two different category numbers combine bit by bit, possibly to one that no category has: the first then names it. */
 const char *categoryName(int category) {
   if (category > numcategories) category = static_cast<uint8_t>(inBlackLists(url, hostname, isipaddr));
@@ -127,10 +139,10 @@ Next checkIpHost(Connection &connection, Cycle &) {
 }
 
 Next consultLists(Connection &, Cycle &cycle) {
-  cycle.isAdServer = blockad == 1 && listed(inADList) != 0;
-  cycle.isWhite = enable_whitelist == 1 && listed(inWhiteList) != 0;
+  cycle.isAdServer = blockad == 1 && (listed(inADList) | listedResolved(cycle, inADList)) != 0;
+  cycle.isWhite = enable_whitelist == 1 && exempts(cycle, inWhiteList);
   dprintf(7, "in whitelist: %d\n", cycle.isWhite);
-  cycle.isPopupSite = blockpopup == 1 && listed(inPOPUPList) != 0;
+  cycle.isPopupSite = blockpopup == 1 && exempts(cycle, inPOPUPList);
   return Next::step;
 }
 
@@ -144,7 +156,8 @@ Next checkAdServer(Connection &connection, Cycle &cycle) {
 
 Next checkBlackLists(Connection &connection, Cycle &cycle) {
   if (urlcheck != 1 || cycle.isWhite) return Next::step;
-  const int category = listed(inBlackLists);
+  int category = listed(inBlackLists);
+  if (category == 0) category = listedResolved(cycle, inBlackLists);
   if (category == 0) return Next::step;
   const char *name = categoryName(category);
   /* Two blanks before "in", and below the category as the record's first text: administrators' filters know both. */

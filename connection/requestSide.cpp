@@ -115,19 +115,20 @@ Next passDirect(Connection &connection, Cycle &cycle) {
   return endCall(connection, 1);
 }
 
-bool isMessengerUrl() {
+bool isMessengerUrl(const char *text) {
   for (char(&fragment)[100] : tunnellist) {
     size_t length = strnlen(fragment, sizeof fragment - 1);
     while (length > 0 && fragment[length - 1] == ' ') length--;
     fragment[length] = '\0';
     if (length == 0) return false;
-    if (std::strstr(url, fragment) != nullptr) return true;
+    if (std::strstr(text, fragment) != nullptr) return true;
   }
   return false;
 }
 
 Next passMessenger(Connection &connection, Cycle &cycle) {
-  if (tunnelmessengers == 0 || !isMessengerUrl()) return Next::step;
+  if (tunnelmessengers == 0 || !isMessengerUrl(url)) return Next::step;
+  if (!cycle.resolvedUrl.empty() && !isMessengerUrl(cycle.resolvedUrl.c_str())) return Next::step;
   if (isStrict()) {
     const Next next = openStrictRelay(connection, cycle);
     if (next != Next::step) return next;

@@ -15,6 +15,7 @@ constexpr size_t longestUrl = 500;
 
 constexpr StrictFault none{0, ""};
 constexpr StrictFault badLine{400, "The browser's request could not be understood: its first line is malformed."};
+constexpr StrictFault longMethod{501, "The browser's request has a method that is not served."};
 constexpr StrictFault badVersion{505, "The browser's request is of an HTTP version that is not served."};
 constexpr StrictFault noHost{400, "The browser's request names no host."};
 constexpr StrictFault severalHosts{400, "The browser's request names several hosts."};
@@ -137,8 +138,13 @@ std::string percentDecoded(std::string_view text) {
   return decoded;
 }
 
-/* RFC 3986 section 5.2.4, for a path that begins with "/" or is empty or "*": servers take these segments out, so what
-   the lists know is looked for without them. */
+std::string trimmedUrl(std::string url) {
+  if (url.back() == '/') url.pop_back();
+  if (url.size() > longestUrl) url.replace(longestUrl, url.npos, "...");
+  return url;
+}
+
+/* RFC 3986 section 5.2.4, for a path that begins with "/" or is empty or "*". */
 std::string withoutDotSegments(std::string_view path) {
   std::string kept;
   for (size_t end = 0; !path.empty(); path.remove_prefix(end)) {
@@ -166,11 +172,12 @@ StrictFault parseRequestLine(std::string_view line, RequestLine &parts) {
   const std::string_view version = line.substr(last + 1);
   parts.method = line.substr(0, first);
   parts.target = line.substr(first + 1, last - first - 1);
-  if (!isToken(parts.method) || parts.method.size() > longestMethod || parts.target.empty()) return badLine;
+  if (!isToken(parts.method) || parts.target.empty()) return badLine;
   if (!std::all_of(parts.target.begin(), parts.target.end(), isTargetCharacter)) return badLine;
   if (!isVersion(version)) return badLine;
   parts.minorVersion = static_cast<unsigned>(version[7] - '0');
-  return version[5] == '1' ? none : badVersion;
+  if (version[5] != '1') return badVersion;
+  return parts.method.size() > longestMethod ? longMethod : none;
 }
 
 StrictFault parseStrictTarget(const HeaderLine *first, StrictTarget &target) {
@@ -199,15 +206,17 @@ StrictFault parseStrictTarget(const HeaderLine *first, StrictTarget &target) {
 }
 
 std::string strictUrl(const StrictTarget &target) {
-  std::string url = target.host;
-  if (target.form != TargetForm::authority) {
-    const size_t query = std::min(target.path.find('?'), target.path.size());
-    url += withoutDotSegments(percentDecoded(std::string_view(target.path).substr(0, query)));
-    url += percentDecoded(std::string_view(target.path).substr(query));
-  }
-  if (url.back() == '/') url.pop_back();
-  if (url.size() > longestUrl) url.replace(longestUrl, url.npos, "...");
-  return url;
+  std::string whole = target.host;
+  if (target.form != TargetForm::authority) whole += target.path;
+  return percentDecoded(trimmedUrl(whole));
+}
+
+std::string resolvedUrl(const StrictTarget &target) {
+  const size_t query = std::min(target.path.find('?'), target.path.size());
+  const std::string path = percentDecoded(std::string_view(target.path).substr(0, query));
+  const std::string resolved = withoutDotSegments(path);
+  if (target.form == TargetForm::authority || resolved == path) return "";
+  return trimmedUrl(target.host + resolved + percentDecoded(std::string_view(target.path).substr(query)));
 }
 
 }  // namespace netsift

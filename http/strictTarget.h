@@ -40,10 +40,13 @@ StrictFault parseRequestLine(std::string_view line, RequestLine &parts);
    Host field beside a target that names its own host must be well-formed, and is not used. */
 StrictFault parseStrictTarget(const HeaderLine *first, StrictTarget &target);
 
-/* The normalised URL: host and path, percent-decoded but for "%00", which stays as it is written, "." and ".." segments
-   resolved, one trailing "/" dropped, cut to 500 characters and "..." when longer. What is forwarded stays as it came
-   (RFC 9110 section 7.7). */
+/* The normalised URL: host and path, one trailing "/" dropped, cut to 500 characters and "..." when longer, then
+   percent-decoded but for "%00", which stays as it is written. */
 std::string strictUrl(const StrictTarget &target);
+
+/* The URL with "." and ".." segments resolved, those too that decoding brings out, since many servers read it so,
+   though it is forwarded as it came (RFC 9110 section 7.7); empty where that is no other URL. */
+std::string resolvedUrl(const StrictTarget &target);
 
 }  // namespace netsift
 

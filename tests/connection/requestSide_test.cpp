@@ -44,6 +44,18 @@ TEST_F(CycleTest, blocksEndTheCallEachWithItsResult) {
   }
 }
 
+TEST_F(CycleTest, dotSegmentsNeitherHideNorExempt) {
+  StrictHttp = urlcheck = enable_whitelist = numcategories = 1;
+  static UrlList bad = listOf("h/bad");
+  sym_create_symbol_(bad.table, "h/p/../good", "", nullptr, 0);
+  categories = &bad;
+  whitelist = listOf("h/good");
+  for (const auto &[path, blocked] : {std::pair{"/x/%2e./bad", true}, {"/p/../good", true}, {"/good", false}}) {
+    const std::string answer = serve("GET http://h" + std::string(path) + " HTTP/1.0\r\n\r\n", {page});
+    EXPECT_EQ(answer.starts_with("HTTP/1.1 403 "), blocked) << path << answer;
+  }
+}
+
 TEST_F(CycleTest, exemptAddressSwitchesBothChecksOffForTheConnection) {
   static IpPattern exempt{{'1', '2', '7', '.', '*'}, nullptr};
   blockip = urlcheck = 1;
@@ -66,9 +78,10 @@ TEST_F(CycleTest, strictDirectRequestReachesTheOriginInOriginForm) {
                          "Proxy-Connection: keep-alive\r\nProxy-Authorization: Basic eA==\r\n\r\n" +
                          "GET /c/./%2e%2e/d HTTP/1.1\r\nHost: LocalHost:" + port + "\r\n\r\n");
   }
-  const std::string host = "Via: 1.1 netsift\r\nHost: localhost:" + port + "\r\nConnection: keep-alive\r\n\r\n";
+  const std::string host =
+      "Via: 1.1 netsift\r\nHost: localhost:" + port + "\r\nConnection: keep-alive\r\nAccept-Encoding: identity\r\n\r\n";
   EXPECT_EQ(forwarded, "GET /a%00b?q HTTP/1.0\r\n" + host + "GET /c/./%2e%2e/d HTTP/1.0\r\n" + host);
-  for (const char *seen : {"/a%00b?q", "/d"}) {
+  for (const char *seen : {"/a%00b?q", "/c/./../d"}) {
     const std::string judged = "HOST NAME:localhost,REQUESTED URL:localhost" + std::string(seen);
     EXPECT_TRUE(log.has("Client IP:10.1.2.3,CONTENT TYPE:," + judged)) << log.text();
   }

@@ -43,6 +43,7 @@ TEST(ScanHead, StopsBehindTheEmptyLineOrAtTheByteThatSpoilsTheHead) {
            "GET /\r\n", "GET  / HTTP/1.1\r\n", "GET / HTTP/1.1 \r\n", string("\x16\x03\x01\0", 4)})
     expectScan(spoilt + ":\r\n\r\n", at(400, spoilt.size()));
   expectScan("PRI * HTTP/2.0\r\n\r\n", at(505, 16));
+  expectScan("FIFTEEN-LETTERS / HTTP/1.1\r\n\r\n", at(501, 28));
   for (const string &spoilt :
        std::vector<string>{ok + "A b", ok + "A: b\r\n\t", "\r\n", "SSH-2.0-x\r\n", ok + "A\r", "HTTP/1.1 20\r\n",
                            "HTTP/1.1 2000\r\n", "HTTP/1.1 099 x\r\n", "HTTP/1.1  200 x\r\n", "HTTP/2.0 200 x\r\n",
@@ -93,8 +94,10 @@ string read(const string &lines, bool answersHead = false) {
     StrictFault fault = parseStrictTarget(head.first, target);
     if (fault.status == 0) fault = requestFraming(head.first, framing);
     if (fault.status != 0) return std::to_string(fault.status);
+    const string resolved = resolvedUrl(target);
     return target.scheme + " " + target.host + " " + std::to_string(target.port) + " " + strictUrl(target) +
-           (target.keepAlive ? " keep" : "") + (framing.length > 0 ? " body " + std::to_string(framing.length) : "") +
+           (resolved.empty() ? "" : " or " + resolved) + (target.keepAlive ? " keep" : "") +
+           (framing.length > 0 ? " body " + std::to_string(framing.length) : "") +
            (framing.expectsContinue ? " expects" : "");
   }
   const ResponseFraming framing = responseFraming(head.first, answersHead);
@@ -115,6 +118,9 @@ TEST(StrictHead, SaysWhatIsAddressedAndWhereTheBodyEnds) {
       {"GET http://a:65535?x HTTP/1.1\r\nHost: b", "http a 65535 a?x keep"},
       {"GET http://[::1]:8/%41%2f%00%4 HTTP/1.2\r\nHost: b\r\nConnection: CLOSE", "http [::1] 8 [::1]/A/%00%4"},
       {"GET /\xC3\xA4 HTTP/1.1\r\nHost: 0x7F.1", "http 127.0.0.1 80 127.0.0.1/\xC3\xA4 keep"},
+      {"GET /a/./b/../%2E%2e/c/. HTTP/1.0\r\nHost: h", "http h 80 h/a/./b/../../c/. or h/c"},
+      {"GET http://h/a%2F..%2Fb/..?/../ HTTP/1.0", "http h 80 h/a/../b/..?/.. or h/?/.."},
+      {"GET /../.. HTTP/1.0\r\nHost: h", "http h 80 h/../.. or h"},
       {"CONNECT h.:8443 HTTP/1.1\r\nHost: other", "http h 8443 h keep"},
       {"CONNECT h HTTP/1.0", "http h 443 h"},
       {"GET /" + path + "/ HTTP/1.0\r\nHost: h", "http h 80 h/" + path},
