@@ -64,16 +64,29 @@ bool isRepeatable(const Cycle &cycle) {
          std::find(std::begin(methods), std::end(methods), cycle.target.method) != std::end(methods);
 }
 
-/* Connects; a request that could not be sent again does not go out on a used connection. */
+/* A login that belongs to the connection it was made on, and is lost with it. */
+bool isLoggedIn() {
+  for (const HeaderLine *line = reqheader.first; line != nullptr; line = line->next) {
+    if (!isField(line, "Authorization:")) continue;
+    const std::string_view value = fieldValue(line, "Authorization:");
+    const std::string_view scheme = value.substr(0, value.find(' '));
+    if (equalsIgnoringCase(scheme, "NTLM") || equalsIgnoringCase(scheme, "Negotiate")) return true;
+  }
+  return false;
+}
+
+/* Connects; a request that could not be sent again does not go out on a used connection, unless it is bound to that. */
 int connectFor(Connection &connection, Cycle &cycle) {
-  if (!isRepeatable(cycle) && connection.upstreamUsed) strictDisconnect(connection);
+  if (!isRepeatable(cycle) && connection.upstreamUsed && !isLoggedIn()) strictDisconnect(connection);
   return strictConnect(connection, cycle);
 }
 
-/* Reads the next piece of the request's body. False when the client stalls or breaks off. */
-bool readRequestBody(char *piece, size_t room, uint64_t &remaining, size_t &count) {
+/* Reads the next piece of the request's body: as much as there is room for, or what has arrived. False when the client
+   stalls or breaks off. */
+bool readRequestBody(char *piece, size_t room, uint64_t &remaining, size_t &count, bool full) {
   unsigned length = static_cast<unsigned>(std::min<uint64_t>(room, remaining));
-  const unsigned char status = getHTTPBody(clientsock, piece, &length, clientTimeoutSeconds, static_cast<int>(length));
+  const int least = full ? static_cast<int>(length) : 1;
+  const unsigned char status = getHTTPBody(clientsock, piece, &length, clientTimeoutSeconds, least);
   count = length;
   remaining -= length;
   return status <= 1 && length > 0;
@@ -94,7 +107,7 @@ Upload spoolUpload(const Cycle &cycle, FILE *spool) {
   size_t held = 0;
   for (uint64_t remaining = cycle.bodyLength; remaining > 0;) {
     size_t count = 0;
-    if (!readRequestBody(window.get() + held, uploadWindow - held, remaining, count)) return Upload::failed;
+    if (!readRequestBody(window.get() + held, uploadWindow - held, remaining, count, true)) return Upload::failed;
     if (fwrite(window.get() + held, 1, count, spool) != count) return Upload::failed;
     const size_t filled = held + count;
     held = std::min(filled, uploadOverlap);
@@ -129,7 +142,7 @@ Next sendBody(Connection &connection, Cycle &cycle, FILE *spool) {
     } else if (answersFirst(proxysock, clientsock, clientTimeoutSeconds)) {
       cycle.bodyUnsent = true;
       break;
-    } else if (!readRequestBody(piece.get(), forwardPiece, remaining, count)) {
+    } else if (!readRequestBody(piece.get(), forwardPiece, remaining, count, false)) {
       return endCall(connection, -1);
     }
     if (sendHTTPBody(proxysock, piece.get(), static_cast<int>(count), PROXY_TIMEOUT) >= 0) continue;
@@ -140,7 +153,21 @@ Next sendBody(Connection &connection, Cycle &cycle, FILE *spool) {
 }
 
 bool checksUpload(const Cycle &cycle) {
-  return blockupload != 0 && cycle.bodyLength > 0 && cycle.port != uncheckedUploadPort && checkUrl(url) == 0;
+  if (blockupload == 0 || cycle.bodyLength == 0 || cycle.port == uncheckedUploadPort) return false;
+  return checkUrl(url) == 0 || (!cycle.resolvedUrl.empty() && checkUrl(cycle.resolvedUrl.c_str()) == 0);
+}
+
+/* A site is asked for bytes as they are, and for one part of them at most: several come in a type of their own, in
+   which nothing is recognised (RFC 9110 section 14.2 lets a range be passed over). */
+void limitWhatIsAskedFor() {
+  removeField(reqheader, "Accept-Encoding:");
+  insertField(reqheader, "Accept-Encoding: identity");
+  for (const HeaderLine *line = reqheader.first->next; line != nullptr; line = line->next) {
+    if (!isField(line, "Range:") || fieldValue(line, "Range:").find(',') == std::string_view::npos) continue;
+    removeField(reqheader, "Range:");
+    removeField(reqheader, "If-Range:");
+    return;
+  }
 }
 
 /* Upgrade is ignored in HTTP/1.0 (RFC 9110 section 7.8). */
@@ -190,6 +217,7 @@ Next identifyStrictly(Connection &connection, Cycle &cycle) {
   cycle.asksToSwitch = asksToSwitch(cycle);
   replaceText(hostname, strdup(cycle.target.host.c_str()));
   replaceText(url, strdup(strictUrl(cycle.target).c_str()));
+  cycle.resolvedUrl = resolvedUrl(cycle.target);
   return url == nullptr || hostname == nullptr ? endCall(connection, -1) : Next::step;
 }
 
@@ -230,7 +258,7 @@ Next forwardStrictly(Connection &connection, Cycle &cycle) {
       return endCall(connection, 1);
     }
   }
-  removeAcceptCoding(reqheader.first);
+  limitWhatIsAskedFor();
   rewriteHead(cycle);
   connection.upstreamUsed = true;
   if (!sendHead(proxysock, reqheader, PROXY_TIMEOUT) && !cycle.upstreamReused) {

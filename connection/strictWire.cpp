@@ -122,7 +122,11 @@ HeadRead readStrictHead(int fd, HeadScan &scan, Header &header, int idleSeconds)
 
 bool answersFirst(int upstream, int client, int seconds) {
   pollfd waiting[] = {{upstream, POLLIN, 0}, {client, POLLIN, 0}};
-  return poll(waiting, 2, seconds * 1000) > 0 && waiting[1].revents == 0;
+  char begin[10];
+  if (poll(waiting, 2, seconds * 1000) <= 0 || waiting[1].revents != 0) return false;
+  const bool isInterim =
+      recv(upstream, begin, sizeof begin, MSG_PEEK | MSG_DONTWAIT) == sizeof begin && begin[9] == '1';
+  return !isInterim;
 }
 
 bool sendHead(int fd, const Header &header, int seconds) {
@@ -137,7 +141,7 @@ void breakOff(int fd, int seconds) {
   for (int unreceived = 0; ioctl(fd, SIOCOUTQ, &unreceived) == 0 && unreceived > 0 && Clock::now() < end;)
     usleep(pause);
   const sockaddr none{AF_UNSPEC, {}};
-  connect(fd, &none, sizeof none);
+  static_cast<void>(connect(fd, &none, sizeof none));
 }
 
 bool arrivesWithin(int fd, int milliseconds) { return waitReadable(fd, milliseconds) == Wait::ready; }

@@ -30,8 +30,8 @@ struct BodySource {
   size_t rawStart = 0, rawEnd = 0;
 };
 
-/* Whether the upstream has something to say while the client has not; false as soon as the client's next bytes are
-   there, and after the time. */
+/* Whether the upstream has something final to say (no interim head) while the client has nothing; false as soon as the
+   client's next bytes are there, and after the time. */
 bool answersFirst(int upstream, int client, int seconds);
 
 /* Sends a head, the whole of it. */
