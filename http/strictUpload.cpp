@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::string_view fieldName = "content-disposition";
 constexpr std::string_view parameterName = "filename";
-constexpr size_t longestField = 4096;
+constexpr size_t longestField = 16384; /* one that has not ended by then counts as an upload */
 constexpr std::string_view blanks = " \t";
 
 /* The field's text, up to the first line end that no blank follows. */
@@ -28,9 +28,10 @@ size_t findIgnoringCase(std::string_view text, std::string_view word, size_t fro
   return found == text.end() ? text.npos : static_cast<size_t>(found - text.begin());
 }
 
-/* What follows the parameter's name: an optional "*", "=", and a value that is not empty. */
+/* What follows the parameter's name: an optional "*", or "*0" and the like (RFC 2231), "=", and a value that is not
+   empty. */
 bool hasValue(std::string_view rest) {
-  if (rest.starts_with('*')) rest.remove_prefix(1);
+  if (rest.starts_with('*')) rest.remove_prefix(std::min(rest.find_first_not_of("*0123456789"), rest.size()));
   rest.remove_prefix(std::min(rest.find_first_not_of(blanks), rest.size()));
   if (!rest.starts_with('=')) return false;
   rest.remove_prefix(1);
@@ -49,7 +50,8 @@ bool namesFile(std::string_view field) {
 
 bool namesUpload(std::string_view bytes) {
   for (size_t at = 0; (at = findIgnoringCase(bytes, fieldName, at)) != bytes.npos; at++) {
-    if (namesFile(fieldText(bytes.substr(at + fieldName.size())))) return true;
+    const std::string_view field = fieldText(bytes.substr(at + fieldName.size()));
+    if (field.size() >= longestField || namesFile(field)) return true;
   }
   return false;
 }

@@ -115,6 +115,8 @@ TEST_F(StrictTest, uploadsAreRefusedBeforeAnythingGoesUpstream) {
       {before + "Content-Disposition: form-data; name=\"f\"; filename=\"secret\"\r\n\r\nDATA", false},
       {before + "Content-Disposition: form-data; name=\"f\"; filament=\"secret\"\r\n\r\nDATA", true},
       {"content-disposition:form-data;  filename*=utf-8''x\r\n\r\nDATA", false},
+      {"content-disposition: form-data; name=\"" + std::string(16400, 'n') + "\"\r\n\r\nDATA", false},
+      {"content-disposition: form-data; filename*0=x\r\n\r\nDATA", false},
       {"Content-Disposition: form-data; a=1;\r\n FileName = x\r\n\r\n", false}};
   for (const auto &[body, allowed] : cases) {
     const std::string head = "POST http://h/x HTTP/1.1\r\nHost: h\r\nContent-Length: " + std::to_string(body.size());
