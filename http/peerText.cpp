@@ -9,7 +9,13 @@
 
 namespace netsift {
 
-constexpr size_t longestShown = 300; /* three of them leave room for a record's other words, and for its line end */
+/* Of the 1023 bytes of a log record, so that the other words, the longest debug string and the line end have room. */
+constexpr size_t longestShown = 280; /* a record has up to three of them */
+constexpr size_t longestLine = 900;
+
+void cut(std::string &text, size_t longest) {
+  if (text.size() > longest) text.replace(longest, text.npos, "...");
+}
 
 const char *peerText(const char *text) {
   static std::array<std::string, 8> shown; /* more than one message prints */
@@ -18,7 +24,7 @@ const char *peerText(const char *text) {
   if (EscapeText != 1) return text;
   std::string &slot = shown[next++ % shown.size()];
   slot = logEscape(text);
-  if (slot.size() > longestShown) slot.replace(longestShown, slot.npos, "...");
+  cut(slot, longestShown);
   return slot.c_str();
 }
 
@@ -28,8 +34,11 @@ void tracePeerLine(int level, const char *line) {
     dprintf(level, "%s", line);
     return;
   }
+  if (level > netsift_debugThreshold) return;
   const std::string_view text = line;
-  dprintf(level, "%s\n", logEscape(text.substr(0, text.find_last_not_of("\r\n") + 1)).c_str());
+  std::string shown = logEscape(text.substr(0, text.find_last_not_of("\r\n") + 1));
+  cut(shown, longestLine);
+  dprintf(level, "%s\n", shown.c_str());
 }
 
 void traceHeadLines(const Header &header) {

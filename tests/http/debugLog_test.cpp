@@ -3,6 +3,7 @@
 
 #include <regex>
 
+#include "http/peerText.h"
 #include "tests/support/support.h"
 
 using namespace netsift::test;
@@ -52,6 +53,18 @@ TEST(DebugLog, CutsLongTextsReleasesOnlyItsOwnStampAndAppendsToItsFile) {
   dprintf(1, "nowhere\n");
   const std::string start = "Y:" + stamp, cut = "before\n" + std::string(50, 'D') + stamp + "x+";
   expectMatch(readFile(path), cut + start + "the host's\n" + start + start + "\n");
+}
+
+TEST(PeerText, IsCutSoThatARecordKeepsItsLineEnd) {
+  const LogCapture log(5);
+  setDebugString(std::string(50, 'D').c_str());
+  EscapeText = 1;
+  const std::string longest(2000, '"'), line = longest + "\r\n";
+  dprintf(1, "%s %s %s and so on\n", netsift::peerText(longest.c_str()), netsift::peerText(longest.c_str()),
+          netsift::peerText(longest.c_str()));
+  netsift::tracePeerLine(5, line.c_str());
+  netsift::tracePeerLine(6, line.c_str());
+  EXPECT_EQ(log.messages().size(), 2U);
 }
 
 }  // namespace
