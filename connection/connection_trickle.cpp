@@ -24,7 +24,7 @@ void setUpConnection(Connection &connection) {
   setsockopt(clientsock, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
   connection.configuredBlockip = blockip;
   connection.configuredUrlcheck = urlcheck;
-  if (isStrict()) boundSends(clientsock, clientTimeoutSeconds);
+  if (isStrict()) boundSends(clientsock, patientSeconds);
   connection.scanThreshold = static_cast<uint32_t>(startScanSize) * 1024U;
   if (ProxyPresent == 1) connectToProxy(connection);
 }

@@ -69,7 +69,7 @@ struct Delivery {
 int upstreamMilliseconds() { return PROXY_TIMEOUT <= 0 || PROXY_TIMEOUT > 86400 ? -1 : PROXY_TIMEOUT * 1000; }
 
 bool sendToClient(const char *bytes, size_t length) {
-  return length == 0 || sendHTTPBody(clientsock, bytes, static_cast<int>(length), clientTimeoutSeconds) >= 0;
+  return length == 0 || sendHTTPBody(clientsock, bytes, static_cast<int>(length), patientSeconds) >= 0;
 }
 
 /* -- reading -- */

@@ -107,11 +107,11 @@ struct ConnectLimit {
 };
 
 /* A new proxysock connected to the address, or errno. */
-int openWithin(Connection &connection, const sockaddr_in &address, const ConnectLimit &limit) {
+int openWithin(Connection &connection, const sockaddr_in &address, int milliseconds) {
   proxysock = openUpstreamSocket();
   connection.upstreamOpen = proxysock >= 0;
   connection.upstreamUsed = false;
-  if (proxysock >= 0 && connectWithin(proxysock, address, limit.left())) return 0;
+  if (proxysock >= 0 && connectWithin(proxysock, address, milliseconds)) return 0;
   const int error = errno;
   strictDisconnect(connection);
   errno = error;
@@ -153,17 +153,20 @@ int strictConnect(Connection &connection, Cycle &cycle) {
   strictDisconnect(connection);
   const ConnectLimit limit;
   if (!direct)
-    return openWithin(connection, proxyaddr, limit) == 0 ? 0 : failToConnect("the upstream proxy", proxyport);
+    return openWithin(connection, proxyaddr, limit.left()) == 0 ? 0 : failToConnect("the upstream proxy", proxyport);
   if (!resolveHost()) {
     snprintf(reason, sizeof reason, "The host %.120s could not be found.", hostname);
     return badGateway;
   }
   proxyport = static_cast<int32_t>(cycle.port);
-  for (char **entry = remote_host->h_addr_list; *entry != nullptr; entry++) {
+  int untried = 0;
+  while (remote_host->h_addr_list[untried] != nullptr) untried++;
+  for (char **entry = remote_host->h_addr_list; *entry != nullptr; entry++, untried--) {
     in_addr address;
     std::memcpy(&address, *entry, sizeof address);
     setAddress(address, cycle.port);
-    if (openWithin(connection, proxyaddr, limit) != 0) continue;
+    const int left = limit.left(); /* shared out, so that a silent address leaves time for the next */
+    if (openWithin(connection, proxyaddr, left < 0 ? left : left / untried) != 0) continue;
     connection.upstreamHost = hostname;
     connection.upstreamPort = cycle.port;
     return 0;
