@@ -116,7 +116,9 @@ const Setting contentSettings[] = {
 };
 
 const Setting scanSettings[] = {
-    {"scanning", "scan", Flag{&virusscan}, "false", "Have response bodies scanned for viruses before delivery."},
+    {"scanning", "scan", Flag{&virusscan}, "false",
+     "Have response bodies scanned for viruses before delivery. Where a client asks for a range of a file, the engines "
+     "see that part of it alone."},
     {"scanning", "primary_engine", Flag{&DoVlavScan}, "false",
      "Ask the engine at /opt/Velmora/var/run/vlav under the root."},
     {"scanning", "second_engine", Flag{&DoClamScan}, "true", "Ask the engine that speaks the clamd protocol."},
