@@ -2,6 +2,8 @@
 
 #include "connection/htmlTemplate.h"
 #include "connection/verdict.h"
+#include "content/phraseList.h"
+#include "content/phraseScan.h"
 #include "tests/support/support.h"
 
 using namespace netsift;
@@ -110,4 +112,29 @@ TEST(Verdict, ratingsAreTestedOnTheFirstChunkAlone) {
   }
   EXPECT_TRUE(readFile(root.log("access.log")).ends_with("\"Rating Violation\" \"RSAC\"\n")) << "and no record more";
   free(logfilename);
+}
+
+TEST(Verdict, aCategoryBeyondThe127thIsNamed) {
+  const ScratchRoot root;
+  const SocketPair client;
+  clientsock = client.near;
+  char none[] = "none", late[] = "late", name[] = "Late";
+  writeFile(root.config("none.phrase"), "<zz>1\n<zzz>1\n");
+  writeFile(root.config("late.phrase"), "<vexatious>10\n<zzz>1\n");
+  std::vector<char *> files(200, none), names(200, none);
+  files[130] = late;
+  names[130] = name;
+  categfiles1 = files.data();
+  categname1 = names.data();
+  numcategories1 = 200;
+  contentcheck = 1;
+  allowedweight = 10;
+  ASSERT_EQ(makePhraseLists(), 1);
+  ASSERT_EQ(iniContentFilter(), 1);
+  url = strdup("h/p");
+  std::string page = "<p>a vexatious page</p>";
+  EXPECT_EQ(checkAllRight(page.data(), static_cast<int32_t>(page.size()), 1), -1);
+  EXPECT_NE(std::string(reason).find("category Late"), std::string::npos) << reason;
+  take(std::exchange(url, nullptr));
+  freePhraseLists();
 }

@@ -37,7 +37,7 @@ class CycleTest : public testing::Test {
   }
 
   /* On every connection it answers one head after the other with the next answer, as long as there is one, and then
-     closes. A byte of 1 in an answer is a pause. */
+     closes. A byte of 1 in an answer is a pause; after one that holds "close" it sends no more. */
   ScriptedDaemon answering(const std::vector<std::string> &answers) {
     connections = 0;
     forwarded.clear();

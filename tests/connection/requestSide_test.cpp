@@ -56,6 +56,46 @@ TEST_F(CycleTest, dotSegmentsNeitherHideNorExempt) {
   }
 }
 
+TEST_F(CycleTest, callsEndEachWithItsResult) {
+  blockad = tunnelmessengers = 1;
+  adlist = listOf("ads/x");
+  strcpy(tunnellist[0], "msg  ");
+  strcpy(blockedcontent[0], "zip");
+  endsRequests = false;
+  const std::tuple<std::string, std::string, int32_t> cases[] = {
+      {"GET http://ads/x", page, 1},
+      {"GET http://msg/x", "raw close", 1},
+      {"CONNECT h:443", "HTTP/1.0 200 OK\r\n\r\nraw close", 0},
+      {"GET http://h/z", response("Content-Type: application/zip\r\n", "PK"), -1}};
+  for (const auto &[line, answer, expected] : cases) {
+    serve(line + " HTTP/1.0\r\n\r\n", {answer});
+    EXPECT_EQ(result, expected) << line;
+  }
+}
+
+TEST_F(CycleTest, uploadsAreCutBeforeTheirFile) {
+  blockupload = 1;
+  const std::string body = "Content-Disposition: form-data; name=\"f\"; filename=\"secret\"\r\n\r\nDATA";
+  serve("POST http://h/x HTTP/1.0\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body, {page});
+  EXPECT_EQ(result, 1);
+  EXPECT_NE(forwarded.find("filename=\""), std::string::npos) << forwarded;
+  EXPECT_EQ(forwarded.find("secret"), std::string::npos) << forwarded;
+}
+
+/* 127.0.0.1 is localhost wherever there is a hosts file. */
+TEST_F(CycleTest, addressesAreLookedUpUnderTheirNameToo) {
+  static UrlList lists[] = {listOf("127.0.0.1/x"), listOf("localhost/x")};
+  char *names[] = {const_cast<char *>("Games"), const_cast<char *>("Sport")};
+  categories = lists;
+  categname = names;
+  numcategories = 2;
+  urlcheck = 1;
+  const std::string answer = serve("GET http://127.0.0.1/x HTTP/1.0\r\n\r\n", {page});
+  EXPECT_NE(answer.find("in category Games"), std::string::npos) << "1 and 2 make 3, which none is" << answer;
+  serve("GET http://h HTTP/1.0\r\nHost: 127.0.0.1\r\n\r\n", {page}); /* the URL is shorter than the host */
+  EXPECT_TRUE(log.has("resolved url is [localhost]")) << log.text();
+}
+
 TEST_F(CycleTest, exemptAddressSwitchesBothChecksOffForTheConnection) {
   static IpPattern exempt{{'1', '2', '7', '.', '*'}, nullptr};
   blockip = urlcheck = 1;

@@ -1,4 +1,3 @@
-
 #include "content/phraseList.h"
 #include "tests/connection/cycle_fixture.h"
 
@@ -20,6 +19,7 @@ class StrictTest : public ScanTest {
     categfiles1 = files;
     categname1 = names;
     numcategories1 = 1;
+    numcategories = 200; /* of URLs: what is cleared for words must not go by them */
     allowedweight = 10;
     contentcheck = 1;
     writeFile(root.config("words.phrase"), "<\"vexatious\">10\n<zzz>1\n");

@@ -31,8 +31,11 @@ class Daemon(Case):
         good = config.read_text()
         cache.write_bytes(b"verdicts")
         self.reload(filtering, REFUSE + "[htpp]\n", "htpp: unknown key", "the configuration and lists in use stay")
-        self.assertEqual(cache.read_bytes(), b"verdicts")  # only what is loaded makes them stale
         config.write_text(good)
+        (filtering.etc / "whitelist.dom").rename(filtering.etc / "kept")
+        self.reload(filtering, "", "whitelist.dom: cannot be read")
+        (filtering.etc / "kept").rename(filtering.etc / "whitelist.dom")
+        self.assertEqual(cache.read_bytes(), b"verdicts")  # only what is loaded makes them stale
         with filtering.connect() as running:
             wait_until(filtering.connections, "the connection's process")
             self.reload(filtering, REFUSE, "configuration and lists loaded anew")
@@ -44,6 +47,11 @@ class Daemon(Case):
         os.kill(int(servers.split()[-1]), signal.SIGKILL)
         self.await_said(filtering, "the serving process has ended (signal 9); another is started", "serving again")
         self.assert_page(filtering.exchange(ASK), "error", REFUSAL)
+
+    def test_an_access_level_may_switch_filtering_off(self):
+        filtering = self.filter({"upstream.timeout": 1})
+        self.reload(filtering, REFUSE.replace("3", "1"), "configuration and lists loaded anew")
+        self.assert_page(filtering.fetch("http://localhost:25/"), "error", "No connection to localhost")
 
     def test_it_does_not_start_with_a_fault(self):
         with self.assertRaisesRegex(AssertionError, r"(?s)ended with 2:.*listen.drain_seconds: expected whole number"):
@@ -81,7 +89,7 @@ class Daemon(Case):
                     dribbler.sendall(b"x")
                     time.sleep(0.3)
             wait_until(lambda: not filtering.connections(), "the processes of clients that do not close to end")
-            self.assertLess(time.monotonic() - began, 14)
+            self.assertLess(time.monotonic() - began, 18)
         self.assertIn("Client IP:127.0.0.1,STATUS:BLOCKED,Access List:level 3", filtering.lines())
         self.assertNotIn("forged", "".join(filtering.lines()))
 
@@ -116,6 +124,8 @@ class Check(Case):
                 ("adserver.url.orig", None, "error adserver.url 0 does not exist, nor both .url.orig and .phrase"),
                 ("sample.phrase", "", "warning sample.phrase 0 is empty: it judges nothing, and neither does the last"),
                 ("script.html", None, "error script.html 0 cannot be read"),
+                ("script.html", "", "error script.html 0"),
+                ("template", None, "error template 0 cannot be read"),
                 ("popup.dom", "fine.example\nhttp.example/path\n", 'warning popup.dom 2 a domain has no "/"'),
                 ("popup.url.orig", "a/\n\nhttp://b/\n", "warning popup.url.orig 3 an entry begins with the host"),
                 ("popup.url.orig", "x.example", "warning popup.url.orig 1 the last line has no line end"),

@@ -1,5 +1,5 @@
 """What the end-to-end tests share: the real netsiftd in a scratch root, real peers around it, a scripted one for what
-they will not do. Nothing waits a fixed time, every port is a free one, every process is ended by its id."""
+they will not do. Every port is a free one, every process is ended by its id."""
 import atexit
 import contextlib
 import json
@@ -10,6 +10,7 @@ import shutil
 import socket
 import socketserver
 import subprocess
+import sys
 import tempfile
 import threading
 import time
@@ -31,8 +32,12 @@ def accepts(port):
 
 def free_port():
     """Below the range from which the kernel takes the ports of outgoing connections."""
-    port = random.randrange(10000, 32000)
-    return free_port() if accepts(port) else port
+    with socket.socket() as probe:
+        try:
+            probe.bind(("127.0.0.1", port := random.randrange(10000, 32000)))
+        except OSError:
+            return free_port()
+    return port
 
 
 def wait_until(condition, what):
@@ -186,8 +191,18 @@ class Peer(socketserver.ThreadingTCPServer):
         super().__init__(str(path) if path else ("127.0.0.1", 0), None)
         self.port, self.handler = self.server_address[1], handler
         threading.Thread(target=self.serve_forever, args=(0.05,), daemon=True).start()
+        self.fault = None
+        cleanup(self.tell_fault)
         cleanup(self.server_close)
         cleanup(self.shutdown)
+
+    def handle_error(self, request, client_address):
+        self.fault = sys.exc_info()[1]
+
+    def tell_fault(self):
+        """What the handler asserted, which nobody sees in its own thread."""
+        if self.fault:
+            raise self.fault
 
     def finish_request(self, request, client_address):
         request.settimeout(PATIENCE)

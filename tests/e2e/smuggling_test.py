@@ -4,7 +4,7 @@ import contextlib
 import re
 import time
 
-from harness import Case, Squid
+from harness import Case, Squid, wait_until
 
 PRIZE = "GET /smuggled HTTP/1.1\r\nHost: localhost\r\n\r\n"
 CHUNKS = f"0\r\n\r\n{PRIZE}"  # where a reader of chunks takes the prize for a request
@@ -90,6 +90,7 @@ class Smuggling(Case):
         for pipelined in (True, False):
             with self.subTest(name, pipelined=pipelined):
                 received = self.exchange(filtering, attack, pipelined)
+                wait_until(lambda: not filtering.connections(), "the connection's end")
                 answers = re.findall("X-Answer: (.*)\r\n", received)
                 self.assertIn(answers, ([],) if fate == REFUSED else (["/attack"], ["/attack", "/next"]), received)
                 self.assertEqual(bool(re.match("HTTP/1.1 [45]", received)), fate == REFUSED, received)

@@ -4,7 +4,7 @@ import random
 from harness import Road
 
 
-class Direct(Road):
+class Pages(Road):
     def test_pages_arrive_byte_for_byte(self):
         for size in (1, 1000, 65535, 65536, 65537, 70_000, 5_000_000):
             for name in (f"{size}.txt", f"{size}.bin"):
@@ -47,5 +47,5 @@ class Direct(Road):
                 self.assertEqual(answer, b"") if self.of_old else self.assert_page(answer, "error", "The browser")
 
 
-class Upstream(Direct):
+class PagesOfOld(Pages):
     of_old = True
