@@ -1,5 +1,3 @@
-
-
 #include "content/phraseList.h"
 #include "content/phraseScan.h"
 #include "tests/support/support.h"

@@ -56,6 +56,7 @@ TEST(Wildcard, PrefixesAndDelimiters) {
   check(beginsWithCI, 1, {"HOST: a", "Host:", "a", ""});
   check(beginsWithCI, 0, {"Host", "Host:", "Hosts:", "Host:"});
   const auto beforeSemicolon = [](const char *text, const char *word) { return containsBeforeDelim(text, word, ';'); };
+  check(beforeSemicolon, 300, {times(300, 'x') + "ab", "ab"}); /* an int, as no other offset here */
   check(beforeSemicolon, -1, {"key;value", "value", "key=val;ue", "val;"});
 }
 

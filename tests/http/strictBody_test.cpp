@@ -1,4 +1,3 @@
-
 #include "http/strictChunk.h"
 #include "http/strictCoding.h"
 #include "tests/support/support.h"

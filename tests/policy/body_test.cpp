@@ -1,5 +1,3 @@
-
-
 #include "policy/attachFile.h"
 #include "policy/popupIndex.h"
 #include "tests/support/support.h"
@@ -13,6 +11,7 @@ TEST(PopupIndex, FindsTheEndOfTheFirstHtmlTag) {
                                           {{"<html\0>", 7}, 7},
                                           {{"\0<html>", 7}, -1},
                                           {"<html", -1},
+                                          {"", -1},
                                           {"<Html><hTML>", -1}};
   for (const auto &[text, index] : cases) {
     const GuardedText body(text, false);

@@ -1,7 +1,5 @@
 #include "tests/support/support.h"
 
-#include <fcntl.h>
-#include <poll.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <zlib.h>
