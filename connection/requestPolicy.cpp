@@ -3,8 +3,10 @@
 #include <arpa/inet.h>
 #include <netdb.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
 #include "connection/answer.h"
 #include "connection/hostEntry.h"
@@ -74,7 +76,13 @@ int listed(InList inList) {
    what exempts must be found in both. */
 template <typename InList>
 int listedResolved(const Cycle &cycle, InList inList) {
-  return cycle.resolvedUrl.empty() ? 0 : static_cast<uint8_t>(inList(cycle.resolvedUrl.c_str(), hostname, isipaddr));
+  const std::string &resolved = cycle.resolvedUrl;
+  if (resolved.empty()) return 0;
+  int answer = static_cast<uint8_t>(inList(resolved.c_str(), hostname, isipaddr));
+  if (!hasReverseName()) return answer;
+  const std::string named = reshostname + resolved.substr(std::min(std::strlen(hostname), resolved.size()));
+  answer |= static_cast<uint8_t>(inList(named.c_str(), reshostname, 0));
+  return answer;
 }
 
 template <typename InList>

@@ -212,11 +212,11 @@ std::string strictUrl(const StrictTarget &target) {
 }
 
 std::string resolvedUrl(const StrictTarget &target) {
-  const size_t query = std::min(target.path.find('?'), target.path.size());
-  const std::string path = percentDecoded(std::string_view(target.path).substr(0, query));
-  const std::string resolved = withoutDotSegments(path);
-  if (target.form == TargetForm::authority || resolved == path) return "";
-  return trimmedUrl(target.host + resolved + percentDecoded(std::string_view(target.path).substr(query)));
+  if (target.form == TargetForm::authority) return "";
+  const std::string_view path = std::string_view(target.path).substr(0, target.path.find('?'));
+  const std::string query = percentDecoded(std::string_view(target.path).substr(path.size()));
+  std::string resolved = trimmedUrl(target.host + withoutDotSegments(percentDecoded(path)) + query);
+  return resolved == strictUrl(target) ? "" : resolved;
 }
 
 }  // namespace netsift

@@ -44,8 +44,8 @@ StrictFault parseStrictTarget(const HeaderLine *first, StrictTarget &target);
    percent-decoded but for "%00", which stays as it is written. */
 std::string strictUrl(const StrictTarget &target);
 
-/* The URL with "." and ".." segments resolved, those too that decoding brings out, since many servers read it so,
-   though it is forwarded as it came (RFC 9110 section 7.7); empty where that is no other URL. */
+/* The URL decoded first, its "." and ".." segments resolved, then trimmed and cut: many servers read it so, though it
+   is forwarded as it came (RFC 9110 section 7.7). Empty where that is no other URL. */
 std::string resolvedUrl(const StrictTarget &target);
 
 }  // namespace netsift

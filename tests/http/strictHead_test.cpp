@@ -120,6 +120,7 @@ TEST(StrictHead, SaysWhatIsAddressedAndWhereTheBodyEnds) {
       {"GET /\xC3\xA4 HTTP/1.1\r\nHost: 0x7F.1", "http 127.0.0.1 80 127.0.0.1/\xC3\xA4 keep"},
       {"GET /a/./b/../%2E%2e/c/. HTTP/1.0\r\nHost: h", "http h 80 h/a/./b/../../c/. or h/c"},
       {"GET http://h/a%2F..%2Fb/..?/../ HTTP/1.0", "http h 80 h/a/../b/..?/.. or h/?/.."},
+      {"GET /a%2F HTTP/1.0\r\nHost: h", "http h 80 h/a/ or h/a"},
       {"GET /../.. HTTP/1.0\r\nHost: h", "http h 80 h/../.. or h"},
       {"CONNECT h.:8443 HTTP/1.1\r\nHost: other", "http h 8443 h keep"},
       {"CONNECT h HTTP/1.0", "http h 443 h"},
