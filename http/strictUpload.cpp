@@ -14,9 +14,10 @@ constexpr std::string_view blanks = " \t";
 
 /* The field's text, up to the first line end that no blank follows. */
 std::string_view fieldText(std::string_view rest) {
-  rest = rest.substr(0, longestField);
+  rest = rest.substr(0, longestField + 1);
   for (size_t end = 0; (end = rest.find('\n', end)) != rest.npos; end++) {
-    if (end + 1 >= rest.size() || blanks.find(rest[end + 1]) == blanks.npos) return rest.substr(0, end);
+    const bool isLast = end + 1 >= rest.size(); /* of all there is, or of what is looked at */
+    if (isLast ? rest.size() <= longestField : blanks.find(rest[end + 1]) == blanks.npos) return rest.substr(0, end);
   }
   return rest;
 }
@@ -51,7 +52,9 @@ bool namesFile(std::string_view field) {
 bool namesUpload(std::string_view bytes) {
   for (size_t at = 0; (at = findIgnoringCase(bytes, fieldName, at)) != bytes.npos; at++) {
     const std::string_view field = fieldText(bytes.substr(at + fieldName.size()));
-    if (field.size() >= longestField || namesFile(field)) return true;
+    const size_t colon = field.find_first_not_of(blanks);
+    const bool neverEnds = field.size() > longestField && field[std::min(colon, longestField)] == ':';
+    if (neverEnds || namesFile(field)) return true;
   }
   return false;
 }

@@ -116,6 +116,7 @@ TEST_F(StrictTest, uploadsAreRefusedBeforeAnythingGoesUpstream) {
       {before + "Content-Disposition: form-data; name=\"f\"; filament=\"secret\"\r\n\r\nDATA", true},
       {"content-disposition:form-data;  filename*=utf-8''x\r\n\r\nDATA", false},
       {"content-disposition: form-data; name=\"" + std::string(16400, 'n') + "\"\r\n\r\nDATA", false},
+      {"{\"note\": \"no Content-Disposition here\"" + std::string(20000, ' ') + "}", true},
       {"content-disposition: form-data; filename*0=x\r\n\r\nDATA", false},
       {"Content-Disposition: form-data; a=1;\r\n FileName = x\r\n\r\n", false}};
   for (const auto &[body, allowed] : cases) {
