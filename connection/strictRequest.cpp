@@ -27,7 +27,7 @@ namespace {
 
 constexpr size_t forwardPiece = 65536;
 constexpr size_t uploadWindow = 65536;
-constexpr size_t uploadOverlap = 16384; /* a part's head that lies across two windows is whole in one of them */
+constexpr size_t uploadOverlap = 16384 + 32; /* a part's head that lies across two windows is whole in one of them */
 constexpr uint64_t greatestChecked = 256ULL << 20; /* what is collected to be looked through */
 constexpr int mostHops = 3;                        /* through filters of this name; a request that comes back loops */
 constexpr unsigned uncheckedUploadPort = 8100;
@@ -64,11 +64,12 @@ bool isRepeatable(const Cycle &cycle) {
          std::find(std::begin(methods), std::end(methods), cycle.target.method) != std::end(methods);
 }
 
-/* A login that belongs to the connection it was made on, and is lost with it. */
+/* A login to the next hop that belongs to the connection it was made on, and is lost with it. */
 bool isLoggedIn() {
+  const std::string_view field = ProxyPresent == 1 ? "Proxy-Authorization:" : "Authorization:";
   for (const HeaderLine *line = reqheader.first; line != nullptr; line = line->next) {
-    if (!isField(line, "Authorization:")) continue;
-    const std::string_view value = fieldValue(line, "Authorization:");
+    if (!isField(line, field)) continue;
+    const std::string_view value = fieldValue(line, field);
     const std::string_view scheme = value.substr(0, value.find(' '));
     if (equalsIgnoringCase(scheme, "NTLM") || equalsIgnoringCase(scheme, "Negotiate")) return true;
   }
@@ -162,12 +163,15 @@ bool checksUpload(const Cycle &cycle) {
 void limitWhatIsAskedFor() {
   removeField(reqheader, "Accept-Encoding:");
   insertField(reqheader, "Accept-Encoding: identity");
+  size_t ranges = 0;
   for (const HeaderLine *line = reqheader.first->next; line != nullptr; line = line->next) {
-    if (!isField(line, "Range:") || fieldValue(line, "Range:").find(',') == std::string_view::npos) continue;
-    removeField(reqheader, "Range:");
-    removeField(reqheader, "If-Range:");
-    return;
+    if (!isField(line, "Range:")) continue;
+    const std::string_view value = fieldValue(line, "Range:");
+    ranges += 1 + static_cast<size_t>(std::count(value.begin(), value.end(), ','));
   }
+  if (ranges < 2) return;
+  removeField(reqheader, "Range:");
+  removeField(reqheader, "If-Range:");
 }
 
 /* Upgrade is ignored in HTTP/1.0 (RFC 9110 section 7.8). */
