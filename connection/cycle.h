@@ -14,8 +14,9 @@
 
 namespace netsift {
 
-constexpr int clientTimeoutSeconds = 10; /* every read of a request, every send to the client */
-constexpr int patientSeconds = 300; /* StrictHttp: a body's sends, for paused downloads and players with full buffers */
+constexpr int clientTimeoutSeconds = 10; /* every read of a request, every send to the client but for the next: */
+/* StrictHttp: a body, to a player whose buffer is full or a paused download; and what bounds each write to a client. */
+constexpr int patientSeconds = 300;
 constexpr int relayIdleSeconds = 100; /* relays end after this long without traffic */
 constexpr int noTimeout = -1;
 

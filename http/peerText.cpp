@@ -8,6 +8,7 @@
 #include "util/escape.h"
 
 namespace netsift {
+namespace {
 
 /* Of the 1023 bytes of a log record, so that the other words, the longest debug string and the line end have room. */
 constexpr size_t longestShown = 280; /* a record has up to three of them */
@@ -16,6 +17,8 @@ constexpr size_t longestLine = 900;
 void cut(std::string &text, size_t longest) {
   if (text.size() > longest) text.replace(longest, text.npos, "...");
 }
+
+}  // namespace
 
 const char *peerText(const char *text) {
   static std::array<std::string, 8> shown; /* more than one message prints */
