@@ -114,9 +114,11 @@ TEST_F(CycleTest, strictDirectRequestReachesTheOriginInOriginForm) {
     const ScriptedDaemon origin =
         answering({"HTTP/1.0 200 OK\r\nConnection: keep-alive\r\nContent-Length: 1\r\n\r\n1", page});
     port = std::to_string(origin.port);
-    answer = serveDirect("GET http://LocalHost:" + port + "/a%00b?q HTTP/1.1\r\nHost: x\r\n" +
-                         "Proxy-Connection: keep-alive\r\nProxy-Authorization: Basic eA==\r\n\r\n" +
-                         "GET /c/./%2e%2e/d HTTP/1.1\r\nHost: LocalHost:" + port + "\r\n\r\n");
+    answer =
+        serveDirect("GET http://LocalHost:" + port + "/a%00b?q HTTP/1.1\r\nHost: x\r\n" +
+                    "Proxy-Connection: keep-alive\r\nProxy-Authorization: Basic eA==\r\nAccept-Encoding: gzip\r\n" +
+                    "Range: bytes=0-1\r\nAccept-Encoding: br\r\nrange: bytes=3-4\r\nIf-Range: x\r\n\r\n" +
+                    "GET /c/./%2e%2e/d HTTP/1.1\r\nHost: LocalHost:" + port + "\r\n\r\n");
   }
   const std::string host =
       "Via: 1.1 netsift\r\nHost: localhost:" + port + "\r\nConnection: keep-alive\r\nAccept-Encoding: identity\r\n\r\n";

@@ -36,7 +36,7 @@ TEST_F(StrictTest, everyFramingIsReadToItsEndAndNoFurther) {
     std::string answer, body;
     bool goesOn;
   } cases[] = {
-      {"GET", response("", big, "404 Not Found"), big, true},
+      {"GET", "HTTP/1.1 404 Not Found\r\nContent-Length: 70000\r\n\r\n" + big, big, true},
       {"GET", "HTTP/1.1 204 No Content\r\n\r\n", "", true},
       {"GET", "HTTP/1.1 304 Not Modified\r\nContent-Length: 5\r\n\r\n", "", true},
       {"HEAD", "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n", "", true},
@@ -53,6 +53,7 @@ TEST_F(StrictTest, everyFramingIsReadToItsEndAndNoFurther) {
     const bool wentOn = bodyOf(answer.substr(second)) == "next";
     EXPECT_EQ(bodyOf(wentOn ? answer.substr(0, second) : answer), c.body) << c.answer.substr(0, 80);
     EXPECT_EQ(wentOn, c.goesOn) << answer.substr(0, 200);
+    EXPECT_EQ(connections, 1);
   }
 }
 
@@ -106,6 +107,15 @@ TEST_F(StrictTest, requestBodiesAreTakenToTheByte) {
   EXPECT_EQ(bodyOf(answer.substr(answer.rfind("HTTP/1.1"))), "3");
   EXPECT_EQ(forwarded.find("Expect"), std::string::npos);
   EXPECT_NE(forwarded.find("\r\n\r\n" + body + "GET http://h/p HTTP/1.0\r\n"), std::string::npos);
+}
+
+TEST_F(StrictTest, requestsThatCannotBeRepeatedGoOutOnAFreshConnectionUnlessTheirLoginIsBoundToThat) {
+  for (const auto &[login, expected] : {std::pair{"Basic x", 2}, {"ntlm x", 1}, {"Negotiate x", 1}}) {
+    const std::string field = "Proxy-Authorization: " + std::string(login) + "\r\nContent-Length: 1\r\n\r\n.";
+    serve(get + ("POST http://h/p HTTP/1.1\r\nHost: h\r\n" + field),
+          {response("Connection: keep-alive\r\n", "1"), response("", "2")});
+    EXPECT_EQ(connections, expected) << login;
+  }
 }
 
 TEST_F(StrictTest, uploadsAreRefusedBeforeAnythingGoesUpstream) {
