@@ -43,8 +43,8 @@ constexpr StatusText statusTexts[] = {
     {501, "Not Implemented"},
     {502, "Bad Gateway"},
     {504, "Gateway Timeout"},
-    {508, "Loop Detected"},
     {505, "HTTP Version Not Supported"},
+    {508, "Loop Detected"},
 };
 
 const char *statusText(int status) {

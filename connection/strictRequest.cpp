@@ -27,7 +27,8 @@ namespace {
 
 constexpr size_t forwardPiece = 65536;
 constexpr size_t uploadWindow = 65536;
-constexpr size_t uploadOverlap = 16384 + 32; /* a part's head that lies across two windows is whole in one of them */
+constexpr size_t uploadOverlap =
+    16384 + 32; /* the longest field that is looked at, and its name, are whole in a window */
 constexpr uint64_t greatestChecked = 256ULL << 20; /* what is collected to be looked through */
 constexpr int mostHops = 3;                        /* through filters of this name; a request that comes back loops */
 constexpr unsigned uncheckedUploadPort = 8100;
