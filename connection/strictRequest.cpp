@@ -27,8 +27,7 @@ namespace {
 
 constexpr size_t forwardPiece = 65536;
 constexpr size_t uploadWindow = 65536;
-constexpr size_t uploadOverlap =
-    16384 + 32; /* the longest field that is looked at, and its name, are whole in a window */
+constexpr size_t uploadOverlap = 16384 + 32; /* of two windows: the longest field that is looked at, and its name */
 constexpr uint64_t greatestChecked = 256ULL << 20; /* what is collected to be looked through */
 constexpr int mostHops = 3;                        /* through filters of this name; a request that comes back loops */
 constexpr unsigned uncheckedUploadPort = 8100;
