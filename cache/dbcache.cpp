@@ -11,10 +11,10 @@
 #include <string>
 #include <string_view>
 
-#include "http/debugLog.h"
-#include "http/peerText.h"
+#include "log/debugLog.h"
+#include "log/peerText.h"
 #include "util/installPath.h"
-#include "util/text.h"
+#include "util/ownedText.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "http/debugLog.h"
+#include "log/debugLog.h"
 #include "state/settings.h"
 #include "util/unixSocket.h"
 

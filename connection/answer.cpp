@@ -9,10 +9,10 @@
 
 #include "connection/answerPage.h"
 #include "connection/htmlTemplate.h"
-#include "http/debugLog.h"
 #include "http/httpBody_iter.h"
 #include "http/httpHeader.h"
 #include "http/socket.h"
+#include "log/debugLog.h"
 #include "state/connection.h"
 #include "state/settings.h"
 #include "util/installPath.h"

@@ -10,7 +10,7 @@
 #include "connection/scanSpool.h"
 #include "connection/strictResponse.h"
 #include "connection/upstream.h"
-#include "http/debugLog.h"
+#include "log/debugLog.h"
 #include "state/connection.h"
 #include "state/settings.h"
 

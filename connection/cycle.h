@@ -10,7 +10,7 @@
 #include "http/strictFraming.h"
 #include "http/strictTarget.h"
 #include "state/settings.h"
-#include "util/text.h"
+#include "util/ownedText.h"
 
 namespace netsift {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "http/debugLog.h"
+#include "log/debugLog.h"
 #include "state/connection.h"
 #include "state/settings.h"
 #include "util/escape.h"

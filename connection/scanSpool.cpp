@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "http/debugLog.h"
+#include "log/debugLog.h"
 #include "scan/scanTunnel.h"
 #include "state/connection.h"
 #include "state/settings.h"

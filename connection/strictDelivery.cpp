@@ -11,17 +11,17 @@
 #include "connection/answerPage.h"
 #include "connection/bodyPhase.h"
 #include "connection/scanSpool.h"
-#include "connection/strictWire.h"
 #include "connection/upstream.h"
 #include "connection/verdict.h"
-#include "http/debugLog.h"
 #include "http/httpBody_iter.h"
 #include "http/httpHeader.h"
-#include "http/peerText.h"
 #include "http/strictCoding.h"
 #include "http/strictField.h"
 #include "http/strictForward.h"
-#include "policy/accessLog.h"
+#include "http/strictWire.h"
+#include "log/accessLog.h"
+#include "log/debugLog.h"
+#include "log/peerText.h"
 #include "policy/popupIndex.h"
 #include "state/connection.h"
 
@@ -182,7 +182,7 @@ bool sendClientHead(Delivery &delivery) {
   if (delivery.headSent) return true;
   prepareClientHead(delivery);
   delivery.headSent = responseBegun = true;
-  if (sendHead(clientsock, respheader, clientTimeoutSeconds)) return true;
+  if (sendWholeHead(clientsock, respheader, clientTimeoutSeconds)) return true;
   dprintf(7, "Client closed connection while receiving reponse header\n");
   return false;
 }

@@ -8,16 +8,16 @@
 
 #include "connection/answer.h"
 #include "connection/answerPage.h"
-#include "connection/strictWire.h"
 #include "connection/upstream.h"
-#include "http/debugLog.h"
 #include "http/httpBody_iter.h"
 #include "http/httpHeader.h"
-#include "http/peerText.h"
 #include "http/strictField.h"
 #include "http/strictForward.h"
 #include "http/strictFraming.h"
 #include "http/strictUpload.h"
+#include "http/strictWire.h"
+#include "log/debugLog.h"
+#include "log/peerText.h"
 #include "policy/attachFile.h"
 #include "scan/tunnel.h"
 #include "state/connection.h"
@@ -265,7 +265,7 @@ Next forwardStrictly(Connection &connection, Cycle &cycle) {
   limitWhatIsAskedFor();
   rewriteHead(cycle);
   connection.upstreamUsed = true;
-  if (!sendHead(proxysock, reqheader, PROXY_TIMEOUT) && !cycle.upstreamReused) {
+  if (!sendWholeHead(proxysock, reqheader, PROXY_TIMEOUT) && !cycle.upstreamReused) {
     return strictError(connection, 502, "The server closed the connection.");
   }
   return sendBody(connection, cycle, spool.get());
@@ -274,7 +274,7 @@ Next forwardStrictly(Connection &connection, Cycle &cycle) {
 bool sendStrictlyAgain(Connection &connection, Cycle &cycle) {
   if (!cycle.upstreamReused || !isRepeatable(cycle) || !isClosedByPeer(proxysock)) return false;
   strictDisconnect(connection);
-  return strictConnect(connection, cycle) == 0 && sendHead(proxysock, reqheader, PROXY_TIMEOUT);
+  return strictConnect(connection, cycle) == 0 && sendWholeHead(proxysock, reqheader, PROXY_TIMEOUT);
 }
 
 }  // namespace netsift

@@ -10,11 +10,11 @@
 #include "connection/responseSide.h"
 #include "connection/strictDelivery.h"
 #include "connection/strictRequest.h"
-#include "connection/strictWire.h"
-#include "http/debugLog.h"
 #include "http/httpHeader.h"
-#include "http/peerText.h"
 #include "http/strictForward.h"
+#include "http/strictWire.h"
+#include "log/debugLog.h"
+#include "log/peerText.h"
 #include "scan/tunnel.h"
 #include "state/connection.h"
 
@@ -36,7 +36,7 @@ bool passInterim(const Cycle &cycle) {
   if (cycle.target.minorVersion == 0) return true;
   cleanResponseHead(respheader, ProxyPresent == 1);
   addVia(respheader, cycle.framing.line.minorVersion);
-  return sendHead(clientsock, respheader, clientTimeoutSeconds);
+  return sendWholeHead(clientsock, respheader, clientTimeoutSeconds);
 }
 
 Next readStrictResponse(Connection &connection, Cycle &cycle) {
@@ -69,7 +69,7 @@ Next relayTunnel(Connection &connection, Cycle &cycle) {
     dprintf(1, "Client IP:%s,CONTENT TYPE:UNKNOWN,HOST NAME:UNKNOWN,REQUESTED URL:%s\n", clientip, peerText(url));
     dprintf(1, "Client IP:%s,URL:%s,STATUS:TUNNELED,HTTPS REQUEST\n", clientip, peerText(url));
   }
-  sendHead(clientsock, respheader, clientTimeoutSeconds);
+  sendWholeHead(clientsock, respheader, clientTimeoutSeconds);
   tunnel(clientsock, proxysock, relayIdleSeconds);
   return endCall(connection, connected ? 0 : 1);
 }

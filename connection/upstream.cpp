@@ -15,8 +15,8 @@
 #include <cstring>
 
 #include "connection/hostEntry.h"
-#include "http/debugLog.h"
-#include "http/peerText.h"
+#include "log/debugLog.h"
+#include "log/peerText.h"
 #include "state/connection.h"
 #include "state/settings.h"
 

@@ -9,13 +9,13 @@
 #include "content/htmlToText.h"
 #include "content/phraseScan.h"
 #include "content/ratings.h"
-#include "http/debugLog.h"
 #include "http/httpBody_iter.h"
-#include "http/peerText.h"
-#include "policy/accessLog.h"
+#include "log/accessLog.h"
+#include "log/debugLog.h"
+#include "log/peerText.h"
 #include "state/connection.h"
 #include "state/settings.h"
-#include "util/text.h"
+#include "util/ownedText.h"
 
 namespace netsift {
 namespace {

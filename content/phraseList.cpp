@@ -7,7 +7,7 @@
 
 #include "content/phraseScan.h"
 #include "content/phraseTable.h"
-#include "http/debugLog.h"
+#include "log/debugLog.h"
 #include "state/settings.h"
 #include "util/file.h"
 #include "util/installPath.h"

@@ -6,7 +6,7 @@
 
 #include "content/phraseList.h"
 #include "content/phraseTable.h"
-#include "http/debugLog.h"
+#include "log/debugLog.h"
 #include "state/settings.h"
 
 using netsift::matchedLimit;

@@ -5,7 +5,7 @@
 #include <span>
 
 #include "content/wildcard.h"
-#include "http/debugLog.h"
+#include "log/debugLog.h"
 #include "state/settings.h"
 
 namespace {

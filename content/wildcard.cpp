@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstring>
 
-#include "util/text.h"
+#include "util/ownedText.h"
 
 namespace {
 

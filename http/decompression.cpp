@@ -10,8 +10,8 @@
 #include <limits>
 #include <string_view>
 
-#include "http/debugLog.h"
-#include "util/text.h"
+#include "log/debugLog.h"
+#include "util/ownedText.h"
 
 using netsift::Text;
 

@@ -3,8 +3,8 @@
 #include <array>
 #include <cstdlib>
 
-#include "http/debugLog.h"
 #include "http/socket.h"
+#include "log/debugLog.h"
 
 namespace {
 

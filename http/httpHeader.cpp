@@ -9,9 +9,9 @@
 #include <cstring>
 #include <string_view>
 
-#include "http/debugLog.h"
 #include "http/socket.h"
-#include "util/text.h"
+#include "log/debugLog.h"
+#include "util/ownedText.h"
 
 using netsift::Text;
 

@@ -8,11 +8,11 @@
 #include <cstring>
 #include <string_view>
 
-#include "http/debugLog.h"
 #include "http/httpHeader.h"
+#include "log/debugLog.h"
 #include "state/connection.h"
 #include "state/settings.h"
-#include "util/text.h"
+#include "util/ownedText.h"
 
 using netsift::Text;
 

@@ -13,7 +13,7 @@
 #include <ctime>
 #include <string_view>
 
-#include "http/debugLog.h"
+#include "log/debugLog.h"
 
 namespace {
 

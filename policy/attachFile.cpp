@@ -5,10 +5,10 @@
 #include <cstring>
 #include <string_view>
 
-#include "http/debugLog.h"
+#include "log/debugLog.h"
 #include "state/connection.h"
 #include "state/settings.h"
-#include "util/text.h"
+#include "util/ownedText.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "http/debugLog.h"
+#include "log/debugLog.h"
 #include "state/settings.h"
 #include "util/installPath.h"
 

@@ -11,10 +11,11 @@
 #include <string_view>
 
 #include "content/wildcard.h"
-#include "http/debugLog.h"
-#include "http/peerText.h"
+#include "log/debugLog.h"
+#include "log/peerText.h"
 #include "state/settings.h"
 #include "util/installPath.h"
+#include "util/ownedText.h"
 #include "util/text.h"
 
 namespace {

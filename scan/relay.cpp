@@ -5,8 +5,8 @@
 
 #include <ctime>
 
-#include "http/peerText.h"
 #include "http/socket.h"
+#include "log/peerText.h"
 #include "state/connection.h"
 
 namespace netsift {

@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <cstdint>
 
-#include "http/debugLog.h"
+#include "log/debugLog.h"
 
 namespace netsift {
 

@@ -6,10 +6,10 @@
 #include <cstring>
 
 #include "connection/answer.h"
-#include "http/debugLog.h"
 #include "http/httpHeader.h"
-#include "http/peerText.h"
-#include "policy/accessLog.h"
+#include "log/accessLog.h"
+#include "log/debugLog.h"
+#include "log/peerText.h"
 #include "scan/relay.h"
 #include "scan/virusScan.h"
 #include "state/connection.h"

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <ctime>
 
-#include "http/debugLog.h"
+#include "log/debugLog.h"
 #include "scan/relay.h"
 #include "state/connection.h"
 #include "util/installPath.h"

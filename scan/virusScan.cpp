@@ -12,10 +12,10 @@
 #include <optional>
 #include <string_view>
 
-#include "http/debugLog.h"
-#include "http/peerText.h"
+#include "log/debugLog.h"
+#include "log/peerText.h"
 #include "state/settings.h"
-#include "util/text.h"
+#include "util/ownedText.h"
 #include "util/unixSocket.h"
 
 namespace {

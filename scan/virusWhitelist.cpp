@@ -8,11 +8,11 @@
 #include <string>
 #include <string_view>
 
-#include "http/debugLog.h"
-#include "http/peerText.h"
 #include "http/requestUrl.h"
-#include "scan/stringIntHash.h"
+#include "log/debugLog.h"
+#include "log/peerText.h"
 #include "state/settings.h"
+#include "util/stringIntHash.h"
 
 namespace {
 

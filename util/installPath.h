@@ -15,7 +15,7 @@ NETSIFT_END
 #ifdef __cplusplus
 #include <initializer_list>
 
-#include "util/text.h"
+#include "util/ownedText.h"
 
 namespace netsift {
 

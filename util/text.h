@@ -1,4 +1,4 @@
-/* Text without an opinion: in-place trimming, and owners of malloc'ed text for the library's own code. */
+/* Text without an opinion: in-place trimming. */
 #ifndef NETSIFT_UTIL_TEXT_H
 #define NETSIFT_UTIL_TEXT_H
 
@@ -11,21 +11,5 @@ NETSIFT_BEGIN
 NETSIFT_API char *trim(char *text);
 
 NETSIFT_END
-
-#ifdef __cplusplus
-#include <cstdlib>
-#include <memory>
-
-namespace netsift {
-
-struct FreeDeleter {
-  void operator()(void *memory) const { std::free(memory); }
-};
-
-/* A malloc allocation that is released on every way out. */
-using Text = std::unique_ptr<char, FreeDeleter>;
-
-}  // namespace netsift
-#endif
 
 #endif

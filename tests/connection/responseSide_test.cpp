@@ -3,7 +3,7 @@
 #include <sys/resource.h>
 
 #include "cache/dbcache.h"
-#include "http/debugLog.h"
+#include "log/debugLog.h"
 #include "tests/connection/cycle_fixture.h"
 
 using namespace netsift;

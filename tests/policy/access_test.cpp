@@ -1,7 +1,7 @@
 #include <ctime>
 
+#include "log/accessLog.h"
 #include "policy/accessList.h"
-#include "policy/accessLog.h"
 #include "tests/support/support.h"
 
 TEST(AccessList, GrantsTheHighestLevelThatAppliesNow) {

@@ -2,8 +2,8 @@
 
 #include <gdbm.h>
 
-#include "scan/stringIntHash.h"
 #include "tests/support/support.h"
+#include "util/stringIntHash.h"
 
 using namespace netsift::test;
 

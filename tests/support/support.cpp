@@ -8,8 +8,8 @@
 #include <fstream>
 #include <sstream>
 
-#include "http/debugLog.h"
 #include "http/httpHeader.h"
+#include "log/debugLog.h"
 #include "util/installPath.h"
 
 /* The host's two symbols, as a small host would define them; the daemon's tests bring its own. */

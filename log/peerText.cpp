@@ -1,9 +1,9 @@
-#include "http/peerText.h"
+#include "log/peerText.h"
 
 #include <array>
 #include <string>
 
-#include "http/debugLog.h"
+#include "log/debugLog.h"
 #include "state/settings.h"
 #include "util/escape.h"
 

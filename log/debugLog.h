@@ -4,8 +4,8 @@
    message. It goes out in one write, so that the lines of many processes on one file opened for appending interleave
    whole, and it is cut to 1023 bytes. Messages carry their own line end. The host chooses the file and the level; at
    load no stream is open, the level is 0 and nothing is written. */
-#ifndef NETSIFT_HTTP_DEBUGLOG_H
-#define NETSIFT_HTTP_DEBUGLOG_H
+#ifndef NETSIFT_LOG_DEBUGLOG_H
+#define NETSIFT_LOG_DEBUGLOG_H
 
 #include <stdint.h>
 #include <stdio.h>

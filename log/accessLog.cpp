@@ -1,4 +1,4 @@
-#include "policy/accessLog.h"
+#include "log/accessLog.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -8,7 +8,7 @@
 #include <ctime>
 #include <string>
 
-#include "http/debugLog.h"
+#include "log/debugLog.h"
 #include "state/connection.h"
 #include "state/settings.h"
 #include "util/escape.h"

@@ -1,4 +1,4 @@
-#include "connection/strictWire.h"
+#include "http/strictWire.h"
 
 #include <linux/sockios.h>
 #include <poll.h>
@@ -129,7 +129,7 @@ bool answersFirst(int upstream, int client, int seconds) {
   return !isInterim;
 }
 
-bool sendHead(int fd, const Header &header, int seconds) {
+bool sendWholeHead(int fd, const Header &header, int seconds) {
   std::string joined;
   for (const HeaderLine *line = header.first; line != nullptr; line = line->next) joined += line->text;
   return !joined.empty() && sendHTTPBody(fd, joined.data(), static_cast<int>(joined.size()), seconds) >= 0;

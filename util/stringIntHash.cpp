@@ -1,4 +1,4 @@
-#include "scan/stringIntHash.h"
+#include "util/stringIntHash.h"
 
 #include <cstdlib>
 #include <cstring>

@@ -1,6 +1,6 @@
 /* The access log: one line of five quoted fields a block. */
-#ifndef NETSIFT_POLICY_ACCESSLOG_H
-#define NETSIFT_POLICY_ACCESSLOG_H
+#ifndef NETSIFT_LOG_ACCESSLOG_H
+#define NETSIFT_LOG_ACCESSLOG_H
 
 #include <stdint.h>
 

@@ -1,7 +1,7 @@
 /* A map from texts to counts; keys belong to the caller. It holds the lines of a whitelist file while one question is
    answered. */
-#ifndef NETSIFT_SCAN_STRINGINTHASH_H
-#define NETSIFT_SCAN_STRINGINTHASH_H
+#ifndef NETSIFT_UTIL_STRINGINTHASH_H
+#define NETSIFT_UTIL_STRINGINTHASH_H
 
 #include <stdint.h>
 

@@ -1,6 +1,6 @@
 /* What the log prints of text that a peer sent. Internal to the library. */
-#ifndef NETSIFT_HTTP_PEERTEXT_H
-#define NETSIFT_HTTP_PEERTEXT_H
+#ifndef NETSIFT_LOG_PEERTEXT_H
+#define NETSIFT_LOG_PEERTEXT_H
 
 #include "state/records.h"
 

@@ -1,6 +1,6 @@
 /* StrictHttp's parsers fed from sockets: heads under one limit for the whole, bodies by their framing. */
-#ifndef NETSIFT_CONNECTION_STRICTWIRE_H
-#define NETSIFT_CONNECTION_STRICTWIRE_H
+#ifndef NETSIFT_HTTP_STRICTWIRE_H
+#define NETSIFT_HTTP_STRICTWIRE_H
 
 #include <array>
 #include <cstddef>
@@ -35,7 +35,7 @@ struct BodySource {
 bool answersFirst(int upstream, int client, int seconds);
 
 /* Sends a head, the whole of it. */
-bool sendHead(int fd, const Header &header, int seconds);
+bool sendWholeHead(int fd, const Header &header, int seconds);
 
 /* Ends a connection so that its peer sees a failure, not an end: by a reset, once the peer has received what was sent
    to it or after the time. */

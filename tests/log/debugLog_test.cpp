@@ -1,9 +1,9 @@
 #define NETSIFT_LIBRARY  // for dprintf as the library's own sources have it
-#include "http/debugLog.h"
+#include "log/debugLog.h"
 
 #include <regex>
 
-#include "http/peerText.h"
+#include "log/peerText.h"
 #include "tests/support/support.h"
 
 using namespace netsift::test;

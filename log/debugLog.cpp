@@ -1,4 +1,4 @@
-#include "http/debugLog.h"
+#include "log/debugLog.h"
 
 #include <unistd.h>
 
