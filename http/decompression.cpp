@@ -1,15 +1,14 @@
 #include "http/decompression.h"
 
-#include <poll.h>
-
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
-#include <ctime>
 #include <limits>
 #include <string_view>
 
+#include "http/wait.h"
 #include "log/debugLog.h"
 #include "util/ownedText.h"
 
@@ -20,20 +19,6 @@ namespace {
 constexpr int zlibWindowBits = 15;                                              // zlib-wrapped, not gzip
 constexpr unsigned char outOfMemory = static_cast<unsigned char>(Z_MEM_ERROR);  // 252
 constexpr uint64_t longestOutput = std::numeric_limits<unsigned>::max();
-
-/* Whether the descriptor becomes readable (or is closed by its peer) in time; else errno says why, 0 for a time-out. */
-bool becomesReadable(int fd, int limitSeconds) {
-  pollfd waiting{fd, POLLIN, 0};
-  const timespec limit{limitSeconds, 0};
-  errno = 0;
-  if (fd < 0) {
-    errno = EBADF;
-    return false;
-  }
-  if (ppoll(&waiting, 1, limitSeconds < 0 ? nullptr : &limit, nullptr) <= 0) return false;
-  if ((waiting.revents & POLLNVAL) != 0) errno = EBADF;
-  return (waiting.revents & POLLNVAL) == 0;
-}
 
 const char *messageOf(const z_stream *stream) { return stream->msg == nullptr ? "" : stream->msg; }
 
@@ -95,9 +80,11 @@ unsigned char inflatePiece(Output &output, z_stream *stream) {
 int openGZStream(int fd, const char *mode, int limit, gzFile *stream) {
   dprintf(6, "inside openGZStream\n");
   dprintf(2, "IN TO THE OPEN openGZStream");
+  const auto time = limit < 0 ? std::chrono::nanoseconds(-1) : std::chrono::nanoseconds(std::chrono::seconds(limit));
   bool readable;
   do {
-    readable = becomesReadable(fd, limit);
+    errno = 0;
+    readable = netsift::waitOnce(fd, POLLIN, time) > 0;
   } while (!readable && errno == EINTR);
   *stream = readable && mode != nullptr ? gzdopen(fd, mode) : nullptr;
   dprintf(6, "exiting openGZStream\n");

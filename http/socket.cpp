@@ -1,74 +1,40 @@
 #include "http/socket.h"
 
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <string_view>
 
+#include "http/wait.h"
 #include "log/debugLog.h"
 
 namespace {
 
-constexpr int64_t second = 1'000'000'000;  // in nanoseconds
-constexpr int64_t microsecond = 1'000;
-constexpr int64_t noLimit = -1;
-constexpr int chunkEndLimit = 10;  // seconds that getCRLF and sendCRLF wait
+using netsift::Wait, netsift::waitOnce;
+using std::chrono::nanoseconds, std::chrono::seconds;
 
-enum class Wait { ready, timedOut, interrupted, failed };
+constexpr int64_t chunkEndLimit = 10'000;  // milliseconds that getCRLF and sendCRLF wait
 
-/* select's answer for one descriptor: one that is not open fails, one that is closed or broken is ready. A peer that
-   has gone counts as ready for both directions, where select would let a writer wait for its limit. */
-Wait waitOnce(int fd, short events, int64_t limit) {
-  if (fd < 0) {
-    errno = EBADF;
-    return Wait::failed;
-  }
-  pollfd waited{fd, events, 0};
-  const timespec time{limit / second, limit % second};
-  const int found = ppoll(&waited, 1, limit < 0 ? nullptr : &time, nullptr);
-  if (found == 0) return Wait::timedOut;
-  if (found < 0) return errno == EINTR ? Wait::interrupted : Wait::failed;
-  if ((waited.revents & POLLNVAL) == 0) return Wait::ready;
-  errno = EBADF;
-  return Wait::failed;
-}
-
-int64_t now() {
-  timespec time;
-  clock_gettime(CLOCK_MONOTONIC, &time);
-  return time.tv_sec * second + time.tv_nsec;
-}
-
-/* Waits through interruptions, each time for what is left of the limit. */
-Wait waitThrough(int fd, short events, int64_t limit) {
-  const int64_t start = limit < 0 ? 0 : now();
-  for (int64_t left = limit;;) {
-    const Wait outcome = waitOnce(fd, events, left);
-    if (outcome != Wait::interrupted) return outcome;
-    if (limit >= 0) left = std::max<int64_t>(0, start + limit - now());
-  }
-}
-
-int64_t limitOrNone(int seconds) { return seconds < 0 ? noLimit : seconds * second; }
+nanoseconds limitOrNone(int limit) { return limit < 0 ? nanoseconds(-1) : nanoseconds(seconds(limit)); }
 
 int sendAll(int fd, const char *buffer, int length, int limit) {
   if (length < 0) return -2;
   for (int sent = 0;;) {
-    const Wait outcome = waitOnce(fd, POLLOUT, limit < 0 ? noLimit : limit * second + microsecond);
-    if (outcome == Wait::interrupted) continue;
-    if (outcome == Wait::timedOut) {
+    const auto extra = limit < 0 ? nanoseconds::zero() : nanoseconds(std::chrono::microseconds(1));
+    const int ready = waitOnce(fd, POLLOUT, limitOrNone(limit) + extra);
+    if (ready == 0) {
       dprintf(4, "timed out in sendToSocket.");
       return -1;
     }
-    if (outcome == Wait::failed) {
+    if (ready < 0) {
+      if (errno == EINTR) continue;
       dprintf(7, "error in select in sendToSocket: %d\n", errno);
       return -2;
     }
@@ -92,11 +58,11 @@ unsigned readBlock(const char *name, int fd, unsigned length, unsigned char *sta
                    Read read) {
   dprintf(7, "inside %s: %u bytes wanted, %d expected\n", name, length, datalen);
   for (unsigned total = 0;;) {
-    const Wait outcome = waitOnce(fd, POLLIN, limitOrNone(limit));
-    if (outcome == Wait::interrupted) continue;
-    if (outcome != Wait::ready) {
-      dprintf(4, "%s in %s\n", outcome == Wait::timedOut ? "timed out" : "error in select", name);
-      *status = outcome == Wait::timedOut ? 2 : 3;
+    const int ready = waitOnce(fd, POLLIN, limitOrNone(limit));
+    if (ready < 0 && errno == EINTR) continue;
+    if (ready <= 0) {
+      dprintf(4, "%s in %s\n", ready == 0 ? "timed out" : "error in select", name);
+      *status = ready == 0 ? 2 : 3;
       return total;
     }
     const ssize_t count = read(total, length - total);
@@ -203,7 +169,7 @@ char *startLine(LineSource source, unsigned *length, unsigned char *status, int 
   // What has arrived needs no wait.
   const ssize_t part = max == 0 ? nothingYet : readLinePart(source, line.text, capacity, MSG_DONTWAIT);
   const Wait outcome =
-      part != nothingYet ? Wait::ready : waitThrough(source.fd, POLLIN, limit <= 0 ? noLimit : limit * second);
+      part != nothingYet ? Wait::ready : netsift::waitReadable(source.fd, limit <= 0 ? -1 : int64_t{limit} * 1000);
   if (outcome != Wait::ready) {
     const bool timedOut = outcome == Wait::timedOut;
     dprintf(4, "%s", timedOut ? "timed out in getSocketLine" : "error in select in getSocketLine");
@@ -229,10 +195,9 @@ int sendSocketLine(int fd, const char *text, int limit) {
   dprintf(7, "inside sendSocketLine\n");
   if (text == nullptr) return 0;
   const size_t length = std::strlen(text);
-  const Wait outcome = waitOnce(fd, POLLOUT, limitOrNone(limit));
-  if (outcome != Wait::ready) {
-    const bool timedOut = outcome == Wait::timedOut;
-    dprintf(4, "%s", timedOut ? "timed out in sendSocketLine" : "error in select in sendSocketLine");
+  const int ready = waitOnce(fd, POLLOUT, limitOrNone(limit));
+  if (ready <= 0) {
+    dprintf(4, "%s", ready == 0 ? "timed out in sendSocketLine" : "error in select in sendSocketLine");
     return 0;
   }
   if (write(fd, text, length) < 0) {
@@ -319,7 +284,7 @@ int getCRLF(int fd) {
   dprintf(7, "inside getCRLF\n");
   char pair[2];
   do {
-    if (waitThrough(fd, POLLOUT, chunkEndLimit * second) != Wait::ready) {
+    if (netsift::waitWritable(fd, chunkEndLimit) != Wait::ready) {
       dprintf(4, "timed out or error in select in getCRLF\n");
       break;
     }
@@ -331,7 +296,7 @@ int getCRLF(int fd) {
 int sendCRLF(int fd) {
   dprintf(7, "inside sendCRLF\n");
   do {
-    if (waitThrough(fd, POLLOUT, chunkEndLimit * second) != Wait::ready) {
+    if (netsift::waitWritable(fd, chunkEndLimit) != Wait::ready) {
       dprintf(4, "timed out or error in select in sendCRLF\n");
       break;
     }

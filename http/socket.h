@@ -1,9 +1,9 @@
-/* Socket I/O with time limits: the one place that waits on a descriptor.
+/* Socket I/O with time limits.
 
-   Limits are whole seconds and count for each wait by itself, never for a whole transfer. A wait is poll's, so that
-   descriptor numbers above 1023 work. A wait that a signal interrupts is resumed, except in sendSocketLine. No
-   operation closes its descriptor or keeps state between calls. Sends to a closed peer raise SIGPIPE: a host that does
-   not want to die of it ignores the signal. Time-outs and failed waits are traced at level 4, the rest at level 7. */
+   Limits are whole seconds and count for each wait by itself, never for a whole transfer. Descriptor numbers above 1023
+   work. A wait that a signal interrupts is resumed, except in sendSocketLine. No operation closes its descriptor or
+   keeps state between calls. Sends to a closed peer raise SIGPIPE: a host that does not want to die of it ignores the
+   signal. Time-outs and failed waits are traced at level 4, the rest at level 7. */
 #ifndef NETSIFT_HTTP_SOCKET_H
 #define NETSIFT_HTTP_SOCKET_H
 

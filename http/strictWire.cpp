@@ -1,7 +1,6 @@
 #include "http/strictWire.h"
 
 #include <linux/sockios.h>
-#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -12,6 +11,7 @@
 #include <string>
 
 #include "http/httpBody_iter.h"
+#include "http/wait.h"
 
 namespace netsift {
 namespace {
@@ -19,22 +19,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr size_t headPeek = 16384;
-
-enum class Wait { ready, timedOut, failed };
-
-Wait waitReadable(int fd, int milliseconds) {
-  const Clock::time_point end = Clock::now() + std::chrono::milliseconds(std::max(milliseconds, 0));
-  for (;;) {
-    pollfd waiting{fd, POLLIN, 0};
-    const int result = poll(&waiting, 1, milliseconds);
-    if (result > 0) return Wait::ready;
-    if (result == 0) return Wait::timedOut;
-    if (errno != EINTR) return Wait::failed;
-    if (milliseconds < 0) continue;
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
-    milliseconds = static_cast<int>(std::max<int64_t>(left, 0));
-  }
-}
 
 /* Looks ahead, so that what follows the head stays on the socket. */
 HeadRead feedHead(int fd, HeadScan &scan) {
@@ -110,7 +94,7 @@ HeadRead readStrictHead(int fd, HeadScan &scan, Header &header, int idleSeconds)
   bool begun = false;
   for (;;) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
-    const Wait wait = waitReadable(fd, limited ? static_cast<int>(std::clamp<int64_t>(left, 0, INT32_MAX)) : -1);
+    const Wait wait = waitReadable(fd, limited ? std::max<int64_t>(left, 0) : -1);
     if (wait != Wait::ready) return wait == Wait::timedOut ? HeadRead::timedOut : HeadRead::closed;
     if (!begun) end = Clock::now() + limit;
     begun = true;
@@ -123,7 +107,7 @@ HeadRead readStrictHead(int fd, HeadScan &scan, Header &header, int idleSeconds)
 bool answersFirst(int upstream, int client, int seconds) {
   pollfd waiting[] = {{upstream, POLLIN, 0}, {client, POLLIN, 0}};
   char begin[10];
-  if (poll(waiting, 2, seconds * 1000) <= 0 || waiting[1].revents != 0) return false;
+  if (waitOnce(waiting, std::chrono::seconds(seconds)) <= 0 || waiting[1].revents != 0) return false;
   const bool isInterim =
       recv(upstream, begin, sizeof begin, MSG_PEEK | MSG_DONTWAIT) == sizeof begin && begin[9] == '1';
   return !isInterim;

@@ -1,11 +1,11 @@
 #include "scan/relay.h"
 
-#include <poll.h>
 #include <unistd.h>
 
-#include <ctime>
+#include <chrono>
 
 #include "http/socket.h"
+#include "http/wait.h"
 #include "log/peerText.h"
 #include "state/connection.h"
 
@@ -25,14 +25,10 @@ void countProxyTurn(Turns &turns) {
 
 Readiness waitForEither(const Relay &relay) {
   pollfd sides[] = {{relay.client, POLLIN, 0}, {relay.upstream, POLLIN, 0}};
-  const timespec limit{relay.timeoutSeconds, 0};
-  if (relay.client < 0 || relay.upstream < 0) return {{-1, EBADF}, false, false};  // poll would pass them over
-
+  const std::chrono::seconds limit(relay.timeoutSeconds < 0 ? -1 : relay.timeoutSeconds);
   errno = 0;
-  const int status = ppoll(sides, 2, relay.timeoutSeconds < 0 ? nullptr : &limit, nullptr);
-  if (status <= 0) return {{status, errno}, false, false};
-  if (((sides[0].revents | sides[1].revents) & POLLNVAL) != 0) return {{-1, EBADF}, false, false};
-  return {{status, 0}, sides[0].revents != 0, sides[1].revents != 0};
+  const int status = waitOnce(sides, limit);
+  return {{status, errno}, status > 0 && sides[0].revents != 0, status > 0 && sides[1].revents != 0};
 }
 
 Outcome readBlock(int fd, Relay &relay) {

@@ -1,10 +1,10 @@
 #include "scan/virusScan.h"
 
-#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -12,6 +12,7 @@
 #include <optional>
 #include <string_view>
 
+#include "http/wait.h"
 #include "log/debugLog.h"
 #include "log/peerText.h"
 #include "state/settings.h"
@@ -96,9 +97,7 @@ bool sendOnce(int fd, std::string_view request) { return send(fd, request.data()
 /* As select answers: true when there is something to read or the stream has ended within the limit; a negative limit
    and an interrupted wait are failures. */
 bool waitForGreeting(int fd, int32_t limitSeconds) {
-  pollfd greeting = {fd, POLLIN, 0};
-  const timespec limit = {limitSeconds, 0};
-  return ppoll(&greeting, 1, &limit, nullptr) > 0;
+  return limitSeconds >= 0 && netsift::waitOnce(fd, POLLIN, std::chrono::seconds(limitSeconds)) > 0;
 }
 
 /* Takes the virus name of a line such as "322-Name object": after the first "-", up to a blank or the line's end. */
