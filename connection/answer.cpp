@@ -9,6 +9,7 @@
 
 #include "connection/answerPage.h"
 #include "connection/htmlTemplate.h"
+#include "connection/publish.h"
 #include "http/httpBody_iter.h"
 #include "http/httpHeader.h"
 #include "http/socket.h"
@@ -54,18 +55,18 @@ const char *statusText(int status) {
   return "Error";
 }
 
-bool isStrict() { return (StrictHttp & STRICT_HTTP) != 0; }
+bool tellsStatus() { return (StrictHttp & STRICT_HTTP) != 0; }
 
 int blockStatus() { return (StrictHttp & STRICT_BLOCK_WITH_200) != 0 ? 200 : blockedStatus; }
 
 /* The three lines that every answer begins with, then its own, in one send. Without StrictHttp every answer is a 200,
    so that the browser shows the filter's page and not one of its own. */
-void sendHead(int32_t sock, int status, const char *ownLines) {
-  if (responseBegun) return;
+void sendAnswerHead(int32_t sock, int status, const char *ownLines) {
   char lines[headRoom];
-  snprintf(lines, sizeof lines, "HTTP/1.1 %d %s\r\nContent-Type: text/html\r\nPragma: no-cache\r\n%s%s",
-           isStrict() ? status : 200, isStrict() ? statusText(status) : "OK", isStrict() ? "Connection: close\r\n" : "",
-           ownLines);
+  const bool strict = tellsStatus();
+  std::snprintf(lines, sizeof lines, "HTTP/1.1 %d %s\r\nContent-Type: text/html\r\nPragma: no-cache\r\n%s%s",
+                strict ? status : 200, strict ? statusText(status) : "OK", strict ? "Connection: close\r\n" : "",
+                ownLines);
   sendSocketLine(sock, lines, sendSeconds);
 }
 
@@ -76,17 +77,15 @@ Text filledTemplate(const char *file) {
 }
 
 void freeRequest() {
-  std::free(url);
-  std::free(hostname);
-  url = hostname = nullptr;
+  retractRequest();
   destroyHeader(&reqheader);
   destroyHeader(&respheader);
 }
 
+/* To the connection's client, wherever the head went; not to one that asked for the head alone. */
 void sendPage(const Text &page) {
-  const bool unwanted = isStrict() && std::strcmp(request, "HEAD") == 0;
   const size_t length = std::strlen(page.get());
-  if (length == 0 || responseBegun || unwanted) return;
+  if (length == 0 || (tellsStatus() && std::strcmp(request, "HEAD") == 0)) return;
   sendHTTPBody(clientsock, page.get(), static_cast<int>(length), sendSeconds);
 }
 
@@ -94,8 +93,8 @@ void sendBlockPage(int32_t sock) {
   const bool isMessenger = url != nullptr && std::strstr(url, "/Messenger.") != nullptr;
   const Text page = filledTemplate(isMessenger ? "template" : "template.htm");
   char length[40];
-  snprintf(length, sizeof length, "Content-Length: %zu\r\n\r\n", page ? std::strlen(page.get()) : 0);
-  sendHead(sock, blockStatus(), length);
+  std::snprintf(length, sizeof length, "Content-Length: %zu\r\n\r\n", page ? std::strlen(page.get()) : 0);
+  sendAnswerHead(sock, blockStatus(), length);
   if (!page) {
     dprintf(1, "error in reading template file\n");
     return;
@@ -104,44 +103,50 @@ void sendBlockPage(int32_t sock) {
   sendPage(page);
 }
 
+/* Without StrictHttp no blank line ends this head. */
+void sendEmptyBlock(int32_t sock) {
+  sendAnswerHead(sock, blockStatus(), tellsStatus() ? "Content-Length: 0\r\n\r\n" : "Content-Length: 0\r\n");
+}
+
+void sendFilledError(int32_t sock, int status) {
+  sendAnswerHead(sock, status, "\r\n");
+  const Text page = filledTemplate("errortemplate.htm");
+  if (!page) {
+    dprintf(1, "error in reading template file\n");
+    return;
+  }
+  dprintf(4, "sending html template file \n");
+  sendPage(page);
+}
+
 }  // namespace
 
-bool responseBegun;
+void sendBlock(int32_t sock, bool withPage, bool late) {
+  dprintf(1, "Into the block connection function File:%s, Line:%d.\n", source, __LINE__);
+  if (!late && withPage) sendBlockPage(sock);
+  if (!late && !withPage) sendEmptyBlock(sock);
+  freeRequest();
+  dprintf(1, "Returning from blockConnection function.\n");
+}
 
-void sendErrorPage(int32_t sock, int status) {
+void sendErrorPage(int32_t sock, int status, bool late) {
   dprintf(2, "into the send error template funtion\n"); /* spelled so in log filters */
-  sendHead(sock, status, "\r\n");
-  const Text page = filledTemplate("errortemplate.htm");
-  if (page) {
-    dprintf(4, "sending html template file \n");
-    sendPage(page);
-  } else {
-    dprintf(1, "error in reading template file\n");
-  }
+  if (!late) sendFilledError(sock, status);
   freeRequest();
 }
 
 }  // namespace netsift
 
 int32_t blockConnection(int32_t sock, uint8_t withpage) {
-  dprintf(1, "Into the block connection function File:%s, Line:%d.\n", netsift::source, __LINE__);
-  if (withpage == 0) {
-    /* Without StrictHttp no blank line ends this head. */
-    netsift::sendHead(sock, netsift::blockStatus(),
-                      netsift::isStrict() ? "Content-Length: 0\r\n\r\n" : "Content-Length: 0\r\n");
-  } else {
-    netsift::sendBlockPage(sock);
-  }
-  netsift::freeRequest();
-  dprintf(1, "Returning from blockConnection function.\n");
+  netsift::sendBlock(sock, withpage != 0, false);
   return 0;
 }
 
-void sendError(int32_t sock) { netsift::sendErrorPage(sock, netsift::blockedStatus); }
+void sendError(int32_t sock) { netsift::sendErrorPage(sock, netsift::blockedStatus, false); }
 
 int32_t closeConnection(int32_t sock1, int32_t sock2, const char *name) {
   dprintf(1, "Into the closeConnection function File:%s, Line:%d.\n", netsift::source, __LINE__);
-  netsift::sendHead(sock1, 200, "Content-Length: 0\r\n\r\n");
+  netsift::sendAnswerHead(sock1, 200, "Content-Length: 0\r\n\r\n");
   netsift::freeRequest();
   if (name != nullptr) unlink(name);
   shutdown(sock1, SHUT_RDWR);

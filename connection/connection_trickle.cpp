@@ -5,11 +5,7 @@
 #include <sys/socket.h>
 
 #include "connection/cycle.h"
-#include "connection/requestSide.h"
-#include "connection/responseSide.h"
-#include "connection/scanSpool.h"
-#include "connection/strictResponse.h"
-#include "connection/upstream.h"
+#include "connection/publish.h"
 #include "log/debugLog.h"
 #include "state/connection.h"
 #include "state/settings.h"
@@ -18,31 +14,16 @@ namespace netsift {
 namespace {
 
 void setUpConnection(Connection &connection) {
+  connection.ends.client = clientsock;
   inet_ntop(AF_INET, &clientaddr.sin_addr, clientip, sizeof clientip);
   dprintf(4, "Client IP is [%s]\n", clientip);
   const int on = 1; /* a head and the body behind it are separate sends; neither is to wait for the other's receipt */
   setsockopt(clientsock, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-  connection.configuredBlockip = blockip;
-  connection.configuredUrlcheck = urlcheck;
-  if (isStrict()) boundSends(clientsock, patientSeconds);
   connection.scanThreshold = static_cast<uint32_t>(startScanSize) * 1024U;
-  if (ProxyPresent == 1) connectToProxy(connection);
+  connection.road.begin(connection);
 }
 
-Next runCycle(Connection &connection) {
-  if (connection.stop) return endCall(connection, connection.lastStatus);
-  Cycle cycle;
-  Next next = runSteps(requestSteps(), connection, cycle);
-  if (next == Next::step) {
-    next = runSteps(isStrict() ? strictResponseSteps() : responseSteps(), connection, cycle);
-  }
-  if (isStrict() && !cycle.responseComplete) strictDisconnect(connection);
-  if (dateAndTime1 != nullptr && dateAndTime1 == cycle.date.get()) dateAndTime1 = nullptr;
-  return next;
-}
-
-}  // namespace
-
+/* Runs the steps in their order until one of them says that the cycle or the call is over. */
 Next runSteps(std::span<const Step> steps, Connection &connection, Cycle &cycle) {
   for (const Step &step : steps) {
     const Next next = step.run(connection, cycle);
@@ -53,13 +34,24 @@ Next runSteps(std::span<const Step> steps, Connection &connection, Cycle &cycle)
   return Next::step;
 }
 
+Next runCycle(Connection &connection) {
+  if (connection.stop) return endCall(connection, connection.lastStatus);
+  const Road &road = connection.road;
+  Cycle cycle;
+  Next next = runSteps(road.requestSteps, connection, cycle);
+  if (next == Next::step) next = runSteps(road.responseSteps, connection, cycle);
+  road.endCycle(connection, cycle);
+  retractCycle(cycle);
+  return next;
+}
+
+}  // namespace
 }  // namespace netsift
 
 int32_t connectionHandle(void) {
-  netsift::Connection connection;
+  netsift::Connection connection{(StrictHttp & STRICT_HTTP) != 0 ? netsift::strictRoad : netsift::contractRoad};
   netsift::setUpConnection(connection);
   while (netsift::runCycle(connection) != netsift::Next::end) {
   }
-  netsift::removeSpool();
   return connection.result;
 }

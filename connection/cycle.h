@@ -1,15 +1,16 @@
-/* The connection cycle's own records and its runner: what lasts a connection, what lasts a cycle, and the steps that a
-   cycle is made of. Internal to connection/. */
+/* The connection cycle's own records and its runner: what lasts a connection, what lasts a cycle, the steps that a
+   cycle is made of, and the road that says which. Internal to connection/. */
 #ifndef NETSIFT_CONNECTION_CYCLE_H
 #define NETSIFT_CONNECTION_CYCLE_H
 
 #include <cstdint>
+#include <cstdio>
+#include <memory>
 #include <span>
 #include <string>
 
 #include "http/strictFraming.h"
 #include "http/strictTarget.h"
-#include "state/settings.h"
 #include "util/ownedText.h"
 
 namespace netsift {
@@ -20,41 +21,72 @@ constexpr int patientSeconds = 300;
 constexpr int relayIdleSeconds = 100; /* relays end after this long without traffic */
 constexpr int noTimeout = -1;
 
+struct FileCloser {
+  void operator()(std::FILE *file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, FileCloser>;
+
+struct Road;
+
+/* The two sockets of a connection; the client's is the host's to close. */
+struct Ends {
+  int client = -1;
+  int upstream = -1;
+};
+
+/* StrictHttp: whether the upstream socket may carry the next request, and in direct mode to whom it is connected. */
+struct UpstreamUse {
+  bool open = false;
+  bool used = false; /* it has carried a request */
+  std::string host;
+  unsigned port = 0;
+};
+
 /* Lives for the whole call of connectionHandle. */
 struct Connection {
+  const Road &road;
+  Ends ends;
   int8_t connectAttempts = 0;       /* shared by every connect of the call, never reset */
   bool upstreamUnavailable = false; /* the attempts have reached 5; never cleared */
   bool stop = false;                /* the next cycle ends the call with lastStatus */
   int8_t lastStatus = 1;            /* of the last completed body: 1 good, -1 failed; 1 before any */
   int32_t result = 0;               /* what the call returns once a step says Next::end */
 
-  uint8_t configuredBlockip = 0, configuredUrlcheck = 0; /* as the host set them */
-
   uint32_t scanThreshold = 0; /* bytes collected before the next scan; doubled by every scan */
   uint32_t receivedTotal = 0; /* body bytes read from upstream over all cycles, modulo 2^32 */
   bool alreadyCached = false; /* an infected verdict has been stored */
 
-  /* StrictHttp: whether proxysock may carry the next request, and in direct mode to whom it is connected. */
-  bool upstreamOpen = false;
-  bool upstreamUsed = false; /* it has carried a request */
-  std::string upstreamHost;
-  unsigned upstreamPort = 0;
+  uint8_t configuredBlockip = 0, configuredUrlcheck = 0; /* StrictHttp: as the host set them */
+  UpstreamUse upstream;
+};
+
+/* What is asked for. The texts live to the end of the cycle, whatever becomes of the interface's copies of them, which
+   publishRequest makes. */
+struct Request {
+  std::string url;      /* normalised: host and path, no scheme, no port */
+  std::string hostname; /* as the lists know it */
+  std::string method;
+  std::string resolvedUrl;             /* StrictHttp: `url` as servers may read it, where that differs */
+  std::string reverseHost, reverseUrl; /* of a host that is an address and has a name; else empty */
+  unsigned port = 0;
+  bool isAddress = false, isHead = false, isConnect = false, hasQuery = false;
 };
 
 /* Lives for one request and its response. */
 struct Cycle {
-  unsigned port = 0; /* the request's */
-  bool isHead = false, isConnect = false, hasQuery = false;
+  Request request;
   bool isAdServer = false, isWhite = false, isPopupSite = false;
-  StrictTarget target;     /* StrictHttp: what the request line addresses */
-  std::string resolvedUrl; /* StrictHttp: `url` as servers may read it, where that differs */
-  int32_t requestLength = 0;
+  int32_t requestLength = 0; /* of the request's body */
   bool requestHasLength = false;
-  uint64_t bodyLength = 0;      /* StrictHttp: of the request */
-  bool bodyUnsent = false;      /* StrictHttp: upstream stopped taking the body; its answer ends the connection */
-  bool expectsContinue = false; /* StrictHttp: the client holds its body back until it is asked for it */
-  bool asksToSwitch = false;    /* StrictHttp: the client offers to go on in another protocol */
-  bool upstreamReused = false;  /* StrictHttp: the request went out on an earlier cycle's socket */
+
+  /* StrictHttp: the request. */
+  StrictTarget target;          /* what the request line addresses */
+  uint64_t bodyLength = 0;      /* of the request */
+  bool bodyUnsent = false;      /* upstream stopped taking the body; its answer ends the connection */
+  bool expectsContinue = false; /* the client holds its body back until it is asked for it */
+  bool asksToSwitch = false;    /* the client offers to go on in another protocol */
+  bool upstreamReused = false;  /* the request went out on an earlier cycle's socket */
+  File requestSpool;            /* its body, where that was looked through before it is sent */
 
   Text contentType, date; /* of the response; date is what dateAndTime1 points to */
   int responseCode = 0;
@@ -63,13 +95,14 @@ struct Cycle {
   bool connectionCloses = false;
   bool cacheEligible = false;
   bool skipScan = false;
-
-  ResponseFraming framing;       /* StrictHttp */
-  bool isExempt = false;         /* StrictHttp: the response passes unexamined */
-  bool isKnownClean = false;     /* since the cache says that it is clean */
-  bool responseComplete = false; /* nothing of the response is left on the upstream socket */
   bool isChunked = false, hasLength = false, addPopup = false;
-  std::string urlCopy; /* for what is printed or stored after an answer freed `url` */
+
+  /* StrictHttp: the response. */
+  ResponseFraming framing;
+  bool isExempt = false;         /* it passes unexamined */
+  bool isKnownClean = false;     /* since the cache says that it is clean */
+  bool responseBegun = false;    /* its head is with the client: an answer in its place would be taken for its body */
+  bool responseComplete = false; /* nothing of it is left on the upstream socket */
 };
 
 /* What follows a step: the next step, the next cycle, or the end of the call with connection.result. */
@@ -80,24 +113,25 @@ struct Step {
   Next (*run)(Connection &, Cycle &);
 };
 
-inline bool isStrict() { return (StrictHttp & STRICT_HTTP) != 0; }
+/* How requests and responses are read, framed and released: chosen once per call. The steps stand in their order, which
+   is the policy's order; what is the same on both roads is one step in both tables. */
+struct Road {
+  const char *name;
+  std::span<const Step> requestSteps, responseSteps;
+  void (*begin)(Connection &);             /* before the first cycle */
+  void (*endCycle)(Connection &, Cycle &); /* after each, however it ended */
+};
+
+/* The contract's road, and that of RFC 9110 and 9112, which StrictHttp chooses. */
+extern const Road contractRoad, strictRoad;
 
 inline Next endCall(Connection &connection, int32_t result) {
   connection.result = result;
   return Next::end;
 }
 
-/* Runs the steps in their order until one of them says that the cycle or the call is over. */
-Next runSteps(std::span<const Step> steps, Connection &connection, Cycle &cycle);
-
 /* Null prints as nothing. */
 inline const char *printable(const char *text) { return text == nullptr ? "" : text; }
-
-/* Replaces an owned process-wide text. */
-inline void replaceText(char *&slot, char *text) {
-  std::free(slot);
-  slot = text;
-}
 
 }  // namespace netsift
 

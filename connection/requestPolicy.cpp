@@ -4,15 +4,15 @@
 #include <netdb.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <string>
 
-#include "connection/answer.h"
 #include "connection/hostEntry.h"
+#include "connection/publish.h"
+#include "connection/reasons.h"
+#include "connection/refuse.h"
 #include "connection/verdict.h"
 #include "http/requestUrl.h"
-#include "log/accessLog.h"
 #include "log/debugLog.h"
 #include "log/peerText.h"
 #include "policy/urlList.h"
@@ -39,74 +39,72 @@ bool matchesAny(const IpPattern *patterns, const char *host) {
 }
 
 /* The URL as the reverse-resolved host would have it. The URL begins with the host, unless decoding shortened it. */
-char *urlOnHost(const char *newHost) {
-  const size_t hostLength = std::strlen(hostname);
-  const size_t urlLength = std::strlen(url);
-  const char *rest = url + (hostLength < urlLength ? hostLength : urlLength);
-  char *joined = nullptr;
-  return asprintf(&joined, "%s%s", newHost, rest) < 0 ? nullptr : joined;
+std::string urlOnHost(const std::string &url, const Request &request) {
+  return request.reverseHost + url.substr(std::min(request.hostname.size(), url.size()));
 }
 
-void lookUpReverse() {
+/* The entry that `reqhost` becomes; null when the address has no name. */
+hostent *lookUpReverse(Request &request) {
   static HostEntry reverse;
   in_addr address;
-  if (inet_aton(hostname, &address) == 0) return;
-  reqhost = copyHostEntry(reverse, gethostbyaddr(&address, sizeof address, AF_INET));
-  if (reqhost == nullptr || *reqhost->h_name == '\0') {
-    reqhost = nullptr;
-    return;
-  }
-  replaceText(reshostname, strdup(reqhost->h_name));
-  replaceText(resurl, reshostname == nullptr ? nullptr : urlOnHost(reshostname));
-  dprintf(4, "resolved host is [%s]\n", peerText(reshostname));
-  dprintf(4, "resolved url is [%s]\n", peerText(resurl));
+  if (inet_aton(request.hostname.c_str(), &address) == 0) return nullptr;
+  hostent *found = copyHostEntry(reverse, gethostbyaddr(&address, sizeof address, AF_INET));
+  if (found == nullptr || *found->h_name == '\0') return nullptr;
+  request.reverseHost = found->h_name;
+  request.reverseUrl = urlOnHost(request.url, request);
+  dprintf(4, "resolved host is [%s]\n", peerText(request.reverseHost.c_str()));
+  dprintf(4, "resolved url is [%s]\n", peerText(request.reverseUrl.c_str()));
+  return found;
 }
 
-bool hasReverseName() { return isipaddr != 0 && reqhost != nullptr && reshostname != nullptr && resurl != nullptr; }
-
-/* One list's answer for the request, or for the name that the host's address resolves to. */
+/* One list's answer for a form of the URL, or for the name that the host's address resolves to. */
 template <typename InList>
-int listed(InList inList) {
-  int answer = static_cast<uint8_t>(inList(url, hostname, isipaddr));
-  if (hasReverseName()) answer |= static_cast<uint8_t>(inList(resurl, reshostname, 0));
+int listedAs(const std::string &url, Request &request, InList inList) {
+  int answer = static_cast<uint8_t>(inList(url.c_str(), request.hostname.data(), request.isAddress ? 1 : 0));
+  if (request.reverseHost.empty()) return answer;
+  const std::string named = urlOnHost(url, request);
+  answer |= static_cast<uint8_t>(inList(named.c_str(), request.reverseHost.data(), 0));
   return answer;
+}
+
+template <typename InList>
+int listed(Request &request, InList inList) {
+  return listedAs(request.url, request, inList);
 }
 
 /* The list's answer for the URL as servers may read it, where that differs: what blocks is looked for in either, and
    what exempts must be found in both. */
 template <typename InList>
-int listedResolved(const Cycle &cycle, InList inList) {
-  const std::string &resolved = cycle.resolvedUrl;
-  if (resolved.empty()) return 0;
-  int answer = static_cast<uint8_t>(inList(resolved.c_str(), hostname, isipaddr));
-  if (!hasReverseName()) return answer;
-  const std::string named = reshostname + resolved.substr(std::min(std::strlen(hostname), resolved.size()));
-  answer |= static_cast<uint8_t>(inList(named.c_str(), reshostname, 0));
-  return answer;
+int listedResolved(Request &request, InList inList) {
+  return request.resolvedUrl.empty() ? 0 : listedAs(request.resolvedUrl, request, inList);
 }
 
 template <typename InList>
-bool exempts(const Cycle &cycle, InList inList) {
-  return listed(inList) != 0 && (cycle.resolvedUrl.empty() || listedResolved(cycle, inList) != 0);
+bool exempts(Request &request, InList inList) {
+  return listed(request, inList) != 0 && (request.resolvedUrl.empty() || listedResolved(request, inList) != 0);
 }
 
 /* Two different category numbers combine bit by bit, possibly to one that no category has: the first then names it. */
-const char *categoryName(int category) {
-  if (category > numcategories) category = static_cast<uint8_t>(inBlackLists(url, hostname, isipaddr));
+const char *categoryName(int category, Request &request) {
+  if (category > numcategories) {
+    category =
+        static_cast<uint8_t>(inBlackLists(request.url.c_str(), request.hostname.data(), request.isAddress ? 1 : 0));
+  }
   if (category < 1 || category > numcategories || categname == nullptr) return "";
   return printable(categname[category - 1]);
 }
 
 }  // namespace
 
-Next applyIpPatterns(Connection &, Cycle &) {
+Next applyIpPatterns(Connection &, Cycle &cycle) {
+  const char *host = cycle.request.hostname.c_str();
   dprintf(6, "whiteclientipinurl1 is %d\n", whiteclientipinurl1);
   /* The settings themselves change and stay changed for the connection's later requests. */
-  if (blockip != 0 && matchesAny(WhiteIP1, hostname)) {
+  if (blockip != 0 && matchesAny(WhiteIP1, host)) {
     blockip = 0;
     urlcheck = 0;
   }
-  if (ALLOWALLIP == 1 && matchesAny(BLACKIPINURL, hostname)) {
+  if (ALLOWALLIP == 1 && matchesAny(BLACKIPINURL, host)) {
     blockip = 1;
     urlcheck = 0;
   }
@@ -114,66 +112,66 @@ Next applyIpPatterns(Connection &, Cycle &) {
 }
 
 Next checkPort(Connection &connection, Cycle &cycle) {
-  const int32_t port = static_cast<int32_t>(cycle.port);
+  const int32_t port = static_cast<int32_t>(cycle.request.port);
   if (block_ports == 0 || isBlockedPort(port) == 0) return Next::step;
-  char text[16];
-  snprintf(text, sizeof text, "%d", port);
-  snprintf(reason, sizeof reason, "access to port:%d not allowed", port);
-  if (logport != 0) storeLog("Port Blocked", text, 0);
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,Port Blocked:%s\n", clientip, peerText(url), text);
-  blockConnection(clientsock, 1);
-  return endCall(connection, 1);
+  const std::string text = std::to_string(port);
+  return refuse(connection, cycle,
+                {.reason = reasonFor(Why::port, text),
+                 .isRecorded = logport != 0,
+                 .kind = "Port Blocked",
+                 .what = text,
+                 .line = "Port Blocked:" + text,
+                 .result = 1});
 }
 
-Next checkIpHost(Connection &connection, Cycle &) {
-  if (*url == '\0') {
+Next checkIpHost(Connection &connection, Cycle &cycle) {
+  Request &request = cycle.request;
+  if (request.url.empty()) {
     dprintf(2, "NULL url\n");
     return endCall(connection, -1);
   }
-  reqhost = nullptr;
-  const bool isBracketed = isStrict() && *hostname == '['; /* an IPv6 address */
-  isipaddr = static_cast<uint8_t>(isBracketed ? 1 : isAnIP(hostname));
-  if (isipaddr != 1) return Next::step;
-  if (blockip == 0) {
-    lookUpReverse();
-    return Next::step;
-  }
-  snprintf(reason, sizeof reason, "access to IP based URLS not allowed");
-  if (logip != 0) storeLog("IP Blocking", hostname, 0);
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,IP Blocking:access to ip based url is blocked\n", clientip,
-          peerText(url));
-  blockConnection(clientsock, 1);
-  return endCall(connection, 1);
+  hostent *reverse = request.isAddress && blockip == 0 ? lookUpReverse(request) : nullptr;
+  publishAddress(request, reverse);
+  if (!request.isAddress || blockip == 0) return Next::step;
+  return refuse(connection, cycle,
+                {.reason = reasonFor(Why::address),
+                 .isRecorded = logip != 0,
+                 .kind = "IP Blocking",
+                 .what = request.hostname,
+                 .line = "IP Blocking:access to ip based url is blocked",
+                 .result = 1});
 }
 
 Next consultLists(Connection &, Cycle &cycle) {
-  cycle.isAdServer = blockad == 1 && (listed(inADList) | listedResolved(cycle, inADList)) != 0;
-  cycle.isWhite = enable_whitelist == 1 && exempts(cycle, inWhiteList);
+  Request &request = cycle.request;
+  cycle.isAdServer = blockad == 1 && (listed(request, inADList) | listedResolved(request, inADList)) != 0;
+  cycle.isWhite = enable_whitelist == 1 && exempts(request, inWhiteList);
   dprintf(7, "in whitelist: %d\n", cycle.isWhite);
-  cycle.isPopupSite = blockpopup == 1 && exempts(cycle, inPOPUPList);
+  cycle.isPopupSite = blockpopup == 1 && exempts(request, inPOPUPList);
   return Next::step;
 }
 
 Next checkAdServer(Connection &connection, Cycle &cycle) {
   if (!cycle.isAdServer || cycle.isWhite) return Next::step;
-  snprintf(reason, sizeof reason, "URL in the list of adservers");
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,BLOCKED SERVER:ADSERVER\n", clientip, peerText(url));
-  blockConnection(clientsock, 0);
-  return endCall(connection, 1);
+  return refuse(
+      connection, cycle,
+      {.reason = reasonFor(Why::adServer), .line = "BLOCKED SERVER:ADSERVER", .page = Page::empty, .result = 1});
 }
 
 Next checkBlackLists(Connection &connection, Cycle &cycle) {
   if (urlcheck != 1 || cycle.isWhite) return Next::step;
-  int category = listed(inBlackLists);
-  if (category == 0) category = listedResolved(cycle, inBlackLists);
+  int category = listed(cycle.request, inBlackLists);
+  if (category == 0) category = listedResolved(cycle.request, inBlackLists);
   if (category == 0) return Next::step;
-  const char *name = categoryName(category);
-  /* Two blanks before "in", and below the category as the record's first text: administrators' filters know both. */
-  snprintf(reason, sizeof reason, "Black Listed URL  in category %s", name);
-  if (logurl != 0) storeLog(name, "BlackListed", 0);
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,BlackListed:%s\n", clientip, peerText(url), peerText(name));
-  blockConnection(clientsock, 1);
-  return endCall(connection, -1); /* of the blocks this one alone answers -1 */
+  const char *name = categoryName(category, cycle.request);
+  /* The category as the record's first text: administrators' filters know it there. */
+  return refuse(connection, cycle,
+                {.reason = reasonFor(Why::blacklisted, name),
+                 .isRecorded = logurl != 0,
+                 .kind = name,
+                 .what = "BlackListed",
+                 .line = std::string("BlackListed:") + peerText(name),
+                 .result = -1}); /* of the blocks this one alone answers -1 */
 }
 
 }  // namespace netsift

@@ -1,5 +1,7 @@
 #include "connection/scanSpool.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,26 +15,28 @@
 
 namespace netsift {
 
-bool prepareSpool() {
-  closeSpool();
-  if (virusscan == 0 || !nameScanFile()) return true;
-  if (unlink(virfilename) == 0 || errno == ENOENT) return true;
+void nameSpool() { nameScanFile(); }
+
+bool clearSpool() {
+  struct stat found;
+  if (virfilename[0] == '\0' || lstat(virfilename, &found) != 0) return true; /* whatever the reason is */
+  if (unlink(virfilename) == 0) return true;
   dprintf(5, "error in removing existing virus file %s::%s\n", virfilename, strerror(errno));
   return false;
 }
 
 bool appendToSpool(const char *piece, size_t length) {
+  virfile = std::fopen(virfilename, "ae");
   if (virfile == nullptr) {
-    virfile = fopen(virfilename, "a+e");
-    if (virfile == nullptr) {
-      dprintf(1, "error creating virus scan file\n");
-      return false;
-    }
-    setvbuf(virfile, nullptr, _IONBF, 0); /* the engines read the file by its path */
+    dprintf(1, "error creating virus scan file\n");
+    return false;
   }
-  if (fwrite(piece, 1, length, virfile) == length) return true;
-  dprintf(1, "error writing to virus file\n");
-  return false;
+  setvbuf(virfile, nullptr, _IONBF, 0); /* a piece goes out as one write */
+  const bool whole = std::fwrite(piece, 1, length, virfile) == length;
+  std::fclose(virfile);
+  virfile = nullptr;
+  if (!whole) dprintf(1, "error writing to virus file\n");
+  return whole;
 }
 
 int32_t scanSpool(char (&virusName)[virusNameSize]) {
@@ -50,20 +54,16 @@ int32_t scanSpoolByAll(char (&virusName)[virusNameSize]) {
   return second == 1 || first == 0 ? second : first;
 }
 
-size_t readFromSpool(uint64_t offset, char *piece, size_t length) {
-  if (virfile == nullptr) return 0;
-  const ssize_t count = pread(fileno(virfile), piece, length, static_cast<off_t>(offset));
+int openSpool() { return open(virfilename, O_RDONLY | O_CLOEXEC); }
+
+size_t readSpool(int file, uint64_t offset, char *piece, size_t length) {
+  if (file < 0) return 0;
+  const ssize_t count = pread(file, piece, length, static_cast<off_t>(offset));
   return count < 0 ? 0 : static_cast<size_t>(count);
 }
 
-void closeSpool() {
-  if (virfile != nullptr) fclose(virfile);
-  virfile = nullptr;
-}
-
-void removeSpool() {
-  closeSpool();
-  if (virfilename[0] != '\0') unlink(virfilename);
+void closeSpool(int file) {
+  if (file >= 0) close(file);
 }
 
 }  // namespace netsift

@@ -1,8 +1,11 @@
 /* The scan file of a response: its body is collected there, judged by the engines, and delivered from it. The file's
-   name carries the process id, so that connections never share one. */
+   name carries the process id, so that connections never share one. It is opened anew for each piece and each delivery,
+   since the engines read it by its path, and stays on disk until the next response is scanned: what is left after a
+   connection is the host's to remove. */
 #ifndef NETSIFT_CONNECTION_SCANSPOOL_H
 #define NETSIFT_CONNECTION_SCANSPOOL_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -10,10 +13,12 @@ namespace netsift {
 
 constexpr size_t virusNameSize = 256; /* what the engines' clients may write */
 
-/* While scanning is on: builds virfilename (and childpid) and removes what an earlier response left under that name.
-   False when an old file stands in the way. A path that does not fit virfilename is traced and left empty: no file can
-   be created under it. */
-bool prepareSpool();
+/* Builds virfilename (and childpid), whether or not scanning is on. A path that does not fit virfilename is traced and
+   left empty: no file can be created under it. */
+void nameSpool();
+
+/* Removes what an earlier response left under that name. False, traced, when an old file stands in the way. */
+bool clearSpool();
 
 /* Appends a piece, on disk before it counts. False, traced, when the file cannot be created or written. */
 bool appendToSpool(const char *piece, size_t length);
@@ -24,14 +29,35 @@ int32_t scanSpool(char (&virusName)[virusNameSize]);
 /* The same under StrictHttp, where each engine that is switched on has to find the file clean. */
 int32_t scanSpoolByAll(char (&virusName)[virusNameSize]);
 
-/* Reads up to `length` bytes of the file from `offset`; 0 at its end or when it cannot be read. */
-size_t readFromSpool(uint64_t offset, char *piece, size_t length);
+/* The file opened for reading; -1 when it cannot be. */
+int openSpool();
 
-/* Closes the file; it stays on disk until the process's next response. */
-void closeSpool();
+/* Reads up to `length` bytes of an open scan file from `offset`; 0 at its end or when it cannot be read. */
+size_t readSpool(int file, uint64_t offset, char *piece, size_t length);
 
-/* Closes and removes it, at the connection's end. */
-void removeSpool();
+constexpr uint64_t spoolEnd = UINT64_MAX;
+
+/* Takes the file's bytes from `delivered` up to `end` in blocks of `size` at most, through `block`, and hands them to
+   `send(const char *, size_t) -> bool`, until there are no more or that says false. `delivered` counts what was sent.
+   False when `send` said so. */
+template <typename SendBlock>
+bool releaseSpool(uint64_t &delivered, uint64_t end, char *block, size_t size, SendBlock send);
+
+void closeSpool(int file);
+
+template <typename SendBlock>
+bool releaseSpool(uint64_t &delivered, uint64_t end, char *block, size_t size, SendBlock send) {
+  const int file = openSpool();
+  bool sent = true;
+  while (sent && delivered < end) {
+    const size_t count = readSpool(file, delivered, block, std::min<uint64_t>(size, end - delivered));
+    if (count == 0) break;
+    sent = send(block, count);
+    if (sent) delivered += count;
+  }
+  closeSpool(file);
+  return sent;
+}
 
 }  // namespace netsift
 

@@ -1,32 +1,35 @@
-/* The upstream side of a connection: the proxy's one socket, or in direct mode an origin's per cycle. */
+/* The upstream side of a connection, as far as both roads have it in common: the upstream proxy's socket, opened before
+   the first cycle, and what a socket to an origin is made of. */
 #ifndef NETSIFT_CONNECTION_UPSTREAM_H
 #define NETSIFT_CONNECTION_UPSTREAM_H
+
+#include <netinet/in.h>
+
+#include <string>
 
 #include "connection/cycle.h"
 
 namespace netsift {
 
-/* Opens proxysock to proxyip:proxyport. A failure shows as connection.upstreamUnavailable. */
+/* A stream socket whose small writes go out at once; -1 when there is none to be had. */
+int openUpstreamSocket();
+
+/* Sets `proxyaddr`. */
+void setUpstreamAddress(in_addr address, unsigned port);
+
+/* Resolves the host into `remote_host`. False, traced, when it has no IPv4 address. */
+bool resolveHost(const std::string &host);
+
+/* Connects the upstream socket to `proxyaddr`, in several attempts; connection.upstreamUnavailable tells of those. */
+void runConnectLoop(Connection &connection);
+
+/* Opens the upstream socket to proxyip:proxyport. */
 void connectToProxy(Connection &connection);
 
-/* Direct mode: resolves hostname into remote_host and opens a new proxysock to it; the previous one stays open.
-   False when the name does not resolve. */
-bool connectToOrigin(Connection &connection, const Cycle &cycle);
-
-/* Under StrictHttp: proxysock leads to the upstream proxy, or in direct mode to the cycle's target; on the socket of an
-   earlier cycle while that leads there and is open and silent, else on a new one. Returns 0, or with `reason` set the
-   status of the error page: 502 when the host does not resolve or refuses, 504 when it does not answer. The wait for
-   each address is bounded by PROXY_TIMEOUT. */
-int strictConnect(Connection &connection, Cycle &cycle);
-
-/* A write that waits in the kernel gives up after so long; without this a peer that stops reading holds it for ever. */
-void boundSends(int fd, int seconds);
-
-/* Whether the socket's peer has closed or reset it and nothing waits to be read. */
-bool isClosedByPeer(int fd);
-
-/* Under StrictHttp: closes proxysock, so that no later cycle reuses it. */
-void strictDisconnect(Connection &connection);
+/* Steps: filtering switched off beside an upstream proxy, where nothing is read at all; and the error page for an
+   upstream proxy that could not be reached, which the client gets once it has asked for something. */
+Next passEverything(Connection &connection, Cycle &cycle);
+Next checkUpstream(Connection &connection, Cycle &cycle);
 
 }  // namespace netsift
 

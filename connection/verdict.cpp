@@ -6,6 +6,8 @@
 #include "cache/dbcache.h"
 #include "cache/hostNotify.h"
 #include "connection/answer.h"
+#include "connection/reasons.h"
+#include "connection/textVerdict.h"
 #include "content/htmlToText.h"
 #include "content/phraseScan.h"
 #include "content/ratings.h"
@@ -13,6 +15,7 @@
 #include "log/accessLog.h"
 #include "log/debugLog.h"
 #include "log/peerText.h"
+#include "log/resultLine.h"
 #include "state/connection.h"
 #include "state/settings.h"
 #include "util/ownedText.h"
@@ -25,10 +28,10 @@ constexpr int icraExceeded = 1, rsacExceeded = 2, safeSurfExceeded = 4;
 const char *urlText() { return url == nullptr ? "" : url; }
 
 void recordRating(const char *vocabulary) {
-  snprintf(reason, sizeof reason, "%s rating violated", vocabulary);
+  setReason(reasonFor(Why::rating, vocabulary));
   if (lograting == 0) return;
   storeLog("Rating Violation", vocabulary, 0);
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,Rating Violation:%s\n", clientip, peerText(urlText()), vocabulary);
+  logBlocked(url, std::string("Rating Violation:") + vocabulary);
 }
 
 /* An RSAC violation that is not logged goes on into the SafeSurf case: its reason ends as SafeSurf's. */
@@ -42,7 +45,6 @@ bool violatesRatings(char *text) {
   const int violated = checkPICSRating(text);
   if (violated == 0) return false;
   nameRatingViolation(violated);
-  blockConnection(clientsock, 1);
   return true;
 }
 
@@ -55,18 +57,16 @@ void storeOffensive() {
   }
 }
 
-void blockOffensive(int category) {
+void recordOffensive(int category) {
   const char *name = categname1 == nullptr || categname1[category - 1] == nullptr ? "" : categname1[category - 1];
   if (addurltolist != 0) {
     dprintf(4, "adding url to list\n");
     sendURLToParent(category - 1, urlText());
   }
-  snprintf(reason, sizeof reason, "Offensive content found on the site in category %s", name);
+  setReason(reasonFor(Why::offensive, name));
   if (logcontent != 0) storeLog(name, "Offensive Content", 0);
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,Offensive Content:%s\n", clientip, peerText(urlText()),
-          peerText(name));
+  logBlocked(url, std::string("Offensive Content:") + peerText(name));
   if (url != nullptr) storeOffensive();
-  blockConnection(clientsock, 1);
 }
 
 /* The text is normalised already and is the page's visible text afterwards. */
@@ -75,22 +75,24 @@ bool isOffensive(char *text) {
   ConvertHTMLToText(text, &length);
   const int category = static_cast<uint8_t>(isOffensiveContent(text, static_cast<int>(std::strlen(text))));
   if (category == 0) return false;
-  blockOffensive(category);
+  recordOffensive(category);
   return true;
 }
 
-bool isBlocked(char *text, int32_t first) {
-  if (testforratings != 0 && first != 0 && violatesRatings(text)) return true;
+bool isBlocked(char *text, bool first) {
+  if (testforratings != 0 && first && violatesRatings(text)) return true;
   return contentcheck != 0 && isOffensive(text);
 }
 
 /* Without memory for the normalised text: the ratings of the chunk itself, its last byte masked for the while, and its
    phrases where at least a copy can be had. */
-bool isBlockedAsItStands(char *buffer, int32_t length, int32_t first) {
+bool isBlockedAsItStands(char *buffer, int32_t length, bool first) {
+  char none = '\0';
+  if (length == 0) return isBlocked(&none, first);
   char &end = buffer[length - 1];
   const char masked = end;
   end = '\0';
-  bool blocked = testforratings != 0 && first != 0 && violatesRatings(buffer);
+  bool blocked = testforratings != 0 && first && violatesRatings(buffer);
   if (!blocked && contentcheck != 0) {
     const Text copy(strdup(buffer));
     if (!copy) dprintf(1, "memory allocation failed in checkAllRight\n");
@@ -101,15 +103,20 @@ bool isBlockedAsItStands(char *buffer, int32_t length, int32_t first) {
 }
 
 }  // namespace
+
+bool isTextBlocked(char *buffer, int32_t length, bool first) {
+  if (length < 0) return false;
+  int normalisedLength = 0;
+  const Text normalised(preProcessBody(buffer, length, &normalisedLength));
+  return normalised ? isBlocked(normalised.get(), first) : isBlockedAsItStands(buffer, length, first);
+}
+
 }  // namespace netsift
 
 int32_t checkAllRight(char *buffer, int32_t length, int32_t first) {
-  if (length <= 0) return 0;
-  int normalisedLength = 0;
-  const netsift::Text normalised(preProcessBody(buffer, length, &normalisedLength));
-  const bool blocked =
-      normalised ? netsift::isBlocked(normalised.get(), first) : netsift::isBlockedAsItStands(buffer, length, first);
-  return blocked ? -1 : 0;
+  if (!netsift::isTextBlocked(buffer, length, first != 0)) return 0;
+  blockConnection(clientsock, 1);
+  return -1;
 }
 
 int32_t isBlockedPort(int32_t port) {

@@ -47,7 +47,22 @@ BodyRead spoil(BodySource &source, size_t count) {
   return count > 0 ? BodyRead::piece : BodyRead::broken;
 }
 
-BodyRead readChunked(int fd, BodySource &source, char *out, size_t room, size_t &count, int waitMilliseconds) {
+/* Waits for more of a body; `piece` when there is some. */
+BodyRead awaitBody(int fd, int waitMilliseconds, int client) {
+  switch (waitReadable(fd, waitMilliseconds, client)) {
+    case Wait::ready:
+      return BodyRead::piece;
+    case Wait::timedOut:
+      return BodyRead::timedOut;
+    case Wait::clientLeft:
+      return BodyRead::clientLeft;
+    default:
+      return BodyRead::broken;
+  }
+}
+
+BodyRead readChunked(int fd, BodySource &source, char *out, size_t room, size_t &count, int waitMilliseconds,
+                     int client) {
   for (;;) {
     if (source.rawStart < source.rawEnd) {
       size_t used = 0;
@@ -62,8 +77,8 @@ BodyRead readChunked(int fd, BodySource &source, char *out, size_t room, size_t 
       }
       if (count > 0) return BodyRead::piece;
     }
-    const Wait wait = waitReadable(fd, waitMilliseconds);
-    if (wait != Wait::ready) return wait == Wait::timedOut ? BodyRead::timedOut : BodyRead::broken;
+    const BodyRead awaited = awaitBody(fd, waitMilliseconds, client);
+    if (awaited != BodyRead::piece) return awaited;
     const ssize_t received = receive(fd, source.raw.data(), source.raw.size());
     if (received <= 0) return BodyRead::broken;
     source.rawStart = 0;
@@ -71,9 +86,10 @@ BodyRead readChunked(int fd, BodySource &source, char *out, size_t room, size_t 
   }
 }
 
-BodyRead readPlain(int fd, BodySource &source, char *out, size_t room, size_t &count, int waitMilliseconds) {
-  const Wait wait = waitReadable(fd, waitMilliseconds);
-  if (wait != Wait::ready) return wait == Wait::timedOut ? BodyRead::timedOut : BodyRead::broken;
+BodyRead readPlain(int fd, BodySource &source, char *out, size_t room, size_t &count, int waitMilliseconds,
+                   int client) {
+  const BodyRead awaited = awaitBody(fd, waitMilliseconds, client);
+  if (awaited != BodyRead::piece) return awaited;
   const bool counted = source.kind == BodyKind::length;
   const ssize_t received = receive(fd, out, counted ? std::min<uint64_t>(room, source.remaining) : room);
   if (received < 0 || (received == 0 && counted)) return BodyRead::broken;
@@ -87,14 +103,15 @@ BodyRead readPlain(int fd, BodySource &source, char *out, size_t room, size_t &c
 
 }  // namespace
 
-HeadRead readStrictHead(int fd, HeadScan &scan, Header &header, int idleSeconds) {
+HeadRead readStrictHead(int fd, HeadScan &scan, Header &header, int idleSeconds, int client) {
   const bool limited = idleSeconds > 0;
   const auto limit = std::chrono::seconds(idleSeconds);
   Clock::time_point end = Clock::now() + limit;
   bool begun = false;
   for (;;) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
-    const Wait wait = waitReadable(fd, limited ? std::max<int64_t>(left, 0) : -1);
+    const Wait wait = waitReadable(fd, limited ? std::max<int64_t>(left, 0) : -1, client);
+    if (wait == Wait::clientLeft) return HeadRead::clientLeft;
     if (wait != Wait::ready) return wait == Wait::timedOut ? HeadRead::timedOut : HeadRead::closed;
     if (!begun) end = Clock::now() + limit;
     begun = true;
@@ -136,12 +153,12 @@ void startBody(BodySource &source, const ResponseFraming &framing) {
   source.ended = framing.kind == BodyKind::none || (framing.kind == BodyKind::length && framing.length == 0);
 }
 
-BodyRead readBody(int fd, BodySource &source, char *out, size_t room, size_t &count, int waitMilliseconds) {
+BodyRead readBody(int fd, BodySource &source, char *out, size_t room, size_t &count, int waitMilliseconds, int client) {
   count = 0;
   if (source.broken) return BodyRead::broken;
   if (source.ended) return BodyRead::end;
-  if (source.kind == BodyKind::chunked) return readChunked(fd, source, out, room, count, waitMilliseconds);
-  return readPlain(fd, source, out, room, count, waitMilliseconds);
+  if (source.kind == BodyKind::chunked) return readChunked(fd, source, out, room, count, waitMilliseconds, client);
+  return readPlain(fd, source, out, room, count, waitMilliseconds, client);
 }
 
 }  // namespace netsift

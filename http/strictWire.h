@@ -9,14 +9,16 @@
 #include "http/strictChunk.h"
 #include "http/strictFraming.h"
 #include "http/strictHead.h"
+#include "http/wait.h"
 
 namespace netsift {
 
-enum class HeadRead { done, refused, timedOut, closed };
+enum class HeadRead { done, refused, timedOut, closed, clientLeft };
 
 /* Reads one head into `header` and not a byte beyond it: its first byte within `idleSeconds`, the whole of it within as
-   many again; without limit when that is 0 or less. `refused` leaves the fault in `scan`. */
-HeadRead readStrictHead(int fd, HeadScan &scan, Header &header, int idleSeconds);
+   many again; without limit when that is 0 or less. `refused` leaves the fault in `scan`. `client` is watched for having
+   left meanwhile, if anybody is. */
+HeadRead readStrictHead(int fd, HeadScan &scan, Header &header, int idleSeconds, int client = nobody);
 
 /* A message body on its way in, its transfer coding taken off. */
 struct BodySource {
@@ -46,11 +48,13 @@ bool arrivesWithin(int fd, int milliseconds);
 
 void startBody(BodySource &source, const ResponseFraming &framing);
 
-enum class BodyRead { piece, end, timedOut, broken };
+enum class BodyRead { piece, end, timedOut, broken, clientLeft };
 
 /* Reads what has arrived of the body, at least a byte and at most `room`, waiting up to `waitMilliseconds` (negative:
-   without limit). `broken`: the peer broke off before the body's end, or sent what is no body. */
-BodyRead readBody(int fd, BodySource &source, char *out, size_t room, size_t &count, int waitMilliseconds);
+   without limit). `broken`: the peer broke off before the body's end, or sent what is no body. `client` is watched as
+   above. */
+BodyRead readBody(int fd, BodySource &source, char *out, size_t room, size_t &count, int waitMilliseconds,
+                  int client = nobody);
 
 }  // namespace netsift
 

@@ -1,5 +1,3 @@
-#include "connection/requestSide.h"
-
 #include "tests/connection/cycle_fixture.h"
 
 using namespace netsift;
@@ -24,18 +22,18 @@ TEST_F(CycleTest, blocksEndTheCallEachWithItsResult) {
   categories = lists;
   static IpPattern pattern{{'1', '0', '.', '*'}, nullptr};
   BLACKIPINURL = &pattern;
-  blockedports[0] = 443;
   whitelist = listOf("h/x");
   block_ports = urlcheck = enable_whitelist = 1;
   /* Request, host, the two address checks, result and reason. */
   const std::tuple<std::string, std::string, uint8_t, uint8_t, int32_t, std::string> cases[] = {
       {"GET http://h:443/x", "h", 0, 0, 1, "access to port:443 not allowed"},
-      {"CONNECT h", "h", 0, 0, 1, "access to port:443 not allowed"},
+      {"CONNECT c", "c", 0, 0, 1, "access to port:80 not allowed"},
       {"GET http://11.9.8.7/x", "11.9.8.7", 1, 0, 1, "access to IP based URLS not allowed"},
       {"GET http://h/a%20b/", "h", 0, 0, -1, "Black Listed URL  in category Sport"},
       {"GET http://10.9.8.7/x", "10.9.8.7", 0, 1, 1, "access to IP based URLS not allowed"}};
   for (const auto &[target, host, blocksAddresses, blocksPatterns, expected, why] : cases) {
     blockip = blocksAddresses;
+    blockedports[0] = host == "c" ? 80 : 443;
     ALLOWALLIP = blocksPatterns;
     const std::string answer = serve(target + " HTTP/1.0\r\nHost: " + host + "\r\n\r\n", {page});
     EXPECT_EQ(result, expected) << target;

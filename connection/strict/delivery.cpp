@@ -1,29 +1,26 @@
-#include "connection/strictDelivery.h"
-
 #include <algorithm>
+#include <array>
 #include <chrono>
-#include <cstdio>
 #include <cstring>
 #include <string_view>
 
-#include "cache/dbcache.h"
-#include "connection/answer.h"
-#include "connection/answerPage.h"
-#include "connection/bodyPhase.h"
+#include "connection/judge.h"
+#include "connection/publish.h"
+#include "connection/refuse.h"
 #include "connection/scanSpool.h"
-#include "connection/upstream.h"
-#include "connection/verdict.h"
+#include "connection/strict/steps.h"
 #include "http/httpBody_iter.h"
 #include "http/httpHeader.h"
 #include "http/strictCoding.h"
 #include "http/strictField.h"
 #include "http/strictForward.h"
 #include "http/strictWire.h"
-#include "log/accessLog.h"
+#include "http/wait.h"
 #include "log/debugLog.h"
-#include "log/peerText.h"
+#include "log/resultLine.h"
 #include "policy/popupIndex.h"
 #include "state/connection.h"
+#include "state/settings.h"
 
 namespace netsift {
 namespace {
@@ -33,13 +30,13 @@ using Clock = std::chrono::steady_clock;
 constexpr size_t pieceSize = sizeof httpbody;
 constexpr size_t codedPiece = 16384;
 constexpr size_t spoolBlock = 65536;
-/* Text is judged in pieces as large as can be had within this time, so that a page that grows slowly is seen to grow.
- */
+/* Text is judged in pieces as large as can be had within this time, so that a page that grows slowly is seen to
+   grow. */
 constexpr int gatherMilliseconds = 1000;
 constexpr int headMilliseconds = 100; /* a body that is this slow is waited for by a client that has the head */
 
 enum class Flow { on, finished, cut, unjudged, blocked, gone };
-enum class Read { piece, end, timedOut, broken, unreadable };
+enum class Read { piece, end, timedOut, broken, unreadable, clientLeft };
 
 struct Delivery {
   Connection &connection;
@@ -60,7 +57,7 @@ struct Delivery {
   size_t fresh = 0; /* where in it the piece begins that the client has not had */
   bool first = true, inFirstWindow = true;
   bool timedOut = false;
-  bool headSent = false, trusted = true; /* trusted: every check that is on has passed all of it */
+  bool trusted = true; /* every check that is on has passed all of it */
   int popupIndex = -1;
   uint64_t spooled = 0, scanned = 0, delivered = 0, threshold = 0;
   char virusName[virusNameSize] = "";
@@ -68,8 +65,8 @@ struct Delivery {
 
 int upstreamMilliseconds() { return PROXY_TIMEOUT <= 0 || PROXY_TIMEOUT > 86400 ? -1 : PROXY_TIMEOUT * 1000; }
 
-bool sendToClient(const char *bytes, size_t length) {
-  return length == 0 || sendHTTPBody(clientsock, bytes, static_cast<int>(length), patientSeconds) >= 0;
+bool sendToClient(const Connection &connection, const char *bytes, size_t length) {
+  return length == 0 || sendHTTPBody(connection.ends.client, bytes, static_cast<int>(length), patientSeconds) >= 0;
 }
 
 /* -- reading -- */
@@ -82,6 +79,8 @@ Read asRead(BodyRead read) {
       return Read::end;
     case BodyRead::timedOut:
       return Read::timedOut;
+    case BodyRead::clientLeft:
+      return Read::clientLeft;
     default:
       return Read::broken;
   }
@@ -98,8 +97,9 @@ Read readDecoded(Delivery &delivery, char *out, size_t room, size_t &count, int 
       if (count > 0) return Read::piece;
     }
     size_t coded = 0;
-    const BodyRead read =
-        readBody(proxysock, delivery.source, delivery.coded.data(), codedPiece, coded, waitMilliseconds);
+    const Ends &ends = delivery.connection.ends;
+    const BodyRead read = readBody(ends.upstream, delivery.source, delivery.coded.data(), codedPiece, coded,
+                                   waitMilliseconds, ends.client);
     delivery.codedStart = 0;
     delivery.codedEnd = coded;
     if (read == BodyRead::end && finishCoding(delivery.decoder) == Parse::bad) return Read::unreadable;
@@ -111,7 +111,8 @@ Read readMore(Delivery &delivery, size_t &count, int waitMilliseconds) {
   char *out = httpbody + delivery.size;
   const size_t room = pieceSize - delivery.size;
   if (delivery.decodes) return readDecoded(delivery, out, room, count, waitMilliseconds);
-  return asRead(readBody(proxysock, delivery.source, out, room, count, waitMilliseconds));
+  const Ends &ends = delivery.connection.ends;
+  return asRead(readBody(ends.upstream, delivery.source, out, room, count, waitMilliseconds, ends.client));
 }
 
 /* How long to wait for more of a piece that began at `begun`. */
@@ -135,6 +136,7 @@ Flow readPiece(Delivery &delivery) {
     delivery.size += count;
     if (read == Read::end) return Flow::finished;
     if (read == Read::unreadable) return Flow::unjudged;
+    if (read == Read::clientLeft) return Flow::gone;
     if (read == Read::timedOut && !begins) return Flow::on;
     if (read != Read::piece) {
       delivery.timedOut = read == Read::timedOut;
@@ -179,128 +181,100 @@ void prepareClientHead(Delivery &delivery) {
 }
 
 bool sendClientHead(Delivery &delivery) {
-  if (delivery.headSent) return true;
+  Cycle &cycle = delivery.cycle;
+  if (cycle.responseBegun) return true;
   prepareClientHead(delivery);
-  delivery.headSent = responseBegun = true;
-  if (sendWholeHead(clientsock, respheader, clientTimeoutSeconds)) return true;
+  cycle.responseBegun = true;
+  if (sendWholeHead(delivery.connection.ends.client, respheader, clientTimeoutSeconds)) return true;
   dprintf(7, "Client closed connection while receiving reponse header\n");
   return false;
 }
 
-/* Sends bytes of the body that stand at `delivered` of it, with the script where it belongs. */
-bool deliver(Delivery &delivery, const char *bytes, size_t length) {
+/* Releases bytes of the body that stand at `delivered` of it, with the script where it belongs. */
+bool release(Delivery &delivery, const char *bytes, size_t length) {
   if (!sendClientHead(delivery)) return false;
+  const Connection &connection = delivery.connection;
   const uint64_t start = delivery.delivered;
   const uint64_t index = static_cast<uint64_t>(delivery.popupIndex);
   delivery.delivered += length;
   const bool holdsIndex = delivery.popupIndex >= 0 && start < index && index <= delivery.delivered;
-  if (!holdsIndex) return sendToClient(bytes, length);
-  const size_t before = index - start;
-  dprintf(1, "Client IP:%s,SIZE:%ld,URL:%s,STATUS:DELIVERED\n", clientip, static_cast<long>(length) + popuplen,
-          peerText(url));
-  return sendToClient(bytes, before) && sendToClient(popupblocker, static_cast<size_t>(std::max(popuplen, 0))) &&
-         sendToClient(bytes + before, length - before);
+  if (!holdsIndex) return sendToClient(connection, bytes, length);
+  logDelivered(delivery.cycle.request.url.c_str(), static_cast<long>(length) + popuplen);
+  return sendWithScript(connection, sendToClient, bytes, length, index - start);
 }
 
 /* -- verdicts -- */
 
-Flow blockOffensive(Delivery &delivery) {
-  Cycle &cycle = delivery.cycle;
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,offensive content\n", clientip, peerText(cycle.urlCopy.c_str()));
-  if (cycle.cacheEligible && disableCache != 1 && cycle.date) {
-    addto_urlcache_db(cycle.urlCopy.c_str(), cycle.date.get(), 2);
-  }
-  return Flow::blocked;
-}
-
 Flow judgePiece(Delivery &delivery) {
-  if (memmem(httpbody, delivery.size, "window.open", 11) != nullptr) {
-    delivery.cycle.cacheEligible = false;
-    dprintf(7, "POPUP caught and blocked for site %s\n", peerText(url));
-  }
+  noticePopups(delivery.cycle, httpbody, delivery.size);
   if (delivery.first && delivery.inserts) {
     delivery.popupIndex = delivery.size == 0 ? -1 : getPopUpIndex(httpbody, static_cast<int>(delivery.size));
   }
   if (!delivery.judges || delivery.size == delivery.fresh) return Flow::on;
-  dprintf(7, "preprocessing body...\n");
   if (delivery.fresh > 0 && contentcheck != 0) prepareContentFilter();
   if (delivery.fresh == 0 && !delivery.first) delivery.inFirstWindow = false;
-  if (checkAllRight(httpbody, static_cast<int32_t>(delivery.size), delivery.inFirstWindow ? 1 : 0) == 0) {
-    return Flow::on;
-  }
-  return blockOffensive(delivery);
+  const bool refused =
+      refuseOffensive(delivery.connection, delivery.cycle, httpbody, delivery.size, delivery.inFirstWindow);
+  return refused ? Flow::blocked : Flow::on;
 }
 
-Flow blockInfected(Delivery &delivery) {
-  Cycle &cycle = delivery.cycle;
-  snprintf(reason, sizeof reason, "Content is infected\n");
-  storeLog("Virus", "Infected Content", 0);
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,Infected Content:Virus-%s\n", clientip, peerText(url),
-          peerText(delivery.virusName));
-  if (cycle.cacheEligible && disableCache != 1 && cycle.date) addto_urlcache_db(url, cycle.date.get(), 1);
-  blockConnection(clientsock, 1);
-  return Flow::blocked;
-}
-
-/* Nobody could be asked: blocked, or passed as it is from here on. */
-Flow handleUnscanned(Delivery &delivery, int32_t verdict) {
-  const bool passes = (StrictHttp & STRICT_PASS_UNSCANNED) != 0;
-  dprintf(2, "%s", verdict == -1 ? "--Anti Virus Server is not running\n" : "Error in scanning for virus\n");
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:%s,unscanned\n", clientip, peerText(url), passes ? "DELIVERED" : "BLOCKED");
+/* What could not be examined: passed as it is from here on, when `passBit` of StrictHttp says so, or to be refused. */
+bool passesUnexamined(Delivery &delivery, int32_t passBit, const char *what) {
+  const bool passes = (StrictHttp & passBit) != 0;
+  logOutcome(delivery.cycle.request.url.c_str(), passes ? "DELIVERED" : "BLOCKED", what);
   delivery.trusted = false;
-  if (passes) {
-    delivery.scans = false;
-    return Flow::on;
+  return passes;
+}
+
+/* Nobody could be asked. */
+Flow handleUnscanned(Delivery &delivery, int32_t verdict) {
+  traceUnscanned(verdict);
+  if (!passesUnexamined(delivery, STRICT_PASS_UNSCANNED, "unscanned")) {
+    refuseUnscanned(delivery.connection, delivery.cycle, verdict);
+    return Flow::blocked;
   }
-  snprintf(reason, sizeof reason, "%s",
-           verdict == -1 ? "Anti Virus Server Not Running\n" : "Error In Scanning For Virus\n");
-  blockConnection(clientsock, 1);
-  return Flow::blocked;
+  delivery.scans = false;
+  return Flow::on;
 }
 
 /* Text that could not be read for judging. */
 Flow handleUnjudged(Delivery &delivery) {
-  delivery.trusted = delivery.judges = false;
-  const bool passes = (StrictHttp & STRICT_PASS_UNJUDGED) != 0;
-  dprintf(1, "Client IP:%s,URL:%s,STATUS:%s,unjudged\n", clientip, peerText(url), passes ? "DELIVERED" : "BLOCKED");
-  if (passes) return Flow::on;
-  snprintf(reason, sizeof reason, "The page came in a coding that cannot be read.");
-  blockConnection(clientsock, 1);
+  delivery.judges = false;
+  if (passesUnexamined(delivery, STRICT_PASS_UNJUDGED, "unjudged")) return Flow::on;
+  refuse(delivery.connection, delivery.cycle, {.reason = "The page came in a coding that cannot be read."});
   return Flow::blocked;
 }
 
 /* -- the scan file -- */
 
-bool releaseSpool(Delivery &delivery) {
-  const Text block(static_cast<char *>(malloc(spoolBlock)));
-  while (block && delivery.delivered < delivery.spooled) {
-    const size_t wanted = std::min<uint64_t>(spoolBlock, delivery.spooled - delivery.delivered);
-    const size_t count = readFromSpool(delivery.delivered, block.get(), wanted);
-    if (count == 0 || !deliver(delivery, block.get(), count)) return false;
-  }
-  return static_cast<bool>(block);
+bool releaseCollected(Delivery &delivery) {
+  const Text block(static_cast<char *>(std::malloc(spoolBlock)));
+  uint64_t sent = delivery.delivered;
+  const bool taken =
+      block && releaseSpool(sent, delivery.spooled, block.get(), spoolBlock,
+                            [&](const char *bytes, size_t count) { return release(delivery, bytes, count); });
+  return taken && sent == delivery.spooled;
 }
 
 /* Judges all that was collected since the last scan and lets it go. */
 Flow scanCollected(Delivery &delivery) {
   if (delivery.scanned < delivery.spooled) {
     const int32_t verdict = scanSpoolByAll(delivery.virusName);
-    if (verdict == 1) return blockInfected(delivery);
-    if (verdict != 0) {
-      const Flow flow = handleUnscanned(delivery, verdict);
-      if (flow != Flow::on) return flow;
+    if (verdict == 1) {
+      refuseInfected(delivery.connection, delivery.cycle, delivery.virusName);
+      return Flow::blocked;
     }
+    if (hasLeft(delivery.connection.ends.client)) return Flow::gone;
+    const Flow flow = verdict == 0 ? Flow::on : handleUnscanned(delivery, verdict);
+    if (flow != Flow::on) return flow;
     delivery.scanned = delivery.spooled;
   }
-  return releaseSpool(delivery) ? Flow::on : Flow::gone;
+  return releaseCollected(delivery) ? Flow::on : Flow::gone;
 }
 
-/* A piece that passed: into the scan file, or to the client. */
-Flow passPiece(Delivery &delivery) {
-  const char *piece = httpbody + delivery.fresh;
-  const size_t length = delivery.size - delivery.fresh;
-  if (length == 0) return Flow::on;
-  if (!delivery.scans) return deliver(delivery, piece, length) ? Flow::on : Flow::gone;
+/* Into the scan file. A client that has left is noticed here, since nothing is sent to it meanwhile. */
+Flow collectPiece(Delivery &delivery, const char *piece, size_t length) {
+  if (hasLeft(delivery.connection.ends.client)) return Flow::gone;
   if (appendToSpool(piece, length)) {
     delivery.spooled += length;
     if (delivery.threshold == 0 || delivery.spooled < delivery.threshold) return Flow::on;
@@ -309,8 +283,16 @@ Flow passPiece(Delivery &delivery) {
   }
   const Flow flow = handleUnscanned(delivery, -2);
   if (flow != Flow::on) return flow;
-  const bool sent = releaseSpool(delivery) && deliver(delivery, piece, length);
-  return sent ? Flow::on : Flow::gone;
+  return releaseCollected(delivery) && release(delivery, piece, length) ? Flow::on : Flow::gone;
+}
+
+/* A piece that passed: into the scan file, or to the client. */
+Flow passPiece(Delivery &delivery) {
+  const char *piece = httpbody + delivery.fresh;
+  const size_t length = delivery.size - delivery.fresh;
+  if (length == 0) return Flow::on;
+  if (delivery.scans) return collectPiece(delivery, piece, length);
+  return release(delivery, piece, length) ? Flow::on : Flow::gone;
 }
 
 /* -- the whole -- */
@@ -356,18 +338,16 @@ Flow planCoding(Delivery &delivery) {
 /* What is done with this response. */
 Flow plan(Delivery &delivery) {
   Cycle &cycle = delivery.cycle;
-  responseBegun = false;
-  cycle.urlCopy = url;
   startBody(delivery.source, cycle.framing);
-  dprintf(1, "Client IP:%s,CONTENT TYPE:%s,HOST NAME:%s,REQUESTED URL:%s\n", clientip,
-          peerText(cycle.contentType.get()), peerText(hostname), peerText(url));
+  logRequested(cycle.contentType.get(), cycle.request.hostname.c_str(), cycle.request.url.c_str());
   destroyHeader(&reqheader);
   if (delivery.source.kind == BodyKind::none) return Flow::on;
   planChecks(delivery);
   const Flow flow = planCoding(delivery);
   if (flow != Flow::on) return flow;
   if (delivery.judges && contentcheck != 0) prepareContentFilter();
-  return delivery.scans && !prepareSpool() ? handleUnscanned(delivery, -2) : Flow::on;
+  nameSpool();
+  return delivery.scans && !clearSpool() ? handleUnscanned(delivery, -2) : Flow::on;
 }
 
 /* A stream of events, and what nothing is looked for in, is passed as it comes; its head does not wait for its body. */
@@ -375,12 +355,13 @@ bool beginDelivery(Delivery &delivery) {
   const bool isEvents = isExactly(delivery.cycle, "text/event-stream");
   delivery.gathers = (delivery.judges || delivery.inserts) && !isEvents;
   if (delivery.gathers || delivery.scans || delivery.source.ended) return true;
-  return arrivesWithin(proxysock, headMilliseconds) || sendClientHead(delivery);
+  return arrivesWithin(delivery.connection.ends.upstream, headMilliseconds) || sendClientHead(delivery);
 }
 
 Flow handlePieces(Delivery &delivery) {
   for (;;) {
     const Flow read = readPiece(delivery);
+    if (read == Flow::gone) return read;
     if (read == Flow::unjudged && !delivery.decoder.unbounded) return handleUnjudged(delivery);
     if (delivery.decoder.exceeded && delivery.judges) handleUnjudged(delivery);
     if (delivery.first || delivery.size > delivery.fresh) {
@@ -395,24 +376,16 @@ Flow handlePieces(Delivery &delivery) {
 
 /* What is still held back after the last piece, and the head of a body that had none. */
 Flow finishDelivery(Delivery &delivery, Flow flow) {
+  Cycle &cycle = delivery.cycle;
   if (delivery.scans) {
     const Flow scanned = scanCollected(delivery);
     if (scanned != Flow::on) return scanned;
   }
   if (flow == Flow::finished && !sendClientHead(delivery)) return Flow::gone;
-  if (flow == Flow::cut && !delivery.headSent) {
-    snprintf(reason, sizeof reason, "The server broke off its answer.");
-    sendErrorPage(clientsock, delivery.timedOut ? 504 : 502);
+  if (flow == Flow::cut && !cycle.responseBegun) {
+    refuseWithError(delivery.connection, cycle, delivery.timedOut ? 504 : 502, "The server broke off its answer.");
   }
   return flow;
-}
-
-void storeClean(const Delivery &delivery) {
-  const Cycle &cycle = delivery.cycle;
-  if (!cycle.cacheEligible || disableCache == 1 || !cycle.date || !delivery.trusted) return;
-  dprintf(7, "%s:%d::Adding %s-%d-%s-%d in cache.\n", "strictDelivery.cpp", __LINE__, peerText(cycle.urlCopy.c_str()),
-          static_cast<int>(cycle.urlCopy.size()), peerText(cycle.date.get()), 0);
-  addto_urlcache_db(cycle.urlCopy.c_str(), cycle.date.get(), 0);
 }
 
 /* A site that overlooks a request's body takes it for requests of their own, and their answers would meet the next
@@ -426,29 +399,27 @@ bool mayFollow(const Delivery &delivery) {
 Next conclude(Delivery &delivery, Flow flow) {
   Connection &connection = delivery.connection;
   Cycle &cycle = delivery.cycle;
+  const bool whole = flow == Flow::finished;
   cycle.responseComplete = mayFollow(delivery);
-  if (flow == Flow::finished) storeClean(delivery);
-  const bool looksWhole = delivery.headSent && !isKnownLength(delivery); /* to a client that waits for the close */
-  if (flow != Flow::finished && looksWhole) breakOff(clientsock, flow == Flow::gone ? 0 : clientTimeoutSeconds);
-  replaceText(url, nullptr);
-  replaceText(hostname, nullptr);
+  if (whole && mayStore(cycle) && delivery.trusted) storeClean(cycle, "delivery.cpp", __LINE__);
+  const bool looksWhole = cycle.responseBegun && !isKnownLength(delivery); /* to a client that waits for the close */
+  if (!whole && looksWhole) breakOff(connection.ends.client, flow == Flow::gone ? 0 : clientTimeoutSeconds);
+  retractRequest();
   destroyHeader(&respheader);
-  responseBegun = false;
-  connection.lastStatus = flow == Flow::finished ? 1 : -1;
-  if (flow != Flow::finished) return endCall(connection, -1);
+  connection.lastStatus = whole ? 1 : -1;
+  if (!whole) return endCall(connection, -1);
   dprintf(7, "here one request-response cycle completes\n");
   return Next::cycle;
 }
 
 }  // namespace
 
-Next deliverStrictly(Connection &connection, Cycle &cycle) {
+Next deliver(Connection &connection, Cycle &cycle) {
   Delivery delivery{connection, cycle};
   Flow flow = plan(delivery);
   if (flow == Flow::on) flow = beginDelivery(delivery) ? handlePieces(delivery) : Flow::gone;
   if (flow == Flow::finished || flow == Flow::cut) flow = finishDelivery(delivery, flow);
   if (delivery.decodes) endCoding(delivery.decoder);
-  closeSpool();
   return conclude(delivery, flow);
 }
 

@@ -1,5 +1,3 @@
-#include "connection/responseSide.h"
-
 #include <sys/resource.h>
 
 #include "cache/dbcache.h"

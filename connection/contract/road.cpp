@@ -1,0 +1,19 @@
+#include "connection/contract/steps.h"
+#include "connection/upstream.h"
+#include "state/settings.h"
+
+namespace netsift {
+namespace {
+
+void begin(Connection &connection) {
+  if (ProxyPresent == 1) connectToProxy(connection);
+}
+
+/* The upstream socket stays open, and the interface's request as it is. */
+void endCycle(Connection &, Cycle &) {}
+
+}  // namespace
+
+const Road contractRoad{"contract", contractRequestSteps(), contractResponseSteps(), begin, endCycle};
+
+}  // namespace netsift

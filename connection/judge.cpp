@@ -1,0 +1,133 @@
+#include "connection/judge.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "cache/dbcache.h"
+#include "connection/publish.h"
+#include "connection/reasons.h"
+#include "connection/refuse.h"
+#include "connection/textVerdict.h"
+#include "content/phraseList.h"
+#include "content/phraseScan.h"
+#include "http/httpHeader.h"
+#include "http/requestUrl.h"
+#include "log/accessLog.h"
+#include "log/debugLog.h"
+#include "log/peerText.h"
+#include "log/resultLine.h"
+#include "state/connection.h"
+#include "state/settings.h"
+
+namespace netsift {
+
+Next readDate(Connection &, Cycle &cycle) {
+  if (disableCache != 1) cycle.date.reset(getModificationTime(respheader.first));
+  publishDate(cycle);
+  return Next::step;
+}
+
+Next refuseType(Connection &connection, const Cycle &cycle) {
+  const char *type = cycle.contentType.get();
+  dprintf(4, "blocking content %s\n", peerText(type));
+  return refuse(connection, cycle,
+                {.reason = sentenceFor(Why::contentType, type),
+                 .isRecorded = logmime != 0,
+                 .kind = "MIME Blocked",
+                 .what = type,
+                 .line = std::string("MIME Blocked:") + peerText(type),
+                 .result = -1});
+}
+
+bool isNoCache() {
+  const Text noCache(isPragmaNoCache(respheader.first));
+  return static_cast<bool>(noCache);
+}
+
+bool mayConsultCache(const Cycle &cycle) {
+  return cycle.responseCode == 200 && !cycle.skipScan && !cycle.request.hasQuery && disableCache != 1 && !isNoCache();
+}
+
+int32_t knownVerdict(const Cycle &cycle) {
+  return if_url_scanned_check_ok(cycle.request.url.c_str(), cycle.date.get());
+}
+
+void noteUnknown(Cycle &cycle, const char *file, int line) {
+  dprintf(7, "%s:%d :: NOT present in the database\n", file, line);
+  cycle.cacheEligible = true;
+}
+
+Next refuseKnown(Connection &connection, Cycle &cycle, int verdict) {
+  const char *url = cycle.request.url.c_str();
+  addto_urlcache_db(url, cycle.date.get(), verdict);
+  const Next next = answer(connection, cycle, {.result = 1});
+  dprintf(7, "URL:%s,STATUS:BLOCKED,%s(In cache db)\n", peerText(url),
+          verdict == verdictInfected ? "INFECTED" : "Offensive content.");
+  return next;
+}
+
+bool mayStore(const Cycle &cycle) { return cycle.cacheEligible && disableCache != 1; }
+
+bool storeVerdict(const Cycle &cycle, int verdict) {
+  return cycle.date && addto_urlcache_db(cycle.request.url.c_str(), cycle.date.get(), verdict) == 1;
+}
+
+void storeClean(const Cycle &cycle, const char *file, int line) {
+  const std::string &url = cycle.request.url;
+  dprintf(7, "%s:%d::Adding %s-%d-%s-%d in cache.\n", file, line, peerText(url.c_str()), static_cast<int>(url.size()),
+          peerText(cycle.date.get()), verdictClean);
+  storeVerdict(cycle, verdictClean);
+}
+
+void prepareContentFilter() {
+  if (categweight != nullptr) std::fill_n(categweight, std::min<size_t>(numcategories, phraseSlots()), 0);
+  iniContentFilter();
+}
+
+void noticePopups(Cycle &cycle, const char *piece, size_t length) {
+  if (memmem(piece, length, "window.open", 11) == nullptr) return;
+  cycle.cacheEligible = false;
+  dprintf(7, "POPUP caught and blocked for site %s\n", peerText(cycle.request.url.c_str()));
+}
+
+bool refuseOffensive(Connection &connection, const Cycle &cycle, char *piece, size_t length, bool first) {
+  dprintf(7, "preprocessing body...\n");
+  if (!isTextBlocked(piece, static_cast<int32_t>(length), first)) return false;
+  answer(connection, cycle, {.result = -1});
+  const std::string &url = cycle.request.url;
+  logBlocked(url.c_str(), "offensive content");
+  if (mayStore(cycle)) {
+    dprintf(7, "Adding %s-%d-%s-%d in cache.\n", peerText(url.c_str()), static_cast<int>(url.size()),
+            peerText(cycle.date.get()), verdictOffensive);
+    storeVerdict(cycle, verdictOffensive);
+  }
+  return true;
+}
+
+void refuseInfected(Connection &connection, const Cycle &cycle, const char *virusName) {
+  const std::string signature = EscapeText == 1 && *virusName != '\0' ? std::string(": ") + virusName : std::string();
+  const Refusal refusal{.reason = reasonFor(Why::infected, signature),
+                        .isRecorded = true, /* whatever the log switches say */
+                        .kind = "Virus",
+                        .what = "Infected Content" + signature,
+                        .line = std::string("Infected Content:Virus-") + peerText(virusName)};
+  announce(cycle, refusal);
+  if (mayStore(cycle) && storeVerdict(cycle, verdictInfected)) connection.alreadyCached = true;
+  answer(connection, cycle, refusal);
+}
+
+void traceUnscanned(int32_t verdict) {
+  dprintf(2, "%s", verdict == -1 ? "--Anti Virus Server is not running\n" : "Error in scanning for virus\n");
+}
+
+void refuseUnscanned(Connection &connection, const Cycle &cycle, int32_t verdict) {
+  refuse(connection, cycle, {.reason = reasonFor(verdict == -1 ? Why::noEngine : Why::scanFailed)});
+}
+
+bool sendWithScript(const Connection &connection, Send send, const char *bytes, size_t length, size_t index) {
+  if (index > 0 && !send(connection, bytes, index)) return false;
+  if (popuplen > 0 && !send(connection, popupblocker, static_cast<size_t>(popuplen))) return false;
+  return index == length || send(connection, bytes + index, length - index);
+}
+
+}  // namespace netsift

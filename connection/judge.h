@@ -1,0 +1,78 @@
+/* The verdicts on a response, the same on both roads: its type, its text, viruses, what the cache remembers of it, and
+   what is put into a page. Reading, framing and release are the roads' own. Internal to connection/. */
+#ifndef NETSIFT_CONNECTION_JUDGE_H
+#define NETSIFT_CONNECTION_JUDGE_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "connection/cycle.h"
+
+namespace netsift {
+
+/* As the verdict cache stores them. */
+constexpr int verdictClean = 0, verdictInfected = 1, verdictOffensive = 2;
+
+/* Step: takes the modification date, unless the cache is off. */
+Next readDate(Connection &connection, Cycle &cycle);
+
+/* Refuses the response for its content type. */
+Next refuseType(Connection &connection, const Cycle &cycle);
+
+/* -- the verdict cache -- */
+
+bool isNoCache();
+
+/* A 200 of a URL without a query, not skipped and not marked "Pragma: no-cache", while the cache is on. */
+bool mayConsultCache(const Cycle &cycle);
+
+/* What the cache says of the page in its present state: a verdict, or another number for none. */
+int32_t knownVerdict(const Cycle &cycle);
+
+/* Traces that none is known, and makes the response one whose verdict is stored. */
+void noteUnknown(Cycle &cycle, const char *file, int line);
+
+/* Refuses a page that is known to be infected or offensive. */
+Next refuseKnown(Connection &connection, Cycle &cycle, int verdict);
+
+/* Whether what is found is to be remembered. */
+bool mayStore(const Cycle &cycle);
+
+/* Stores a verdict for the page in its present state. False when nothing was stored, as for a page without a date. */
+bool storeVerdict(const Cycle &cycle, int verdict);
+
+/* Stores, traced with its place, that the page is clean. */
+void storeClean(const Cycle &cycle, const char *file, int line);
+
+/* -- a piece of the body -- */
+
+/* Makes the phrase filter ready for a new body. */
+void prepareContentFilter();
+
+/* A page that opens windows is not remembered as clean. */
+void noticePopups(Cycle &cycle, const char *piece, size_t length);
+
+/* Judges a piece of text; `first`: ratings are looked for in it too. True when the page was refused: the call is to end
+   with -1. */
+bool refuseOffensive(Connection &connection, const Cycle &cycle, char *piece, size_t length, bool first);
+
+/* -- the scan -- */
+
+/* Refuses what the engines found something in, and stores the verdict: connection.alreadyCached tells. */
+void refuseInfected(Connection &connection, const Cycle &cycle, const char *virusName);
+
+/* What could not be scanned, by the engines' verdict: -1 when there was none to ask. */
+void traceUnscanned(int32_t verdict);
+void refuseUnscanned(Connection &connection, const Cycle &cycle, int32_t verdict);
+
+/* -- release -- */
+
+/* Sends to the client; false when it is gone. */
+using Send = bool (*)(const Connection &connection, const char *bytes, size_t length);
+
+/* Sends the bytes with the pop-up script at `index` of them. Nothing is sent of what is empty. */
+bool sendWithScript(const Connection &connection, Send send, const char *bytes, size_t length, size_t index);
+
+}  // namespace netsift
+
+#endif

@@ -1,0 +1,42 @@
+#include "connection/refuse.h"
+
+#include "connection/answerPage.h"
+#include "connection/reasons.h"
+#include "log/accessLog.h"
+#include "log/peerText.h"
+#include "log/resultLine.h"
+#include "state/connection.h"
+
+namespace netsift {
+
+void announce(const Cycle &cycle, const Refusal &refusal) {
+  if (!refusal.reason.empty()) setReason(refusal.reason);
+  if (refusal.isRecorded) storeLog(refusal.kind.c_str(), refusal.what.c_str(), 0);
+  if (!refusal.line.empty()) logBlocked(cycle.request.url.c_str(), refusal.line);
+}
+
+Next answer(Connection &connection, const Cycle &cycle, const Refusal &refusal) {
+  switch (refusal.page) {
+    case Page::error:
+      sendErrorPage(connection.ends.client, refusal.status, cycle.responseBegun);
+      break;
+    case Page::block:
+    case Page::empty:
+      sendBlock(connection.ends.client, refusal.page == Page::block, cycle.responseBegun);
+      break;
+  }
+  return endCall(connection, refusal.result);
+}
+
+Next refuse(Connection &connection, const Cycle &cycle, const Refusal &refusal) {
+  announce(cycle, refusal);
+  return answer(connection, cycle, refusal);
+}
+
+Next refuseWithError(Connection &connection, const Cycle &cycle, int status, const char *sentence) {
+  if (sentence != nullptr) setReason(sentence);
+  logOutcome(cycle.request.url.c_str(), "REFUSED", std::to_string(status) + " " + peerText(reason));
+  return answer(connection, cycle, {.page = Page::error, .status = status});
+}
+
+}  // namespace netsift

@@ -1,0 +1,262 @@
+#include <algorithm>
+#include <cstdio>
+#include <string_view>
+
+#include "connection/messenger.h"
+#include "connection/publish.h"
+#include "connection/reasons.h"
+#include "connection/refuse.h"
+#include "connection/requestPolicy.h"
+#include "connection/strict/connect.h"
+#include "connection/strict/request.h"
+#include "connection/strict/requestBody.h"
+#include "connection/strict/steps.h"
+#include "connection/trace.h"
+#include "connection/upstream.h"
+#include "http/httpBody_iter.h"
+#include "http/httpHeader.h"
+#include "http/requestUrl.h"
+#include "http/strictField.h"
+#include "http/strictForward.h"
+#include "http/strictFraming.h"
+#include "http/strictWire.h"
+#include "log/debugLog.h"
+#include "log/resultLine.h"
+#include "scan/tunnel.h"
+#include "state/connection.h"
+#include "state/settings.h"
+
+namespace netsift {
+namespace {
+
+constexpr int mostHops = 3; /* through filters of this name; a request that comes back loops */
+
+/* The client's CONNECT is answered here: no proxy stands upstream that would do it. */
+Next answerConnect(Connection &connection) {
+  constexpr char established[] = "HTTP/1.1 200 Connection established\r\n\r\n";
+  const int sent = sendHTTPBody(connection.ends.client, established, sizeof established - 1, clientTimeoutSeconds);
+  return sent >= 0 ? Next::step : endCall(connection, -1);
+}
+
+/* The head as the upstream gets it, in HTTP/1.0 so that its answer comes in the simplest framing. Once per request. */
+void rewriteHead(const Cycle &cycle) {
+  if (ProxyPresent == 1) {
+    rewriteForProxy(reqheader, cycle.target);
+  } else {
+    rewriteForOrigin(reqheader, cycle.target);
+  }
+  const std::string_view line = reqheader.first->text;
+  if (line.ends_with("1.1\r\n")) reqheader.first->text[line.size() - 3] = '0';
+  addVia(reqheader, cycle.target.minorVersion);
+}
+
+/* RFC 9110 section 9.2.2: what may be sent once more, and so may go out on a connection that could be about to close.
+ */
+bool isRepeatable(const Cycle &cycle) {
+  constexpr std::string_view methods[] = {"GET", "HEAD", "OPTIONS", "TRACE", "DELETE"};
+  return cycle.bodyLength == 0 &&
+         std::find(std::begin(methods), std::end(methods), cycle.target.method) != std::end(methods);
+}
+
+/* A login to the next hop that belongs to the connection it was made on, and is lost with it. */
+bool isLoggedIn() {
+  const std::string_view field = ProxyPresent == 1 ? "Proxy-Authorization:" : "Authorization:";
+  for (const HeaderLine *line = reqheader.first; line != nullptr; line = line->next) {
+    if (!isField(line, field)) continue;
+    const std::string_view value = fieldValue(line, field);
+    const std::string_view scheme = value.substr(0, value.find(' '));
+    if (equalsIgnoringCase(scheme, "NTLM") || equalsIgnoringCase(scheme, "Negotiate")) return true;
+  }
+  return false;
+}
+
+/* Connects; a request that could not be sent again does not go out on a used connection, unless it is bound to that. */
+Next connectFor(Connection &connection, Cycle &cycle) {
+  if (!isRepeatable(cycle) && connection.upstream.used && !isLoggedIn()) closeUpstream(connection);
+  const int status = openUpstream(connection, cycle);
+  return status == 0 ? Next::step : refuseWithError(connection, cycle, status, nullptr);
+}
+
+/* Reads the head and refuses what RFC 9112 does not allow. */
+Next readRequestHead(Connection &connection, Cycle &cycle) {
+  destroyHeader(&reqheader);
+  destroyHeader(&respheader);
+  request[0] = '\0';
+  blockip = connection.configuredBlockip; /* an exemption holds for one request */
+  urlcheck = connection.configuredUrlcheck;
+  HeadScan scan;
+  const HeadRead read = readStrictHead(connection.ends.client, scan, reqheader, clientTimeoutSeconds);
+  if (read == HeadRead::refused) return refuseWithError(connection, cycle, scan.fault.status, scan.fault.text);
+  if (read != HeadRead::done) return endCall(connection, -1);
+  RequestFraming framing;
+  const StrictFault fault = requestFraming(reqheader.first, framing);
+  if (fault.status != 0) return refuseWithError(connection, cycle, fault.status, fault.text);
+  if (countHops(reqheader.first) > mostHops) {
+    return refuseWithError(connection, cycle, 508, "The request goes round in a circle.");
+  }
+  cycle.bodyLength = framing.length;
+  cycle.expectsContinue = framing.expectsContinue;
+  return Next::step;
+}
+
+/* Upgrade is ignored in HTTP/1.0 (RFC 9110 section 7.8). */
+bool asksToSwitch(const Cycle &cycle) {
+  const HeaderLine *line = reqheader.first->next;
+  while (line != nullptr && !isField(line, "Upgrade:")) line = line->next;
+  return line != nullptr && cycle.target.minorVersion > 0;
+}
+
+/* What the lists are asked about: method, host, port and URL from the request line and the Host field. */
+void fillRequest(Request &read, const StrictTarget &target) {
+  read.method = target.method;
+  read.port = target.port;
+  read.isConnect = target.form == TargetForm::authority;
+  read.isHead = target.method == "HEAD";
+  read.hostname = target.host;
+  read.url = strictUrl(target);
+  read.resolvedUrl = resolvedUrl(target);
+  read.hasQuery = read.url.find('?') != read.url.npos;
+  const bool isBracketed = target.host.starts_with('['); /* an IPv6 address */
+  read.isAddress = isBracketed || isAnIP(target.host.c_str()) == 1;
+}
+
+Next identify(Connection &connection, Cycle &cycle) {
+  traceRequestHead();
+  StrictTarget &target = cycle.target;
+  const StrictFault fault = parseStrictTarget(reqheader.first, target);
+  if (fault.status != 0) return refuseWithError(connection, cycle, fault.status, fault.text);
+  const bool isWeb = target.scheme == "http" || (target.scheme == "https" && ProxyPresent == 1);
+  if (target.form == TargetForm::absolute && !isWeb) {
+    return refuseWithError(connection, cycle, 501, "Addresses of this kind are not served.");
+  }
+  if (DoNotKeepConnectionAlive != 0) target.keepAlive = false;
+  fillRequest(cycle.request, target);
+  cycle.asksToSwitch = asksToSwitch(cycle);
+  if (!publishRequest(cycle.request)) return endCall(connection, -1);
+  traceHost(cycle.request);
+  return Next::step;
+}
+
+/* Opens the relay of a request that passes untouched: a direct CONNECT is answered here, anything else is addressed to
+   its origin with "Connection: close", since what followed it on the connection would go the same way whatever it
+   names. */
+Next openRelay(Connection &connection, Cycle &cycle) {
+  Next next = connectFor(connection, cycle);
+  if (next != Next::step) return next;
+  if (cycle.request.isConnect) return ProxyPresent == 1 ? Next::step : answerConnect(connection);
+  cycle.target.keepAlive = false;
+  rewriteHead(cycle);
+  return inviteBody(connection, cycle) ? Next::step : endCall(connection, -1);
+}
+
+/* A CONNECT that is served here goes no further. */
+bool sendRelayHead(const Connection &connection, const Cycle &cycle) {
+  if (ProxyPresent != 1 && cycle.request.isConnect) return true;
+  return sendHeader(connection.ends.upstream, &reqheader) != 0;
+}
+
+Next passDirect(Connection &connection, Cycle &cycle) {
+  if (DisableNetsiftService != 1) return Next::step;
+  const Next next = openRelay(connection, cycle);
+  if (next != Next::step) return next;
+  if (!sendRelayHead(connection, cycle)) {
+    dprintf(2, "Timeout while sending header to proxy\n");
+    return endCall(connection, -1);
+  }
+  tunnel(connection.ends.client, connection.ends.upstream, relayIdleSeconds);
+  return endCall(connection, 1);
+}
+
+Next passMessenger(Connection &connection, Cycle &cycle) {
+  if (!isMessenger(cycle.request)) return Next::step;
+  const Next next = openRelay(connection, cycle);
+  if (next != Next::step) return next;
+  sendRelayHead(connection, cycle);
+  return relayMessenger(connection);
+}
+
+/* Nothing is opened before policy has passed the request. */
+Next connect(Connection &connection, Cycle &cycle) { return connectFor(connection, cycle); }
+
+Next serveConnect(Connection &connection, Cycle &cycle) {
+  if (!cycle.request.isConnect || ProxyPresent == 1) return Next::step;
+  const Next next = answerConnect(connection);
+  if (next != Next::step) return next;
+  logTunneled(cycle.request.url.c_str());
+  tunnel(connection.ends.client, connection.ends.upstream, relayIdleSeconds);
+  return endCall(connection, 0);
+}
+
+/* A site is asked for bytes as they are, and for one part of them at most: several come in a type of their own, in
+   which nothing is recognised (RFC 9110 section 14.2 lets a range be passed over). */
+void limitWhatIsAskedFor() {
+  removeField(reqheader, "Accept-Encoding:");
+  insertField(reqheader, "Accept-Encoding: identity");
+  size_t ranges = 0;
+  for (const HeaderLine *line = reqheader.first->next; line != nullptr; line = line->next) {
+    if (!isField(line, "Range:")) continue;
+    const std::string_view value = fieldValue(line, "Range:");
+    ranges += 1 + static_cast<size_t>(std::count(value.begin(), value.end(), ','));
+  }
+  if (ranges < 2) return;
+  removeField(reqheader, "Range:");
+  removeField(reqheader, "If-Range:");
+}
+
+/* An upload that the check finds is refused before anything has gone upstream. */
+Next checkUpload(Connection &connection, Cycle &cycle) {
+  tracePassed(cycle.request);
+  if (!checksUpload(cycle)) return Next::step;
+  switch (spoolUpload(connection, cycle)) {
+    case Upload::clean:
+      return Next::step;
+    case Upload::tooLarge:
+      return refuseWithError(connection, cycle, 413, "The request is too large to be looked through for attachments.");
+    case Upload::failed:
+      return refuseWithError(connection, cycle, 500, "The request could not be read to its end.");
+    case Upload::found:
+      break;
+  }
+  dprintf(2, "Upload/Attachment is BLOCKED.\n");
+  return refuse(connection, cycle, {.reason = reasonFor(Why::upload), .result = 1});
+}
+
+Next forwardHead(Connection &connection, Cycle &cycle) {
+  limitWhatIsAskedFor();
+  rewriteHead(cycle);
+  connection.upstream.used = true;
+  if (sendWholeHead(connection.ends.upstream, reqheader, PROXY_TIMEOUT) || cycle.upstreamReused) return Next::step;
+  return refuseWithError(connection, cycle, 502, "The server closed the connection.");
+}
+
+constexpr Step steps[] = {
+    {"pass everything", passEverything},
+    {"request head", readRequestHead},
+    {"upstream proxy", checkUpstream},
+    {"identify", identify},
+    {"pass unfiltered", passDirect},
+    {"messenger", passMessenger},
+    {"address patterns", applyIpPatterns},
+    {"port", checkPort},
+    {"address host", checkIpHost},
+    {"lists", consultLists},
+    {"ad server", checkAdServer},
+    {"blacklists", checkBlackLists},
+    {"connect", connect},
+    {"CONNECT", serveConnect},
+    {"upload", checkUpload},
+    {"forward head", forwardHead},
+    {"forward body", forwardBody},
+};
+
+}  // namespace
+
+std::span<const Step> strictRequestSteps() { return steps; }
+
+bool sendAgain(Connection &connection, Cycle &cycle) {
+  if (!cycle.upstreamReused || !isRepeatable(cycle) || !isClosedByPeer(connection.ends.upstream)) return false;
+  closeUpstream(connection);
+  return openUpstream(connection, cycle) == 0 && sendWholeHead(connection.ends.upstream, reqheader, PROXY_TIMEOUT);
+}
+
+}  // namespace netsift

@@ -1,0 +1,162 @@
+#include <algorithm>
+#include <cstring>
+#include <string_view>
+
+#include "connection/judge.h"
+#include "connection/refuse.h"
+#include "connection/skipRules.h"
+#include "connection/strict/request.h"
+#include "connection/strict/steps.h"
+#include "connection/trace.h"
+#include "http/httpHeader.h"
+#include "http/strictForward.h"
+#include "http/strictWire.h"
+#include "log/debugLog.h"
+#include "log/resultLine.h"
+#include "scan/tunnel.h"
+#include "state/connection.h"
+#include "state/settings.h"
+
+namespace netsift {
+namespace {
+
+constexpr int badGateway = 502, gatewayTimeout = 504;
+constexpr unsigned mostInterimHeads = 20;
+
+Next failToRead(Connection &connection, const Cycle &cycle, HeadRead read, const StrictFault &fault) {
+  if (read == HeadRead::clientLeft) {
+    dprintf(2, "Client left before the server answered.\n");
+    return endCall(connection, -1);
+  }
+  dprintf(2, "Timeout while getting response header from proxy.\n");
+  if (read == HeadRead::refused) return refuseWithError(connection, cycle, fault.status, fault.text);
+  const bool closed = read == HeadRead::closed;
+  return refuseWithError(connection, cycle, closed ? badGateway : gatewayTimeout,
+                         closed ? "The server closed the connection." : "The server did not answer in time.");
+}
+
+/* An interim answer is news for a client of HTTP/1.1 and would confuse one of HTTP/1.0. */
+bool passInterim(const Connection &connection, const Cycle &cycle) {
+  if (cycle.target.minorVersion == 0) return true;
+  cleanResponseHead(respheader, ProxyPresent == 1);
+  addVia(respheader, cycle.framing.line.minorVersion);
+  return sendWholeHead(connection.ends.client, respheader, clientTimeoutSeconds);
+}
+
+Next readResponseHead(Connection &connection, Cycle &cycle) {
+  for (unsigned interim = 0; interim <= mostInterimHeads; interim++) {
+    destroyHeader(&respheader);
+    HeadScan scan;
+    scan.response = true;
+    const Ends &ends = connection.ends;
+    const HeadRead read = readStrictHead(ends.upstream, scan, respheader, PROXY_TIMEOUT, ends.client);
+    if (read == HeadRead::closed && scan.text.empty() && interim == 0 && sendAgain(connection, cycle)) continue;
+    if (read != HeadRead::done) return failToRead(connection, cycle, read, scan.fault);
+    const Request &request = cycle.request;
+    const ResponseFraming framing = responseFraming(respheader.first, request.isHead || request.isConnect);
+    if (framing.fault.status != 0) {
+      return refuseWithError(connection, cycle, framing.fault.status, framing.fault.text);
+    }
+    cycle.framing = framing;
+    cycle.responseCode = framing.line.status;
+    if (framing.kind != BodyKind::interim) return Next::step;
+    if (!passInterim(connection, cycle)) return endCall(connection, -1);
+  }
+  return refuseWithError(connection, cycle, badGateway, "The server does not come to an answer.");
+}
+
+/* What follows a 101 is another protocol, and what follows a CONNECT that a proxy accepted is the client's own. A 101
+   that the client did not ask for would let its next request, to whatever site, go to this one unread. */
+Next relayTunnel(Connection &connection, Cycle &cycle) {
+  const bool connected = cycle.request.isConnect && cycle.responseCode >= 200 && cycle.responseCode <= 299;
+  if (cycle.framing.kind != BodyKind::switching && !connected) return Next::step;
+  if (!connected && !cycle.asksToSwitch) {
+    return refuseWithError(connection, cycle, badGateway,
+                           "The server changes to a protocol that it was not asked for.");
+  }
+  if (connected) logTunneled(cycle.request.url.c_str());
+  sendWholeHead(connection.ends.client, respheader, clientTimeoutSeconds);
+  tunnel(connection.ends.client, connection.ends.upstream, relayIdleSeconds);
+  return endCall(connection, connected ? 0 : 1);
+}
+
+/* A refused CONNECT is answered as to any other request; its body is not the tunnel's. */
+Next frameRefusedConnect(Connection &connection, Cycle &cycle) {
+  if (!cycle.request.isConnect) return Next::step;
+  cycle.framing = responseFraming(respheader.first, false);
+  const StrictFault &fault = cycle.framing.fault;
+  return fault.status == 0 ? Next::step : refuseWithError(connection, cycle, fault.status, fault.text);
+}
+
+/* The type as browsers read it: in any case of letters, without parameters; two that differ are none. */
+Next readType(Connection &connection, Cycle &cycle) {
+  std::string type;
+  if (!readMediaType(respheader.first, type)) {
+    return refuseWithError(connection, cycle, badGateway, "The server gives its answer two types.");
+  }
+  cycle.contentType.reset(type.empty() ? nullptr : strdup(type.c_str()));
+  cycle.responseLength = static_cast<int32_t>(std::min<uint64_t>(cycle.framing.length, INT32_MAX));
+  return Next::step;
+}
+
+Next exemptWhitelisted(Connection &, Cycle &cycle) {
+  cycle.isExempt = vs_tunnel == 1 && cycle.isWhite;
+  if (cycle.isExempt) dprintf(7, "making tunnel (4)..\n");
+  return Next::step;
+}
+
+Next applySkipRules(Connection &, Cycle &cycle) {
+  if (virusscan == 0) return Next::step;
+  if (VirWL_Domain != 0) {
+    skipListedHost(cycle);
+  } else {
+    skipListedType(cycle);
+  }
+  return Next::step;
+}
+
+/* A page that is known to be clean still travels framed: a raw relay would let the next request by unread. */
+Next consultCache(Connection &connection, Cycle &cycle) {
+  if (cycle.isExempt || cycle.framing.kind == BodyKind::none || !mayConsultCache(cycle)) return Next::step;
+  const int32_t verdict = knownVerdict(cycle);
+  if (verdict == verdictInfected || verdict == verdictOffensive) return refuseKnown(connection, cycle, verdict);
+  cycle.isExempt = cycle.isKnownClean = verdict == verdictClean;
+  if (verdict != verdictClean) noteUnknown(cycle, "responseSteps.cpp", __LINE__);
+  return Next::step;
+}
+
+/* The type is in lower case; the entries of `blockedcontent` are as an administrator wrote them. */
+bool isBanned(const char *type) {
+  for (const char(&entry)[100] : blockedcontent) {
+    if (*entry == '\0') return false;
+    if (strcasestr(type, std::string(entry, strnlen(entry, sizeof entry)).c_str()) != nullptr) return true;
+  }
+  return false;
+}
+
+Next checkType(Connection &connection, Cycle &cycle) {
+  traceMiss(cycle);
+  if (cycle.framing.kind == BodyKind::none || cycle.isKnownClean || cycle.isWhite || !cycle.contentType) {
+    return Next::step;
+  }
+  return isBanned(cycle.contentType.get()) ? refuseType(connection, cycle) : Next::step;
+}
+
+constexpr Step steps[] = {
+    {"response head", readResponseHead},
+    {"tunnel", relayTunnel},
+    {"refused CONNECT", frameRefusedConnect},
+    {"date", readDate},
+    {"type", readType},
+    {"skip rules", applySkipRules},
+    {"whitelisted", exemptWhitelisted},
+    {"verdict cache", consultCache},
+    {"content type", checkType},
+    {"delivery", deliver},
+};
+
+}  // namespace
+
+std::span<const Step> strictResponseSteps() { return steps; }
+
+}  // namespace netsift
