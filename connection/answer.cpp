@@ -7,9 +7,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "connection/answerPage.h"
 #include "connection/htmlTemplate.h"
 #include "connection/publish.h"
+#include "connection/refuse.h"
 #include "http/httpBody_iter.h"
 #include "http/httpHeader.h"
 #include "http/socket.h"

@@ -23,6 +23,13 @@ constexpr size_t shownUrl = 50;
 
 std::string_view textOf(const char *text) { return text == nullptr ? std::string_view() : std::string_view(text); }
 
+/* The log's stamp ends in ": ", which is no part of what a log is searched for. */
+std::string_view reference() {
+  std::string_view stamp = textOf(errorcode);
+  while (EscapeText == 1 && !stamp.empty() && (stamp.back() == ' ' || stamp.back() == ':')) stamp.remove_suffix(1);
+  return stamp;
+}
+
 std::string_view substitution(int selector) {
   switch (selector) {
     case 'r':
@@ -32,7 +39,7 @@ std::string_view substitution(int selector) {
     case 'a':
       return textOf(mailto);
     case 'e':
-      return textOf(errorcode);
+      return reference();
     default:
       return {};
   }

@@ -1,13 +1,14 @@
 #include "connection/judge.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
+#include <ctime>
+#include <string_view>
 
 #include "cache/dbcache.h"
 #include "connection/publish.h"
-#include "connection/reasons.h"
 #include "connection/refuse.h"
-#include "connection/textVerdict.h"
 #include "content/phraseList.h"
 #include "content/phraseScan.h"
 #include "http/httpHeader.h"
@@ -16,10 +17,20 @@
 #include "log/debugLog.h"
 #include "log/peerText.h"
 #include "log/resultLine.h"
+#include "scan/virusWhitelist.h"
 #include "state/connection.h"
 #include "state/settings.h"
+#include "util/installPath.h"
 
 namespace netsift {
+namespace {
+
+bool isListed(const char *text, const char *file) {
+  const Text path = installPath({configFolder, file});
+  return path && inVirusWhiteList_hash(text, path.get()) != 0;
+}
+
+}  // namespace
 
 Next readDate(Connection &, Cycle &cycle) {
   if (disableCache != 1) cycle.date.reset(getModificationTime(respheader.first));
@@ -37,6 +48,31 @@ Next refuseType(Connection &connection, const Cycle &cycle) {
                  .what = type,
                  .line = std::string("MIME Blocked:") + peerText(type),
                  .result = -1});
+}
+
+void traceMiss(const Cycle &cycle) {
+  const char *url = cycle.request.url.c_str();
+  dprintf(7, "%10d %ld %s TCP_MISS/200 %d %s %s - %s %s\n", static_cast<int>(time(nullptr)),
+          static_cast<long>(cycle.responseLength), clientip, cycle.responseCode, cycle.request.method.c_str(),
+          peerText(url), peerText(url), peerText(cycle.contentType.get()));
+}
+
+void skipScan(Cycle &cycle, const char *why) {
+  cycle.skipScan = true;
+  std::snprintf(virwhite_reason, sizeof virwhite_reason, "%s", why);
+}
+
+void skipListedHost(Cycle &cycle) {
+  const char *host = cycle.request.hostname.c_str();
+  if (!isListed(host, "viruswhite_dom.conf")) return;
+  dprintf(7, "Virus Sacnning is skipped.[Reason::The domain (%s) is whitelisted]\n", peerText(host));
+  skipScan(cycle, "Tunneling the whitelisted domain...\n");
+}
+
+void skipListedType(Cycle &cycle) {
+  if (!cycle.contentType || VirWL_MimeType == 0 || !isListed(cycle.contentType.get(), "viruswhite.conf")) return;
+  dprintf(7, "Virus scanning is skipped.[Reason::content is whitelisted]\n");
+  skipScan(cycle, "Tunneling the whitelisted content type...\n");
 }
 
 bool isNoCache() {
@@ -105,7 +141,10 @@ bool refuseOffensive(Connection &connection, const Cycle &cycle, char *piece, si
 }
 
 void refuseInfected(Connection &connection, const Cycle &cycle, const char *virusName) {
-  const std::string signature = EscapeText == 1 && *virusName != '\0' ? std::string(": ") + virusName : std::string();
+  std::string_view name = virusName; /* which may end as the engine's line did */
+  while (!name.empty() && (name.back() == '\n' || name.back() == '\r')) name.remove_suffix(1);
+  std::string signature;
+  if (EscapeText == 1 && !name.empty()) signature.append(": ").append(name);
   const Refusal refusal{.reason = reasonFor(Why::infected, signature),
                         .isRecorded = true, /* whatever the log switches say */
                         .kind = "Virus",

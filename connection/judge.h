@@ -19,6 +19,20 @@ Next readDate(Connection &connection, Cycle &cycle);
 /* Refuses the response for its content type. */
 Next refuseType(Connection &connection, const Cycle &cycle);
 
+/* The line that every response leaves that is not answered from the verdict cache, at level 7. */
+void traceMiss(const Cycle &cycle);
+
+/* -- what is not scanned -- */
+
+/* The response is not scanned; `virwhite_reason` says why. */
+void skipScan(Cycle &cycle, const char *why);
+
+/* The rule for hosts: those of viruswhite_dom.conf. While it is on (VirWL_Domain), no other rule is asked. */
+void skipListedHost(Cycle &cycle);
+
+/* The rule for content types: those of viruswhite.conf, while VirWL_MimeType is on. */
+void skipListedType(Cycle &cycle);
+
 /* -- the verdict cache -- */
 
 bool isNoCache();
@@ -51,6 +65,10 @@ void prepareContentFilter();
 
 /* A page that opens windows is not remembered as clean. */
 void noticePopups(Cycle &cycle, const char *piece, size_t length);
+
+/* All that checkAllRight does, but for the page: whether the chunk is to be blocked, with `reason`, records, result
+   line and the stored verdict as it leaves them. */
+bool isTextBlocked(char *buffer, int32_t length, bool first);
 
 /* Judges a piece of text; `first`: ratings are looked for in it too. True when the page was refused: the call is to end
    with -1. */

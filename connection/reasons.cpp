@@ -1,7 +1,6 @@
-#include "connection/reasons.h"
-
 #include <cstdio>
 
+#include "connection/refuse.h"
 #include "state/connection.h"
 #include "state/settings.h"
 

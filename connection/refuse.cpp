@@ -1,7 +1,5 @@
 #include "connection/refuse.h"
 
-#include "connection/answerPage.h"
-#include "connection/reasons.h"
 #include "log/accessLog.h"
 #include "log/peerText.h"
 #include "log/resultLine.h"

@@ -7,17 +7,17 @@
 #include <cstring>
 #include <string>
 
-#include "connection/hostEntry.h"
 #include "connection/publish.h"
-#include "connection/reasons.h"
 #include "connection/refuse.h"
 #include "connection/verdict.h"
 #include "http/requestUrl.h"
 #include "log/debugLog.h"
 #include "log/peerText.h"
 #include "policy/urlList.h"
+#include "scan/tunnel.h"
 #include "state/connection.h"
 #include "state/settings.h"
+#include "util/hostEntry.h"
 
 namespace netsift {
 namespace {
@@ -34,6 +34,17 @@ bool matchesPattern(const IpPattern &node, const char *host) {
 bool matchesAny(const IpPattern *patterns, const char *host) {
   for (const IpPattern *node = patterns; node != nullptr; node = node->next) {
     if (matchesPattern(*node, host)) return true;
+  }
+  return false;
+}
+
+bool isMessengerUrl(const char *url) {
+  for (char(&fragment)[100] : tunnellist) {
+    size_t length = strnlen(fragment, sizeof fragment - 1);
+    while (length > 0 && fragment[length - 1] == ' ') length--;
+    fragment[length] = '\0';
+    if (length == 0) return false;
+    if (std::strstr(url, fragment) != nullptr) return true;
   }
   return false;
 }
@@ -95,6 +106,36 @@ const char *categoryName(int category, Request &request) {
 }
 
 }  // namespace
+
+void traceRequestHead() {
+  dprintf(5, "-------------------start of reqheader------------------------------\n");
+  traceHeadLines(reqheader);
+  dprintf(5, "-------------------end of reqheader------------------------------\n");
+}
+
+void traceHost(const Request &request) {
+  dprintf(1, "The hostname id is [ %s ]\n", peerText(request.hostname.c_str()));
+}
+
+void tracePassed(const Request &request) {
+  dprintf(4, "URL is [%s], port is [%u], host is [%s]\n", peerText(request.url.c_str()), request.port,
+          peerText(request.hostname.c_str()));
+}
+
+bool isMessenger(const Request &request) {
+  if (tunnelmessengers == 0 || !isMessengerUrl(request.url.c_str())) return false;
+  return request.resolvedUrl.empty() || isMessengerUrl(request.resolvedUrl.c_str());
+}
+
+Next relayMessenger(Connection &connection) {
+  const Ends &ends = connection.ends;
+  if (logtunnel != 0) {
+    tunnellog(ends.client, ends.upstream, noTimeout);
+  } else {
+    tunnel(ends.client, ends.upstream, noTimeout);
+  }
+  return endCall(connection, 1);
+}
 
 Next applyIpPatterns(Connection &, Cycle &cycle) {
   const char *host = cycle.request.hostname.c_str();

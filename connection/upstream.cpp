@@ -2,22 +2,21 @@
 
 #include <arpa/inet.h>
 #include <netdb.h>
-#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
-#include "connection/hostEntry.h"
 #include "connection/publish.h"
-#include "connection/reasons.h"
 #include "connection/refuse.h"
+#include "http/peerSocket.h"
 #include "log/debugLog.h"
 #include "log/peerText.h"
 #include "scan/tunnel.h"
 #include "state/connection.h"
 #include "state/settings.h"
+#include "util/hostEntry.h"
 
 namespace netsift {
 namespace {
@@ -27,13 +26,6 @@ constexpr useconds_t retryMicroseconds = 1000;
 constexpr int badGateway = 502;
 
 }  // namespace
-
-int openUpstreamSocket() {
-  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  const int on = 1; /* a head and the body behind it are separate sends */
-  setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-  return fd;
-}
 
 void setUpstreamAddress(in_addr address, unsigned port) {
   proxyaddr = {};
@@ -70,7 +62,7 @@ void runConnectLoop(Connection &connection) {
 }
 
 void connectToProxy(Connection &connection) {
-  publishUpstream(connection, openUpstreamSocket());
+  publishUpstream(connection, openPeerSocket());
   in_addr address{};
   if (proxyip == nullptr || inet_aton(proxyip, &address) == 0) address.s_addr = INADDR_NONE; /* refuses every connect */
   setUpstreamAddress(address, static_cast<unsigned>(proxyport));

@@ -11,9 +11,6 @@
 
 namespace netsift {
 
-/* A stream socket whose small writes go out at once; -1 when there is none to be had. */
-int openUpstreamSocket();
-
 /* Sets `proxyaddr`. */
 void setUpstreamAddress(in_addr address, unsigned port);
 

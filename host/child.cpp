@@ -64,7 +64,7 @@ void refuseClient(int level) {
   std::string head;
   if (!awaitHead(head)) return;
   if (head.starts_with("HEAD ")) std::strcpy(request, "HEAD"); /* whose answer has no page */
-  std::snprintf(reason, sizeof reason, "%s may not use this proxy at this time", clientip);
+  std::snprintf(reason, sizeof reason, "The computer %s may not use the web at this time.", clientip);
   dprintf(1, "Client IP:%s,STATUS:BLOCKED,Access List:level %d\n", clientip, level);
   sendError(clientsock);
 }

@@ -5,14 +5,13 @@
 #include <string_view>
 
 #include "connection/contract/steps.h"
-#include "connection/messenger.h"
 #include "connection/publish.h"
 #include "connection/refuse.h"
 #include "connection/requestPolicy.h"
-#include "connection/trace.h"
 #include "connection/upstream.h"
 #include "http/httpBody_iter.h"
 #include "http/httpHeader.h"
+#include "http/peerSocket.h"
 #include "http/requestUrl.h"
 #include "log/debugLog.h"
 #include "policy/attachFile.h"
@@ -92,7 +91,7 @@ unsigned originPort(const Request &request) {
 Next connectDirect(Connection &connection, Cycle &cycle) {
   if (ProxyPresent != 0) return Next::step;
   if (!resolveHost(cycle.request.hostname)) return endCall(connection, -1);
-  publishUpstream(connection, openUpstreamSocket());
+  publishUpstream(connection, openPeerSocket());
   proxyport = static_cast<int32_t>(originPort(cycle.request));
   in_addr address;
   std::memcpy(&address, remote_host->h_addr_list[0], sizeof address);

@@ -1,8 +1,5 @@
 #include "connection/strict/connect.h"
 
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +10,7 @@
 
 #include "connection/publish.h"
 #include "connection/upstream.h"
+#include "http/peerSocket.h"
 #include "state/connection.h"
 #include "state/settings.h"
 
@@ -20,32 +18,6 @@ namespace netsift {
 namespace {
 
 constexpr int badGateway = 502, gatewayTimeout = 504;
-
-/* Still open, and nothing waiting that would be taken for the next response. */
-bool isQuiet(int fd) {
-  pollfd waiting{fd, POLLIN, 0};
-  return poll(&waiting, 1, 0) == 0;
-}
-
-/* A connect that waits no longer than this, negative: without limit; errno says what failed. */
-bool connectWithin(int fd, const sockaddr_in &address, int milliseconds) {
-  const int flags = fcntl(fd, F_GETFL);
-  fcntl(fd, F_SETFL, flags | O_NONBLOCK);
-  int error = 0;
-  if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) error = errno;
-  if (error == EINPROGRESS) {
-    pollfd waiting{fd, POLLOUT, 0};
-    socklen_t size = sizeof error;
-    if (poll(&waiting, 1, milliseconds) == 1) {
-      getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size);
-    } else {
-      error = ETIMEDOUT;
-    }
-  }
-  fcntl(fd, F_SETFL, flags);
-  errno = error;
-  return error == 0;
-}
 
 /* PROXY_TIMEOUT for all addresses of a host together. */
 struct ConnectLimit {
@@ -58,18 +30,19 @@ struct ConnectLimit {
   }
 };
 
-/* A new upstream socket connected to `proxyaddr`, or errno. */
-int openWithin(Connection &connection, int milliseconds) {
-  const int fd = openUpstreamSocket();
-  if (fd >= 0) boundSends(fd, PROXY_TIMEOUT);
+/* A new upstream socket connected to `proxyaddr`; else none, and errno. */
+Wait openWithin(Connection &connection, int milliseconds) {
+  const int fd = openPeerSocket();
+  if (fd < 0) return Wait::failed;
+  boundSends(fd, PROXY_TIMEOUT);
   publishUpstream(connection, fd);
-  connection.upstream.open = fd >= 0;
-  connection.upstream.used = false;
-  if (fd >= 0 && connectWithin(fd, proxyaddr, milliseconds)) return 0;
+  connection.upstream = {.open = true};
+  const Wait wait = connectWithin(fd, proxyaddr, milliseconds, connection.ends.client);
+  if (wait == Wait::ready) return wait;
   const int error = errno;
   closeUpstream(connection);
   errno = error;
-  return error;
+  return wait;
 }
 
 int failToConnect(const char *host, int32_t port) {
@@ -87,7 +60,9 @@ int openOrigin(Connection &connection, const Request &request, const ConnectLimi
     std::memcpy(&address, *entry, sizeof address);
     setUpstreamAddress(address, request.port);
     const int left = limit.left();
-    if (openWithin(connection, left < 0 ? left : left / untried) != 0) continue;
+    const Wait wait = openWithin(connection, left < 0 ? left : left / untried);
+    if (wait == Wait::clientLeft) return clientHasLeft;
+    if (wait != Wait::ready) continue;
     connection.upstream.host = request.hostname;
     connection.upstream.port = request.port;
     return 0;
@@ -107,22 +82,13 @@ int openUpstream(Connection &connection, Cycle &cycle) {
   closeUpstream(connection);
   const ConnectLimit limit;
   if (!direct) {
-    return openWithin(connection, limit.left()) == 0 ? 0 : failToConnect("the upstream proxy", proxyport);
+    const Wait wait = openWithin(connection, limit.left());
+    if (wait == Wait::clientLeft) return clientHasLeft;
+    return wait == Wait::ready ? 0 : failToConnect("the upstream proxy", proxyport);
   }
   if (resolveHost(request.hostname)) return openOrigin(connection, request, limit);
   std::snprintf(reason, sizeof reason, "The host %.120s could not be found.", request.hostname.c_str());
   return badGateway;
-}
-
-void boundSends(int fd, int seconds) {
-  const timeval limit{seconds < 0 ? 0 : seconds, 0}; /* 0: without limit */
-  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-}
-
-bool isClosedByPeer(int fd) {
-  char byte;
-  const ssize_t count = recv(fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
-  return count == 0 || (count < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR);
 }
 
 void closeUpstream(Connection &connection) {

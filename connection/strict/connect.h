@@ -7,20 +7,16 @@
 
 namespace netsift {
 
+constexpr int clientHasLeft = -1;
+
 /* The upstream socket leads to the upstream proxy, or in direct mode to the cycle's target; it is that of an earlier
    cycle while that leads there and is open and silent, else a new one. Returns 0, or with `reason` set the status of
-   the error page: 502 when the host does not resolve or refuses, 504 when it does not answer. All addresses of a host
-   together are waited for no longer than PROXY_TIMEOUT. */
+   the error page: 502 when the host does not resolve or refuses, 504 when it does not answer; or clientHasLeft, when
+   nobody is there any more to see it. All addresses of a host together are waited for no longer than PROXY_TIMEOUT. */
 int openUpstream(Connection &connection, Cycle &cycle);
 
 /* Closes the upstream socket, so that no later cycle reuses it. */
 void closeUpstream(Connection &connection);
-
-/* A write that waits in the kernel gives up after so long; without this a peer that stops reading holds it for ever. */
-void boundSends(int fd, int seconds);
-
-/* Whether the socket's peer has closed or reset it and nothing waits to be read. */
-bool isClosedByPeer(int fd);
 
 }  // namespace netsift
 

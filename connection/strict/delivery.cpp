@@ -7,7 +7,6 @@
 #include "connection/judge.h"
 #include "connection/publish.h"
 #include "connection/refuse.h"
-#include "connection/scanSpool.h"
 #include "connection/strict/steps.h"
 #include "http/httpBody_iter.h"
 #include "http/httpHeader.h"
@@ -19,6 +18,7 @@
 #include "log/debugLog.h"
 #include "log/resultLine.h"
 #include "policy/popupIndex.h"
+#include "scan/scanSpool.h"
 #include "state/connection.h"
 #include "state/settings.h"
 

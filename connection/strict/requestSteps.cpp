@@ -2,19 +2,16 @@
 #include <cstdio>
 #include <string_view>
 
-#include "connection/messenger.h"
 #include "connection/publish.h"
-#include "connection/reasons.h"
 #include "connection/refuse.h"
 #include "connection/requestPolicy.h"
 #include "connection/strict/connect.h"
-#include "connection/strict/request.h"
 #include "connection/strict/requestBody.h"
 #include "connection/strict/steps.h"
-#include "connection/trace.h"
 #include "connection/upstream.h"
 #include "http/httpBody_iter.h"
 #include "http/httpHeader.h"
+#include "http/peerSocket.h"
 #include "http/requestUrl.h"
 #include "http/strictField.h"
 #include "http/strictForward.h"
@@ -74,6 +71,7 @@ bool isLoggedIn() {
 Next connectFor(Connection &connection, Cycle &cycle) {
   if (!isRepeatable(cycle) && connection.upstream.used && !isLoggedIn()) closeUpstream(connection);
   const int status = openUpstream(connection, cycle);
+  if (status == clientHasLeft) return endCall(connection, -1);
   return status == 0 ? Next::step : refuseWithError(connection, cycle, status, nullptr);
 }
 

@@ -4,10 +4,7 @@
 
 #include "connection/judge.h"
 #include "connection/refuse.h"
-#include "connection/skipRules.h"
-#include "connection/strict/request.h"
 #include "connection/strict/steps.h"
-#include "connection/trace.h"
 #include "http/httpHeader.h"
 #include "http/strictForward.h"
 #include "http/strictWire.h"

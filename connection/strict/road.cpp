@@ -1,6 +1,7 @@
 #include "connection/strict/connect.h"
 #include "connection/strict/steps.h"
 #include "connection/upstream.h"
+#include "http/peerSocket.h"
 #include "state/settings.h"
 
 namespace netsift {

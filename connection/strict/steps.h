@@ -13,6 +13,10 @@ namespace netsift {
 std::span<const Step> strictRequestSteps();
 std::span<const Step> strictResponseSteps();
 
+/* Sends the head again on a new connection, when the reused one turns out to be closed before any byte of an answer and
+   the request has no body. */
+bool sendAgain(Connection &connection, Cycle &cycle);
+
 /* The last step of a cycle: reads the body to its end, judges, scans and sends it, and stores the verdict "clean" when
    it arrived whole, was delivered whole and passed every check that is on. */
 Next deliver(Connection &connection, Cycle &cycle);

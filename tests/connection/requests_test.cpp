@@ -1,3 +1,6 @@
+#include <dlfcn.h>
+#include <netdb.h>
+
 #include "tests/connection/cycle_fixture.h"
 
 using namespace netsift;
@@ -48,7 +51,9 @@ TEST_F(CycleTest, dotSegmentsNeitherHideNorExempt) {
   sym_create_symbol_(bad.table, "h/p/../good", "", nullptr, 0);
   categories = &bad;
   whitelist = listOf("h/good");
-  for (const auto &[path, blocked] : {std::pair{"/x/%2e./bad", true}, {"/p/../good", true}, {"/good", false}}) {
+  sym_create_symbol_(whitelist.table, "h/w/../bad", "", nullptr, 0);
+  for (const auto &[path, blocked] :
+       {std::pair{"/x/%2e./bad", true}, {"/p/../good", true}, {"/w/../bad", true}, {"/good", false}}) {
     const std::string answer = serve("GET http://h" + std::string(path) + " HTTP/1.0\r\n\r\n", {page});
     EXPECT_EQ(answer.starts_with("HTTP/1.1 403 "), blocked) << path << answer;
   }
@@ -94,6 +99,7 @@ TEST_F(CycleTest, addressesAreLookedUpUnderTheirNameToo) {
   EXPECT_TRUE(log.has("resolved url is [localhost]")) << log.text();
 }
 
+/* With StrictHttp for its request alone. */
 TEST_F(CycleTest, exemptAddressSwitchesBothChecksOffForTheConnection) {
   static IpPattern exempt{{'1', '2', '7', '.', '*'}, nullptr};
   blockip = urlcheck = 1;
@@ -103,6 +109,62 @@ TEST_F(CycleTest, exemptAddressSwitchesBothChecksOffForTheConnection) {
                                    {"HTTP/1.0 200 OK\r\nContent-Length: 2\r\n\r\n1.", page});
   EXPECT_NE(answer.find("\r\n\r\n1.HTTP/1.0"), std::string::npos) << answer;
   EXPECT_EQ(answer.substr(answer.size() - 2), "ok");
+  EXPECT_EQ(blockip | urlcheck, 0) << "the settings themselves";
+
+  StrictHttp = blockip = urlcheck = 1;
+  static UrlList bad = listOf("h/bad");
+  categories = &bad;
+  numcategories = 1;
+  const std::string kept = "HTTP/1.0 200 OK\r\nConnection: keep-alive\r\nContent-Length: 2\r\n\r\n1.";
+  for (const char *second : {"http://10.0.0.1/", "http://h/bad"}) {
+    const std::string strict = serve(
+        "GET http://127.0.0.1/ HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\nGET " + second + " HTTP/1.0\r\n\r\n", {kept, page});
+    EXPECT_NE(strict.find("403 Forbidden"), std::string::npos) << second << strict;
+  }
+}
+
+/* A sixth attempt is the last, and the error page waits for a request. */
+TEST_F(CycleTest, anUpstreamProxyThatRefusesIsTriedSixTimes) {
+  char address[] = "127.0.0.1";
+  ProxyPresent = 1;
+  proxyip = address;
+  proxyport = 1;
+  EXPECT_NE(serveDirect(get).find("<e>Proxy Server Not Running</e>"), std::string::npos);
+  size_t failures = 0;
+  for (const std::string &line : log.messages()) failures += line.starts_with("error opening connection to proxy");
+  EXPECT_EQ(failures, 5U) << "each of them followed by another attempt";
+}
+
+/* What the resolver says of hosts that end in .test: one address that never answers, and one that does. */
+extern "C" hostent *gethostbyname(const char *name) {
+  static hostent *(*const real)(const char *) =
+      reinterpret_cast<hostent *(*)(const char *)>(dlsym(RTLD_NEXT, "gethostbyname"));
+  if (!std::string_view(name).ends_with(".test")) return real(name);
+  static in_addr silent{htonl(0x7F000002)}, good{htonl(0x7F000001)};
+  static char *list[] = {reinterpret_cast<char *>(&silent), reinterpret_cast<char *>(&good), nullptr};
+  static char empty[] = "";
+  static hostent entry{empty, list + 2, AF_INET, sizeof(in_addr), list};
+  return &entry;
+}
+
+TEST_F(CycleTest, aSilentAddressLeavesTimeForTheNext) {
+  StrictHttp = 1;
+  const ScriptedDaemon origin = answering({page});
+  const int silent = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<uint16_t>(origin.port));
+  address.sin_addr.s_addr = htonl(0x7F000002);
+  ASSERT_EQ(bind(silent, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+  ASSERT_EQ(listen(silent, 0), 0);
+  int waiting[2]; /* fill its queue: the next one is not answered */
+  for (int &fd : waiting) {
+    fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
+    (void)!connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address);
+  }
+  const std::string answer = serveDirect("GET http://two.test:" + std::to_string(origin.port) + "/ HTTP/1.0\r\n\r\n");
+  EXPECT_TRUE(answer.ends_with("ok")) << answer;
+  for (const int fd : {silent, waiting[0], waiting[1]}) close(fd);
 }
 
 TEST_F(CycleTest, strictDirectRequestReachesTheOriginInOriginForm) {

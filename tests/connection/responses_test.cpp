@@ -1,4 +1,5 @@
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include "cache/dbcache.h"
 #include "log/debugLog.h"
@@ -51,6 +52,7 @@ TEST_F(CachedTest, cleanPagesAreStoredWhenTheyAreWhole) {
       {0, get, response(dated, "ok", "206 Part"), -1},
       {0, get, response("Connection: close\r\n", "ok"), -1},
       {1, get, page, 0},
+      {1, get, response(dated, "x window.open x"), -1},
       {1, "HEAD http://h/p HTTP/1.1\r\nHost: h\r\n\r\n", response(dated, ""), -1},
       {1, get, start + dated + "Content-Length: 50\r\n\r\nhalf", -1},
       {1, get, start + dated + "Transfer-Encoding: chunked\r\n\r\n2\r\nok\r\n", -1}};
@@ -61,6 +63,13 @@ TEST_F(CachedTest, cleanPagesAreStoredWhenTheyAreWhole) {
     EXPECT_TRUE(strict != 0 || received == answer) << received;
     EXPECT_EQ(verdict(), stored) << strict << answer;
   }
+  emptyCache();
+  StrictHttp = 0;
+  const size_t before = log.messages().size();
+  serve(get, {page});
+  const std::vector<std::string> lines = log.messages();
+  EXPECT_EQ(std::count(lines.begin() + static_cast<ptrdiff_t>(before), lines.end(), "URL Not found in Cache."), 3)
+      << "for each verdict anew";
 }
 
 TEST_F(CachedTest, knownVerdictsAreAnsweredAtOnce) {
@@ -167,6 +176,39 @@ TEST_F(ScanTest, bodyThatCannotBeSpooledIsNotDelivered) {
     EXPECT_TRUE(log.has(full ? "error writing to virus file" : "error creating virus scan file")) << log.text();
     EXPECT_EQ(result, -1);
   }
+}
+
+/* What stands in the file's place hides the response from the scan on the contract's road, and blocks it on the other. */
+TEST_F(ScanTest, aFileThatCannotBeClearedAway) {
+  const std::string name = "scanfile." + std::to_string(getpid());
+  mkdir((root.path() + "/" + name).c_str(), 0700);
+  for (const int strict : {0, 1}) {
+    StrictHttp = strict;
+    const std::string answer = serve(get, {response("Connection: close\r\n", "held")});
+    EXPECT_EQ(answer.find("held") != std::string::npos, strict == 0) << answer;
+  }
+  EXPECT_NE(log.text().find("error in removing existing virus file"), std::string::npos);
+}
+
+TEST_F(ScanTest, theFileIsNamedAlwaysClearedFirstAndLeftToTheHost) {
+  engine({"x: OK\n"});
+  for (const uint8_t scan : {0, 1}) {
+    virusscan = scan;
+    virfilename[0] = '\0';
+    const std::string file = root.path() + "/scanfile." + std::to_string(getpid());
+    writeFile(file, "of before");
+    serve(get, {response("Connection: close\r\n", "text")});
+    EXPECT_EQ(virfilename, file);
+    EXPECT_EQ(readFile(file), scan == 0 ? "of before" : "text");
+  }
+}
+
+TEST_F(ScanTest, aSkipEndsWithItsResponse) {
+  engine({"x: Marker FOUND\n"});
+  writeFile(root.config("viruswhite.conf"), "image/\n");
+  VirWL_MimeType = 1;
+  const std::string answer = serve(get, {response("Content-Type: image/png\r\n", "bad")});
+  EXPECT_EQ(answer.find("bad"), std::string::npos) << "kept open, so read and scanned all the same";
 }
 
 TEST_F(ScanTest, skippedResponsesAreRelayedWhenTheyClose) {

@@ -15,22 +15,30 @@ class Blocks(Road):
     def test_each_block(self):
         self.origin.put("x.forbidden", b"a program\n")
         self.origin.put("rated.html", RATED)
+        listed = self.says("Black Listed URL  in category Sample category",
+                           "The address is on the list of the category &quot;Sample category&quot;.")
         for url, template, page, line, *record in (
-                ("http://localhost:25/x", "block", "access to port:25 not allowed",
+                ("http://localhost:25/x", "block",
+                 self.says("access to port:25 not allowed", "Connections to port 25 are not allowed."),
                  "Port Blocked:25", "Port Blocked", "25"),
-                ("http://example.org/sample/1", "block", "Black Listed URL  in category Sample category",
+                ("http://example.org/sample/1", "block", listed,
                  "BlackListed:Sample category", "Sample category", "BlackListed"),
-                ("http://blocked.example/Messenger.dll", "messenger", "Black Listed URL",
+                ("http://blocked.example/Messenger.dll", "messenger", listed,
                  "BlackListed:Sample category", "Sample category", "BlackListed"),
-                ("http://127.0.0.1/x", "block", "access to IP based URLS not allowed",
+                ("http://127.0.0.1/x", "block",
+                 self.says("access to IP based URLS not allowed", "Sites may not be called by their address in numbers"),
                  "IP Blocking:access to ip based url is blocked", "IP Blocking", "127.0.0.1"),
-                (f"{self.base}/rated.html", "block", "ICRA rating violated",
+                (f"{self.base}/rated.html", "block",
+                 self.says("ICRA rating violated", "The page&#39;s own rating (ICRA)"),
                  "Rating Violation:ICRA", "Rating Violation", "ICRA"),
-                (f"{self.base}/x.forbidden", "block", "access to content type x-forbidden blocked",
+                (f"{self.base}/x.forbidden", "block",
+                 self.says("access to content type x-forbidden blocked", "Files of the type application/x-forbidden"),
                  "MIME Blocked:application/x-forbidden", "MIME Blocked", "application/x-forbidden")):
             with self.subTest(url):
                 address = re.sub(":[0-9]+", "", url[7:])
-                self.assert_page(self.filtering.fetch(url), template, page, address, "postmaster@localhost", "Netsift[")
+                answer = self.filtering.fetch(url)
+                self.assert_page(answer, template, page, address, "postmaster@localhost", "Netsift[")
+                self.assertEqual(b"]:" in answer.body, self.of_old, "the reference without what ends a log's stamp")
                 self.assertIn(f"URL:{address},STATUS:BLOCKED,{line}", self.filtering.results())
                 self.assertEqual(self.filtering.blocks()[-1], (address, *record))
 
@@ -46,7 +54,7 @@ class Blocks(Road):
         filtering, file = self.filter(), self.origin.folder / "file.txt"
         file.write_bytes(b"confidential " * 20)
         answer = filtering.fetch(f"{self.base}/post", "-F", f"f=@{file}")
-        self.assert_page(answer, "block", "Attachments are not allowed to this server")
+        self.assert_page(answer, "block", self.says("Attachments are not allowed to this server", "Files may not be sent"))
         self.assertIn("Upload/Attachment is BLOCKED.", filtering.lines())
         for path, form in (("/post", "f=text"), ("/post/allowed", f"f=@{file}")):
             self.assertEqual(filtering.fetch(self.base + path, "-F", form).body, b"taken\n")

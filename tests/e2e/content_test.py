@@ -4,7 +4,6 @@ import os
 from harness import TOP, Road, wait_until
 
 SITE = {name: (TOP / f"share/site/{name}.html").read_bytes() for name in ("words", "hidden", "index")}
-REASON = "Offensive content found on the site in category Sample category"
 CLEAN, OFFENSIVE = 0, 2  # verdicts as the cache keeps them
 
 
@@ -13,6 +12,7 @@ def page(*paragraphs):
 
 
 class Content(Road):
+    reason = "The page&#39;s text fits the category &quot;Sample category&quot;."
     settings = {"content.report_urls": False}
 
     def check(self, name, content, verdict, filtering):
@@ -20,7 +20,7 @@ class Content(Road):
         url, answer = f"{self.host}/{name}", filtering.fetch(f"{self.base}/{name}")
         results, blocks = ([e for e in log if url in str(e)] for log in (filtering.results(), filtering.blocks()))
         if verdict == OFFENSIVE:
-            self.assert_page(answer, "block", REASON, url)
+            self.assert_page(answer, "block", self.reason, url)
             self.assertEqual(results, [f"URL:{url},STATUS:BLOCKED,Offensive Content:Sample category",
                                        f"URL:{url},STATUS:BLOCKED,offensive content"])
             self.assertEqual(blocks, [(url, "Sample category", "Offensive Content")])
@@ -68,10 +68,11 @@ class Content(Road):
     def test_a_condemned_page_joins_the_blacklist(self):
         self.origin.put("reported.html", SITE["words"])
         filtering = self.filter({"content.report_urls": True})
-        self.assert_page(filtering.fetch(f"{self.base}/reported.html"), "block", REASON)
-        wait_until(lambda: b"Black Listed URL" in filtering.fetch(f"{self.base}/reported.html").body, "the blacklist")
+        self.assert_page(filtering.fetch(f"{self.base}/reported.html"), "block", self.reason)
+        listed = self.says("Black Listed URL", "on the list of the category").encode()
+        wait_until(lambda: listed in filtering.fetch(f"{self.base}/reported.html").body, "the blacklist")
         self.assertIn(f"{self.host}/reported.html\n", (filtering.etc / "sample.url.orig").read_text())
 
 
 class ContentOfOld(Content):
-    of_old = True
+    of_old, reason = True, "Offensive content found on the site in category Sample category"

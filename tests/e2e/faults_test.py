@@ -62,9 +62,9 @@ class Faults(Case):
                 self.assertIn(expected, read_all(client))
 
     def test_upstream_is_down(self):
-        for strict in (False, True):
+        for strict, reason in ((False, "Proxy Server Not Running"), (True, "The upstream proxy cannot be reached.")):
             filtering = self.filter({"http.strict_http": strict, "upstream.proxy": f"127.0.0.1:{free_port()}"})
-            self.assert_page(filtering.fetch("http://h.test/"), "error", "Proxy Server Not Running")
+            self.assert_page(filtering.fetch("http://h.test/"), "error", reason)
 
     def test_no_upstream_where_one_is_needed(self):
         origin = Nginx(self.addCleanup)

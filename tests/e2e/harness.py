@@ -93,7 +93,7 @@ class Filter:
     the configuration folder to their text."""
 
     def __init__(self, cleanup, settings=None, files=None, folder=None):
-        self.root = folder or scratch_folder()
+        self.root, self.strict = folder or scratch_folder(), (settings or {}).get("http.strict_http", True)
         self.etc, self.run = self.root / "opt/Velmora/etc/netsift", self.root / "opt/Velmora/var/run"
         self.logs, self.spool = self.root / "var/Velmora/var/log", self.root / "sp"
         subprocess.run([TOP / "scripts/layout.sh", self.root], check=True)
@@ -171,7 +171,8 @@ class Filter:
     def exchange(self, data):
         """Sends bytes and their end, and returns all that comes back until the filter closes."""
         with self.connect() as client:
-            client.sendall(data)
+            # With an empty line behind it, which is ignored, the client has not left yet although it is at its end.
+            client.sendall(data + (b"\r\n" if self.strict and b"\r\n\r\n" in data else b""))
             client.shutdown(socket.SHUT_WR)
             return read_all(client)
 
@@ -289,6 +290,10 @@ class Road(Case):
                                            "upstream.proxy": f"127.0.0.1:{squid.port}"}
         cls.base = f"http://{cls.host}:{cls.origin.port}"
         cls.filtering = Filter(cls.addClassCleanup, cls.settings)
+
+    def says(self, of_old, sentence):
+        """The reason on a page, which is a sentence under StrictHttp."""
+        return of_old if self.of_old else sentence
 
     def get(self, name, filtering=None):
         """All that comes back, also where curl would miss something."""

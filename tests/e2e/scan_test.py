@@ -5,11 +5,11 @@ import shutil
 from harness import TOP, Road, stop
 
 MARKED = (TOP / "share/site/marked.txt").read_bytes()
-DOWN, INFECTED = "Anti Virus Server Not Running", "Content is infected"
 
 
 class Scan(Road):
     settings = {"scanning.scan": True, "http.keep_alive": False}
+    down, failed, infected = "The virus scanner is not running", "The file could not be scanned", "A virus was found"
 
     def test_clamd(self):
         filtering = self.filter()
@@ -20,7 +20,7 @@ class Scan(Road):
             self.origin.put(name, content)
             answer, url = self.get(name, filtering), f"{self.host}/{name}"
             # Where a part was delivered, the page would be taken for the rest of it: StrictHttp closes instead.
-            self.assertEqual(INFECTED.encode() in answer, name == "marked.txt" or self.of_old)
+            self.assertEqual(self.infected.encode() in answer, name == "marked.txt" or self.of_old)
             self.assertNotIn(MARKED, answer)
             self.assertEqual(filtering.results()[-1], f"URL:{url},STATUS:BLOCKED,Infected Content:Virus-")
             self.assertEqual(filtering.blocks()[-1], (url, "Virus", "Infected Content"))
@@ -37,8 +37,8 @@ class Scan(Road):
 
     def test_what_engines_reply(self):
         for primary, socket_name, replies in (
-                (False, "vlcavd.sock", {b"": DOWN, b"x: lstat() failed ERROR\n": "Error In Scanning For Virus"}),
-                (True, "vlav", {b"32": DOWN, b"0": "", b"": "", b"2 Made.Up\n": INFECTED})):
+                (False, "vlcavd.sock", {b"": self.down, b"x: lstat() failed ERROR\n": self.failed}),
+                (True, "vlav", {b"32": self.down, b"0": "", b"": "", b"2 Made.Up\n": self.infected})):
             filtering = self.filter({"scanning.primary_engine": primary, "scanning.second_engine": not primary})
             self.peer(lambda asked: asked.recv(300) and asked.sendall(reply), filtering.run / socket_name)
             for number, (reply, expected) in enumerate(replies.items()):
@@ -46,6 +46,7 @@ class Scan(Road):
                 answer = filtering.fetch(f"{self.base}/{number}.txt")
                 self.assert_page(answer, "block", expected) if expected else self.assertEqual(answer.body, page)
         self.assertIn("Infected Content:Virus-Made.Up", filtering.results()[-1])
+        self.assertEqual(filtering.blocks()[-1][2], self.says("Infected Content", "Infected Content: Made.Up"))
 
     def test_what_no_engine_is_asked_about(self):
         for setting, file, entry in (("skip_types", "viruswhite.conf", "none\ntext/plain\n"),
@@ -54,8 +55,9 @@ class Scan(Road):
             for name in ("new.txt", "new.bin"):
                 self.origin.put(name, MARKED)
             self.assertEqual(filtering.fetch(f"{self.base}/new.txt").body, MARKED, setting)
-            self.assert_page(filtering.fetch(f"{self.base}/new.bin"), "block", DOWN)
+            self.assert_page(filtering.fetch(f"{self.base}/new.bin"), "block", self.down)
 
 
 class ScanOfOld(Scan):
     of_old = True
+    down, failed, infected = "Anti Virus Server Not Running", "Error In Scanning For Virus", "Content is infected"

@@ -2,8 +2,8 @@
    name carries the process id, so that connections never share one. It is opened anew for each piece and each delivery,
    since the engines read it by its path, and stays on disk until the next response is scanned: what is left after a
    connection is the host's to remove. */
-#ifndef NETSIFT_CONNECTION_SCANSPOOL_H
-#define NETSIFT_CONNECTION_SCANSPOOL_H
+#ifndef NETSIFT_SCAN_SCANSPOOL_H
+#define NETSIFT_SCAN_SCANSPOOL_H
 
 #include <algorithm>
 #include <cstddef>

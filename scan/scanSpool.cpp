@@ -1,4 +1,4 @@
-#include "connection/scanSpool.h"
+#include "scan/scanSpool.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -121,9 +121,15 @@ TEST_F(StrictTest, requestsThatCannotBeRepeatedGoOutOnAFreshConnectionUnlessThei
 TEST_F(StrictTest, uploadsAreRefusedBeforeAnythingGoesUpstream) {
   blockupload = 1;
   const std::string before(65536 - 40, '-'); /* so that the part's head lies across two windows */
+  /* The longest field that is looked at, beginning where the second window holds it and the first lacks its end. */
+  const std::string early(65536 - 16403, '-'), name = "content-disposition: form-data; name=\"",
+                                               file = "\"; filename=x";
+  const std::string longest =
+      early + name + std::string(16404 - name.size() - file.size(), 'n') + file + "\r\n\r\nDATA";
   const std::pair<std::string, bool> cases[] = {
       {before + "Content-Disposition: form-data; name=\"f\"; filename=\"secret\"\r\n\r\nDATA", false},
       {before + "Content-Disposition: form-data; name=\"f\"; filament=\"secret\"\r\n\r\nDATA", true},
+      {longest, false},
       {"content-disposition:form-data;  filename*=utf-8''x\r\n\r\nDATA", false},
       {"content-disposition: form-data; name=\"" + std::string(16400, 'n') + "\"\r\n\r\nDATA", false},
       {"{\"note\": \"no Content-Disposition here\"" + std::string(20000, ' ') + "}", true},
@@ -162,6 +168,65 @@ TEST_F(StrictTest, textIsJudgedWhateverItCameIn) {
     EXPECT_NE(answer.find(expected), std::string::npos) << sent << answer;
     EXPECT_EQ(answer.find("tious"), expected == page ? answer.find(page) + 17 : std::string::npos) << answer;
   }
+}
+
+/* A piece that came slowly is judged again with what follows it; its words count once all the same. */
+TEST_F(StrictTest, aPageThatGrowsIsWeighedAnewEachTime) {
+  blockWord();
+  allowedweight = 15;
+  const std::string page = "<p>a vexatious \1page</p>";
+  EXPECT_NE(serve(get, {"HTTP/1.0 200 OK\r\nContent-Type: text/html\r\nX: close\r\n\r\n" + page}).find("page</p>"),
+            std::string::npos);
+}
+
+TEST_F(StrictTest, whatDescribedTheBytesIsTakenOutWithThem) {
+  const std::string described = "Content-Type: text/html\r\nETag: \"x\"\r\nDigest: x\r\nContent-MD5: x\r\n",
+                    page = "<html>x";
+  const std::string coded = described + "Content-Encoding: gzip\r\n";
+  const std::tuple<bool, uint8_t, std::string, bool> cases[] = {{false, 0, response(described, page), true},
+                                                                {true, 0, response(coded, compressed(page, 31)), false},
+                                                                {false, 1, response(described, page), false}};
+  blockPopups();
+  for (const auto &[judges, inserts, sent, kept] : cases) {
+    testforratings = judges ? 1 : 0;
+    blockpopup = inserts;
+    const std::string answer = serve(get, {sent});
+    for (const char *field : {"ETag:", "Digest:", "Content-MD5:"}) {
+      EXPECT_EQ(answer.find(field) != std::string::npos, kept) << field << answer;
+    }
+  }
+}
+
+TEST_F(StrictTest, aClientThatHasLeftIsNotWaitedFor) {
+  PROXY_TIMEOUT = 60;
+  virusscan = 1;
+  endsRequests = false;
+  engine({"x: OK\n"});
+  const std::string start = "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nsome";
+  for (const std::string &answer : {std::string(), start}) {
+    std::atomic<bool> over = false;
+    ScriptedDaemon upstream([&](int fd) {
+      readOnce(fd);
+      say(fd, answer);
+      shutdown(client.far, SHUT_RDWR);
+      while (!over) usleep(1000);
+    });
+    char address[] = "127.0.0.1";
+    ProxyPresent = 1;
+    proxyip = address;
+    proxyport = upstream.port;
+    const time_t begun = time(nullptr);
+    serveDirect(get);
+    over = true;
+    EXPECT_LT(time(nullptr) - begun, 30) << answer;
+    EXPECT_EQ(result, -1);
+  }
+}
+
+TEST_F(StrictTest, typesAreComparedInAnyCaseOfLetters) {
+  std::strcpy(blockedcontent[0], "X-Program");
+  EXPECT_EQ(serve(get, {response("Content-Type: application/x-program\r\n", "MZ")}).find("HTTP/1.1 403 "), 0U);
+  EXPECT_NE(serve(get, {response("Content-Type: text/plain\r\n", "x-program")}).find("200 OK"), std::string::npos);
 }
 
 TEST_F(StrictTest, textThatIsFoundTooLateCutsTheAnswer) {

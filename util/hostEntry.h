@@ -1,6 +1,6 @@
 /* A copy of what the resolver returned, which the resolver's next look-up would overwrite. */
-#ifndef NETSIFT_CONNECTION_HOSTENTRY_H
-#define NETSIFT_CONNECTION_HOSTENTRY_H
+#ifndef NETSIFT_UTIL_HOSTENTRY_H
+#define NETSIFT_UTIL_HOSTENTRY_H
 
 #include <netdb.h>
 #include <netinet/in.h>
