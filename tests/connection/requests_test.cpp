@@ -118,7 +118,8 @@ TEST_F(CycleTest, exemptAddressSwitchesBothChecksOffForTheConnection) {
   const std::string kept = "HTTP/1.0 200 OK\r\nConnection: keep-alive\r\nContent-Length: 2\r\n\r\n1.";
   for (const char *second : {"http://10.0.0.1/", "http://h/bad"}) {
     const std::string strict = serve(
-        "GET http://127.0.0.1/ HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\nGET " + second + " HTTP/1.0\r\n\r\n", {kept, page});
+        std::string("GET http://127.0.0.1/ HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\nGET ") + second + " HTTP/1.0\r\n\r\n",
+        {kept, page});
     EXPECT_NE(strict.find("403 Forbidden"), std::string::npos) << second << strict;
   }
 }
