@@ -57,10 +57,10 @@ int replaceOrInsert(GDBM_FILE file, const char *key, const char *value) {
 }  // namespace
 
 int32_t convertTimeToEpoch(const char *date) {
-  // Cleared, so that fields the format does not set, the daylight flag above all, are the same at every call.
+  /* Cleared, so that fields the format does not set, the daylight flag above all, are the same at every call. */
   std::tm time{};
   if (date == nullptr || strptime(date, "%a, %d %b %Y %H:%M:%S GMT", &time) == nullptr) return 0;
-  // Where an hour came twice, mktime's answer depends on the one it gave before: the one before is always this.
+  /* Where an hour came twice, mktime's answer depends on the one it gave before: the one before is always this. */
   std::tm fixed{};
   fixed.tm_year = 100;
   fixed.tm_mday = 1;
@@ -108,7 +108,7 @@ char *SearchTok(const char *key, const char *database) {
   const datum record = gdbm_fetch(file, datumOf(key, std::strlen(key) + 1));
   gdbm_close(file);
 
-  // Another program may have stored a value without a zero byte at its end.
+  /* Another program may have stored a value without a zero byte at its end. */
   const Text bytes(record.dptr);
   char *value = bytes && record.dsize > 0 ? strndup(record.dptr, static_cast<size_t>(record.dsize)) : nullptr;
   if (value == nullptr) {
@@ -122,7 +122,8 @@ char *SearchTok(const char *key, const char *database) {
 int InsertTok(const char *key, const char *value, const char *database) {
   if (key == nullptr || value == nullptr) return -1;
   dprintf(7, "InsertTok: url [%s] value [%s]\n", netsift::peerText(key), value);
-  if (std::strlen(key) > maxKey) return -1;  // before the writer's lock, which would turn others' look-ups into misses
+  if (std::strlen(key) > maxKey)
+    return -1; /* before the writer's lock, which would turn others' look-ups into misses */
   while (cacheBusy != 0) sched_yield();
   GDBM_FILE file = openDatabase(database, blockSize, GDBM_WRITER | GDBM_FAST | GDBM_SYNC);
   if (file == nullptr) {

@@ -31,8 +31,8 @@ NETSIFT_API int32_t addto_urlcache_db(const char *url, const char *date, int fla
    byte, the key has more than 256 characters, or the database does not open. */
 NETSIFT_API char *SearchTok(const char *key, const char *database);
 
-/* Stores or replaces: 1; -1 when the key has more than 256 characters, the database does not open or the store fails.
- */
+/* Stores or replaces: 1; -1 when the database does not open, the store fails or the key has more than 256
+   characters. */
 NETSIFT_API int InsertTok(const char *key, const char *value, const char *database);
 
 /* Deletes the record whose key is the text without a zero byte: 0 when deleted, -1 when not found. Records of InsertTok

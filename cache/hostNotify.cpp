@@ -64,7 +64,7 @@ void deletefromURL_CACHESIZE(void) {
   if (fd < 0) return;
   dprintf(7, "sending command to parent\n");
   dprintf(7, "URL_CACHESIZE is %d\n", URL_CACHESIZE);
-  constexpr char message[16] = "DEL:";  // the host reads 16 bytes, whatever follows the fourth
+  constexpr char message[16] = "DEL:"; /* the host reads 16 bytes, whatever follows the fourth */
   sendPiece(fd, {message, sizeof message}, 2);
   close(fd);
 }

@@ -22,10 +22,10 @@ int isAllowedBy(string_view entry, const char *url) {
   if (!entry.starts_with("www.")) return string_view(url).find(entry) != string_view::npos ? 1 : 0;
   const netsift::Text copy(strndup(entry.data(), entry.size()));
   if (!copy) {
-    perror("Memory Allocation Failed");
+    std::perror("Memory Allocation Failed");
     return -1;
   }
-  return strstr(url, copy.get() + 4) != nullptr ? 1 : 0;
+  return std::strstr(url, copy.get() + 4) != nullptr ? 1 : 0;
 }
 
 /* A piece of a body in place: what is removed closes up, and NULs stand behind the end. */
@@ -37,9 +37,9 @@ struct Piece {
 };
 
 void removeBytes(Piece &piece, size_t offset, size_t count) {
-  memmove(piece.bytes + offset, piece.bytes + offset + count, piece.length - offset - count);
+  std::memmove(piece.bytes + offset, piece.bytes + offset + count, piece.length - offset - count);
   piece.length -= count;
-  memset(piece.bytes + piece.length, 0, count);
+  std::memset(piece.bytes + piece.length, 0, count);
 }
 
 /* The length of the name that is removed; its closing quote is removed beside it. */
@@ -89,7 +89,7 @@ int checkUrl(const char *url) {
 
 int blockAttachment(int length, char *body) {
   dprintf(7, "inside blockAttachment\n");
-  strcpy(reason, "Attachments are not allowed to this server");
+  std::strcpy(reason, "Attachments are not allowed to this server");
 
   Piece piece{body, length > 0 ? static_cast<size_t>(length) : 0};
   const size_t disposition = piece.from(0).find("Content-Disposition: form-data;");

@@ -32,8 +32,8 @@ NETSIFT_API int makeADList(void);
 NETSIFT_API int makePOPUPList(void);
 
 /* Allocates `categories` and loads into it the `numcategories` lists that `categfiles` names, in order. The order of
-   all these calls is the host's choice; `numcategories`, `categfiles` and `categname` are to be set before this one. 1;
-   -1 at the first list that fails: those before it are loaded, those after it empty, and freeBlackLists is safe. */
+   all these calls is the host's choice; `numcategories`, `categfiles` and `categname` are to be set before this one.
+   1; -1 at the first list that fails: those before it are loaded, those after it empty, and freeBlackLists is safe. */
 NETSIFT_API int makeBlackLists(void);
 
 /* Each releases what its make operation loaded; `numcategories` is still to be what it was. */
@@ -65,9 +65,9 @@ NETSIFT_API int inURLList(SymbolTable *table, char **wildcards, char **domains, 
 /* 1: some entry of `domains` that is not blank matches `host`. Both are trimmed in place. */
 NETSIFT_API int inDomainList(SymbolTable *table, char **wildcards, char **domains, char *host, int isIP);
 
-/* 1: `entry` is the host, or the host ends in a dot and the entry (isIP 0), or begins with the entry and a dot (isIP
-   1). Trims both in place, and an address entry that had to be trimmed matches only its equal in that call. An entry of
-   more than 1,021 bytes, blanks included, matches only its equal. */
+/* 1: `entry` is the host, or the host ends in a dot and the entry (isIP 0), or begins with the entry and a dot
+   (isIP 1). Trims both in place, and an address entry that had to be trimmed matches only its equal in that call. An
+   entry of more than 1,021 bytes, blanks included, matches only its equal. */
 NETSIFT_API int isDomainMatching(char *host, char *entry, int isIP);
 
 /* 1: the named list has the URL, else the host. */

@@ -8,11 +8,11 @@ TEST(HostNotify, MessagesByteForByte) {
   const ScratchRoot root;
   const LogCapture log(1);
   sendURLToParent(1, "nobody/listens");
-  const std::string zero(1, '\0'), big(1 << 20, 'u');  // big: more than a socket takes in one write
+  const std::string zero(1, '\0'), big(1 << 20, 'u'); /* big: more than a socket takes in one write */
   std::vector<std::string> messages;
   {
     ScriptedDaemon host(root, "netsift.sock", [&](int fd) {
-      messages.push_back(messages.size() < 3 ? readToEnd(fd) : "");  // the fourth time it breaks off
+      messages.push_back(messages.size() < 3 ? readToEnd(fd) : ""); /* the fourth time it breaks off */
     });
     sendURLToParent(11, big.c_str()), addtoURL_CACHESIZE("host"), deletefromURL_CACHESIZE();
     addtoURL_CACHESIZE(big.c_str());
