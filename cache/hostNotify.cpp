@@ -26,7 +26,7 @@ int reachHost() {
   }
   if (netsift::connectUnixSocket(fd, hostSocket) == 0) return fd;
   dprintf(1, "error connecting to UDS Socket in child %s\n", std::strerror(errno));
-  close(fd);
+  if (StrictHttp != 0) close(fd); /* else it stays open until the process ends, as it always has */
   return -1;
 }
 

@@ -1,8 +1,21 @@
 #include "cache/hostNotify.h"
 
+#include <fcntl.h>
+
 #include "tests/support/scriptedDaemon.h"
 
 using namespace netsift::test;
+
+TEST(HostNotify, LeavesTheSocketThatReachedNobodyOpenUnlessStrict) {
+  const ScratchRoot root;
+  for (int strict : {1, 0}) {
+    StrictHttp = strict;
+    const int next = dup(0);
+    close(next);
+    deletefromURL_CACHESIZE();
+    EXPECT_EQ(fcntl(next, F_GETFD) != -1, strict == 0);
+  }
+}
 
 TEST(HostNotify, MessagesByteForByte) {
   const ScratchRoot root;
