@@ -25,7 +25,7 @@ SymbolTable *tableOf(int category) {
 }  // namespace
 
 void addURLToList(int category, const char *url) {
-  if (category < 0 || category >= numcategories1 || categfiles1 == nullptr || url == nullptr) {
+  if (category < 0 || categfiles1 == nullptr || url == nullptr) {
     dprintf(2, "no category %d in addURLToList\n", category);
     return;
   }
