@@ -44,7 +44,8 @@ NETSIFT_API void freeBlackLists(void);
 
 /* Writes the .url file anew: the .url.orig file byte for byte, the patterns of the phrase file's single words, an empty
    line. Under `phraseinurl` 0 a word w gives "w*" and "www.w*", else "*w*"; an empty word gives none. Then hands the
-   configuration folder to the user and group vlconf, through the shell; what that complains of is traced at level 4.
+   configuration folder to the user and group vlconf, by two commands of the shell: what these complain of goes to
+   standard error, or nowhere while `StrictHttp` is on.
    0; -1 when the phrase or the .url.orig file is not there to be read and written (the .url file is untouched), or when
    the .url file cannot be written (traced at level 1 if it was begun). */
 NETSIFT_API int readPhrase1(const char *phrasePath, const char *urlPath, const char *origPath);
