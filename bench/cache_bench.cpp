@@ -63,7 +63,7 @@ void race(State &state, int count, bool (*operation)(int number)) {
       if (fork() != 0) continue;
       close(start[1]);
       char nothing;
-      (void)!read(start[0], &nothing, 1);  // until the parent closes its end
+      (void)!read(start[0], &nothing, 1); /* until the parent closes its end */
       int64_t mine = 0;
       for (int i = 0; i < count; i++) mine += operation((process * 1237 + i * 7) % urls) ? 1 : 0;
       done += mine;

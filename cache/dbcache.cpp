@@ -57,10 +57,12 @@ int replaceOrInsert(GDBM_FILE file, const char *key, const char *value) {
 }  // namespace
 
 int32_t convertTimeToEpoch(const char *date) {
-  // Cleared, so that fields the format does not set, the daylight flag above all, are the same at every call.
+  /* Cleared, so that fields the format does not set, the daylight flag above all, are the same at every call. What does
+     not parse to its end counts as far as it does: servers that write "UTC" for "GMT" have dates too. */
   std::tm time{};
-  if (date == nullptr || strptime(date, "%a, %d %b %Y %H:%M:%S GMT", &time) == nullptr) return 0;
-  // Where an hour came twice, mktime's answer depends on the one it gave before: the one before is always this.
+  if (date == nullptr) return 0;
+  strptime(date, "%a, %d %b %Y %H:%M:%S GMT", &time);
+  /* Where an hour came twice, mktime's answer depends on the one it gave before: the one before is always this. */
   std::tm fixed{};
   fixed.tm_year = 100;
   fixed.tm_mday = 1;
@@ -73,7 +75,7 @@ int32_t if_url_scanned_check_ok(const char *url, const char *date) {
   if (url == nullptr || date == nullptr) return -1;
   const Text path = installPath({cacheFile});
   const Text stored(SearchTok(url, path.get()));
-  if (!stored || *stored == '\0') {
+  if (!stored) {
     dprintf(7, "URL Not found in Cache.\n");
     return -1;
   }
@@ -108,9 +110,9 @@ char *SearchTok(const char *key, const char *database) {
   const datum record = gdbm_fetch(file, datumOf(key, std::strlen(key) + 1));
   gdbm_close(file);
 
-  // Another program may have stored a value without a zero byte at its end.
+  /* Another program may have stored a value without a zero byte at its end. */
   const Text bytes(record.dptr);
-  char *value = bytes && record.dsize > 0 ? strndup(record.dptr, static_cast<size_t>(record.dsize)) : nullptr;
+  char *value = bytes ? strndup(bytes.get(), static_cast<size_t>(record.dsize)) : nullptr;
   if (value == nullptr) {
     dprintf(7, "In url key NOT found\n");
   } else {
@@ -122,7 +124,6 @@ char *SearchTok(const char *key, const char *database) {
 int InsertTok(const char *key, const char *value, const char *database) {
   if (key == nullptr || value == nullptr) return -1;
   dprintf(7, "InsertTok: url [%s] value [%s]\n", netsift::peerText(key), value);
-  if (std::strlen(key) > maxKey) return -1;  // before the writer's lock, which would turn others' look-ups into misses
   while (cacheBusy != 0) sched_yield();
   GDBM_FILE file = openDatabase(database, blockSize, GDBM_WRITER | GDBM_FAST | GDBM_SYNC);
   if (file == nullptr) {
@@ -130,7 +131,7 @@ int InsertTok(const char *key, const char *value, const char *database) {
     return -1;
   }
   cacheBusy = 1;
-  const int result = replaceOrInsert(file, key, value);
+  const int result = std::strlen(key) > maxKey ? -1 : replaceOrInsert(file, key, value);
   cacheBusy = 0;
   gdbm_close(file);
   return result;

@@ -17,7 +17,8 @@ NETSIFT_BEGIN
 
 /* Seconds since the epoch of an HTTP date ("Sun, 06 Nov 1994 08:49:37 GMT", RFC 9110 5.6.7) read as local standard
    time, cut to 32 bits. Only equality means something: the same text gives the same number in every process of a
-   machine, whatever was converted before and whether daylight saving time holds. 0 for a null or unparsable date. */
+   machine, whatever was converted before and whether daylight saving time holds. A text that is no such date counts up
+   to where it stops being one ("UTC" for "GMT" makes no difference). 0 for a null date. */
 NETSIFT_API int32_t convertTimeToEpoch(const char *date);
 
 /* The verdict stored for the URL, 0, 1 or 2, when its page still has that modification date; -1 when it is not there or
@@ -27,12 +28,12 @@ NETSIFT_API int32_t if_url_scanned_check_ok(const char *url, const char *date);
 /* Stores or replaces the URL's verdict: 1, or -1 when that fails or an argument is null. */
 NETSIFT_API int32_t addto_urlcache_db(const char *url, const char *date, int flag);
 
-/* The value stored under the key, terminated, which the caller frees; null when there is none, the record is without a
-   byte, the key has more than 256 characters, or the database does not open. */
+/* The value stored under the key, terminated, which the caller frees; null when there is none, the key has more than
+   256 characters, or the database does not open. */
 NETSIFT_API char *SearchTok(const char *key, const char *database);
 
-/* Stores or replaces: 1; -1 when the key has more than 256 characters, the database does not open or the store fails.
- */
+/* Stores or replaces: 1; -1 when the database does not open, the store fails or the key has more than 256
+   characters. */
 NETSIFT_API int InsertTok(const char *key, const char *value, const char *database);
 
 /* Deletes the record whose key is the text without a zero byte: 0 when deleted, -1 when not found. Records of InsertTok

@@ -26,7 +26,7 @@ int reachHost() {
   }
   if (netsift::connectUnixSocket(fd, hostSocket) == 0) return fd;
   dprintf(1, "error connecting to UDS Socket in child %s\n", std::strerror(errno));
-  close(fd);
+  if (StrictHttp != 0) close(fd); /* else it stays open until the process ends, as it always has */
   return -1;
 }
 
@@ -64,7 +64,7 @@ void deletefromURL_CACHESIZE(void) {
   if (fd < 0) return;
   dprintf(7, "sending command to parent\n");
   dprintf(7, "URL_CACHESIZE is %d\n", URL_CACHESIZE);
-  constexpr char message[16] = "DEL:";  // the host reads 16 bytes, whatever follows the fourth
+  constexpr char message[16] = "DEL:"; /* the host reads 16 bytes, whatever follows the fourth */
   sendPiece(fd, {message, sizeof message}, 2);
   close(fd);
 }

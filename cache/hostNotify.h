@@ -3,8 +3,8 @@
    A message is a connection of its own to the host's socket, "/opt/Velmora/var/run/netsift.sock", which the sender
    closes after writing; nothing is read back. A host that does not listen costs one level-1 trace, a failed write is
    traced and the rest of the message still tried; nothing is retried or reported. A host that has gone is a failed
-   write, never a signal. The socket is closed on every road. Writes that take only part are continued. A null text is
-   sent as an empty one. */
+   write, never a signal. Writes that take only part are continued. A null text is sent as an empty one. The socket is
+   closed on every road, but for one: where the host does not listen, it stays open while `StrictHttp` is 0. */
 #ifndef NETSIFT_CACHE_HOSTNOTIFY_H
 #define NETSIFT_CACHE_HOSTNOTIFY_H
 

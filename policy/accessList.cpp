@@ -10,8 +10,8 @@ namespace {
 constexpr int defaultLevel = 2;
 
 int minuteOfDay() {
-  const time_t now = time(nullptr);
-  struct tm local {};
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
   localtime_r(&now, &local);
   return local.tm_hour * 60 + local.tm_min;
 }

@@ -22,10 +22,10 @@ int isAllowedBy(string_view entry, const char *url) {
   if (!entry.starts_with("www.")) return string_view(url).find(entry) != string_view::npos ? 1 : 0;
   const netsift::Text copy(strndup(entry.data(), entry.size()));
   if (!copy) {
-    perror("Memory Allocation Failed");
+    std::perror("Memory Allocation Failed");
     return -1;
   }
-  return strstr(url, copy.get() + 4) != nullptr ? 1 : 0;
+  return std::strstr(url, copy.get() + 4) != nullptr ? 1 : 0;
 }
 
 /* A piece of a body in place: what is removed closes up, and NULs stand behind the end. */
@@ -34,12 +34,18 @@ struct Piece {
   size_t length;
 
   string_view from(size_t offset) const { return {bytes + offset, length - offset}; }
+
+  /* What fields are looked for in: a text, which ends at the first NUL, or all of it under StrictHttp. */
+  string_view textFrom(size_t offset) const {
+    const size_t end = StrictHttp != 0 ? length : strnlen(bytes, length);
+    return {bytes + offset, end - offset};
+  }
 };
 
 void removeBytes(Piece &piece, size_t offset, size_t count) {
-  memmove(piece.bytes + offset, piece.bytes + offset + count, piece.length - offset - count);
+  std::memmove(piece.bytes + offset, piece.bytes + offset + count, piece.length - offset - count);
   piece.length -= count;
-  memset(piece.bytes + piece.length, 0, count);
+  std::memset(piece.bytes + piece.length, 0, count);
 }
 
 /* The length of the name that is removed; its closing quote is removed beside it. */
@@ -55,7 +61,7 @@ size_t emptyFileName(Piece &piece, size_t field) {
 }
 
 size_t removeContentType(Piece &piece, size_t disposition) {
-  const size_t type = piece.from(disposition).find("Content-Type:");
+  const size_t type = piece.textFrom(disposition).find("Content-Type:");
   if (type == string_view::npos) return 0;
   const string_view rest = piece.from(disposition + type);
   const size_t line = std::min(rest.find_first_of("\r\n"), rest.size());
@@ -89,20 +95,20 @@ int checkUrl(const char *url) {
 
 int blockAttachment(int length, char *body) {
   dprintf(7, "inside blockAttachment\n");
-  strcpy(reason, "Attachments are not allowed to this server");
+  std::strcpy(reason, "Attachments are not allowed to this server");
 
   Piece piece{body, length > 0 ? static_cast<size_t>(length) : 0};
-  const size_t disposition = piece.from(0).find("Content-Disposition: form-data;");
+  const size_t disposition = piece.textFrom(0).find("Content-Disposition: form-data;");
   if (disposition == string_view::npos) {
     dprintf(7, "'Content-Disposition: form-data' not found in postbody; blockAttachment() exit..\n");
     return 0;
   }
-  const size_t field = piece.from(disposition).find(fileNameField);
+  const size_t field = piece.textFrom(disposition).find(fileNameField);
   if (field == string_view::npos) {
     dprintf(7, "blockAttachment() function: filename part not found\n");
     return 0;
   }
-  if (piece.from(disposition).find("filename=\"\"") != string_view::npos) {
+  if (piece.textFrom(disposition).find("filename=\"\"") != string_view::npos) {
     dprintf(7, " blockAttachment() function: filename is not  NULL\n"); /* sic: it is */
     return 0;
   }

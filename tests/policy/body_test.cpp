@@ -36,16 +36,22 @@ TEST(AttachFile, EmptiesTheFileNameWithinThePiece) {
     string piece;
     int cut;
     string forwarded; /* the bytes that the caller sends then */
+    bool strict = false;
   } cases[] = {{part + "filename=", 0, part + "filename="},
                {name, 0, name},
                {name + "\"" + rest, 0, name + "\"" + rest},
                {two, 0, two},
                {name + "abc.txt\"" + rest, 6, name + "\"" + rest + nul},
-               {nul + name + "abc\"\r\nContent-Type: t/x" + rest, 2 + 17, nul + name + "\"\r\n" + rest + nul},
+               {nul + name + "abc\"\r\nContent-Type: t/x" + rest, 2 + 17, nul + name + "\"\r\n" + rest + nul, true},
+               {nul + name + "abc\"", 0, nul + name + "abc\""},
+               {name + "a" + nul + "b\"\r\nContent-Type: t\r" + nul + two, 2 + 15, name + "\"\r\n\r" + nul + two + nul},
+               {name + "abc\"" + nul + "Content-Type: t", 2, name + "\"" + nul + "Content-Type: t" + nul},
+               {name + "a\"" + nul + two, 0, name + "a\"" + nul + two, true},
                {name + "abc\"\r\nContent-Type: t", 2 + 15, name + "\"\r\n" + nul},
                {name + "abc", 2, name + "\""}};
-  for (const auto &[piece, cut, forwarded] : cases) {
+  for (const auto &[piece, cut, forwarded, strict] : cases) {
     const GuardedText body(piece, false);
+    StrictHttp = strict ? 1 : 0;
     EXPECT_EQ(blockAttachment(static_cast<int>(piece.size()), body.get()), cut) << piece;
     EXPECT_EQ(string(body.get(), piece.size() - static_cast<size_t>(cut)), forwarded) << piece;
   }
