@@ -24,6 +24,7 @@
 #include "host/hostConfig.h"
 #include "host/notify.h"
 #include "host/problems.h"
+#include "host/scanFiles.h"
 
 namespace netsift::host {
 
@@ -229,6 +230,7 @@ void warmUp() {
 int serveClients(const ServerSockets &sockets, Board *board, int slot) {
   Server server{sockets, board, slot};
   warmUp();
+  sweepScanFiles();
   if (!takeSignals(server) || !tell(server, readyMessage)) {
     say(std::string("cannot serve: ") + std::strerror(errno));
     return 1;
