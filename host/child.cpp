@@ -12,6 +12,7 @@
 #include <string>
 
 #include "host/clock.h"
+#include "host/scanFiles.h"
 #include "netsift.h"
 
 namespace netsift::host {
@@ -98,15 +99,9 @@ void serveConnection(int sock, const struct sockaddr_in &peer) {
     connectionHandle();
   else
     refuseClient(level);
+  removeScanFile(getpid());
   closeGently(sock);
   _exit(0);
-}
-
-void removeScanFile(int pid) {
-  if (virusscan == 0) return;
-  char path[sizeof VIRFILE_DIR + 32];
-  std::snprintf(path, sizeof path, "%sscanfile.%d", VIRFILE_DIR, pid);
-  unlink(path);
 }
 
 }  // namespace netsift::host

@@ -15,10 +15,6 @@ namespace netsift::host {
    connection. */
 void closeGently(int sock);
 
-/* The scan file of a connection's process, removed by the process that started it: whatever way the connection ended.
- */
-void removeScanFile(int pid);
-
 }  // namespace netsift::host
 
 #endif

@@ -16,6 +16,7 @@
 #include <ctime>
 #include <string>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "host/child.h"
@@ -23,6 +24,7 @@
 #include "host/hostConfig.h"
 #include "host/notify.h"
 #include "host/problems.h"
+#include "host/scanFiles.h"
 
 namespace netsift::host {
 
@@ -43,6 +45,8 @@ struct Server {
   Phase phase = Phase::serving;
   int64_t deadline = INT64_MAX; /* of the phases draining and ending */
   int64_t acceptFrom = 0;
+  int heldSock = -1; /* a client that was accepted and still waits for a process */
+  struct sockaddr_in heldPeer {};
   std::unordered_set<pid_t> children;
   Messages messages;
 };
@@ -68,26 +72,28 @@ void pauseAccepting(Server &server, const char *what) {
   serveConnection(sock, peer);
 }
 
+/* Takes the next client, unless the last one still waits. False when there is none. */
+bool takeClient(Server &server) {
+  if (server.heldSock >= 0) return true;
+  if (server.sockets.listener < 0) return false;
+  socklen_t length = sizeof server.heldPeer;
+  server.heldSock =
+      accept4(server.sockets.listener, reinterpret_cast<struct sockaddr *>(&server.heldPeer), &length, SOCK_CLOEXEC);
+  if (server.heldSock >= 0) return true;
+  bool nobody = errno == EAGAIN || errno == EINTR || errno == ECONNABORTED;
+  if (!nobody) pauseAccepting(server, "a client cannot be taken");
+  return false;
+}
+
+/* A client that no process can be started for stays, and is the first to be served afterwards. */
 void acceptClients(Server &server) {
-  for (int i = 0; i < acceptBurst && hasRoom(server); i++) {
-    struct sockaddr_in peer {};
-    socklen_t length = sizeof peer;
-    int sock = accept4(server.sockets.listener, reinterpret_cast<struct sockaddr *>(&peer), &length, SOCK_CLOEXEC);
-    if (sock < 0) {
-      bool nobody = errno == EAGAIN || errno == EINTR || errno == ECONNABORTED;
-      if (!nobody) pauseAccepting(server, "a client cannot be taken");
-      return;
-    }
+  for (int i = 0; i < acceptBurst && hasRoom(server) && takeClient(server); i++) {
     pid_t child = fork();
-    if (child == 0) becomeChild(server, sock, peer);
-    if (child < 0) {
-      pauseAccepting(server, "no process can be started for a client");
-    } else {
-      server.children.insert(child);
-      server.board->connections[server.slot]++;
-    }
-    close(sock);
-    if (child < 0) return;
+    if (child == 0) becomeChild(server, server.heldSock, server.heldPeer);
+    if (child < 0) return pauseAccepting(server, "no process can be started for a client");
+    server.children.insert(child);
+    server.board->connections[server.slot]++;
+    close(std::exchange(server.heldSock, -1));
   }
 }
 
@@ -108,13 +114,14 @@ void signalChildren(const Server &server, int signal) {
   for (pid_t child : server.children) kill(child, signal);
 }
 
-void closeListener(int &listener) {
-  if (listener >= 0) close(listener);
-  listener = -1;
+void closeSocket(int &sock) {
+  if (sock >= 0) close(sock);
+  sock = -1;
 }
 
 void endConnections(Server &server) {
   signalChildren(server, SIGTERM);
+  closeSocket(server.heldSock);
   server.phase = Phase::ending;
   server.deadline = milliseconds() + killMilliseconds;
 }
@@ -126,12 +133,12 @@ void obey(Server &server) {
   ssize_t count = recv(server.sockets.control, &command, 1, MSG_DONTWAIT);
   if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
   if (count <= 0) {
-    closeListener(server.sockets.control);
+    closeSocket(server.sockets.control);
     command = drain;
   }
-  closeListener(server.sockets.listener);
+  closeSocket(server.sockets.listener);
   if (command == retire) { /* the next generation takes over the reports too */
-    closeListener(server.sockets.notify);
+    closeSocket(server.sockets.notify);
     server.phase = Phase::retired;
     tell(server, retiredMessage);
   } else if (command == stop) {
@@ -155,7 +162,7 @@ void meetDeadline(Server &server) {
 
 /* Whether clients are to be waited for; when not although they could come, `wake` is when to look again. */
 bool wantsClients(const Server &server, int64_t now, int64_t *wake) {
-  if (server.sockets.listener < 0) return false;
+  if (server.sockets.listener < 0 && server.heldSock < 0) return false;
   if (now < server.acceptFrom) {
     *wake = std::min(*wake, server.acceptFrom);
     return false;
@@ -183,6 +190,7 @@ void serveRound(Server &server) {
                                        {messages ? server.sockets.notify : -1, POLLIN, 0}};
   size_t fixed = polled.size();
   for (const Message &message : server.messages) polled.push_back({message.sock, POLLIN, 0});
+  if (clients && server.heldSock >= 0) wake = now;
   int ready = poll(polled.data(), polled.size(), pollTimeout(now, wake));
   if (ready > 0) {
     if (polled[1].revents != 0) obey(server);
@@ -190,8 +198,8 @@ void serveRound(Server &server) {
     size_t i = fixed;
     std::erase_if(server.messages, [&](Message &message) { return polled[i++].revents != 0 && readMessage(message); });
     if (polled[3].revents != 0 && server.sockets.notify >= 0) acceptMessages(server.sockets.notify, server.messages);
-    if (polled[2].revents != 0 && server.sockets.listener >= 0) acceptClients(server);
   }
+  if (ready >= 0 && clients && (server.heldSock >= 0 || polled[2].revents != 0)) acceptClients(server);
   dropLateMessages(server.messages, milliseconds());
   meetDeadline(server);
 }
@@ -222,11 +230,12 @@ void warmUp() {
 int serveClients(const ServerSockets &sockets, Board *board, int slot) {
   Server server{sockets, board, slot};
   warmUp();
+  sweepScanFiles();
   if (!takeSignals(server) || !tell(server, readyMessage)) {
     say(std::string("cannot serve: ") + std::strerror(errno));
     return 1;
   }
-  while (server.phase == Phase::serving || !server.children.empty()) serveRound(server);
+  while (server.phase == Phase::serving || !server.children.empty() || server.heldSock >= 0) serveRound(server);
   return 0;
 }
 

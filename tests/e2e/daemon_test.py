@@ -25,6 +25,12 @@ class Daemon(Case):
         filtering.process.send_signal(signal.SIGHUP)
         self.await_said(filtering, *said)
 
+    @staticmethod
+    def generation(filtering):
+        """The process of the loading that serves: the daemon's latest child."""
+        daemon = filtering.process.pid
+        return int(pathlib.Path(f"/proc/{daemon}/task/{daemon}/children").read_text().split()[-1])
+
     def test_it_loads_anew_when_all_is_in_order_and_else_serves_on_as_before(self):
         filtering = self.filter()
         config, cache = filtering.root / "test.toml", filtering.root / "opt/Velmora/var/nscache.db"
@@ -43,10 +49,23 @@ class Daemon(Case):
             self.assert_page(filtering.exchange(ASK), "error", REFUSAL)
             running.sendall(ASK)
             self.assertIn(b"\r\nContent-Length: 0\r\n", read_all(running))  # it keeps what it began with
-        servers = pathlib.Path(f"/proc/{filtering.process.pid}/task/{filtering.process.pid}/children").read_text()
-        os.kill(int(servers.split()[-1]), signal.SIGKILL)
+        os.kill(self.generation(filtering), signal.SIGKILL)
         self.await_said(filtering, "the serving process has ended (signal 9); another is started", "serving again")
         self.assert_page(filtering.exchange(ASK), "error", REFUSAL)
+
+    def test_a_killed_generation_leaves_neither_its_count_nor_its_scan_files(self):
+        filtering = self.filter({"listen.max_connections": 1, "scanning.scan": True})
+        left = filtering.spool / f"scanfile.{filtering.process.pid + 2 ** 22}"  # beyond any process's number
+        with filtering.connect():
+            wait_until(filtering.connections, "the connection's process")
+            left.touch()
+            os.kill(self.generation(filtering), signal.SIGKILL)
+            self.await_said(filtering, "another is started", "serving again")
+        self.assert_page(filtering.exchange(ASK.replace(b"ads.example", b"localhost:25")), "block")
+        self.assertFalse(left.exists())
+        left.touch()
+        self.reload(filtering, "", "configuration and lists loaded anew")
+        self.assertFalse(left.exists())
 
     def test_an_access_level_may_switch_filtering_off(self):
         filtering = self.filter({"upstream.timeout": 1})
