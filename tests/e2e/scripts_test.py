@@ -1,4 +1,6 @@
-"""scripts/run.sh and scripts/packages.sh, in a copy of the tree that has nothing to build."""
+"""scripts/run.sh and scripts/packages.sh, in a copy of the tree that has nothing to build; what scripts/mutate.py
+changes."""
+import importlib.util
 import os
 import re
 import shutil
@@ -58,3 +60,40 @@ class RunScript(Case):
                               text=True, env={"PATH": str(self.commands)})
         self.assertEqual(done.returncode, 1)
         self.assertRegex(done.stderr, "without sudo: cmake curl .*\nas root: apt-get install cmake curl (?!.*python3)")
+
+
+class Mutate(Case):
+    SOURCE = '''\
+#include <a/b-c.h>
+/* 1 < 2 */
+std::vector<int> list = read("a < 1"); // true && 1
+for (int i = 0; i < 10; i++) {
+  if (first(list,
+            last)) return false;
+  if (i == 3 && a >= b) total += 'x' - size_3;
+  send(fd, "1");
+  int kept(3);
+  break;
+}
+'''
+
+    def changed_lines(self):
+        specification = importlib.util.spec_from_file_location("mutate", TOP / "scripts/mutate.py")
+        module = importlib.util.module_from_spec(specification)
+        specification.loader.exec_module(module)
+        for start, end, text, _ in sorted(module.changes(self.SOURCE)):
+            line = self.SOURCE.count("\n", 0, start) + 1
+            changed = self.SOURCE[:start] + text + self.SOURCE[end:]
+            yield line, changed.splitlines()[line - 1].strip()
+
+    def test_code_is_changed_and_nothing_else(self):
+        self.assertEqual(list(self.changed_lines()), [
+            (4, "for (int i = 1; i < 10; i++) {"), (4, "for (int i = 0; i <= 10; i++) {"),
+            (4, "for (int i = 0; i < 11; i++) {"), (4, "for (int i = 0; i < 9; i++) {"),
+            (5, "if (!(first(list,"), (6, "last)) return true;"),
+            (7, "if (!(i == 3 && a >= b)) total += 'x' - size_3;"), (7, "if (i != 3 && a >= b) total += 'x' - size_3;"),
+            (7, "if (i == 2 && a >= b) total += 'x' - size_3;"), (7, "if (i == 4 && a >= b) total += 'x' - size_3;"),
+            (7, "if (i == 3 || a >= b) total += 'x' - size_3;"), (7, "if (i == 3 && a > b) total += 'x' - size_3;"),
+            (7, "if (i == 3 && a >= b) total -= 'x' - size_3;"), (7, "if (i == 3 && a >= b) total += 'y' - size_3;"),
+            (7, "if (i == 3 && a >= b) total += 'x' + size_3;"), (8, ";"), (9, "int kept(2);"), (9, "int kept(4);"),
+            (10, ";")])
