@@ -18,6 +18,13 @@ done
 
 sudo=()
 [ "$(id -u)" = 0 ] || sudo=(sudo)
+for needed in apt-get "${sudo[@]}"; do
+  if ! command -v "$needed" >/dev/null; then
+    echo "missing packages, which cannot be installed without $needed: ${missing[*]}" >&2
+    [ "$needed" = apt-get ] || echo "as root: apt-get install ${missing[*]}" >&2
+    exit 1
+  fi
+done
 
 # nginx, squid, clamd and what the benches compare with are run from folders of our own: the packages' services must
 # neither start now nor at boot.

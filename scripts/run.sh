@@ -1,22 +1,30 @@
 #!/bin/bash
-# usage: scripts/run.sh [--upstream] [--scan] [netsiftd's own arguments]
-# Builds and starts the filter on 127.0.0.1:8080, unprivileged, from the folder run/. Ctrl-C stops it.
+# usage: scripts/run.sh [--upstream] [--scan] [--listen ADDRESS:PORT] [netsiftd's own arguments]
+# Builds and starts the filter, unprivileged, from the folder run/. Ctrl-C stops it.
 #   --upstream   through a squid of its own instead of direct to each site
 #   --scan       downloads are scanned by a clamd of its own that knows one made-up signature
+#   --listen     where browsers connect, 127.0.0.1:8080 if not given; of several the last one; port 0 takes a free one
 set -euo pipefail
 cd "$(dirname "$0")/.."
 siteport=8081 squidport=3129
 root=$PWD/run
 etc=$root/opt/Velmora/etc/netsift
 
-upstream='' scan='' arguments=()
-for argument in "$@"; do
-  case $argument in
+upstream='' scan='' listen=127.0.0.1:8080 arguments=()
+while [ $# -gt 0 ]; do
+  case $1 in
     --upstream) upstream=yes ;;
     --scan) scan=yes ;;
-    *) arguments+=("$argument") ;;
+    --listen)
+      listen=${2?--listen: which ADDRESS:PORT?}
+      shift
+      ;;
+    --listen=*) listen=${1#*=} ;;
+    *) arguments+=("$1") ;;
   esac
+  shift
 done
+[ "$(id -u)" != 0 ] || echo "running as root: the filter needs no rights, and what it writes to run/ will be root's" >&2
 
 scripts/packages.sh run ${upstream:+upstream} ${scan:+scan}
 [ -e build/build.ninja ] || cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
@@ -34,6 +42,8 @@ trap cleanup EXIT
 trap 'exit 130' INT TERM
 
 answers() { (exec 3<>"/dev/tcp/127.0.0.1/$1") 2>/dev/null; }
+while answers "$siteport"; do siteport=$((siteport + 1)); done # somebody else's
+while answers "$squidport"; do squidport=$((squidport + 1)); done
 wait_for() { # WHAT COMMAND...
   local what=$1
   shift
@@ -67,7 +77,7 @@ shutdown_lifetime 0 seconds
 END
   squid -N -f "$root/squid.conf" &
   started+=($!)
-  wait_for squid answers $squidport
+  wait_for squid answers "$squidport"
   change proxy "\"127.0.0.1:$squidport\""
 fi
 
@@ -87,23 +97,37 @@ END
   change spool_folder "\"$spool/\""
 fi
 
-python3 -m http.server --bind 127.0.0.1 --directory "$root/site" $siteport >"$root/site.log" 2>&1 &
+python3 -m http.server --bind 127.0.0.1 --directory "$root/site" "$siteport" >"$root/site.log" 2>&1 &
 started+=($!)
-wait_for 'the site with sample pages' answers $siteport
+wait_for 'the site with sample pages' answers "$siteport"
 
+# What it says goes to the terminal too: whether it listens, and where, or why not.
+said=$root/netsiftd.out
+: >"$said"
+build/netsiftd --config "$config" --root "$root" --listen "$listen" ${arguments[@]+"${arguments[@]}"} \
+  2> >(exec tee -i "$said" >&2) &
+filter=$!
+started+=("$filter")
+until address=$(sed -n 's/^netsiftd: listening on //p' "$said") && [ -n "$address" ]; do
+  if ! kill -0 "$filter" 2>/dev/null; then
+    wait "$filter"
+    exit # it had only something to print
+  fi
+  sleep 0.05
+done
+
+proxy=http://${address/#0.0.0.0:/127.0.0.1:}
 cat <<END
 configuration, lists and templates: $etc
 logs: $root/var/Velmora/var/log
 
-To try, in another terminal (or set the browser's proxy to 127.0.0.1:8080):
-  curl -x http://127.0.0.1:8080 http://localhost:$siteport/               a page that passes
-  curl -x http://127.0.0.1:8080 https://www.debian.org/                   a page over HTTPS
-  curl -x http://127.0.0.1:8080 http://localhost:$siteport/words.html     blocked for its words
-  curl -x http://127.0.0.1:8080 http://blocked.example/              blocked by a list
+To try, in another terminal (or set the browser's proxy to ${proxy#http://}):
+  curl -x $proxy http://localhost:$siteport/               a page that passes
+  curl -x $proxy https://www.debian.org/                   a page over HTTPS
+  curl -x $proxy http://localhost:$siteport/words.html     blocked for its words
+  curl -x $proxy http://blocked.example/              blocked by a list
 END
-[ -z "$scan" ] || echo "  curl -x http://127.0.0.1:8080 http://localhost:$siteport/marked.txt     blocked by the virus scan"
+[ -z "$scan" ] || echo "  curl -x $proxy http://localhost:$siteport/marked.txt     blocked by the virus scan"
 echo
 
-build/netsiftd --config "$config" --root "$root" --listen 127.0.0.1:8080 ${arguments[@]+"${arguments[@]}"} &
-started+=($!)
-wait $!
+wait "$filter"

@@ -1,0 +1,99 @@
+"""scripts/run.sh and scripts/packages.sh, in a copy of the tree that has nothing to build; what scripts/mutate.py
+changes."""
+import importlib.util
+import os
+import re
+import shutil
+import socket
+import subprocess
+
+from harness import NETSIFTD, TOP, Case, read_all, scratch_folder, start
+
+
+class RunScript(Case):
+    def setUp(self):
+        self.top = scratch_folder()
+        for folder in ("scripts", "share"):
+            shutil.copytree(TOP / folder, self.top / folder)
+        (self.top / "build").mkdir()
+        (self.top / "build/build.ninja").touch()
+        (self.top / "build/netsiftd").symlink_to(NETSIFTD)
+        self.commands = self.top / "commands"
+        self.commands.mkdir()
+        self.stub("ninja", "exit 0")
+        self.stub("apt-get", "exit 1")
+
+    def stub(self, name, script):
+        (self.commands / name).write_text(f"#!/bin/sh\n{script}\n")
+        (self.commands / name).chmod(0o755)
+
+    def run_script(self, *arguments):
+        return ["env", f"PATH={self.commands}:{os.environ['PATH']}", self.top / "scripts/run.sh", *arguments]
+
+    def test_it_serves_where_the_last_listen_says_and_shows_that(self):
+        log = self.top / "log"
+        with socket.create_server(("127.0.0.1", 0)) as taken:
+            start(self.run_script("--listen", f"127.0.0.1:{taken.getsockname()[1]}", "--listen=0.0.0.0:0"), log,
+                  lambda: "blocked by a list" in log.read_text(), self.addCleanup)
+        text = log.read_text()
+        port = re.search(r"listening on 0\.0\.0\.0:(\d+)", text)[1]
+        self.assertEqual(set(re.findall(r"(?:-x http://|proxy to )([\d.:]+)", text)), {f"127.0.0.1:{port}"})
+        self.assertEqual("running as root" in text, os.getuid() == 0)
+        with socket.create_connection(("127.0.0.1", int(port))) as client:
+            client.sendall(b"GET http://blocked.example/ HTTP/1.1\r\nHost: blocked.example\r\nConnection: close\r\n\r\n")
+            self.assert_page(read_all(client), "block", "blocked.example")
+
+    def test_a_port_that_is_taken_is_said_in_place_of_what_to_try(self):
+        with socket.create_server(("127.0.0.1", 0)) as taken:
+            place = f"127.0.0.1:{taken.getsockname()[1]}"
+            done = subprocess.run(self.run_script("--listen", place), capture_output=True, text=True)
+        self.assertEqual(done.returncode, 1)
+        self.assertIn(f"netsiftd: {place}: cannot listen: Address already in use\n", done.stderr)
+        self.assertEqual(done.stdout, "")
+
+    def test_without_root_and_sudo_the_missing_packages_are_named(self):
+        self.stub("id", "echo 1000")
+        self.stub("dpkg-query", "case $4 in python3) printf installed;; *) exit 1;; esac")
+        for name in ("bash", "dirname", "awk"):
+            (self.commands / name).symlink_to(shutil.which(name))
+        done = subprocess.run([shutil.which("bash"), self.top / "scripts/packages.sh", "run"], capture_output=True,
+                              text=True, env={"PATH": str(self.commands)})
+        self.assertEqual(done.returncode, 1)
+        self.assertRegex(done.stderr, "without sudo: cmake curl .*\nas root: apt-get install cmake curl (?!.*python3)")
+
+
+class Mutate(Case):
+    SOURCE = '''\
+#include <a/b-c.h>
+/* 1 < 2 */
+std::vector<int> list = read("a < 1"); // true && 1
+for (int i = 0; i < 10; i++) {
+  if (first(list,
+            last)) return false;
+  if (i == 3 && a >= b) total += 'x' - size_3;
+  send(fd, "1");
+  int kept(3);
+  break;
+}
+'''
+
+    def changed_lines(self):
+        specification = importlib.util.spec_from_file_location("mutate", TOP / "scripts/mutate.py")
+        module = importlib.util.module_from_spec(specification)
+        specification.loader.exec_module(module)
+        for start, end, text, _ in sorted(module.changes(self.SOURCE)):
+            line = self.SOURCE.count("\n", 0, start) + 1
+            changed = self.SOURCE[:start] + text + self.SOURCE[end:]
+            yield line, changed.splitlines()[line - 1].strip()
+
+    def test_code_is_changed_and_nothing_else(self):
+        self.assertEqual(list(self.changed_lines()), [
+            (4, "for (int i = 1; i < 10; i++) {"), (4, "for (int i = 0; i <= 10; i++) {"),
+            (4, "for (int i = 0; i < 11; i++) {"), (4, "for (int i = 0; i < 9; i++) {"),
+            (5, "if (!(first(list,"), (6, "last)) return true;"),
+            (7, "if (!(i == 3 && a >= b)) total += 'x' - size_3;"), (7, "if (i != 3 && a >= b) total += 'x' - size_3;"),
+            (7, "if (i == 2 && a >= b) total += 'x' - size_3;"), (7, "if (i == 4 && a >= b) total += 'x' - size_3;"),
+            (7, "if (i == 3 || a >= b) total += 'x' - size_3;"), (7, "if (i == 3 && a > b) total += 'x' - size_3;"),
+            (7, "if (i == 3 && a >= b) total -= 'x' - size_3;"), (7, "if (i == 3 && a >= b) total += 'y' - size_3;"),
+            (7, "if (i == 3 && a >= b) total += 'x' + size_3;"), (8, ";"), (9, "int kept(2);"), (9, "int kept(4);"),
+            (10, ";")])

@@ -1,0 +1,3 @@
+#include "util/version.h"
+
+const char *netsift_version(void) { return NETSIFT_VERSION; }
