@@ -79,22 +79,16 @@ PhraseNode *makeNode(const char *phrase) {
 }
 
 Record readRecord(FILE *stream, PhraseNode **node) {
-  for (;;) {
-    if (getc(stream) == EOF) return Record::endOfFile;
-    char phrase[phraseLimit + 1];
-    if (!readPhraseText(stream, phrase)) {
-      dprintf(1, "phrase record without its \">\"\n");
-      return Record::broken;
-    }
-    if (phrase[0] == '\0') {
-      readWeight(stream);
-      continue;
-    }
-    *node = makeNode(phrase);
-    if (*node == nullptr) return Record::noMemory;
-    (*node)->weight = readWeight(stream);
-    return Record::read;
+  if (getc(stream) == EOF) return Record::endOfFile;
+  char phrase[phraseLimit + 1];
+  if (!readPhraseText(stream, phrase)) {
+    dprintf(1, "phrase record without its \">\"\n");
+    return Record::broken;
   }
+  *node = makeNode(phrase);
+  if (*node == nullptr) return Record::noMemory;
+  (*node)->weight = readWeight(stream);
+  return Record::read;
 }
 
 /* Loads one category; 1 done or nothing to load, else makePhraseLists' failure result. */
@@ -137,8 +131,8 @@ Slot *makeSlots(int count) {
   return static_cast<Slot *>(calloc(static_cast<size_t>(count) + 1, sizeof(Slot)));
 }
 
-/* The runs of a list, at most phraseIndexLimit of them; their count. A node without text, which readPhrase never makes,
-   ends a run and opens none: its first byte would end the index. */
+/* The runs of a list, at most phraseIndexLimit of them; their count. An empty phrase ends a run and opens none: its
+   first byte would end the index before the runs that follow. */
 int findRuns(PhraseNode *list, InitialEntry *runs) {
   int count = 0;
   InitialEntry *open = nullptr;

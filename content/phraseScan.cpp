@@ -285,6 +285,7 @@ int calcWeight(const char *text, int length, const InitialEntry *index, int cate
 }
 
 signed char isOffensiveContent(const char *text, int length) {
+  if (contentinitialised != 1) return 0;
   const int slots = netsift::phraseSlots();
   for (int i = 0; i < numcategories1; i++) {
     calcWeight(text, length, initiallists == nullptr || i >= slots ? nullptr : initiallists[i], i);

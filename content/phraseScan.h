@@ -56,7 +56,8 @@ NETSIFT_API int calcWeight(const char *text, int length, const InitialEntry *ind
 
 /* Number, from 1, of the first category whose score reaches `allowedweight`, with its phrases traced; 0 when none does.
    To be widened as unsigned: there can be 255 categories. Scores are left in `categweight`. An allowedweight of 0 or
-   less condemns every text. */
+   less condemns every text. While `contentinitialised` is not 1 (iniContentFilter failed, or has not been called),
+   nothing is scored: the result is 0, whatever the threshold. */
 NETSIFT_API signed char isOffensiveContent(const char *text, int length);
 
 NETSIFT_END
