@@ -50,14 +50,4 @@ NETSIFT_API void freeList(PhraseNode *list);
 
 NETSIFT_END
 
-#ifdef __cplusplus
-namespace netsift {
-
-/* Entries that phraselists, initiallists and categweight have, when they are there: as many as makePhraseLists made,
-   for arrays of the host's own numcategories1. */
-int phraseSlots();
-
-}  // namespace netsift
-#endif
-
 #endif
