@@ -30,6 +30,7 @@
 #include "connection/connection_trickle.h"
 #include "connection/htmlTemplate.h"
 #include "connection/verdict.h"
+#include "content/contentFilter.h"
 #include "content/htmlToText.h"
 #include "content/phraseList.h"
 #include "content/phraseScan.h"

@@ -56,7 +56,7 @@ Tag judgeTag(char *tag, char *close) {
 
 /* The next "<", or the end of the page. */
 char *nextTag(const Page &page) {
-  void *found = memchr(page.in, '<', static_cast<size_t>(page.end - page.in));
+  void *found = std::memchr(page.in, '<', static_cast<size_t>(page.end - page.in));
   return found == nullptr ? page.end : static_cast<char *>(found);
 }
 
@@ -69,7 +69,7 @@ void skipSpaceBetweenTags(Page &page) {
 }
 
 void convertTag(Page &page) {
-  void *close = memchr(page.in, '>', static_cast<size_t>(page.end - page.in));
+  void *close = std::memchr(page.in, '>', static_cast<size_t>(page.end - page.in));
   if (close == nullptr) {
     page.in = page.end;
     return;
@@ -129,7 +129,7 @@ void copyText(Page &page) {
   const char *end = page.in;
   while (end < page.end && *end != '<' && *end != '&') end++;
   const size_t length = static_cast<size_t>(end - page.in);
-  memmove(page.out, page.in, length);
+  std::memmove(page.out, page.in, length);
   page.in += length;
   page.out += length;
 }
@@ -150,7 +150,7 @@ void ConvertHTMLToText(char *buffer, int32_t *length) {
       convertName(page);
     }
   }
-  memset(page.out, 0, static_cast<size_t>(page.end - page.out));
+  std::memset(page.out, 0, static_cast<size_t>(page.end - page.out));
   *length = static_cast<int32_t>(page.out - buffer);
 }
 
@@ -162,10 +162,10 @@ int ifpresent1(const char *text, const char *word) {
 int processmystring1(char *text) {
   const char *first = text;
   while (isBlank(*first)) first++;
-  const char *end = first + strlen(first);
+  const char *end = first + std::strlen(first);
   while (end > first && isBlankOrLineEnd(end[-1])) end--;
   const size_t length = static_cast<size_t>(end - first);
-  memmove(text, first, length);
+  std::memmove(text, first, length);
   text[length] = '\0';
   return length == 0 ? 0 : static_cast<int>(length) - 1;
 }
@@ -175,7 +175,7 @@ int processmystring1(char *text) {
 void RemoveSpacesBeforeAndAfterByte(char *text, const char *byte) {
   if (*byte == '\0') return;
   char *first = text, *out = text, *in = text;
-  char *end = text + strlen(text);
+  char *end = text + std::strlen(text);
   while (in < end) {
     const char current = *in++;
     if (current == *byte && in < end && *in == ' ') {
@@ -188,16 +188,16 @@ void RemoveSpacesBeforeAndAfterByte(char *text, const char *byte) {
     }
     *out++ = current;
   }
-  memmove(text, first, static_cast<size_t>(out - first));
+  std::memmove(text, first, static_cast<size_t>(out - first));
   text[out - first] = '\0';
 }
 
 void CheckForHREFLink(const char *tag, char *destination, int *destinationLength) {
   const int href = ifpresent1(tag, "href");
-  const char *equals = href == -1 ? nullptr : strchr(tag + href, '=');
+  const char *equals = href == -1 ? nullptr : std::strchr(tag + href, '=');
   if (equals == nullptr || equals[1] == '\0') return;
-  const size_t length = strlen(equals + 1);
+  const size_t length = std::strlen(equals + 1);
   char *end = static_cast<char *>(mempcpy(destination + *destinationLength, equals + 1, length));
-  memcpy(end, " ", 2);
+  std::memcpy(end, " ", 2);
   *destinationLength += static_cast<int>(length) + 1;
 }

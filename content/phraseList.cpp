@@ -1,11 +1,12 @@
 #include "content/phraseList.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <span>
 
-#include "content/phraseScan.h"
+#include "content/openMatch.h"
 #include "content/phraseTable.h"
 #include "log/debugLog.h"
 #include "state/settings.h"
@@ -24,14 +25,10 @@ constexpr int phraseLimit = 126;
 
 enum class Record { read, endOfFile, broken, noMemory };
 
-/* What makePhraseLists made, whatever has become of the counts and pointers that the host sees. */
-PhraseNode **madeLists;
-int madeCategories;
-
 /* The phrase up to its ">", cut to phraseLimit bytes; false when the file ends first. */
 bool readPhraseText(FILE *stream, char phrase[phraseLimit + 1]) {
   int count = 0;
-  for (int byte; (byte = getc(stream)) != '>';) {
+  for (int byte; (byte = std::getc(stream)) != '>';) {
     if (byte == EOF) return false;
     if (count < phraseLimit) phrase[count++] = static_cast<char>(byte);
   }
@@ -43,9 +40,9 @@ bool readPhraseText(FILE *stream, char phrase[phraseLimit + 1]) {
 /* First byte that is no white space, left in the stream. */
 int skipWhiteSpace(FILE *stream) {
   int byte;
-  do byte = getc(stream);
+  do byte = std::getc(stream);
   while (byte == ' ' || (byte >= '\t' && byte <= '\r'));
-  return byte == EOF ? EOF : ungetc(byte, stream);
+  return byte == EOF ? EOF : std::ungetc(byte, stream);
 }
 
 /* An optionally signed decimal integer and the white space around it; 0, with the white space after it left unread,
@@ -53,25 +50,25 @@ int skipWhiteSpace(FILE *stream) {
 int32_t readWeight(FILE *stream) {
   int byte = skipWhiteSpace(stream);
   const bool negative = byte == '-';
-  if (byte == '-' || byte == '+') getc(stream);
+  if (byte == '-' || byte == '+') std::getc(stream);
   uint32_t value = 0;
   bool digits = false;
-  while ((byte = getc(stream)) >= '0' && byte <= '9') {
+  while ((byte = std::getc(stream)) >= '0' && byte <= '9') {
     value = value * 10 + static_cast<uint32_t>(byte - '0');
     digits = true;
   }
-  if (byte != EOF) ungetc(byte, stream);
+  if (byte != EOF) std::ungetc(byte, stream);
   if (digits) skipWhiteSpace(stream);
   return static_cast<int32_t>(negative ? 0 - value : value);
 }
 
 PhraseNode *makeNode(const char *phrase) {
-  auto *node = static_cast<PhraseNode *>(malloc(sizeof(PhraseNode)));
+  auto *node = static_cast<PhraseNode *>(std::malloc(sizeof(PhraseNode)));
   char *copy = strdup(phrase);
   if (node == nullptr || copy == nullptr) {
     dprintf(2, "memory allocation failed in readPhrase\n");
-    free(node);
-    free(copy);
+    std::free(node);
+    std::free(copy);
     return nullptr;
   }
   *node = {copy, 0, nullptr};
@@ -79,22 +76,16 @@ PhraseNode *makeNode(const char *phrase) {
 }
 
 Record readRecord(FILE *stream, PhraseNode **node) {
-  for (;;) {
-    if (getc(stream) == EOF) return Record::endOfFile;
-    char phrase[phraseLimit + 1];
-    if (!readPhraseText(stream, phrase)) {
-      dprintf(1, "phrase record without its \">\"\n");
-      return Record::broken;
-    }
-    if (phrase[0] == '\0') {
-      readWeight(stream);
-      continue;
-    }
-    *node = makeNode(phrase);
-    if (*node == nullptr) return Record::noMemory;
-    (*node)->weight = readWeight(stream);
-    return Record::read;
+  if (std::getc(stream) == EOF) return Record::endOfFile;
+  char phrase[phraseLimit + 1];
+  if (!readPhraseText(stream, phrase)) {
+    dprintf(1, "phrase record without its \">\"\n");
+    return Record::broken;
   }
+  *node = makeNode(phrase);
+  if (*node == nullptr) return Record::noMemory;
+  (*node)->weight = readWeight(stream);
+  return Record::read;
 }
 
 /* Loads one category; 1 done or nothing to load, else makePhraseLists' failure result. */
@@ -119,26 +110,25 @@ int loadCategory(int category, int *loaded) {
 void releaseLists(int count) {
   for (int i = 0; i < count; i++) {
     if (phraselists != nullptr) freeList(phraselists[i]);
-    if (initiallists != nullptr) free(initiallists[i]);
+    if (initiallists != nullptr) std::free(initiallists[i]);
   }
-  free(phraselists);
-  free(initiallists);
-  free(categweight);
+  std::free(phraselists);
+  std::free(initiallists);
+  std::free(categweight);
   phraselists = nullptr;
   initiallists = nullptr;
   categweight = nullptr;
-  madeLists = nullptr;
-  madeCategories = 0;
+  netsift::noteMadeLists(nullptr, 0);
   netsift::forgetFoundPhrases();
 }
 
 template <typename Slot>
 Slot *makeSlots(int count) {
-  return static_cast<Slot *>(calloc(static_cast<size_t>(count) + 1, sizeof(Slot)));
+  return static_cast<Slot *>(std::calloc(static_cast<size_t>(count) + 1, sizeof(Slot)));
 }
 
-/* The runs of a list, at most phraseIndexLimit of them; their count. A node without text, which readPhrase never makes,
-   ends a run and opens none: its first byte would end the index. */
+/* The runs of a list, at most phraseIndexLimit of them; their count. An empty phrase ends a run and opens none: its
+   first byte would end the index before the runs that follow. */
 int findRuns(PhraseNode *list, InitialEntry *runs) {
   int count = 0;
   InitialEntry *open = nullptr;
@@ -160,14 +150,13 @@ int findRuns(PhraseNode *list, InitialEntry *runs) {
 }  // namespace
 
 int makePhraseLists(void) {
-  if (phraselists != nullptr && phraselists == madeLists) releaseLists(madeCategories);
+  if (netsift::listsAreMade()) releaseLists(netsift::phraseSlots());
   const int count = numcategories1;
   dprintf(6, "inside makePhraseLists, %d categories\n", count);
   phraselists = makeSlots<PhraseNode *>(count);
   initiallists = makeSlots<InitialEntry *>(count);
   categweight = makeSlots<int32_t>(count);
-  madeLists = phraselists;
-  madeCategories = count;
+  netsift::noteMadeLists(phraselists, count);
   if (phraselists == nullptr || initiallists == nullptr || categweight == nullptr) {
     dprintf(2, "memory allocation failed in makePhraseLists\n");
     releaseLists(count);
@@ -183,10 +172,6 @@ int makePhraseLists(void) {
   return 1;
 }
 
-int netsift::phraseSlots() {
-  return phraselists != nullptr && phraselists == madeLists ? madeCategories : numcategories1;
-}
-
 void freePhraseLists(void) {
   releaseLists(netsift::phraseSlots());
   freeFifo();
@@ -198,16 +183,16 @@ PhraseNode *buildList(const char *name) {
     dprintf(2, "memory allocation failed in buildList\n");
     return nullptr;
   }
-  FILE *stream = fopen(path.get(), "r");
+  FILE *stream = std::fopen(path.get(), "r");
   if (stream == nullptr) {
-    dprintf(1, "error opening phrase file %s %s", path.get(), strerror(errno));
+    dprintf(1, "error opening phrase file %s %s", path.get(), std::strerror(errno));
     return nullptr;
   }
   PhraseNode *list = nullptr;
   PhraseNode **end = &list;
   Record record;
   while ((record = readRecord(stream, end)) == Record::read) end = &(*end)->next;
-  fclose(stream);
+  std::fclose(stream);
   if (record != Record::endOfFile) {
     dprintf(1, "phrase file %s not loaded\n", path.get());
     *end = nullptr;
@@ -228,12 +213,12 @@ InitialEntry *buildIniList(PhraseNode *list) {
   InitialEntry runs[phraseIndexLimit];
   const size_t count = static_cast<size_t>(findRuns(list, runs));
   const size_t indexSize = (count + 1) * sizeof(InitialEntry);
-  auto *index = static_cast<InitialEntry *>(malloc(indexSize + netsift::phraseTableSize(std::span(runs, count))));
+  auto *index = static_cast<InitialEntry *>(std::malloc(indexSize + netsift::phraseTableSize(std::span(runs, count))));
   if (index == nullptr) {
     dprintf(2, "memory allocation failed in buildIniList\n");
     return nullptr;
   }
-  if (count > 0) memcpy(index, runs, count * sizeof(InitialEntry));
+  if (count > 0) std::memcpy(index, runs, count * sizeof(InitialEntry));
   netsift::writePhraseTable(index, count);
   return index;
 }
@@ -241,8 +226,8 @@ InitialEntry *buildIniList(PhraseNode *list) {
 void freeList(PhraseNode *list) {
   while (list != nullptr) {
     PhraseNode *next = list->next;
-    free(list->phrase);
-    free(list);
+    std::free(list->phrase);
+    std::free(list);
     list = next;
   }
 }

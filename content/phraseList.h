@@ -3,7 +3,8 @@
    One file a category, <name>.phrase in the configuration folder, a sequence of records: an opening byte (by habit "<",
    skipped whatever it is), the phrase up to the next ">", a decimal weight, optionally signed, and any white space. A
    phrase has at most 126 bytes, a longer one is cut; one that begins and ends with a double quote has both replaced by
-   blanks. A record with an empty phrase is skipped; a missing weight is 0; a weight beyond 32 bits wraps.
+   blanks. An empty phrase is a record like any other that no text holds; a missing weight is 0; a weight beyond 32 bits
+   wraps.
 
    A file must be sorted by its phrases, bytes compared as signed characters, a phrase's end as 0 (so that 0x80 to 0xFF
    come first, and "a\xE9" before "a"). Lists keep the file's order, and what is out of order is not found. */
@@ -32,7 +33,7 @@ NETSIFT_API void freePhraseLists(void);
    inside a phrase, or memory runs out: a list is loaded whole or not at all. Null also when it holds no record. */
 NETSIFT_API PhraseNode *buildList(const char *name);
 
-/* The next record of a phrase file that has a phrase. Null at the end of the file, when the file ends inside a phrase
+/* The next record of a phrase file. Null at the end of the file, when the file ends inside a phrase
    (level-1 trace) and when memory runs out. */
 NETSIFT_API PhraseNode *readPhrase(FILE *stream);
 
@@ -48,15 +49,5 @@ NETSIFT_API InitialEntry *buildIniList(PhraseNode *list);
 NETSIFT_API void freeList(PhraseNode *list);
 
 NETSIFT_END
-
-#ifdef __cplusplus
-namespace netsift {
-
-/* Entries that phraselists, initiallists and categweight have, when they are there: as many as makePhraseLists made,
-   for arrays of the host's own numcategories1. */
-int phraseSlots();
-
-}  // namespace netsift
-#endif
 
 #endif

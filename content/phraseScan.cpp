@@ -1,42 +1,26 @@
 #include "content/phraseScan.h"
 
-#include <cstdlib>
 #include <cstring>
-#include <functional>
 
-#include "content/phraseList.h"
+#include "content/openMatch.h"
 #include "content/phraseTable.h"
 #include "log/debugLog.h"
 #include "state/settings.h"
 
+using netsift::foundLimit;
+using netsift::FoundPhrases;
 using netsift::matchedLimit;
+using netsift::matchPool;
 using netsift::nameAt;
+using netsift::OpenMatch;
 using netsift::PhraseGroup;
 using netsift::PhraseRange;
 using netsift::PhraseTable;
+using netsift::returnToPool;
 using netsift::slide;
+using netsift::takeFromPool;
 
 namespace {
-
-constexpr int poolSize = 30;
-constexpr int foundLimit = 20;
-
-/* What the pool is made of: an open match, and what its range leads to (null: its range is walked). */
-struct OpenMatch : FifoNode {
-  const PhraseGroup *group;
-};
-
-OpenMatch *pool;
-FifoNode *poolHead, *poolTail;
-
-/* The phrases of one category counted so far. */
-struct FoundPhrases {
-  const PhraseNode *phrases[foundLimit];
-  uint8_t count;
-};
-
-FoundPhrases *foundTables;
-int foundCategories;
 
 struct Scan {
   const InitialEntry *index;
@@ -45,26 +29,6 @@ struct Scan {
   FifoNode *open;      /* open matches, the earliest start first */
   FifoNode **openEnd;
 };
-
-FifoNode *takeFromPool() {
-  FifoNode *node = poolHead;
-  if (node == nullptr) return nullptr;
-  poolHead = node->next;
-  if (poolHead == nullptr) poolTail = nullptr;
-  node->next = nullptr;
-  return node;
-}
-
-void returnToPool(FifoNode *node) {
-  node->next = nullptr;
-  (poolTail == nullptr ? poolHead : poolTail->next) = node;
-  poolTail = node;
-}
-
-bool isFromPool(const FifoNode *node) {
-  const std::less<const FifoNode *> before;
-  return pool != nullptr && !before(node, pool) && before(node, pool + poolSize);
-}
 
 bool isRecorded(const FoundPhrases &found, const PhraseNode *node) {
   for (int i = 0; i < found.count; i++) {
@@ -107,7 +71,7 @@ bool extendByTable(OpenMatch &match, signed char byte) {
   if ((group.mask & netsift::maskBit(byte)) == 0) return false;
   if (byte < 0 && group.firstIsWhole && match.candidate == group.first) return false;
   const signed char *found = group.bytes;
-  if (group.count > 1) found = static_cast<const signed char *>(memchr(found, byte, group.count));
+  if (group.count > 1) found = static_cast<const signed char *>(std::memchr(found, byte, group.count));
   if (found == nullptr || *found != byte) return false;
   const PhraseRange &range = group.ranges[found - group.bytes];
   match.candidate = range.first;
@@ -160,7 +124,7 @@ PhraseRange rangeOf(const Scan &scan, signed char byte) {
 
 /* A match that cannot get past the two bytes after it would be open at one more position and count nothing: while the
    pool holds two, leaving it out keeps no other match from opening. */
-bool poolHoldsTwo() { return poolHead != nullptr && poolHead->next != nullptr; }
+bool poolHoldsTwo() { return matchPool.head != nullptr && matchPool.head->next != nullptr; }
 
 bool isWorthOpening(const PhraseTable &table, const char *text, ptrdiff_t i, ptrdiff_t length) {
   const uint32_t thirds = table.thirds[slide(slide(0, text[i]), text[i + 1])];
@@ -191,19 +155,7 @@ void openMatch(Scan &scan, char byte) {
   scan.openEnd = &node->next;
 }
 
-void releaseFilter() {
-  free(foundTables);
-  foundTables = nullptr;
-  foundCategories = 0;
-  freeFifo();
-  contentinitialised = 0;
-}
-
 }  // namespace
-
-void netsift::forgetFoundPhrases() {
-  for (int i = 0; i < foundCategories; i++) foundTables[i].count = 0;
-}
 
 int returnIndex(signed char byte, const InitialEntry *index) {
   for (int i = 0; index[i].firstByte != 0; i++) {
@@ -212,63 +164,11 @@ int returnIndex(signed char byte, const InitialEntry *index) {
   return -1;
 }
 
-int iniContentFilter(void) {
-  releaseFilter();
-  const size_t count = numcategories1;
-  foundTables = static_cast<FoundPhrases *>(calloc(count + 1, sizeof(FoundPhrases)));
-  if (foundTables == nullptr) {
-    dprintf(2, "memory allocation failed in iniContentFilter\n");
-    return -1;
-  }
-  foundCategories = static_cast<int>(count);
-  contentinitialised = 1;
-  if (initialiseFifo() == 1) return 1;
-  releaseFilter();
-  return -1;
-}
-
-void relContentFilter(void) {
-  if (contentinitialised == 1) releaseFilter();
-}
-
-int initialiseFifo(void) {
-  freeFifo();
-  pool = static_cast<OpenMatch *>(calloc(poolSize, sizeof(OpenMatch)));
-  if (pool == nullptr) {
-    dprintf(2, "memory allocation failed in initialiseFifo\n");
-    return -1;
-  }
-  for (int i = 0; i < poolSize; i++) returnToPool(&pool[i]);
-  queue_count = 0;
-  return 1;
-}
-
-void freeFifo(void) {
-  free(pool);
-  pool = nullptr;
-  poolHead = poolTail = nullptr;
-}
-
-FifoNode *getFromFifo(void) { return takeFromPool(); }
-
-void releaseToFifo(FifoNode *node) {
-  if (isFromPool(node)) returnToPool(node);
-}
-
-void releaseAllToFifo(FifoNode *list) {
-  while (list != nullptr) {
-    FifoNode *next = list->next;
-    releaseToFifo(list);
-    list = next;
-  }
-}
-
 int calcWeight(const char *text, int length, const InitialEntry *index, int category) {
   totalweight = 0;
   if (index == nullptr) return 0;
-  Scan scan{index, netsift::findPhraseTable(index), nullptr, nullptr, nullptr};
+  Scan scan{index, netsift::findPhraseTable(index), netsift::foundTable(category), nullptr, nullptr};
   scan.openEnd = &scan.open;
-  if (category >= 0 && category < foundCategories) scan.found = &foundTables[category];
 
   bool reached = false;
   for (ptrdiff_t i = 1; i <= length; i++) {
@@ -285,6 +185,7 @@ int calcWeight(const char *text, int length, const InitialEntry *index, int cate
 }
 
 signed char isOffensiveContent(const char *text, int length) {
+  if (contentinitialised != 1) return 0;
   const int slots = netsift::phraseSlots();
   for (int i = 0; i < numcategories1; i++) {
     calcWeight(text, length, initiallists == nullptr || i >= slots ? nullptr : initiallists[i], i);
@@ -292,7 +193,7 @@ signed char isOffensiveContent(const char *text, int length) {
     if (categweight != nullptr && i < slots) categweight[i] = score;
     dprintf(7, " weight = %d tot weight = %d allowed = %d\n", score, totalweight, allowedweight);
     if (score >= allowedweight) {
-      const FoundPhrases *found = i < foundCategories ? &foundTables[i] : nullptr;
+      const FoundPhrases *found = netsift::foundTable(i);
       for (int k = 0; found != nullptr && k < found->count; k++) dprintf(4, "%s\n", found->phrases[k]->phrase);
       return static_cast<signed char>(i + 1);
     }

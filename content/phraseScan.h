@@ -8,43 +8,14 @@
 #ifndef NETSIFT_CONTENT_PHRASESCAN_H
 #define NETSIFT_CONTENT_PHRASESCAN_H
 
+#include "content/contentFilter.h"
 #include "state/records.h"
 #include "util/api.h"
 
 NETSIFT_BEGIN
 
-/* An open match: the candidate's first `matched` bytes are the last bytes of the text, and those of every phrase from
-   it up to `end` (exclusive) too. */
-typedef struct FifoNode {
-  PhraseNode *candidate, *end;
-  uint8_t matched;
-  struct FifoNode *next;
-} FifoNode;
-
 /* Position of the first entry for that byte; -1 when there is none, and for 0. */
 NETSIFT_API int returnIndex(signed char byte, const InitialEntry *index);
-
-/* Makes empty found tables of numcategories1 categories and a full pool for one page, in place of an earlier call's.
-   1; -1 when memory runs out: then nothing is left made, and nothing is found. */
-NETSIFT_API int iniContentFilter(void);
-
-/* Releases them when `contentinitialised` is 1. */
-NETSIFT_API void relContentFilter(void);
-
-/* The pool holds 30 matches. While it is empty, matches are not opened. */
-
-/* Makes the pool full, in place of an earlier one. 1, or -1 when memory runs out. */
-NETSIFT_API int initialiseFifo(void);
-NETSIFT_API void freeFifo(void);
-
-/* The match released longest ago; null when the pool is empty or there is none. It stays the pool's. */
-NETSIFT_API FifoNode *getFromFifo(void);
-
-/* Takes back a match that getFromFifo gave out; one that is not the pool's is ignored. */
-NETSIFT_API void releaseToFifo(FifoNode *node);
-
-/* The same for each match of a list. */
-NETSIFT_API void releaseAllToFifo(FifoNode *list);
 
 /* Adds up in `totalweight`, from 0, the weights of a category's phrases in a text of `length` bytes and a NUL. Returns
    1 at the first phrase that brings it to `allowedweight`, else 0. A null index has no phrases. `category`, from 0,
@@ -56,7 +27,8 @@ NETSIFT_API int calcWeight(const char *text, int length, const InitialEntry *ind
 
 /* Number, from 1, of the first category whose score reaches `allowedweight`, with its phrases traced; 0 when none does.
    To be widened as unsigned: there can be 255 categories. Scores are left in `categweight`. An allowedweight of 0 or
-   less condemns every text. */
+   less condemns every text. While `contentinitialised` is not 1 (iniContentFilter failed, or has not been called),
+   nothing is scored: the result is 0, whatever the threshold. */
 NETSIFT_API signed char isOffensiveContent(const char *text, int length);
 
 NETSIFT_END

@@ -4,11 +4,16 @@
 #include <climits>
 #include <cstdint>
 
+#include "state/settings.h"
+
 namespace netsift {
 namespace {
 
 /* Its address marks a terminating entry that tables follow. */
 PhraseNode tableMark;
+
+PhraseNode **madeLists;
+int madeSlots;
 
 /* Counts groups and ranges, and writes them too when it has been given the room. */
 struct Builder {
@@ -102,6 +107,15 @@ void addRuns(Builder &builder, std::span<const InitialEntry> runs, PhraseTable *
 }
 
 }  // namespace
+
+bool listsAreMade() { return phraselists != nullptr && phraselists == madeLists; }
+
+int phraseSlots() { return listsAreMade() ? madeSlots : numcategories1; }
+
+void noteMadeLists(PhraseNode **lists, int slots) {
+  madeLists = lists;
+  madeSlots = slots;
+}
 
 size_t phraseTableSize(std::span<const InitialEntry> runs) {
   Builder counter;

@@ -58,8 +58,16 @@ void writePhraseTable(InitialEntry *index, size_t runs);
    such an index's terminating entry must not be left over from one that buildIniList made. */
 const PhraseTable *findPhraseTable(const InitialEntry *index);
 
-/* Empties the found tables: their phrases are about to be released. */
-void forgetFoundPhrases();
+/* Entries that phraselists, initiallists and categweight have, when they are there: as many as makePhraseLists made,
+   for arrays of the host's own numcategories1. */
+int phraseSlots();
+
+/* Whether those arrays are makePhraseLists' own. */
+bool listsAreMade();
+
+/* Notes the array that makePhraseLists has put into phraselists, and its entries, whatever becomes of the counts and
+   pointers that the host sees; null when there is none any more. */
+void noteMadeLists(PhraseNode **lists, int slots);
 
 /* An entry of a host's array of names; "" where there is none. */
 inline const char *nameAt(char **names, int position) {

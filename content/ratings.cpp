@@ -28,7 +28,7 @@ constexpr long highestRating = 10; /* a value above it is taken as 0 */
 int exceedsLimits(char *label, std::span<const char *const> keys, const int32_t *limits) {
   char *list = findRating(label);
   if (list == nullptr) return 0;
-  char *close = strchr(list, ')');
+  char *close = std::strchr(list, ')');
   if (close != nullptr) *close = '\0';
   int exceeded = 0;
   for (size_t i = 0; i < keys.size() && exceeded == 0; i++) exceeded = isRatingAllowed(list, keys[i], limits[i]) == 0;
@@ -39,15 +39,15 @@ int exceedsLimits(char *label, std::span<const char *const> keys, const int32_t 
 /* The label of one meta tag; checkPICSRating's result. */
 int judgeLabel(char *label) {
   char *name;
-  if (icraenable == 1 && (name = strstr(label, "icra")) != nullptr && checkICRARating(name) == 1) {
+  if (icraenable == 1 && (name = std::strstr(label, "icra")) != nullptr && checkICRARating(name) == 1) {
     dprintf(2, "ICRA rating exceeded\n");
     return 1;
   }
-  if (rsacenable == 1 && (name = strstr(label, "rsac")) != nullptr && checkRSACRating(name) == 1) {
+  if (rsacenable == 1 && (name = std::strstr(label, "rsac")) != nullptr && checkRSACRating(name) == 1) {
     dprintf(2, "RSAC rating exceed\n"); /* the wording that log filters know */
     return 2;
   }
-  if (safesurfenable == 1 && (name = strstr(label, "safesurf")) != nullptr && checkSafeSurfRating(name) == 1) {
+  if (safesurfenable == 1 && (name = std::strstr(label, "safesurf")) != nullptr && checkSafeSurfRating(name) == 1) {
     dprintf(2, "SafeSurf rating exceeded\n");
     return 4;
   }
@@ -58,15 +58,15 @@ int judgeLabel(char *label) {
 
 int checkPICSRating(char *text) {
   for (char *position = text;;) {
-    char *tag = strchr(position, '<');
+    char *tag = std::strchr(position, '<');
     if (tag == nullptr) return 0;
-    char *close = strchr(++tag, '>');
+    char *close = std::strchr(++tag, '>');
     if (close == nullptr) return 0;
     if (*tag == ' ') tag++;
     if (beginsWith(tag, "/head") != 0) return 0;
     if (beginsWith(tag, "meta") != 0) {
       *close = '\0';
-      char *label = strstr(tag, "\"pics-label\"");
+      char *label = std::strstr(tag, "\"pics-label\"");
       const int result = label == nullptr ? 0 : judgeLabel(label);
       *close = '>';
       if (result != 0) return result;
@@ -80,17 +80,17 @@ int checkRSACRating(char *label) { return exceedsLimits(label, rsacKeys, rsac); 
 int checkSafeSurfRating(char *label) { return exceedsLimits(label, safeSurfKeys, safesurf); }
 
 char *findRating(char *label) {
-  if (char *list = strstr(label, " r (")) return list + strlen(" r ");
-  if (char *list = strstr(label, " ratings (")) return list + strlen(" ratings ");
+  if (char *list = std::strstr(label, " r (")) return list + std::strlen(" r ");
+  if (char *list = std::strstr(label, " ratings (")) return list + std::strlen(" ratings ");
   return nullptr;
 }
 
 int isRatingAllowed(const char *ratings, const char *key, int limit) {
-  const char *found = strstr(ratings, key);
+  const char *found = std::strstr(ratings, key);
   if (found == nullptr) return 1;
-  const char *number = found + strlen(key);
+  const char *number = found + std::strlen(key);
   char *end;
-  long value = strtol(number, &end, 10);
+  long value = std::strtol(number, &end, 10);
   if (end == number) return 1;
   if (value > highestRating) value = 0;
   if (value <= limit) return 1;

@@ -1,8 +1,8 @@
 /* PICS rating labels against the configured limits.
 
    Labels are those of the W3C recommendation "PICS Label Distribution Label Syntax and Communication Protocols", in
-   <meta> tags of a page's head; the keys are those of the ICRA, RSACi and SafeSurf vocabularies. Tags and
-   labels are looked for in lower case: one in capitals is not found. */
+   <meta> tags of a page's head; the keys are those of the ICRA, RSACi and SafeSurf vocabularies. Tags and labels are
+   looked for in lower case: one in capitals is not found. */
 #ifndef NETSIFT_CONTENT_RATINGS_H
 #define NETSIFT_CONTENT_RATINGS_H
 

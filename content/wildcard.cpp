@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
 
+#include "content/wildcardMatch.h"
 #include "util/ownedText.h"
 
 namespace {
@@ -40,7 +42,7 @@ bool matchesPattern(std::string_view text, const char *pattern) {
   const char *rest = pattern;
   if (*rest != '*') {
     const Run run = runAt(rest);
-    if (text.size() < run.counted || memcmp(text.data(), rest, run.counted) != 0) return false;
+    if (text.size() < run.counted || std::memcmp(text.data(), rest, run.counted) != 0) return false;
     position = run.counted;
     rest += run.length;
   }
@@ -63,16 +65,18 @@ bool matchesPattern(std::string_view text, const char *pattern) {
 
 int isMatching(const char *text, const char *pattern) { return netsift::matchesPattern(text, pattern) ? 1 : 0; }
 
-int beginsWith(const char *text, const char *prefix) { return strncmp(text, prefix, strlen(prefix)) == 0 ? 1 : 0; }
-
-int beginsWithCI(const char *text, const char *prefix) {
-  return strncasecmp(text, prefix, strlen(prefix)) == 0 ? 1 : 0;
+int beginsWith(const char *text, const char *prefix) {
+  return std::strncmp(text, prefix, std::strlen(prefix)) == 0 ? 1 : 0;
 }
 
-signed char strsearch(const char *text, const char *needle) { return foldedOffset(text, needle, strlen(needle)); }
+int beginsWithCI(const char *text, const char *prefix) {
+  return strncasecmp(text, prefix, std::strlen(prefix)) == 0 ? 1 : 0;
+}
+
+signed char strsearch(const char *text, const char *needle) { return foldedOffset(text, needle, std::strlen(needle)); }
 
 int contains(const char *text, const char *word) {
-  const size_t length = strlen(word);
+  const size_t length = std::strlen(word);
   const size_t last = static_cast<unsigned char>(length);
   const bool starBefore = word[0] == '*';
   const bool starAfter = last > 0 && word[last - 1] == '*';
@@ -81,7 +85,7 @@ int contains(const char *text, const char *word) {
   netsift::Text large;
   char *pattern = small;
   if (length > maxStackWord) {
-    large.reset(static_cast<char *>(malloc(length + sizeof "**")));
+    large.reset(static_cast<char *>(std::malloc(length + sizeof "**")));
     if (large == nullptr) return 0;
     pattern = large.get();
   }
@@ -95,6 +99,6 @@ int contains(const char *text, const char *word) {
 
 int containsBeforeDelim(const char *text, const char *needle, char delimiter) {
   const char *end = strchrnul(text, delimiter);
-  const void *found = memmem(text, static_cast<size_t>(end - text), needle, strlen(needle));
+  const void *found = memmem(text, static_cast<size_t>(end - text), needle, std::strlen(needle));
   return found == nullptr ? -1 : static_cast<int>(static_cast<const char *>(found) - text);
 }

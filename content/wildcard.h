@@ -33,15 +33,4 @@ NETSIFT_API int containsBeforeDelim(const char *text, const char *needle, char d
 
 NETSIFT_END
 
-#ifdef __cplusplus
-#include <string_view>
-
-namespace netsift {
-
-/* isMatching of a text whose length is known, for walks over many patterns. The text must not hold a NUL. */
-bool matchesPattern(std::string_view text, const char *pattern);
-
-}  // namespace netsift
-#endif
-
 #endif

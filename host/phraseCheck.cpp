@@ -71,7 +71,7 @@ void checkPhrases(std::string_view text, const std::string &file, Problems &prob
 
     std::string_view phrase = cursor.take(length);
     cursor.take(1);
-    if (phrase.empty()) report(line, false, "the phrase is empty; the record is skipped");
+    if (phrase.empty()) report(line, false, "the phrase is empty, so that nothing matches it");
     if (phrase.find_first_of("\r\n") != phrase.npos)
       report(line, false, "the phrase holds a line end, so that nothing matches it; is a \">\" missing?");
     if (phrase.size() > longestPhrase)
@@ -82,7 +82,6 @@ void checkPhrases(std::string_view text, const std::string &file, Problems &prob
     if (!record.hasWeight) report(line, false, "the phrase has no weight, which counts as 0");
     if (record.hasWeight && record.weight == 0 && !cursor.rest.empty())
       report(line, false, "the weight is 0, so that the phrase counts nothing");
-    if (phrase.empty()) continue;
     if (sortsBefore(record.phrase, previous.phrase))
       report(line, false,
              "out of order: it must come before \"" + previous.phrase +
@@ -90,7 +89,6 @@ void checkPhrases(std::string_view text, const std::string &file, Problems &prob
                  "those above 127 first; a quote at both ends sorts as a blank)");
     previous = record;
   }
-  if (previous.line == 0 && !text.empty()) report(0, true, "holds no phrase, which the loader refuses");
   if (previous.phrase.size() > 1 && previous.weight != 0)
     report(previous.line, false,
            "the last phrase of a file is never found; end the file with one that need not be, of weight 0");

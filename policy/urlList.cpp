@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-#include "content/wildcard.h"
+#include "content/wildcardMatch.h"
 #include "log/debugLog.h"
 #include "log/peerText.h"
 #include "state/settings.h"

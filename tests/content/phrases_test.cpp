@@ -75,8 +75,8 @@ TEST(PhraseList, ReadsRecords) {
   const string x126(126, 'x');
   const std::pair<string, string> cases[] = {{"<a> +5 \r\n\t\n<b>-07(c>8", "[a]5[b]-7[c]8"}, /* any opening byte */
                                              {"<\"word\">5<\"x>1<\">2", "[ word ]5[\"x]1[ ]2"},
-                                             {"<>5\n<a>\n<b>x<c>-\n<d>4", "[a]0[b]0[<c]0[<d]4"},
-                                             {string("<\0ab>5<a\0b>6", 12), "[a]6"},
+                                             {"<>5\n<a>\n<b>x<c>-\n<d>4", "[]5[a]0[b]0[<c]0[<d]4"},
+                                             {string("<\0ab>5<a\0b>6", 12), "[]5[a]6"},
                                              {"<" + x126 + ">1<" + x126 + "yy>2", "[" + x126 + "]1[" + x126 + "]2"},
                                              {"<a>4294967297\n<b>-2147483648\n<\xe9>1", "[a]1[b]-2147483648[\xe9]1"},
                                              {"<a>5\n<b", ""}, /* broken off: nothing is loaded */
@@ -108,7 +108,8 @@ TEST(PhraseScan, ScoresTexts) {
       {"<\xe9t\xe9>5<z>7", " \xe9t\xe9z", 12, 12},  /* but not a single byte */
       {"<a>5<a\xe9>8<ba>3<zz>1", " ba\xe9 ", 3, 3}, /* "a" stays, whole, and hides lower bytes */
       {"<ab>5<zz>1", string(" a\0ab\0b", 7), 5, 5},
-      {runs254 + "<c>5<d>7<e>9", " cde", 5, 5}}; /* an index has 255 runs */
+      {"<ab>5<>3<ac>7<z>2<>1", " ab ac z", 7, 7}, /* an empty phrase ends a run, and may be the last */
+      {runs254 + "<c>5<d>7<e>9", " cde", 5, 5}};  /* an index has 255 runs */
   numcategories1 = 1;
   allowedweight = 100;
   for (const auto &[file, text, weight, weightOnce] : cases) {
@@ -218,6 +219,8 @@ TEST(PhraseScan, NamesTheFirstCategoryThatReachesTheThreshold) {
     release();
     EXPECT_EQ(judge("an apple, a pear"), 0);
   }
+  allowedweight = 0;
+  EXPECT_EQ(judge(""), 0); /* without a filter for the page not even a threshold that all reach */
   numcategories1 = 4;
   writeFile(root.config("missing.phrase"), "<broken");
   EXPECT_EQ(makePhraseLists(), -1);
