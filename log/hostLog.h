@@ -1,11 +1,11 @@
-/* The leveled debug log: one shared stream, a line at a time, each with a time-and-process prefix.
+/* The leveled debug log, as a host has it: one shared stream, a line at a time, each with a time-and-process prefix.
 
    A line reads: debug string (if any), local time as "11:15:2026 12:45:07" (month:day:year), " Netsift[PID]: ",
    message. It goes out in one write, so that the lines of many processes on one file opened for appending interleave
    whole, and it is cut to 1023 bytes. Messages carry their own line end. The host chooses the file and the level; at
    load no stream is open, the level is 0 and nothing is written. */
-#ifndef NETSIFT_LOG_DEBUGLOG_H
-#define NETSIFT_LOG_DEBUGLOG_H
+#ifndef NETSIFT_LOG_HOSTLOG_H
+#define NETSIFT_LOG_HOSTLOG_H
 
 #include <stdint.h>
 #include <stdio.h>
@@ -19,12 +19,12 @@ NETSIFT_BEGIN
 NETSIFT_API int dInitialise(const char *path, int8_t level, const char *debugString, uint8_t printPid,
                             uint8_t printTime);
 
-/* Makes the file, opened for appending, the stream, and closes one that the log had opened before. Returns 1, or 0 when
-   it could not be opened: there is no stream then. */
+/* Makes the file, opened for appending, the stream, and closes the one that it had opened before. Returns 1, or 0 when it
+   could not be opened: there is no stream then. */
 NETSIFT_API int dFileOpen(const char *path);
 
-/* Makes the host's open stream the one written to; null ends logging. A stream that the log had opened itself and that
-   is replaced here is closed, since nobody else could. */
+/* Makes the host's open stream the one written to, and changes nothing else; null ends logging. A file that the log had
+   opened itself stays open until dFileOpen opens the next. */
 NETSIFT_API void dFileStreamSet(FILE *stream);
 
 /* Closes the stream, the host's too, and ends logging. Returns fclose's result; 0 when there was no stream. */
@@ -54,15 +54,7 @@ NETSIFT_API int netsift_dprintf(int level, const char *format, ...) __attribute_
 
 NETSIFT_END
 
-/* <stdio.h> has a dprintf of another meaning, which a fortified build inlines; from here on the name is the log's.
-   Inside the library a message whose level is off costs one comparison and evaluates no argument. */
-#ifdef NETSIFT_LIBRARY
-/* The level when a stream is open, else below every level: what the one comparison is made against. */
-extern "C" __attribute__((visibility("hidden"))) int netsift_debugThreshold;
-#define dprintf(level, ...) \
-  (static_cast<signed char>(level) <= netsift_debugThreshold ? netsift_dprintf(level, __VA_ARGS__) : 0)
-#else
+/* <stdio.h> has a dprintf of another meaning, which a fortified build inlines; from here on the name is the log's. */
 #define dprintf netsift_dprintf
-#endif
 
 #endif
