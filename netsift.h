@@ -42,7 +42,7 @@
 #include "http/requestUrl.h"
 #include "http/socket.h"
 #include "log/accessLog.h"
-#include "log/debugLog.h"
+#include "log/hostLog.h"
 #include "policy/accessList.h"
 #include "policy/attachFile.h"
 #include "policy/blacklistAdd.h"

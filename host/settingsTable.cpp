@@ -132,6 +132,8 @@ const Setting scanSettings[] = {
      "Body collected before the first scan; doubled after each. 0: one scan near the end of the first body."},
     {"scanning", "greeting_timeout", Number{&MAX_TIME_FOR_VLAV, 0, mostSeconds, "seconds"}, "30",
      "How long the primary engine's line dialogue waits for a greeting."},
+    {"scanning", "engine_timeout", Number{&EngineTimeout, 0, mostSeconds, "seconds"}, "60",
+     "How long an engine may take for a file, while strict_http is on. 0: as long as it likes."},
     {"scanning", "scanner_down", Bit{&StrictHttp, STRICT_PASS_UNSCANNED, "\"block\"", "\"pass\""}, "\"block\"",
      "What happens, while strict_http is on, to a body that an engine cannot be asked about or fails on."},
     {"scanning", "skip_domains", Flag{&VirWL_Domain}, "false",

@@ -13,6 +13,7 @@
 #include "host/files.h"
 #include "host/hostConfig.h"
 #include "netsift.h"
+#include "util/ownedText.h"
 
 namespace netsift::host {
 

@@ -10,6 +10,7 @@
 
 #include "http/wait.h"
 #include "log/debugLog.h"
+#include "state/strict.h"
 #include "util/ownedText.h"
 
 using netsift::Text;
@@ -83,7 +84,7 @@ int openGZStream(int fd, const char *mode, int limit, gzFile *stream) {
   const auto time = limit < 0 ? std::chrono::nanoseconds(-1) : std::chrono::nanoseconds(std::chrono::seconds(limit));
   bool readable;
   do {
-    errno = 0;
+    if (netsift::strictHttp()) errno = 0;
     readable = netsift::waitOnce(fd, POLLIN, time) > 0;
   } while (!readable && errno == EINTR);
   *stream = readable && mode != nullptr ? gzdopen(fd, mode) : nullptr;

@@ -13,8 +13,8 @@ NETSIFT_BEGIN
    negative for none; an interrupted wait starts again with the full limit. Returns 1 with `*stream` open, -1 on a
    time-out or failure. gzclose closes the socket too.
 
-   A limit is a limit: errno is cleared before each wait, so that an interruption long past does not make a time-out
-   wait again. */
+   After a time-out errno is asked too: where it still tells of an interruption from before, the wait starts again, and
+   again, until the socket is readable. With StrictHttp errno is cleared before each wait: a limit is a limit. */
 NETSIFT_API int openGZStream(int fd, const char *mode, int limit, gzFile *stream);
 
 /* The coding that a Content-Encoding value names, by the first of these words found in it, case-sensitively: 0

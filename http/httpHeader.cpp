@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "http/socket.h"
+#include "http/socketLine.h"
 #include "log/debugLog.h"
 #include "util/ownedText.h"
 
@@ -122,18 +123,42 @@ unsigned readLines(int fd, Header *header, HeaderLine *line, int limit) {
   return 0;
 }
 
+/* Joins the lines and sends them; the bytes sent, 0 or less when there are none. */
+ssize_t sendLines(int fd, const Header *header) {
+  size_t size = 0;
+  for (const HeaderLine *line = header->first; line != nullptr; line = line->next) {
+    if (line->text != nullptr) size += std::strlen(line->text);
+  }
+  if (size == 0) return 0;
+
+  const Text head(static_cast<char *>(std::malloc(size + 1)));
+  if (!head) {
+    dprintf(1, "system unable to allocate memory-");
+    return 0;
+  }
+  char *end = head.get();
+  for (const HeaderLine *line = header->first; line != nullptr; line = line->next) {
+    if (line->text != nullptr) end = stpcpy(end, line->text);
+  }
+  const ssize_t sent = send(fd, head.get(), size, MSG_NOSIGNAL);
+  dprintf(7, "%zd of %zu bytes sent\n", sent, size);
+  return sent;
+}
+
 }  // namespace
 
 HeaderLine *createHeaderLine(void) {
   dprintf(6, "inside createHeaderLine");
-  return static_cast<HeaderLine *>(std::calloc(1, sizeof(HeaderLine)));
+  auto *line = static_cast<HeaderLine *>(std::calloc(1, sizeof(HeaderLine)));
+  dprintf(6, "exiting createHeaderLine");
+  return line;
 }
 
 void destroyHeaderLine(HeaderLine *line) {
   dprintf(6, "inside destroyHeaderLine");
-  if (line == nullptr) return;
-  std::free(line->text);
+  if (line != nullptr) std::free(line->text);
   std::free(line);
+  dprintf(6, "exiting destroyHeaderLine");
 }
 
 unsigned getHeader(int fd, Header *header, int limit) {
@@ -146,23 +171,7 @@ unsigned getHeader(int fd, Header *header, int limit) {
 
 int sendHeader(int fd, const Header *header) {
   dprintf(6, "inside-- sendHeader");
-  size_t size = 0;
-  for (const HeaderLine *line = header->first; line != nullptr; line = line->next) {
-    if (line->text != nullptr) size += std::strlen(line->text);
-  }
-  if (size == 0) return 0;
-
-  Text head(static_cast<char *>(std::malloc(size + 1)));
-  if (!head) {
-    dprintf(1, "system unable to allocate memory-");
-    return 0;
-  }
-  char *end = head.get();
-  for (const HeaderLine *line = header->first; line != nullptr; line = line->next) {
-    if (line->text != nullptr) end = stpcpy(end, line->text);
-  }
-  const ssize_t sent = send(fd, head.get(), size, MSG_NOSIGNAL);
-  dprintf(7, "%zd of %zu bytes sent\n", sent, size);
+  const ssize_t sent = sendLines(fd, header);
   dprintf(6, "exiting sendHeader");
   return sent <= 0 ? 0 : static_cast<int>(sent);
 }
@@ -190,7 +199,7 @@ int getResponseCode(const HeaderLine *first) {
   const char *version = skipSpaces(first->text);
   const char *space = std::strchr(version, ' ');
   if (space == nullptr || std::isdigit(static_cast<unsigned char>(space[1])) == 0) return -1;
-  if (space[2] == '\0' || space[3] == '\0') return -1;
+  if (space[2] == '\0') return -1;
   return digitValue(space[1]) * 100 + digitValue(space[2]) * 10 + digitValue(space[3]);
 }
 

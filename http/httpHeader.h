@@ -41,8 +41,8 @@ NETSIFT_API int isHEADRequest(const HeaderLine *first);
 NETSIFT_API int isCONNECTRequest(const HeaderLine *first);
 NETSIFT_API int isAuthPresent(const HeaderLine *first);
 
-/* The status code: the three characters after the version and one space, of which only the first must be a digit. -1
-   when it is not, or when the line ends before the third. */
+/* The status code: the three characters after the version and one space, of which only the first must be a digit; the
+   line's end counts as a third of code 0. -1 when the first is no digit, or when the line ends before the second. */
 NETSIFT_API int getResponseCode(const HeaderLine *first);
 
 /* The value of the first line that starts with `prefix`: from the first character after it that is not a space, up to a

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "http/socketLine.h"
 #include "http/wait.h"
 #include "log/debugLog.h"
 
@@ -52,36 +53,37 @@ int sendAll(int fd, const char *buffer, int length, int limit) {
   }
 }
 
-/* The loop of both block reads; `read` puts up to so many bytes there, as read(2) does. */
+/* The loop of both block reads; `read` puts up to so many bytes there, as read(2) does. Returns the status. */
 template <typename Read>
-unsigned readBlock(const char *name, int fd, unsigned length, unsigned char *status, int limit, int datalen,
-                   Read read) {
-  dprintf(7, "inside %s: %u bytes wanted, %d expected\n", name, length, datalen);
-  for (unsigned total = 0;;) {
+unsigned char readPieces(const char *name, int fd, unsigned length, unsigned &total, int limit, int datalen,
+                         Read read) {
+  for (;;) {
     const int ready = waitOnce(fd, POLLIN, limitOrNone(limit));
     if (ready < 0 && errno == EINTR) continue;
     if (ready <= 0) {
       dprintf(4, "%s in %s\n", ready == 0 ? "timed out" : "error in select", name);
-      *status = ready == 0 ? 2 : 3;
-      return total;
+      return ready == 0 ? 2 : 3;
     }
     const ssize_t count = read(total, length - total);
     if (count < 0) {
       dprintf(7, "error in reading in %s\n", name);
-      *status = 3;
-      return total;
+      return 3;
     }
     total += static_cast<unsigned>(count);
     dprintf(7, "%s: %zd bytes read, %u in all\n", name, count, total);
-    if (total == length) {
-      *status = 0;
-      return total;
-    }
-    if (static_cast<int64_t>(total) >= datalen || count == 0) {
-      *status = 1;
-      return total;
-    }
+    if (total == length) return 0;
+    if (static_cast<int64_t>(total) >= datalen || count == 0) return 1;
   }
+}
+
+template <typename Read>
+unsigned readBlock(const char *name, int fd, unsigned length, unsigned char *status, int limit, int datalen,
+                   Read read) {
+  dprintf(7, "inside %s: %u bytes wanted, %d expected\n", name, length, datalen);
+  unsigned total = 0;
+  *status = readPieces(name, fd, length, total, limit, datalen, read);
+  dprintf(7, "exiting %s: %u bytes, status %d\n", name, total, *status);
+  return total;
 }
 
 /* Where a line comes from. A socket is looked ahead in: what has arrived is peeked at and exactly the line is taken. */
@@ -131,11 +133,9 @@ bool grow(LineBuffer &line) {
 
 /* Reads the line whose first part is at hand, or still to be read (`nothingYet`). Returns the status. */
 unsigned char readLine(LineSource &source, LineBuffer &line, ssize_t part, unsigned max, unsigned *length) {
-  // A failed read stores a byte, so a descriptor that only fails would be read for as long as the caller's maximum.
-  constexpr unsigned failuresInARow = 8192;
   unsigned char status = 0;
-  unsigned count = 0, failures = 0;
-  while (failures < failuresInARow && count < max && (count == 0 || line.text[count - 1] != '\n')) {
+  unsigned count = 0;
+  while (count < max && (count == 0 || line.text[count - 1] != '\n')) {
     if (count >= line.capacity && !grow(line)) {
       dprintf(7, "II-----mem alloc failure in getsocket line");
       return 253;
@@ -146,12 +146,10 @@ unsigned char readLine(LineSource &source, LineBuffer &line, ssize_t part, unsig
       status = 1;
       break;
     }
-    failures = part < 0 ? failures + 1 : 0;
     if (part < 0) line.text[count] = '\0';
     count += part < 0 ? 1 : static_cast<unsigned>(part);
     part = nothingYet;
   }
-  if (failures == failuresInARow) status = 1;
   line.text[count] = '\0';
   *length = count;
   return status;
@@ -178,8 +176,62 @@ char *startLine(LineSource source, unsigned *length, unsigned char *status, int 
     return nullptr;
   }
   *status = readLine(source, line, part, max, length);
-  dprintf(7, "exiting getSocketLine: %u bytes, status %d\n", *length, *status);
   return line.text;
+}
+
+/* The loop of getSocketLine1. A failed read counts as a byte there too, and the line has no maximum. */
+unsigned char readUntilEnd(int fd, char *&line, unsigned &count) {
+  constexpr unsigned step = 256, mostFailures = 1 << 20;  // in a row: a descriptor that only fails gets no more memory
+  unsigned failures = 0;
+  for (unsigned capacity = step;;) {
+    // The position after the received bytes is the one tested for a line end. It is clear, always, so the test never
+    // ends the loop, and the bytes need not come one at a time.
+    const ssize_t got = read(fd, line + count, capacity - count);
+    if (got == 0) {
+      dprintf(7, "read fails as connection is closed");
+      return 1;
+    }
+    failures = got < 0 ? failures + 1 : 0;
+    if (got < 0) line[count] = '\0';
+    count += got < 0 ? 1 : static_cast<unsigned>(got);
+    if (count < capacity) continue;
+    const bool fits = capacity <= UINT_MAX - step && failures < mostFailures;
+    auto *grown = fits ? static_cast<char *>(std::realloc(line, capacity + step)) : nullptr;
+    if (grown == nullptr) {
+      dprintf(7, "realloc failed");
+      count--;
+      return 254;
+    }
+    line = grown;
+    std::memset(line + capacity, 0, step);
+    capacity += step;
+  }
+}
+
+int foldDigits(const char *line) {
+  uint32_t value = 0;
+  for (; *line != '\0' && *line != ' ' && *line != '\r'; line++) {
+    const int character = static_cast<signed char>(*line);
+    const bool decimal = character >= '0' && character <= '9';
+    const int lower = character >= 'A' && character <= 'Z' ? character - 'A' + 'a' : character;
+    value = value * 10 + static_cast<uint32_t>(decimal ? character - '0' : lower - 'a' + 10);
+  }
+  return static_cast<int>(value);
+}
+
+int sendLine(int fd, const char *text, int limit) {
+  if (text == nullptr) return 0;
+  const size_t length = std::strlen(text);
+  const int ready = waitOnce(fd, POLLOUT, limitOrNone(limit));
+  if (ready <= 0) {
+    dprintf(4, "%s", ready == 0 ? "timed out in sendSocketLine" : "error in select in sendSocketLine");
+    return 0;
+  }
+  if (write(fd, text, length) < 0) {
+    dprintf(7, "error in write in sendSocketLine::: %d%s\n", errno, std::strerror(errno));
+    return 0;
+  }
+  return static_cast<int>(length);
 }
 
 }  // namespace
@@ -193,19 +245,9 @@ int sendToSocket(int fd, const void *buffer, int length, int limit) {
 
 int sendSocketLine(int fd, const char *text, int limit) {
   dprintf(7, "inside sendSocketLine\n");
-  if (text == nullptr) return 0;
-  const size_t length = std::strlen(text);
-  const int ready = waitOnce(fd, POLLOUT, limitOrNone(limit));
-  if (ready <= 0) {
-    dprintf(4, "%s", ready == 0 ? "timed out in sendSocketLine" : "error in select in sendSocketLine");
-    return 0;
-  }
-  if (write(fd, text, length) < 0) {
-    dprintf(7, "error in write in sendSocketLine::: %d%s\n", errno, std::strerror(errno));
-    return 0;
-  }
-  dprintf(7, "exiting sendSocketLine: %zu\n", length);
-  return static_cast<int>(length);
+  const int result = sendLine(fd, text, limit);
+  dprintf(7, "exiting sendSocketLine: %d\n", result);
+  return result;
 }
 
 unsigned readFromSocket(int fd, void *buffer, unsigned length, unsigned char *status, int limit, int datalen) {
@@ -222,7 +264,9 @@ unsigned readGZFromSocket(int fd, gzFile stream, void *buffer, unsigned length, 
 
 char *getSocketLine(int fd, unsigned *length, unsigned char *status, int limit) {
   dprintf(7, "inside getSocketLine\n");
-  return startLine({fd, true}, length, status, limit);
+  char *line = startLine({fd, true}, length, status, limit);
+  dprintf(7, "exiting getSocketLine: %u bytes, status %d\n", line == nullptr ? 0 : *length, *status);
+  return line;
 }
 
 char *netsift::getSocketLineByBytes(int fd, unsigned *length, unsigned char *status, int limit) {
@@ -242,38 +286,16 @@ size_t netsift::takeArrivedHead(int fd, char *window, size_t size) {
 }
 
 char *getSocketLine1(int fd, unsigned *length, unsigned char *status) {
-  constexpr unsigned step = 256;
+  constexpr unsigned firstCapacity = 256;
   dprintf(7, "inside getSocketLine1\n");
-  auto *line = static_cast<char *>(std::calloc(step, 1));
+  auto *line = static_cast<char *>(std::calloc(firstCapacity, 1));
   if (line == nullptr) {
     dprintf(1, "Malloc Failed.");
     *status = 1;
     return nullptr;
   }
-  // The position after the received bytes is the one tested for a line end. It is clear, always, so the test never
-  // ends the loop, and the bytes need not come one at a time.
   unsigned count = 0;
-  for (unsigned capacity = step;;) {
-    const ssize_t got = read(fd, line + count, capacity - count);
-    if (got <= 0) {
-      dprintf(7, "read fails as connection is closed");
-      *status = 1;
-      break;
-    }
-    count += static_cast<unsigned>(got);
-    if (count < capacity) continue;
-    const bool fits = capacity <= UINT_MAX - step;
-    auto *grown = fits ? static_cast<char *>(std::realloc(line, capacity + step)) : nullptr;
-    if (grown == nullptr) {
-      dprintf(7, "realloc failed");
-      count--;
-      *status = 254;
-      break;
-    }
-    line = grown;
-    std::memset(line + capacity, 0, step);
-    capacity += step;
-  }
+  *status = readUntilEnd(fd, line, count);
   *length = count;
   line[count] = '\0';
   dprintf(7, "exiting getSocketLine1: %u bytes, status %d\n", count, *status);
@@ -295,24 +317,21 @@ int getCRLF(int fd) {
 
 int sendCRLF(int fd) {
   dprintf(7, "inside sendCRLF\n");
+  ssize_t sent;
   do {
     if (netsift::waitWritable(fd, chunkEndLimit) != Wait::ready) {
       dprintf(4, "timed out or error in select in sendCRLF\n");
       break;
     }
-  } while (write(fd, "\r\n", 2) == 2);
+    sent = write(fd, "\r\n", 2);
+  } while (sent > 0 || (sent < 0 && (errno == EINTR || errno == EAGAIN)));
   dprintf(7, "exiting sendCRLF\n");
   return -1;
 }
 
 int getChunkSize(const char *line) {
-  if (line == nullptr) return 0;
-  uint32_t value = 0;
-  for (; *line != '\0' && *line != ' ' && *line != '\r'; line++) {
-    const int character = static_cast<signed char>(*line);
-    const bool decimal = character >= '0' && character <= '9';
-    const int lower = character >= 'A' && character <= 'Z' ? character - 'A' + 'a' : character;
-    value = value * 10 + static_cast<uint32_t>(decimal ? character - '0' : lower - 'a' + 10);
-  }
-  return static_cast<int>(value);
+  dprintf(7, "inside getChunkSize\n");
+  const int size = line == nullptr ? 0 : foldDigits(line);
+  dprintf(7, "exiting getChunkSize: %d\n", size);
+  return size;
 }

@@ -42,22 +42,24 @@ NETSIFT_API unsigned readGZFromSocket(int fd, gzFile stream, void *buffer, unsig
    peer closed, and the line is what came before; 255 time-out and 254 failed wait or no memory, both without a line;
    253 no memory to grow, with the line as far as it was read and `*length` unchanged.
 
-   A read that fails counts as a received byte of value 0. After 8192 failed reads in a row, the length of the longest
-   line that this system reads, the stream counts as closed. */
+   A read that fails counts as a received byte of value 0: a descriptor that only fails gives a line of `*length` bytes
+   with status 0. */
 NETSIFT_API char *getSocketLine(int fd, unsigned *length, unsigned char *status, int limit);
 
 /* Reads a chunk-header line, without time limit. The test for the line's end looks at the position after the byte just
    received; the buffer is cleared, so that it never finds one there and the line ends with the stream: a line end does
-   not end it. Returns what was read, NUL-terminated, to be freed by the caller, with its size in `*length`; null
-   without memory for the first 256 bytes (status 1). `status`: 1 the stream ended or a read failed; 254 no memory to
-   grow, with the last byte dropped. */
+   not end it. A read that fails or is interrupted counts as a received byte of value 0. Returns what was read,
+   NUL-terminated, to be freed by the caller, with its size in `*length`; null without memory for the first 256 bytes
+   (status 1). `status`: 1 the stream ended; 254 no memory to grow, with the last byte dropped. After 1048576 failed reads
+   in a row there is no more memory. */
 NETSIFT_API char *getSocketLine1(int fd, unsigned *length, unsigned char *status);
 
 /* Reads CR LF pairs until two bytes are something else, and answers -1 always. The wait before each read is for the
    descriptor to become writable, up to 10 seconds. Also ends when a wait or a read fails, times out or falls short. */
 NETSIFT_API int getCRLF(int fd);
 
-/* Writes CR LF pairs until a wait of up to 10 seconds or a write fails, times out or falls short; answers -1 always. */
+/* Writes CR LF again and again until a wait of up to 10 seconds fails or times out, or a write takes nothing or fails for
+   good; answers -1 always. */
 NETSIFT_API int sendCRLF(int fd);
 
 /* The number that a chunk-header line stands for, up to its first space or CR or its end (null: 0): decimal and hex
@@ -66,21 +68,5 @@ NETSIFT_API int sendCRLF(int fd);
 NETSIFT_API int getChunkSize(const char *line);
 
 NETSIFT_END
-
-#ifdef __cplusplus
-#include <cstddef>
-
-namespace netsift {
-
-/* Takes the lines up to and including the next empty one (CR LF) from a socket, if all of them have arrived and fit the
-   window; never waits. Returns their size; 0 when nothing was taken, as always from what is no socket. */
-size_t takeArrivedHead(int fd, char *window, size_t size);
-
-/* getSocketLine without looking ahead: a system call a byte, for descriptors that are not sockets. On sockets, the
-   measure that getSocketLine is held to. */
-char *getSocketLineByBytes(int fd, unsigned *length, unsigned char *status, int limit);
-
-}  // namespace netsift
-#endif
 
 #endif

@@ -18,7 +18,7 @@ constexpr size_t debugStringLimit = 50;  // bytes kept of the debug string
 constexpr int belowEveryLevel = -129;    // levels are signed bytes
 
 FILE *stream;
-FILE *openedHere;  // the stream, while it is one that dFileOpen opened
+FILE *openedHere;  // what dFileOpen opened last and nobody has closed; not the stream once the host has set its own
 signed char currentLevel;
 char debugString[debugStringLimit + 1];
 signed char debugStringLength;  // 0: the string is not used, though its text stays
@@ -63,23 +63,18 @@ int dInitialise(const char *path, int8_t level, const char *text, uint8_t printP
 
 int dFileOpen(const char *path) {
   FILE *opened = path == nullptr ? nullptr : std::fopen(path, "a");
-  dFileStreamSet(opened);
+  if (openedHere != nullptr) std::fclose(openedHere);
   openedHere = opened;
+  useStream(opened);
   return opened == nullptr ? 0 : 1;
 }
 
-void dFileStreamSet(FILE *next) {
-  if (openedHere != nullptr && openedHere != next) {
-    std::fclose(openedHere);
-    openedHere = nullptr;
-  }
-  useStream(next);
-}
+void dFileStreamSet(FILE *next) { useStream(next); }
 
 int dFileClose(void) {
   if (stream == nullptr) return 0;
   FILE *closing = stream;
-  openedHere = nullptr;
+  if (openedHere == closing) openedHere = nullptr;
   useStream(nullptr);
   return std::fclose(closing);
 }

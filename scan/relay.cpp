@@ -8,6 +8,7 @@
 #include "http/wait.h"
 #include "log/peerText.h"
 #include "state/connection.h"
+#include "state/strict.h"
 
 namespace netsift {
 
@@ -26,7 +27,7 @@ void countProxyTurn(Turns &turns) {
 Readiness waitForEither(const Relay &relay) {
   pollfd sides[] = {{relay.client, POLLIN, 0}, {relay.upstream, POLLIN, 0}};
   const std::chrono::seconds limit(relay.timeoutSeconds < 0 ? -1 : relay.timeoutSeconds);
-  errno = 0;
+  if (strictHttp()) errno = 0;
   const int status = waitOnce(sides, limit);
   return {{status, errno}, status > 0 && sides[0].revents != 0, status > 0 && sides[1].revents != 0};
 }

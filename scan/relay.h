@@ -44,8 +44,9 @@ struct Readiness {
   bool client, upstream;
 };
 
-/* Waits until either side can be read or has closed. The error of a time-out is 0, whatever errno held before, so that
-   an interruption long past cannot prolong a relay whose peers are silent. Any descriptor number will do. */
+/* Waits until either side can be read or has closed. The error of a time-out is what errno held before: an interruption
+   long past prolongs a relay whose peers are silent, wait by wait. With StrictHttp it is 0. Any descriptor number will
+   do. */
 Readiness waitForEither(const Relay &relay);
 
 /* Reads what there is, at most a block. */

@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "log/debugLog.h"
+#include "scan/scanFile.h"
 #include "scan/scanTunnel.h"
 #include "state/connection.h"
 #include "state/settings.h"

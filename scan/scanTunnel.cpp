@@ -5,17 +5,20 @@
 #include <cstdio>
 #include <cstring>
 
-#include "connection/answer.h"
 #include "http/httpHeader.h"
 #include "log/accessLog.h"
 #include "log/debugLog.h"
 #include "log/peerText.h"
 #include "scan/relay.h"
+#include "scan/scanFile.h"
 #include "scan/virusScan.h"
 #include "state/connection.h"
 #include "state/settings.h"
 
 using namespace netsift;
+
+/* The relay answers with the block page: the library's one call upwards, to what connection/answer.h declares. */
+extern "C" NETSIFT_API int32_t blockConnection(int32_t sock, uint8_t withpage);
 
 namespace {
 

@@ -1,5 +1,4 @@
-/* The scan file that a child collects a body in, the verdict on it, and the relay that releases a body's tail only
-   after a clean scan. */
+/* The verdict on a scan file, and the relay that releases a body's tail only after a clean scan. */
 #ifndef NETSIFT_SCAN_SCANTUNNEL_H
 #define NETSIFT_SCAN_SCANTUNNEL_H
 
@@ -31,15 +30,5 @@ NETSIFT_API int32_t tunnel_vs(int client, int upstream, int timeout, int useVlav
 NETSIFT_API int32_t isVirusInfection(const char *path, char *name, int useVlav, int useVlcav);
 
 NETSIFT_END
-
-#ifdef __cplusplus
-namespace netsift {
-
-/* Sets `childpid`, and `virfilename` to VIRFILE_DIR and "scanfile.<pid>". False when that does not fit: it is traced at
-   level 1 and `virfilename` left empty, a file that nothing can open. */
-bool nameScanFile();
-
-}  // namespace netsift
-#endif
 
 #endif

@@ -1,10 +1,6 @@
 #include "scan/virusScan.h"
 
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <chrono>
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -12,12 +8,13 @@
 #include <optional>
 #include <string_view>
 
-#include "http/wait.h"
 #include "log/debugLog.h"
 #include "log/peerText.h"
+#include "scan/engine.h"
 #include "state/settings.h"
 #include "util/ownedText.h"
-#include "util/unixSocket.h"
+
+using netsift::Dialogue;
 
 namespace {
 
@@ -77,27 +74,17 @@ int32_t judgeStatus(const char *reply, char *name) {
   return clean;
 }
 
-/* A connection for a line dialogue, or -1. */
-int reachEngine(const char *path) {
-  const int fd = netsift::unixSocket();
-  if (fd == 0) {
-    // Only descriptor 0 counts as a failure of its own; a socket that was not made fails at the connect. It is left
-    // open in the place of the standard input that was closed, so that the next call gets another one.
+/* Connects for a line dialogue. */
+bool reachInLines(const Dialogue &dialogue, const char *path) {
+  if (dialogue.fd == 0) {
+    /* Only descriptor 0 counts as a failure of its own; a socket that was not made fails at the connect. It is left open
+       in the place of the standard input that was closed, so that the next call gets another one. */
     dprintf(1, "Error creating socket for connection to AV engine\n");
-    return -1;
+    return false;
   }
-  if (netsift::connectUnixSocket(fd, path) == 0) return fd;
+  if (reachEngine(dialogue, path)) return true;
   dprintf(1, "Error Connecting to AV engine\n");
-  if (fd > 0) close(fd);
-  return -1;
-}
-
-bool sendOnce(int fd, std::string_view request) { return send(fd, request.data(), request.size(), MSG_NOSIGNAL) > 0; }
-
-/* As select answers: true when there is something to read or the stream has ended within the limit; a negative limit
-   and an interrupted wait are failures. */
-bool waitForGreeting(int fd, int32_t limitSeconds) {
-  return limitSeconds >= 0 && netsift::waitOnce(fd, POLLIN, std::chrono::seconds(limitSeconds)) > 0;
+  return false;
 }
 
 /* Takes the virus name of a line such as "322-Name object": after the first "-", up to a blank or the line's end. */
@@ -132,13 +119,6 @@ std::optional<int32_t> judgeLine(const char *line, char *name) {
   return line[0] == '2' ? std::optional(clean) : std::nullopt;
 }
 
-/* Ends a dialogue: says goodbye and lets the engine have its last word. */
-void quit(int fd, std::string_view goodbye) {
-  char line[lineMaximum];
-  sendOnce(fd, goodbye);
-  readline(fd, line, lineMaximum);
-}
-
 /* printf into an allocation; none when memory is short. */
 __attribute__((format(printf, 1, 2))) netsift::Text formatted(const char *format, ...) {
   char *text = nullptr;
@@ -149,58 +129,90 @@ __attribute__((format(printf, 1, 2))) netsift::Text formatted(const char *format
   return netsift::Text(text);
 }
 
-int32_t askStatus(int fd, const char *path, char *name) {
+/* A status is a number, and more that follows it does so after a blank or a line end. */
+bool isStatus(std::string_view reply) {
+  const size_t digits = std::min(reply.find_first_not_of("0123456789"), reply.size());
+  return digits > 0 && (digits == reply.size() || std::strchr(" \t\r\n", reply[digits]) != nullptr);
+}
+
+int32_t askStatus(const Dialogue &dialogue, const char *path, char *name) {
   char request[255];
   std::snprintf(request, sizeof request, "SCAN 0 %s", path);
-  if (!sendOnce(fd, request)) return reportDown(name);
+  if (!sayOnce(dialogue, request)) return reportDown(name);
 
   char reply[256] = {};
-  const ssize_t length = read(fd, reply, sizeof reply - 1);
+  const ssize_t length = hearOnce(dialogue, reply, sizeof reply - 1);
   if (length < 0) return reportDown(name);
+  if (dialogue.strict && !isStatus({reply, static_cast<size_t>(length)})) {
+    dprintf(2, "ERROR: no scan status\n");
+    return reportDown(name);
+  }
   if (length == 0) return clean;
   dprintf(2, "---------Scan result for file %s\n", path);
   return judgeStatus(reply, name);
 }
 
-int32_t askClamd(int fd, const char *path) {
-  const netsift::Text request = formatted("SCAN %s", path);
-  if (!request) return engineDown;
-  dprintf(4, "%s \n", request.get());
-  if (!sendOnce(fd, request.get())) return engineDown;
-
-  char line[lineMaximum];
-  if (readline(fd, line, lineMaximum) <= 0) return engineDown;
-  netsift::tracePeerLine(4, line);
-
-  int32_t verdict = scanError;
+int32_t judgeWords(const char *line) {
   if (std::strstr(line, "ERROR") != nullptr) {
     dprintf(2, "error in scanning\n");
-  } else if (std::strstr(line, "FOUND") != nullptr) {
-    verdict = infected;
-  } else if (std::strstr(line, "OK") != nullptr) {
-    verdict = clean;
+    return scanError;
   }
-  quit(fd, "QUIT");
+  if (std::strstr(line, "FOUND") != nullptr) return infected;
+  return std::strstr(line, "OK") != nullptr ? clean : scanError;
+}
+
+/* The path and a signature's name, which come first, may hold any word. A line that filled its buffer is no reply. */
+int32_t judgeLastWord(std::string_view line) {
+  if (line.size() >= lineMaximum - 1 && line.back() != '\n') return scanError;
+  while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
+  const std::string_view word = line.substr(line.find_last_of(" \t") + 1);
+  if (word == "FOUND") return infected;
+  if (word == "OK") return clean;
+  dprintf(2, "error in scanning\n");
+  return scanError;
+}
+
+/* The verdict of the second engine, or none when the dialogue broke off. */
+std::optional<int32_t> askClamd(const Dialogue &dialogue, const char *path) {
+  const netsift::Text request = formatted("SCAN %s", path);
+  if (!request) return std::nullopt;
+  dprintf(4, "%s \n", request.get());
+  if (!sayOnce(dialogue, request.get())) return std::nullopt;
+
+  char line[lineMaximum];
+  const int count = hearLine(dialogue, line, lineMaximum);
+  if (count <= 0) return std::nullopt;
+  netsift::tracePeerLine(4, line);
+
+  const auto stored = static_cast<size_t>(line[count - 1] == '\n' ? count : count - 1);
+  const int32_t verdict = dialogue.strict ? judgeLastWord({line, stored}) : judgeWords(line);
+  sayGoodbye(dialogue, "QUIT");
   return verdict;
 }
 
-int32_t askInLines(int fd, const char *path, char *name) {
-  if (!waitForGreeting(fd, MAX_TIME_FOR_VLAV)) return engineDown;
+/* So of the primary engine's line dialogue. */
+std::optional<int32_t> askInLines(const Dialogue &dialogue, const char *path, char *name) {
+  if (!waitForGreeting(dialogue, MAX_TIME_FOR_VLAV)) return std::nullopt;
   char line[lineMaximum];
-  if (readline(fd, line, lineMaximum) <= 0) return engineDown;
+  if (hearLine(dialogue, line, lineMaximum) <= 0) return std::nullopt;
   if (line[0] == '4' || line[0] == '5') return engineDown;
   netsift::tracePeerLine(4, line);
 
   const netsift::Text request = formatted("SCAN abefghijkpqRSTUW %s\r\n", path);
-  if (!request || !sendOnce(fd, request.get())) return engineDown;
+  if (!request || !sayOnce(dialogue, request.get())) return std::nullopt;
   for (;;) {
-    if (readline(fd, line, lineMaximum) <= 0) return engineDown;
+    if (hearLine(dialogue, line, lineMaximum) <= 0) return std::nullopt;
     netsift::tracePeerLine(4, line);
     const std::optional<int32_t> verdict = judgeLine(line, name);
     if (!verdict) continue;
-    quit(fd, "QUIT\r\n");
-    return *verdict;
+    sayGoodbye(dialogue, "QUIT\r\n");
+    return verdict;
   }
+}
+
+int32_t conclude(const Dialogue &dialogue, std::optional<int32_t> verdict) {
+  concludeDialogue(dialogue, verdict.has_value());
+  return verdict.value_or(engineDown);
 }
 
 }  // namespace
@@ -213,46 +225,25 @@ int32_t Scan(const char *path, char *name) {
     return engineDown;
   }
 
-  const int fd = netsift::unixSocket();
-  if (fd < 0) return reportDown(name);
-  const bool connected = netsift::connectUnixSocket(fd, vlavSocket) == 0;
-  const int32_t verdict = connected ? askStatus(fd, path, name) : reportDown(name);
-  close(fd);
+  const Dialogue dialogue = netsift::startDialogue();
+  const bool connected = dialogue.fd >= 0 && reachEngine(dialogue, vlavSocket);
+  const int32_t verdict = connected ? askStatus(dialogue, path, name) : reportDown(name);
+  concludeDialogue(dialogue, connected);
   return verdict;
 }
 
 int32_t isInfectedclam(const char *path) {
-  dprintf(7, "into the isinfectedclam funtion\n");  // misspelt for as long as it has been logged
-  const int fd = path == nullptr ? -1 : reachEngine(vlcavSocket);
-  if (fd < 0) return engineDown;
-  const int32_t verdict = askClamd(fd, path);
-  close(fd);
-  return verdict;
+  dprintf(7, "into the isinfectedclam funtion\n"); /* misspelt for as long as it has been logged */
+  if (path == nullptr) return engineDown;
+  const Dialogue dialogue = netsift::startDialogue();
+  return conclude(dialogue, reachInLines(dialogue, vlcavSocket) ? askClamd(dialogue, path) : std::nullopt);
 }
 
 int32_t isInfected(const char *path, char *name) {
   dprintf(7, "inside isInfected\n");
-  const int fd = path == nullptr ? -1 : reachEngine(vlavSocket);
-  if (fd < 0) return engineDown;
-  const int32_t verdict = askInLines(fd, path, name);
-  close(fd);
-  return verdict;
-}
-
-int readline(int fd, char *buffer, int maximum) {
-  int stored = 0;
-  ssize_t got = 1;
-  bool lineEnd = false;
-  while (stored + 1 < maximum && !lineEnd) {
-    got = read(fd, &buffer[stored], 1);
-    if (got < 0 && errno == EINTR) continue;
-    if (got <= 0) break;
-    lineEnd = buffer[stored++] == '\n';
-  }
-  if (maximum > 0) buffer[stored] = '\0';
-  if (got < 0) return -1;
-  if (got == 0 && stored == 0) return 0;
-  return lineEnd ? stored : stored + 1;
+  if (path == nullptr) return engineDown;
+  const Dialogue dialogue = netsift::startDialogue();
+  return conclude(dialogue, reachInLines(dialogue, vlavSocket) ? askInLines(dialogue, path, name) : std::nullopt);
 }
 
 int getAVRespCode(const char *line) {

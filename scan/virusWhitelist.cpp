@@ -16,6 +16,15 @@
 
 namespace {
 
+/* The key as the map holds it, so that it can be freed once its pair is removed; null when it is absent. */
+char *storedKey(string_int_hash *entries, const char *key) {
+  auto position = string_int_hash_first(entries);
+  while (string_int_hash_done(&position) == 0 && string_equal(string_int_hash_key(&position), key) == 0) {
+    string_int_hash_next(&position);
+  }
+  return string_int_hash_key(&position);
+}
+
 /* Acts on one line of a whitelist file, line end included; `distinct` counts the entries stored so far. */
 void applyLine(string_int_hash *entries, const char *line, int32_t &distinct) {
   if (line[0] == '?') {
@@ -25,9 +34,9 @@ void applyLine(string_int_hash *entries, const char *line, int32_t &distinct) {
     return;
   }
   if (line[0] == '-') {
-    char *copy = netsift::storedKey(entries, line + 1);
+    char *removed = storedKey(entries, line + 1);
     string_int_hash_remove(entries, line + 1);
-    std::free(copy);
+    std::free(removed);
     std::fputs("Removed", stdout);
     return;
   }
@@ -36,11 +45,12 @@ void applyLine(string_int_hash *entries, const char *line, int32_t &distinct) {
     return;
   }
   char *copy = strdup(line);
+  const int32_t before = entries->entries;
   string_int_hash_set(entries, copy, distinct);
-  if (netsift::storedKey(entries, line) == copy) {
-    distinct++;
-  } else {
+  if (entries->entries == before) { /* memory is short */
     std::free(copy);
+  } else {
+    distinct++;
   }
 }
 

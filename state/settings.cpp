@@ -22,7 +22,8 @@ PhraseNode **phraselists;
 InitialEntry **initiallists;
 
 uint8_t virusscan, DoVlavScan, DoClamScan;
-int32_t VirWL_Domain, VirWL_MimeType, vs_tunnel, startScanSize, MAX_TIME_FOR_VLAV, disableCache, URL_CACHESIZE;
+int32_t VirWL_Domain, VirWL_MimeType, vs_tunnel, startScanSize, MAX_TIME_FOR_VLAV, EngineTimeout, disableCache,
+    URL_CACHESIZE;
 char VIRFILE_DIR[1024], viruswhitelist[100][100];
 TextNode *URL_CACHE;
 

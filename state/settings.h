@@ -6,7 +6,7 @@
 
 #include "state/records.h"
 #include "util/api.h"
-#include "util/installPath.h"
+#include "util/installRoot.h"
 
 NETSIFT_BEGIN
 
@@ -77,11 +77,13 @@ NETSIFT_API extern int32_t VirWL_Domain, VirWL_MimeType; /* nonzero: skip by hos
 NETSIFT_API extern int32_t vs_tunnel;                    /* 1: whitelisted sites are relayed untouched */
 NETSIFT_API extern int32_t startScanSize;                /* KiB collected before the first scan; 0: from the length */
 NETSIFT_API extern int32_t MAX_TIME_FOR_VLAV;            /* seconds the line dialogue waits for a greeting */
-NETSIFT_API extern int32_t disableCache;                 /* 1: verdicts are neither looked up nor stored */
-NETSIFT_API extern int32_t URL_CACHESIZE;                /* the host's own count, only traced here */
-NETSIFT_API extern char VIRFILE_DIR[1024];               /* folder of scan files, with its trailing "/" */
-NETSIFT_API extern char viruswhitelist[100][100];        /* texts of inVirusWhiteList; the first empty entry ends it */
-NETSIFT_API extern TextNode *URL_CACHE;                  /* the host's own list */
+NETSIFT_API extern int32_t
+    EngineTimeout;                       /* with StrictHttp: seconds for a whole dialogue with an engine; 0: no limit */
+NETSIFT_API extern int32_t disableCache; /* 1: verdicts are neither looked up nor stored */
+NETSIFT_API extern int32_t URL_CACHESIZE;         /* the host's own count, only traced here */
+NETSIFT_API extern char VIRFILE_DIR[1024];        /* folder of scan files, with its trailing "/" */
+NETSIFT_API extern char viruswhitelist[100][100]; /* texts of inVirusWhiteList; the first empty entry ends it */
+NETSIFT_API extern TextNode *URL_CACHE;           /* the host's own list */
 
 /* The library leaves these two undefined; the host defines them: the bytes of the script inserted into pages when
    blockpopup is on, and their count. */

@@ -1,20 +1,11 @@
-/* Where the system's fixed paths lie: every one of them goes through here, behind `installroot`. */
+/* Where the system's fixed paths lie: every one of them goes through here, behind `installroot`. Internal to the
+   library. */
 #ifndef NETSIFT_UTIL_INSTALLPATH_H
 #define NETSIFT_UTIL_INSTALLPATH_H
 
-#include "util/api.h"
-
-NETSIFT_BEGIN
-
-/* Put before every fixed path ("/opt/Velmora/...", "/var/Velmora/..."); null or empty at load and for an installed
-   system. Owned by the host. A path handed in as an argument is used as it stands. */
-NETSIFT_API extern char *installroot;
-
-NETSIFT_END
-
-#ifdef __cplusplus
 #include <initializer_list>
 
+#include "util/installRoot.h"
 #include "util/ownedText.h"
 
 namespace netsift {
@@ -26,6 +17,5 @@ constexpr const char *logFolder = "/var/Velmora/var/log/";
 Text installPath(std::initializer_list<const char *> pieces);
 
 }  // namespace netsift
-#endif
 
 #endif

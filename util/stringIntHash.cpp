@@ -140,12 +140,3 @@ int string_equal(const char *a, const char *b) {
   if (a == nullptr || b == nullptr) return a == b;
   return std::strcmp(a, b) == 0;
 }
-
-namespace netsift {
-
-char *storedKey(const string_int_hash *hash, const char *key) {
-  Pair **link = findLink(hash, key);
-  return link == nullptr ? nullptr : (*link)->key;
-}
-
-}  // namespace netsift

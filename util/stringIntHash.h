@@ -69,13 +69,4 @@ NETSIFT_API int string_equal(const char *a, const char *b);
 
 NETSIFT_END
 
-#ifdef __cplusplus
-namespace netsift {
-
-/* The key as the map holds it, so that its owner can free it after removing the pair; null when it is absent. */
-char *storedKey(const string_int_hash *hash, const char *key);
-
-}  // namespace netsift
-#endif
-
 #endif

@@ -1,5 +1,8 @@
 #include "http/decompression.h"
 
+#include <cerrno>
+#include <chrono>
+
 #include "http/httpBody_iter.h"
 #include "tests/support/support.h"
 
@@ -30,11 +33,20 @@ TEST(ZlibDecompress, InflatesWholePiecemealAndDamaged) {
 TEST(OpenGzStream, ReadsFromTheSocketOrTimesOut) {
   SocketPair pair;
   gzFile in = nullptr;
-  errno = EINTR;  // left over from an earlier call
-  EXPECT_EQ(openGZStream(pair.near, "r", 0, &in) + openGZStream(4000, "r", -1, &in), -2);
-  pair.send(compressed("zipped", 31));
-  pair.closeFar();  // zlib fills its own buffer or waits for the end
-  ASSERT_EQ(openGZStream(dup(pair.near), "r", 1, &in), 1);
+  EXPECT_EQ(openGZStream(4000, "r", -1, &in), -1);
+  StrictHttp = STRICT_HTTP;
+  errno = EINTR;  // left over from an earlier call: only without StrictHttp it makes a time-out wait again
+  EXPECT_EQ(openGZStream(pair.near, "r", 0, &in), -1);
+  StrictHttp = 0;
+  std::thread late([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    pair.send(compressed("zipped", 31));
+    pair.closeFar();  // zlib fills its own buffer or waits for the end
+  });
+  const int socket = dup(pair.near);
+  errno = EINTR;
+  ASSERT_EQ(openGZStream(socket, "r", 0, &in), 1);
+  late.join();
   char text[7] = "";
   unsigned length = 6;
   EXPECT_EQ(getGZHTTPBody(pair.near, in, text, &length, 1, 6), 0);

@@ -66,7 +66,8 @@ TEST(Header, FieldsAreFoundByNameAndQuestionsReadNothingPastALine) {
   const std::pair<int (*)(const HeaderLine *), std::vector<std::pair<const char *, int>>> cases[] = {
       {isPOSTRequest, {{"  POSTX /", 1}, {"post /", 0}, {"POS", 0}, {"", 0}}},
       {getResponseCode, {{"HTTP/1.0 404 Not\r\n", 404}, {" HTTP/1.0 2xx", 200 + ('x' - '0') * 11}, {"HTTP/1.0", -1}}},
-      {getResponseCode, {{"HTTP/1.0 x\r\n", -1}, {"HTTP/1.0  200", -1}, {"HTTP/1.0 20", -1}}},
+      {getResponseCode,
+       {{"HTTP/1.0 x\r\n", -1}, {"HTTP/1.0  200", -1}, {"HTTP/1.0 20", 200 - '0'}, {"HTTP/1.0 2", -1}}},
       {getContentLength, {{"Content-Length: 12 \r\n", 104}, {"Content-Length:2147483648", INT_MIN}, {"A", 0}}},
       {ShowAuth, {{"Host: a", 0}, {"proxy-authorization: NTLM", 1}, {"Proxy-Authorization: NTL", 2}}},
       {ShowAuth, {{"Proxy-Authorization:  NTLM", 2}, {"Proxy-Authorization:", 2}}},

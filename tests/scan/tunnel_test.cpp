@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <chrono>
 
 #include "tests/support/support.h"
 #include "util/installPath.h"
@@ -19,7 +20,11 @@ struct Tunnels : testing::Test {
 };
 
 TEST_F(Tunnels, EndOnSilenceFailedSendsAndDescriptorsThatAreNotOpen) {
+  StrictHttp = STRICT_HTTP;
   errno = EINTR;  // left over from an earlier call
+  EXPECT_EQ(tunnel(client.near, upstream.near, 0), 0);
+  StrictHttp = 0;
+  errno = 0;
   EXPECT_EQ(tunnel(client.near, upstream.near, 0), 0);
   EXPECT_EQ(tunnel(client.near, -1, -1), 0);
   EXPECT_EQ(tunnel(999, upstream.near, -1), 0);
@@ -29,6 +34,15 @@ TEST_F(Tunnels, EndOnSilenceFailedSendsAndDescriptorsThatAreNotOpen) {
   client.send("x");
   upstream.closeFar();
   EXPECT_EQ(tunnel(fcntl(client.near, F_DUPFD, 1100), upstream.near, -1), 0);
+}
+
+TEST_F(Tunnels, WaitAgainAfterAnInterruptionLongPast) {
+  std::thread late([&] { std::this_thread::sleep_for(std::chrono::milliseconds(50)), upstream.closeFar(); });
+  const auto start = std::chrono::steady_clock::now();
+  errno = EINTR;
+  EXPECT_EQ(tunnel(client.near, upstream.near, 0), 0);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(40));
+  late.join();
 }
 
 TEST_F(Tunnels, OneBlockOrTheClientsTurn) {

@@ -1,5 +1,6 @@
 #include "scan/virusScan.h"
 
+#include <chrono>
 #include <filesystem>
 #include <map>
 #include <optional>
@@ -55,8 +56,6 @@ TEST(VirusScan, LineDialogueTakesTheLastName) {
     EXPECT_EQ(ask("vlav", "220 hello\r\n", reply, talk, [&] { return isInfected("/f", name); }), verdict) << reply;
     EXPECT_STREQ(name, "Name") << reply;
     EXPECT_EQ(talk, "SCAN abefghijkpqRSTUW /f\r\n|QUIT\r\n") << reply;
-    MAX_TIME_FOR_VLAV = verdict;  // seconds of silence; a negative limit is a failed wait
-    EXPECT_EQ(ask("vlav", "", reply, talk, [] { return isInfected("/f", nullptr); }), -1) << verdict;
   }
 }
 
@@ -69,6 +68,161 @@ TEST(VirusScan, NoRoomForTheSocketsPathAndAnEngineThatBreaksOff) {
   const ScriptedDaemon hasty(root, "vlav", [](int) {});
   EXPECT_EQ(Scan("/f", strcpy(name, "left over")), -1);
   EXPECT_STREQ(name, "AV ");
+}
+
+/* With StrictHttp the reply says what it says; without, any text that has the letters does. */
+TEST(VirusScan, StrictlyOnlyAVerdictIsOne) {
+  const std::string filled = "/f: " + std::string(2100, 'x');
+  const std::tuple<const char *, std::string, int, int> cases[] = {
+      {"vlav", "0", 0, 0},
+      {"vlav", "2 x", 1, 1},
+      {"vlav", "0\r\n", 0, 0},
+      {"vlav", "hello", 0, -1},
+      {"vlav", "", 0, -1},
+      {"vlav", " 0", 0, -1},
+      {"vlav", "0x", 0, -1},
+      {"vlcavd.sock", "/f: OK\r\n", 0, 0},
+      {"vlcavd.sock", "/f: a FOUND", 1, 1},
+      {"vlcavd.sock", "/f: OKAY\n", 0, -2},
+      {"vlcavd.sock", "/f: OK, ask later\n", 0, -2},
+      {"vlcavd.sock", "/f: ERROR-a FOUND\n", -2, 1},
+      {"vlcavd.sock", "/f: No such file. ERROR\n", -2, -2},
+      {"vlcavd.sock", filled.substr(0, 2043) + " OK and on\n", 0, -2},
+      {"vlcavd.sock", "\n", -2, -2}};
+  for (const auto &[name, reply, verdict, strictVerdict] : cases) {
+    for (const int strict : {0, 1}) {
+      StrictHttp = strict;
+      std::string talk;
+      const auto call = [&, name = name] {
+        return *name == 'v' && name[2] == 'a' ? Scan("/f", nullptr) : isInfectedclam("/f");
+      };
+      EXPECT_EQ(ask(name, "", reply, talk, call), strict == 1 ? strictVerdict : verdict) << reply << strict;
+    }
+  }
+}
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+int32_t scanCall() { return Scan("/f", nullptr); }
+int32_t linesCall() { return isInfected("/f", nullptr); }
+int32_t clamdCall() { return isInfectedclam("/f"); }
+
+/* What an engine may do instead of answering, over a connection that it keeps open. */
+void stall(int fd) { readToEnd(fd); }
+void drip(int fd) {
+  do std::this_thread::sleep_for(milliseconds(50));
+  while (::send(fd, "1", 1, MSG_NOSIGNAL) > 0);
+}
+void chatter(int fd) {
+  const std::string line = "100 one moment\n";
+  while (::send(fd, line.data(), line.size(), MSG_NOSIGNAL) > 0) std::this_thread::yield();
+}
+void condemnAndStall(int fd) { say(fd, "2 x FOUND\n231\n"), readToEnd(fd); }
+
+TEST(VirusScan, AHungEngineOrAClientThatLeftHoldsNoProcess) {
+  struct Case {
+    const char *socket;
+    void (*script)(int);
+    int32_t (*ask)();
+    bool answers, pauses; /* who never pauses is given up when the time is over, whether or not the client stays */
+  };
+  constexpr Case cases[] = {
+      {"vlav", stall, scanCall, false, true},          {"vlav", stall, linesCall, false, true},
+      {"vlav", chatter, linesCall, false, false},      {"vlcavd.sock", stall, clamdCall, false, true},
+      {"vlcavd.sock", drip, clamdCall, false, true},   {"vlcavd.sock", condemnAndStall, clamdCall, true, true},
+      {"vlav", condemnAndStall, linesCall, true, true}};
+  StrictHttp = STRICT_HTTP;
+  MAX_TIME_FOR_VLAV = 60;
+  for (const Case &one : cases) {
+    for (const bool leaves : {false, true}) {
+      SCOPED_TRACE(testing::Message() << (&one - cases) << leaves);
+      const ScratchRoot root;
+      const ScriptedDaemon engine(root, one.socket, one.script);
+      SocketPair client;
+      clientsock = client.near;
+      EngineTimeout = leaves && one.pauses ? 0 : 1;
+      std::thread leaving([&] {
+        std::this_thread::sleep_for(milliseconds(100));
+        if (leaves) client.closeFar();
+      });
+      const auto start = Clock::now();
+      EXPECT_EQ(one.ask(), one.answers ? 1 : -1);
+      const auto took = Clock::now() - start;
+      EXPECT_GE(took, milliseconds(one.answers ? 0 : leaves ? 90 : 990));
+      EXPECT_LT(took, milliseconds(one.answers ? 900 : 4000));
+      leaving.join();
+    }
+  }
+}
+
+/* Takes connections into its queue, beside one that is there, and never looks at them. */
+struct DeafEngine {
+  ScratchRoot root;
+  const int listener = socket(AF_UNIX, SOCK_STREAM, 0), first = socket(AF_UNIX, SOCK_STREAM, 0);
+  explicit DeafEngine(int queue) {
+    sockaddr_un address{AF_UNIX, {}};
+    (root.path() + "/opt/Velmora/var/run/vlav").copy(address.sun_path, sizeof address.sun_path - 1);
+    const auto *place = reinterpret_cast<sockaddr *>(&address);
+    EXPECT_EQ(bind(listener, place, sizeof address) | listen(listener, queue) | connect(first, place, sizeof address),
+              0);
+  }
+  ~DeafEngine() { close(listener), close(first); }
+};
+
+TEST(VirusScan, TheGreetingIsWaitedForAsLongAsItIsSaid) {
+  const DeafEngine engine(8);
+  for (const int strict : {0, 1}) {
+    StrictHttp = strict;
+    for (const int seconds : {-1, 0, 1}) {
+      MAX_TIME_FOR_VLAV = seconds;
+      const auto start = Clock::now();
+      EXPECT_EQ(linesCall(), -1);
+      EXPECT_GE(Clock::now() - start, milliseconds(seconds < 1 ? 0 : 990));
+      EXPECT_LT(Clock::now() - start, milliseconds(seconds < 1 ? 500 : 3000));
+    }
+  }
+}
+
+TEST(VirusScan, AnEngineWhoseQueueIsFullIsGivenUp) {
+  const DeafEngine engine(0);
+  StrictHttp = STRICT_HTTP;
+  for (const bool leaves : {false, true}) {
+    SocketPair client;
+    clientsock = client.near;
+    EngineTimeout = leaves ? 0 : 1;
+    if (leaves) client.closeFar();
+    const auto start = Clock::now();
+    EXPECT_EQ(scanCall(), -1);
+    EXPECT_GE(Clock::now() - start, milliseconds(leaves ? 0 : 990));
+    EXPECT_LT(Clock::now() - start, milliseconds(4000));
+  }
+}
+
+TEST(VirusScan, WhatIsGivenUpHalfWayStaysOpenButStrictly) {
+  const auto silent = [](int) {};
+  const auto broken = [](int fd) { say(fd, "421 busy\n"), readToEnd(fd); };
+  const std::tuple<const char *, ScriptedDaemon::Script, int32_t (*)(), int> cases[] = {
+      {nullptr, silent, scanCall, 1},        {nullptr, silent, clamdCall, 1}, {nullptr, silent, linesCall, 1},
+      {"vlcavd.sock", silent, clamdCall, 1}, {"vlav", silent, linesCall, 1},  {"vlav", silent, scanCall, 0},
+      {"vlav", broken, linesCall, 0}};
+  const auto openOnes = [] {
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return std::distance(begin(all), end(all));
+  };
+  MAX_TIME_FOR_VLAV = 5;
+  for (const auto &[socket, script, ask, leftOpen] : cases) {
+    for (const int strict : {0, 1}) {
+      StrictHttp = strict;
+      const ScratchRoot root;
+      const auto before = openOnes();
+      std::optional<ScriptedDaemon> engine;
+      if (socket != nullptr) engine.emplace(root, socket, script);
+      EXPECT_LE(ask(), 0);
+      engine.reset();
+      EXPECT_EQ(openOnes() - before, strict == 1 ? 0 : leftOpen) << (socket == nullptr ? "nobody" : socket) << strict;
+    }
+  }
 }
 
 TEST(VirusScan, ReadlineKeepsToItsRoom) {

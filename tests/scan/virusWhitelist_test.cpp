@@ -3,7 +3,6 @@
 #include <gdbm.h>
 
 #include "tests/support/support.h"
-#include "util/stringIntHash.h"
 
 using namespace netsift::test;
 
@@ -27,22 +26,4 @@ TEST(VirusWhitelist, EntriesMatchAsSubstrings) {
   gdbm_store(file, {key, 4}, {key, 1}, GDBM_INSERT);  // a key that does not end in a zero byte
   gdbm_close(file);
   EXPECT_EQ(isDom_vir_wl(path.c_str(), "example.org"), 1);
-}
-
-TEST(StringIntHash, HashesSignedGrowsShrinksAndLosesNothing) {
-  EXPECT_EQ(hash_string("www.example.org/index.html\n"), -921965461);
-  EXPECT_EQ(hash_string("\x80\x81 !"), -73448);
-  std::vector<std::string> keys(36);
-  string_int_hash *map = string_int_hash_new();
-  for (size_t i = 0; i < 72; i++) {  // each one is set, then replaced
-    keys[i / 2] = "key" + std::to_string(i / 2);
-    string_int_hash_set(map, keys[i / 2].data(), static_cast<int>(i));
-  }
-  EXPECT_EQ(map->buckets, 98);
-  for (size_t i = 0; i < 36; string_int_hash_remove(map, keys[i++].c_str())) {
-    const int *value = string_int_hash_get(map, keys[i].c_str());
-    EXPECT_TRUE(value != nullptr && *value == static_cast<int>(2 * i + 1)) << i;
-  }
-  EXPECT_TRUE(map->buckets == 2 && map->entries == 0);
-  string_int_hash_clear(map), free(map);
 }

@@ -1,5 +1,6 @@
 #include "tests/support/support.h"
 #include "util/escape.h"
+#include "util/stringIntHash.h"
 #include "util/symbolTable.h"
 #include "util/text.h"
 
@@ -30,4 +31,22 @@ TEST(Trim, CutsWhiteSpaceAtBothEndsInPlace) {
   for (const auto &[text, trimmed] :
        {std::pair(" \t\r\n", ""), {"", ""}, {"\v  a b \r\n", "a b"}, {"\xa0 a \xa0", "\xa0 a \xa0"}})
     EXPECT_STREQ(trim(test::GuardedText(text).get()), trimmed);
+}
+
+TEST(StringIntHash, HashesSignedGrowsShrinksAndLosesNothing) {
+  EXPECT_EQ(hash_string("www.example.org/index.html\n"), -921965461);
+  EXPECT_EQ(hash_string("\x80\x81 !"), -73448);
+  std::vector<std::string> keys(36);
+  string_int_hash *map = string_int_hash_new();
+  for (size_t i = 0; i < 72; i++) {  // each one is set, then replaced
+    keys[i / 2] = "key" + std::to_string(i / 2);
+    string_int_hash_set(map, keys[i / 2].data(), static_cast<int>(i));
+  }
+  EXPECT_EQ(map->buckets, 98);
+  for (size_t i = 0; i < 36; string_int_hash_remove(map, keys[i++].c_str())) {
+    const int *value = string_int_hash_get(map, keys[i].c_str());
+    EXPECT_TRUE(value != nullptr && *value == static_cast<int>(2 * i + 1)) << i;
+  }
+  EXPECT_TRUE(map->buckets == 2 && map->entries == 0);
+  string_int_hash_clear(map), free(map);
 }

@@ -1,0 +1,13 @@
+/* Whether the additions of StrictHttp hold. Internal to the library. */
+#ifndef NETSIFT_STATE_STRICT_H
+#define NETSIFT_STATE_STRICT_H
+
+#include "state/settings.h"
+
+namespace netsift {
+
+inline bool strictHttp() { return (StrictHttp & STRICT_HTTP) != 0; }
+
+}  // namespace netsift
+
+#endif
