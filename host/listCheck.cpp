@@ -16,7 +16,6 @@ namespace netsift::host {
 
 namespace {
 
-constexpr size_t largestList = size_t{1} << 30;
 constexpr size_t longestDomain = 1021;
 
 bool read(const std::string &path, std::string *content, Problems &problems) {
