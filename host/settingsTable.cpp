@@ -100,9 +100,10 @@ const Setting contentSettings[] = {
     {"content", "threshold", Number{&allowedweight, 1, anyNumber, ""}, "100",
      "A page whose phrases of one category together weigh this much is refused."},
     {"content", "count_once", Flag{&uniqueoccur}, "false", "Count each phrase once a page, however often it occurs."},
-    {"content", "report_urls", Flag{&addurltolist}, "true",
-     "Add the URL of a page refused for its phrases to the blacklist of the same base name. The categories that both "
-     "lists share must stand at the same place in both."},
+    {"content", "report_urls", Flag{&addurltolist}, "false",
+     "Add the URL of a page refused for its phrases to the blacklist FILE of the same base name, kept in "
+     "FILE.reported.url.orig. Anybody who can have a page show such phrases, be it as the words of a search, can so "
+     "have its URL refused to all. The categories that both lists share must stand at the same place in both."},
     {"content", "category", Categories{"phrases", &numcategories1, &categfiles1, &categname1}, "[]",
      "Phrase lists, judged in this order: a name shown to people, and the base name of the file PHRASES.phrase in the "
      "configuration folder.",

@@ -69,6 +69,7 @@ TEST(ConfigRead, ValuesLandInTheirVariablesWithinTheirBounds) {
                                              "requests.messenger_urls = [\"\"]",
                                              repeated(256, category),
                                              "lists.category = [{name = \"a\", file = \"a;b\"}]",
+                                             "lists.category = [{name = \"a\", file = \"a.reported\"}]",
                                              "upstream.proxy = \"localhost:3128\"",
                                              "log.access_file = \"../x\"",
                                              "pages.administrator = \"a\\u0000b\"",
