@@ -12,7 +12,7 @@ HostConfig hostConfig;
 
 namespace {
 
-constexpr int32_t mostSeconds = 3600;
+constexpr int32_t mostSeconds = 3600, longestLoad = 86400;
 constexpr int32_t anyNumber = INT32_MAX;
 constexpr size_t longestPath = 1000;
 constexpr size_t longestText = 200;
@@ -20,6 +20,8 @@ constexpr size_t longestText = 200;
 const Setting serviceSettings[] = {
     {"service", "filtering", Flag{&DisableNetsiftService, true}, "true",
      "Judge what passes. When false, everything is passed through unread."},
+    {"service", "load_seconds", Number{&hostConfig.loadSeconds, 1, longestLoad, "seconds"}, "300",
+     "After how long a loading at SIGHUP is given up; what was loaded before stays in use."},
     {"listen", "address", ListenAddress{}, "\"127.0.0.1:8080\"",
      "Where clients connect. Port 0 takes a free one, which is printed. Read at start only; --listen goes before it."},
     {"listen", "max_connections", Number{&hostConfig.maxConnections, 1, 100000, "connections"}, "256",

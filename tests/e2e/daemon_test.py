@@ -3,8 +3,10 @@ import contextlib
 import json
 import os
 import pathlib
+import resource
 import shutil
 import signal
+import socket
 import subprocess
 import time
 
@@ -47,6 +49,38 @@ class Daemon(Case):
         os.kill(int(servers.split()[-1]), signal.SIGKILL)
         self.await_said(filtering, "the serving process has ended (signal 9); another is started", "serving again")
         self.assert_page(filtering.exchange(ASK), "error", REFUSAL)
+
+    def test_what_cannot_be_loaded_cuts_no_list_and_holds_up_no_further_loading(self):
+        filtering = self.filter({"service.load_seconds": 3, "log.debug_level": 1})
+        config, etc = filtering.root / "test.toml", filtering.etc
+        source, made = etc / "sample.url.orig", etc / "sample.url"
+        shipped, kept, before = config.read_text(), source.read_text(), made.read_bytes()
+
+        def fails(*said):
+            filtering.output.write_text("")  # the daemon appends
+            filtering.process.send_signal(signal.SIGHUP)
+            self.await_said(filtering, "the configuration and lists in use stay", *said)
+
+        resource.prlimit(filtering.process.pid, resource.RLIMIT_FSIZE, (100_000, resource.RLIM_INFINITY))
+        source.write_text(kept + "x" * 100_000 + "\n")
+        fails(f"{made}: cannot be made of {source}", "File too large; raise the limit")
+        resource.prlimit(filtering.process.pid, resource.RLIMIT_FSIZE, (resource.RLIM_INFINITY,) * 2)
+        source.write_text("".join(f"{i}\n" for i in range(3_000_000)))
+        fails("loading took longer than service.load_seconds and was given up")
+        source.write_text(kept)
+        self.assertEqual(made.read_bytes(), before)
+        for path in (config, etc / "sample.phrase", etc / "popup.dom"):
+            path.rename(etc / "kept")
+            os.mkfifo(path)
+            fails(f"{path}: is a pipe or device")
+            (etc / "kept").rename(path)
+        config.write_text("# nothing\n")
+        fails(f"{config}: holds no setting")
+        config.write_text(shipped)
+        source.write_text(kept + "added.example/page\n")
+        self.reload(filtering, "", "configuration and lists loaded anew")
+        self.assertIn(b"added.example/page\n", made.read_bytes())
+        self.assertFalse(list(etc.glob("*.new")) or (filtering.run / "loading").exists())
 
     def test_an_access_level_may_switch_filtering_off(self):
         filtering = self.filter({"upstream.timeout": 1})
