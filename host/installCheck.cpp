@@ -7,8 +7,10 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 
 #include "host/files.h"
 #include "host/hostConfig.h"
@@ -153,6 +155,18 @@ void checkEngine(const std::string &path, Problems &problems) {
   if (engine >= 0) close(engine);
 }
 
+/* The contract's road compares them as they are written, the strict one without regard to case. */
+void checkTypes(Problems &problems) {
+  for (const auto &entry : blockedcontent) {
+    std::string_view type(entry, strnlen(entry, sizeof entry));
+    bool capital = std::ranges::any_of(type, [](char c) { return c >= 'A' && c <= 'Z'; });
+    if ((StrictHttp & STRICT_HTTP) != 0 || !capital) continue;
+    warn(problems, "",
+         "\"" + std::string(type) + "\" matches only types with the same capital letters while strict_http is off",
+         "content.blocked_types");
+  }
+}
+
 void checkScanning(Problems &problems) {
   if (virusscan == 0) return;
   if (size_t length = std::strlen(VIRFILE_DIR); length > longestSpoolFolder)
@@ -179,6 +193,7 @@ void checkInstallation(Problems &problems) {
   if (hostConfig.debugLevel > 0) checkLog(logPath(hostConfig.debugFile), "log.debug_file", problems);
   if (logenable != 0) checkLog(logPath(logfilename), "log.access_file", problems);
   checkCache(problems);
+  checkTypes(problems);
   checkScanning(problems);
   if (!fitsSocketPath(rooted(notifySocket)))
     warn(problems, rooted(notifySocket),

@@ -96,7 +96,8 @@ const Setting requestSettings[] = {
 
 const Setting contentSettings[] = {
     {"content", "blocked_types", Texts{&blockedcontent}, "[]",
-     "Refuse responses whose content type contains one of these, for example \"application/x-msdownload\"."},
+     "Refuse responses whose content type contains one of these, for example \"application/x-msdownload\". Capital "
+     "letters match small ones while strict_http is on."},
     {"content", "check_phrases", Flag{&contentcheck}, "true",
      "Weigh the visible text of pages against the phrases of the categories below."},
     {"content", "threshold", Number{&allowedweight, 1, anyNumber, ""}, "100",
