@@ -134,12 +134,15 @@ class Check(Case):
         self.etc = self.root / "opt/Velmora/etc/netsift"
         subprocess.run([TOP / "scripts/layout.sh", self.root], check=True)
 
-    def problems(self, configuration):
-        """What --check says, each as "severity file line message"."""
+    def check(self, configuration, *arguments):
         config = self.root / "check.toml"
         config.write_text(configuration)
-        done = subprocess.run([NETSIFTD, "--check", "--json", "--config", config, "--root", self.root],
+        return subprocess.run([NETSIFTD, "--check", "--config", config, "--root", self.root, *arguments],
                               capture_output=True, text=True, check=False)
+
+    def problems(self, configuration):
+        """What --check says, each as "severity file line message"."""
+        done = self.check(configuration, "--json")
         found = json.loads(done.stdout)
         self.assertEqual(done.returncode, 0 if found["ok"] else 2)
         return [f"{p['severity']} {pathlib.Path(p['file']).name} {p.get('line', 0)} {p['message']}"
@@ -160,18 +163,44 @@ class Check(Case):
                 ("script.html", None, "error script.html 0 cannot be read"),
                 ("script.html", "", "error script.html 0"),
                 ("template", None, "error template 0 cannot be read"),
+                ("template", "", "error template 0 is empty"),
+                ("template.htm", os.mkdir, "error template.htm 0 is a folder; put a file in its place"),
+                ("errortemplate.htm", os.mkfifo, "error errortemplate.htm 0 is a pipe or device"),
+                ("adserver.phrase", os.mkfifo, "error adserver.phrase 0 is a pipe or device"),
+                ("script.html", os.mkfifo, "error script.html 0 is a pipe or device"),
                 ("popup.dom", "fine.example\nhttp.example/path\n", 'warning popup.dom 2 a domain has no "/"'),
-                ("popup.url.orig", "a/\n\nhttp://b/\n", "warning popup.url.orig 3 an entry begins with the host"),
+                ("popup.url.orig", "a\n\nhttp://b/\n", "warning popup.url.orig 3 an entry begins with the host"),
                 ("popup.url.orig", "x.example", "warning popup.url.orig 1 the last line has no line end"),
                 ("viruswhite.conf", "image/\n\n", "warning viruswhite.conf 2 an empty line exempts everything"),
                 ("viruswhite.conf", "image/", "warning viruswhite.conf 1 a last line without a line end is ignored")):
             with self.subTest(name, content=content):
-                kept = (self.etc / name).read_text()
-                (self.etc / name).unlink() if content is None else (self.etc / name).write_text(content)
+                file, kept = self.etc / name, self.root / "kept"
+                file.rename(kept)
+                if content is not None:
+                    content(file) if callable(content) else file.write_text(content)
                 fault, engine = self.problems(configuration)
                 self.assertTrue(fault.startswith(expected) and "no engine is selected" in engine, (fault, engine))
-                (self.etc / name).write_text(kept)
+                if content == os.mkdir:
+                    file.rmdir()
+                kept.rename(file)
         self.assertFalse((self.root / "var").exists())  # checking changes nothing
+
+    def test_it_ends_with_what_a_start_would_do(self):
+        engine = socket.socket(socket.AF_UNIX)  # hung: its queue takes one more, and it never looks
+        self.addCleanup(engine.close)
+        engine.bind(str(self.root / "engine"))
+        engine.listen(0)
+        with socket.socket(socket.AF_UNIX) as queued:
+            queued.connect(str(self.root / "engine"))
+            for configuration, said in (
+                    ("log.ports = true", "everything is in order for a start"),
+                    ('http.strict_http = false\ncontent.blocked_types = ["a/X", "a/x"]',
+                     "1 warning; a start would go on all the same"),
+                    ('content.blocked_types = ["a/X"]', "everything is in order for a start"),
+                    (f'scanning = {{scan = true, spool_folder = "/tmp", second_engine_socket = "{self.root}/engine"}}',
+                     "1 warning; a start would go on all the same"),
+                    ("log.ports = 1\nlog.urls = 2", "2 errors, 0 warnings")):
+                self.assertEqual(self.check(configuration).stdout, f"netsiftd: {said}\n", configuration)
 
     def test_a_start_replaces_no_socket_by_a_link_and_no_cache_that_is_to_be_kept(self):
         cache, link = self.root / "opt/Velmora/var/nscache.db", self.root / "opt/Velmora/var/run/vlcavd.sock"
