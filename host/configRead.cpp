@@ -14,6 +14,41 @@ namespace netsift::host {
 namespace {
 
 constexpr size_t largestConfiguration = 1 << 20;
+constexpr int mostKeyParts = 8;
+
+/* Behind the text in quotes that starts at `from`; an end of line ends what is not closed, the file's end any. */
+size_t endOfQuoted(std::string_view text, size_t from) {
+  char quote = text[from];
+  std::string three(3, quote);
+  bool manyLines = text.substr(from).starts_with(three);
+  for (size_t i = from + (manyLines ? 3 : 1); i < text.size(); i++) {
+    if (text[i] == '\\' && quote == '"') {
+      i++;
+    } else if (!manyLines && (text[i] == quote || text[i] == '\n')) {
+      return text[i] == quote ? i + 1 : i;
+    } else if (manyLines && text.substr(i).starts_with(three)) {
+      size_t end = i + 3; /* up to two quotes before the closing three are text */
+      while (end < std::min(i + 5, text.size()) && text[end] == quote) end++;
+      return end;
+    }
+  }
+  return text.size();
+}
+
+/* The line of the first key of more than mostKeyParts parts, 0 when there is none. To the parser each part is a table
+   in a table, and it takes them apart by calling itself: a few thousand overflow its stack. */
+int tooDeepKey(std::string_view text) {
+  int line = 1, dots = 0;
+  for (size_t i = 0, next = 0; i < text.size(); i = next) {
+    next = i + 1;
+    if (text[i] == '"' || text[i] == '\'') next = endOfQuoted(text, i);
+    if (text[i] == '#') next = std::min(text.find('\n', i), text.size());
+    if (text[i] == '.' && ++dots == mostKeyParts) return line;
+    if (std::string_view("=,[]{}\n").find(text[i]) != std::string_view::npos) dots = 0;
+    line += static_cast<int>(std::ranges::count(text.substr(i, next - i), '\n'));
+  }
+  return 0;
+}
 
 const Setting *findSetting(std::string_view key) {
   for (const Setting &setting : settings()) {
@@ -69,6 +104,10 @@ bool readConfiguration(const std::string &path, Problems &problems) {
     problems.push_back({true, path, 0, "", error});
     return false;
   }
+  if (int line = tooDeepKey(content); line > 0) {
+    problems.push_back({true, path, line, "", "a key of more than 8 parts; those of the settings have 3 at most"});
+    return false;
+  }
   toml::parse_result given = toml::parse(content, path), defaults = toml::parse(defaultConfiguration());
   if (!given) {
     const toml::parse_error &refusal = given.error();
@@ -80,9 +119,16 @@ bool readConfiguration(const std::string &path, Problems &problems) {
   Problems found;
   Reading reading{path, defaults.table(), found};
   storeGiven(reading, given.table(), "");
+  bool empty = found.empty();
   for (const Setting &setting : settings()) {
-    if (!given.table().at_path(fullKey(setting))) storeDefault(reading, setting);
+    if (given.table().at_path(fullKey(setting)))
+      empty = false;
+    else
+      storeDefault(reading, setting);
   }
+  if (empty)
+    found.push_back(
+        {true, path, 0, "", "holds no setting, which would lift every list; --print-config prints a complete one"});
   std::ranges::stable_sort(found, {}, &Problem::line);
   problems.insert(problems.end(), found.begin(), found.end());
   return true;

@@ -13,8 +13,8 @@ namespace netsift::host {
 
 /* Reads the file and stores every setting, given or default. Each unknown key, wrong type and value out of range is
    added to the problems, in the order of the file's lines, and its variable gets the default, so that the rest can be
-   checked all the same. Returns whether anything was stored: false when the file cannot be read or is no TOML.
-   What an earlier reading allocated is released. */
+   checked all the same. A file without any setting is a problem too. Returns whether anything was stored: false when
+   the file cannot be read or is no TOML. What an earlier reading allocated is released. */
 bool readConfiguration(const std::string &path, Problems &problems);
 
 /* "127.0.0.1:8080": false when it is no IPv4 address and port. Port 0 is accepted. */

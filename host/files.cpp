@@ -26,6 +26,49 @@ bool isFolder(const std::string &path) {
   return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
+const char *remedy(int cause) {
+  switch (cause) {
+    case EACCES:
+    case EPERM:
+      return "; check its owner and mode";
+    case ENOSPC:
+    case EDQUOT:
+      return "; free some space there";
+    case EFBIG:
+      return "; raise the limit on the size of files";
+    case EROFS:
+      return "; make the file system writable";
+    default:
+      return "";
+  }
+}
+
+/* The size of a regular file that was opened to read; -1, with the cause in words, when that failed or it is none. */
+off_t regularSize(int fd, std::string *error) {
+  struct stat status;
+  if (fd < 0 || fstat(fd, &status) != 0) {
+    *error = systemTrouble("cannot be read");
+    return -1;
+  }
+  if (S_ISREG(status.st_mode)) return status.st_size;
+  *error = S_ISDIR(status.st_mode) ? "is a folder; put a file in its place"
+                                   : "is a pipe or device, which may never end; put a regular file in its place";
+  return -1;
+}
+
+/* A pipe that nobody writes to is opened all the same, and is found out afterwards. */
+int openToRead(const std::string &path) { return open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }
+
+bool writeAll(int fd, std::string_view bytes) {
+  while (!bytes.empty()) {
+    ssize_t count = write(fd, bytes.data(), bytes.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return false;
+    bytes.remove_prefix(static_cast<size_t>(count));
+  }
+  return true;
+}
+
 }  // namespace
 
 std::string rooted(std::string_view path) {
@@ -41,17 +84,51 @@ std::string logPath(std::string_view name) {
   return name.starts_with('/') ? rooted(name) : rooted(logFolder).append(name);
 }
 
+std::string systemTrouble(const char *what) {
+  int cause = errno;
+  return std::string(what) + ": " + std::strerror(cause) + remedy(cause);
+}
+
+std::string fileTrouble(const std::string &path, bool mayBeEmpty) {
+  std::string error;
+  int fd = openToRead(path);
+  off_t size = regularSize(fd, &error);
+  if (fd >= 0) close(fd);
+  return size == 0 && !mayBeEmpty ? "is empty" : error;
+}
+
 bool readWholeFile(const std::string &path, size_t largest, std::string *content, std::string *error) {
   content->clear();
-  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  ssize_t count = fd < 0 ? -1 : 0;
+  int fd = openToRead(path);
+  ssize_t count = regularSize(fd, error) < 0 ? -1 : 0;
+  bool regular = count == 0;
   char block[16384];
-  while (fd >= 0 && content->size() <= largest && (count = read(fd, block, sizeof block)) > 0)
+  while (regular && content->size() <= largest && (count = read(fd, block, sizeof block)) > 0)
     content->append(block, static_cast<size_t>(count));
-  if (count < 0) *error = std::string("cannot be read: ") + std::strerror(errno);
+  if (regular && count < 0) *error = systemTrouble("cannot be read");
   if (fd >= 0) close(fd);
-  if (count >= 0 && content->size() > largest) *error = "is larger than " + std::to_string(largest) + " bytes";
+  if (count >= 0 && content->size() > largest)
+    *error = "is larger than " + std::to_string(largest) + " bytes; make it smaller";
   return count >= 0 && content->size() <= largest;
+}
+
+std::string appendFiles(const std::string &path, const std::vector<std::string> &parts) {
+  int fd = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
+  if (fd < 0) return systemTrouble("cannot be made");
+  std::string error;
+  for (const std::string &part : parts) {
+    std::string content;
+    if (!readWholeFile(part, largestList, &content, &error)) {
+      error = "cannot be made: " + part + " " + error;
+      break;
+    }
+    if (!content.empty() && content.back() != '\n') content += '\n';
+    if (!writeAll(fd, content)) error = systemTrouble("cannot be written");
+    if (!error.empty()) break;
+  }
+  if (error.empty() && fsync(fd) != 0) error = systemTrouble("cannot be written");
+  if (close(fd) != 0 && error.empty()) error = systemTrouble("cannot be written");
+  return error;
 }
 
 std::string makeFolder(const std::string &path, unsigned mode) {
@@ -60,7 +137,7 @@ std::string makeFolder(const std::string &path, unsigned mode) {
     if (std::string error = makeFolder(parent, 0755); !error.empty()) return error;
   }
   if (mkdir(path.c_str(), mode) == 0 || errno == EEXIST) return "";
-  return path + " cannot be made: " + std::strerror(errno);
+  return systemTrouble((path + " cannot be made").c_str());
 }
 
 std::string folderTrouble(const std::string &path, bool writable, bool mayBeMissing) {

@@ -4,6 +4,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace netsift::host {
 
@@ -13,6 +14,8 @@ constexpr std::string_view notifySocket = "/opt/Velmora/var/run/netsift.sock";
 constexpr std::string_view secondEngineLink = "/opt/Velmora/var/run/vlcavd.sock";
 constexpr std::string_view cacheDatabase = "/opt/Velmora/var/nscache.db";
 
+constexpr size_t largestList = size_t{1} << 30;
+
 /* Where a path lies: under the root when it is one of the system's own ("/opt/Velmora/...", "/var/Velmora/..."). */
 std::string rooted(std::string_view path);
 
@@ -20,8 +23,21 @@ std::string rooted(std::string_view path);
 std::string configPath(std::string_view name);
 std::string logPath(std::string_view name);
 
-/* Reads a file of at most `largest` bytes. False, with the cause in words, when it cannot be read or is larger. */
+/* "WHAT: CAUSE", the cause being errno's, and the remedy where one cause has one: "cannot be read: Permission denied;
+   check its owner and mode". */
+std::string systemTrouble(const char *what);
+
+/* What is wrong with a file that is to be read, "" when nothing is. Only a regular file is in order: a pipe or a device
+   may keep who opens it waiting for ever. It is opened without waiting. */
+std::string fileTrouble(const std::string &path, bool mayBeEmpty);
+
+/* Reads a regular file of at most `largest` bytes. False, with the cause in words, when it is none, cannot be read or
+   is larger. */
 bool readWholeFile(const std::string &path, size_t largest, std::string *content, std::string *error);
+
+/* Writes regular files, one behind the other, to the end of a file that is made when missing; a last line without line
+   end gets one. Returns what is wrong, "" when all of it is on the disk. */
+std::string appendFiles(const std::string &path, const std::vector<std::string> &parts);
 
 /* Makes a folder, and those above it with mode 0755. Returns what is wrong, "" when it stands. */
 std::string makeFolder(const std::string &path, unsigned mode);

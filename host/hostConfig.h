@@ -11,6 +11,7 @@ namespace netsift::host {
 
 struct HostConfig {
   struct sockaddr_in listen {};   /* [listen] address, or --listen */
+  int32_t loadSeconds = 0;        /* after which a loading is given up */
   int32_t maxConnections = 0;     /* running at once, over all generations of the server */
   int32_t drainSeconds = 0;       /* what running connections get at the end */
   std::string popupScript;        /* file; a relative name lies in the configuration folder */

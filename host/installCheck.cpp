@@ -1,13 +1,16 @@
 #include "host/installCheck.h"
 
+#include <fcntl.h>
 #include <gdbm.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 
 #include "host/files.h"
 #include "host/hostConfig.h"
@@ -44,7 +47,8 @@ void checkFolders(Problems &problems) {
   if (std::string trouble = folderTrouble(config, false, false); !trouble.empty()) {
     report(problems, config, trouble);
   } else if (!mayAccess(config, W_OK)) {
-    warn(problems, config, "cannot be written: lists are not made anew, and reported URLs are not kept");
+    warn(problems, config,
+         "cannot be written: lists are not made anew, and reported URLs are not kept; check its owner and mode");
   }
   for (std::string_view folder : madeFolders) checkFolder(rooted(folder), problems);
 }
@@ -52,7 +56,7 @@ void checkFolders(Problems &problems) {
 void checkPages(Problems &problems) {
   for (const char *name : {"template.htm", "template", "errortemplate.htm"}) {
     std::string path = configPath(name);
-    if (!mayAccess(path, R_OK)) report(problems, path, std::string("cannot be read: ") + std::strerror(errno));
+    if (std::string trouble = fileTrouble(path, false); !trouble.empty()) report(problems, path, trouble);
   }
   if (blockpopup == 0) return;
   std::string script = configPath(hostConfig.popupScript);
@@ -60,10 +64,22 @@ void checkPages(Problems &problems) {
     report(problems, script, trouble, "popups.script");
 }
 
+/* A pipe as a log is opened as soon as somebody reads it; until then the loading would wait. */
+bool isPipe(const std::string &path) {
+  struct stat status;
+  return stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
+}
+
 void checkLog(const std::string &path, const char *key, Problems &problems) {
   std::string folder = path.substr(0, path.rfind('/') + 1);
   if (exists(path)) {
-    if (!mayAccess(path, W_OK)) report(problems, path, "cannot be written: check its owner and mode", key);
+    int log = open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (log < 0 && errno == ENXIO && isPipe(path))
+      report(problems, path, "is a pipe that nobody reads; start its reader first", key);
+    else if (log < 0)
+      report(problems, path, systemTrouble("cannot be written"), key);
+    else
+      close(log);
   } else if (folder != rooted(logFolder)) {
     std::string trouble = folderTrouble(folder, true, false);
     if (!trouble.empty()) report(problems, folder, trouble, key);
@@ -73,7 +89,10 @@ void checkLog(const std::string &path, const char *key, Problems &problems) {
 void checkCache(Problems &problems) {
   std::string path = rooted(cacheDatabase);
   if (disableCache != 0 || hostConfig.keepCache == 0 || !exists(path)) return; /* without keepCache it is replaced */
-  if (!mayAccess(path, R_OK | W_OK)) return report(problems, path, "cannot be read and written", "cache.enabled");
+  if (!mayAccess(path, R_OK | W_OK))
+    return report(problems, path, "cannot be read and written; check its owner and mode", "cache.enabled");
+  if (std::string trouble = fileTrouble(path, true); !trouble.empty())
+    return report(problems, path, trouble, "cache.enabled");
   /* no lock: children of an earlier generation may be using it */
   GDBM_FILE database = gdbm_open(path.c_str(), 0, GDBM_READER | GDBM_NOLOCK, 0, nullptr);
   if (database != nullptr)
@@ -88,12 +107,17 @@ void checkCache(Problems &problems) {
    none finds a half-made one. */
 void replaceCache(const std::string &path, Problems &problems) {
   std::string fresh = path + ".new";
+  unlink(fresh.c_str());
   GDBM_FILE database = gdbm_open(fresh.c_str(), 0, GDBM_NEWDB, cacheMode, nullptr);
-  if (database == nullptr)
-    return report(problems, path, std::string("cannot be made: ") + gdbm_strerror(gdbm_errno), "cache.enabled");
-  gdbm_close(database);
-  if (rename(fresh.c_str(), path.c_str()) != 0)
-    report(problems, path, std::string("cannot be replaced: ") + std::strerror(errno), "cache.keep_on_load");
+  bool synced = database != nullptr && gdbm_sync(database) == 0;
+  if (database == nullptr || !synced)
+    report(problems, path, std::string("cannot be made: ") + gdbm_strerror(gdbm_errno) + ", " + std::strerror(errno),
+           "cache.enabled");
+  if (database != nullptr) gdbm_close(database);
+  if (!synced)
+    unlink(fresh.c_str());
+  else if (rename(fresh.c_str(), path.c_str()) != 0)
+    report(problems, path, systemTrouble("cannot be replaced"), "cache.keep_on_load");
 }
 
 void makeCache(Problems &problems) {
@@ -120,8 +144,7 @@ void makeEngineLink(Problems &problems) {
   unlink(fresh.c_str());
   if (symlink(rooted(hostConfig.secondEngineSocket).c_str(), fresh.c_str()) != 0 ||
       rename(fresh.c_str(), link.c_str()) != 0)
-    report(problems, link, std::string("cannot be made a link: ") + std::strerror(errno),
-           "scanning.second_engine_socket");
+    report(problems, link, systemTrouble("cannot be made a link"), "scanning.second_engine_socket");
 }
 
 void checkEngine(const std::string &path, Problems &problems) {
@@ -132,15 +155,28 @@ void checkEngine(const std::string &path, Problems &problems) {
   if (engine >= 0) close(engine);
 }
 
+/* The contract's road compares them as they are written, the strict one without regard to case. */
+void checkTypes(Problems &problems) {
+  for (const auto &entry : blockedcontent) {
+    std::string_view type(entry, strnlen(entry, sizeof entry));
+    bool capital = std::ranges::any_of(type, [](char c) { return c >= 'A' && c <= 'Z'; });
+    if ((StrictHttp & STRICT_HTTP) != 0 || !capital) continue;
+    warn(problems, "",
+         "\"" + std::string(type) + "\" matches only types with the same capital letters while strict_http is off",
+         "content.blocked_types");
+  }
+}
+
 void checkScanning(Problems &problems) {
   if (virusscan == 0) return;
   if (size_t length = std::strlen(VIRFILE_DIR); length > longestSpoolFolder)
-    report(problems, VIRFILE_DIR, "is " + std::to_string(length) + " bytes long with the root and \"/\", of at most 33",
+    report(problems, VIRFILE_DIR,
+           "is " + std::to_string(length) + " bytes long with the root and \"/\", of at most 33: use a shorter one",
            "scanning.spool_folder");
   else
     checkFolder(VIRFILE_DIR, problems, "scanning.spool_folder");
   if (DoVlavScan == 0 && DoClamScan == 0)
-    warn(problems, "", "no engine is selected, so that everything counts as clean", "scanning.scan");
+    warn(problems, "", "no engine is selected, so that everything counts as clean; switch one on", "scanning.scan");
   if (DoVlavScan != 0) checkEngine(rooted(primaryEngine), problems);
   if (DoClamScan != 0) {
     checkEngineLink(problems);
@@ -157,9 +193,11 @@ void checkInstallation(Problems &problems) {
   if (hostConfig.debugLevel > 0) checkLog(logPath(hostConfig.debugFile), "log.debug_file", problems);
   if (logenable != 0) checkLog(logPath(logfilename), "log.access_file", problems);
   checkCache(problems);
+  checkTypes(problems);
   checkScanning(problems);
   if (!fitsSocketPath(rooted(notifySocket)))
-    warn(problems, rooted(notifySocket), "is longer than 107 bytes: URLs refused for their phrases cannot be reported");
+    warn(problems, rooted(notifySocket),
+         "is longer than 107 bytes: URLs refused for their phrases cannot be reported; use a shorter root");
 }
 
 void makeMissing(Problems &problems) {

@@ -1,29 +1,50 @@
 #include "host/listCheck.h"
 
-#include <unistd.h>
+#include <sys/stat.h>
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
+#include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 
 #include "host/files.h"
+#include "host/listFiles.h"
 #include "host/phraseCheck.h"
 #include "state/settings.h"
-#include "util/installPath.h"
 
 namespace netsift::host {
 
 namespace {
 
-constexpr size_t largestList = size_t{1} << 30;
 constexpr size_t longestDomain = 1021;
+constexpr char endByte = '\xFF'; /* ends a list of URLs or domains, wherever it stands */
 
-bool read(const std::string &path, std::string *content, Problems &problems) {
-  std::string error;
-  bool done = readWholeFile(path, largestList, content, &error);
-  if (!done) problems.push_back({true, path, 0, "", error});
-  return done;
+void warn(Problems &problems, const std::string &path, int line, const std::string &message) {
+  problems.push_back({false, path, line, "", message});
+}
+
+void refuse(Problems &problems, const std::string &path, int line, const std::string &message) {
+  problems.push_back({true, path, line, "", message});
+}
+
+/* The file's text; none, with a problem, when it cannot be read or is no text. */
+std::optional<std::string> readText(const std::string &path, Problems &problems) {
+  std::string content, error;
+  if (!readWholeFile(path, largestList, &content, &error)) {
+    refuse(problems, path, 0, error);
+    return {};
+  }
+  bool wide = content.starts_with("\xFF\xFE") || content.starts_with("\xFE\xFF");
+  if (wide || content.find('\0') != content.npos) {
+    refuse(problems, path, 0, "is UTF-16 or no text, and would be as good as empty; save it as UTF-8");
+    return {};
+  }
+  if (content.starts_with("\xEF\xBB\xBF"))
+    warn(problems, path, 1, "a byte order mark makes the first entry another one; save the file without it");
+  return content;
 }
 
 /* Calls for each line that is not empty, with its number; LF or CR ends a line. */
@@ -36,73 +57,111 @@ void eachLine(std::string_view text, const std::function<void(std::string_view l
   }
 }
 
+bool hasCapital(std::string_view text) {
+  return std::ranges::any_of(text, [](char c) { return c >= 'A' && c <= 'Z'; });
+}
+
+bool endsList(std::string_view line, const std::string &path, int number, Problems &problems) {
+  bool ends = line.find(endByte) != line.npos;
+  if (ends)
+    refuse(problems, path, number, "a byte of 255 ends the list: what follows would not be loaded; take it out");
+  return ends;
+}
+
+/* Why a domain never matches, null when it may. Hosts are looked up in lower case, without port and last ".". */
+const char *domainFault(std::string_view line) {
+  if (line.find_first_of("/*") != line.npos) return "a domain has no \"/\" and no \"*\"; it never matches";
+  if (line.size() > longestDomain) return "a domain of more than 1021 bytes never matches; shorten it";
+  if (line.starts_with('.')) return "never matches with a \".\" at its front; without, all hosts below match too";
+  if (line.ends_with('.')) return "never matches with a \".\" at its end; leave it out";
+  if (hasCapital(line)) return "matches no host, since requests have theirs in lower case; write it so";
+  return nullptr;
+}
+
+/* The same of an entry of URLs: host and path, without what the request's URL has taken off. */
+const char *urlFault(std::string_view line) {
+  if (line.starts_with("http://") || line.starts_with("https://"))
+    return "an entry begins with the host, without \"http://\"; it never matches";
+  std::string_view host = line.substr(0, line.find_first_of("/*"));
+  bool exact = line.find('*') == line.npos, hostEnds = host.size() == line.size() || line[host.size()] == '/';
+  if (host.starts_with('.')) return "never matches with a \".\" at its front; leave it out, or put \"*\" before it";
+  if (host.ends_with('.') && hostEnds) return "never matches with a \".\" at its host's end; leave it out";
+  if (hasCapital(host)) return "matches no host, since requests have theirs in lower case; write its host so";
+  if (exact && line.ends_with('/')) return "never matches with a \"/\" at its end; leave it out, or write \"/*\"";
+  return nullptr;
+}
+
+void checkEntries(const std::string &path, std::string_view text, const char *(*fault)(std::string_view),
+                  Problems &problems) {
+  eachLine(text, [&](std::string_view line, int number) {
+    if (endsList(line, path, number, problems)) return;
+    if (const char *message = fault(line)) warn(problems, path, number, message);
+  });
+}
+
 void checkDomains(const std::string &path, Problems &problems) {
-  std::string content;
-  if (!read(path, &content, problems)) return;
-  eachLine(content, [&](std::string_view line, int number) {
-    const char *fault = line.find_first_of("/*") != line.npos ? "a domain has no \"/\" and no \"*\"; it never matches"
-                        : line.size() > longestDomain         ? "a domain of more than 1021 bytes never matches"
-                                                              : nullptr;
-    if (fault != nullptr) problems.push_back({false, path, number, "", fault});
-  });
+  if (auto text = readText(path, problems)) checkEntries(path, *text, domainFault, problems);
 }
 
+/* A last line without line end: what is made of the phrases is joined to it, and it is no pattern where nothing is. */
 void checkUrls(const std::string &path, bool patternsFollow, Problems &problems) {
-  std::string content;
-  if (!read(path, &content, problems)) return;
-  int last = 0;
-  eachLine(content, [&](std::string_view line, int number) {
-    last = number;
-    if (line.starts_with("http://") || line.starts_with("https://"))
-      problems.push_back({false, path, number, "",
-                          "an entry begins with the host, without \"http://\"; it never "
-                          "matches"});
+  auto text = readText(path, problems);
+  if (!text) return;
+  checkEntries(path, *text, urlFault, problems);
+  if (text->empty() || text->back() == '\n') return;
+  int line = static_cast<int>(std::ranges::count(*text, '\n')) + 1;
+  if (patternsFollow)
+    warn(problems, path, line,
+         "the last line has no line end; the first pattern made from the phrases is joined to it");
+  else if (text->find('*', text->rfind('\n') + 1) != text->npos)
+    warn(problems, path, line, "the last line has a \"*\" and no line end, and is not loaded; end it");
+}
+
+/* The phrase file as a source of URL patterns: a record with a blank in it makes none. */
+void checkPatterns(const std::string &path, Problems &problems) {
+  auto text = readText(path, problems);
+  if (!text) return;
+  eachLine(*text, [&](std::string_view line, int number) {
+    if (line.find(' ') == line.npos) endsList(line, path, number, problems);
   });
-  if (patternsFollow && !content.empty() && content.back() != '\n')
-    problems.push_back({false, path, last, "",
-                        "the last line has no line end; the first pattern made from the phrases is joined to it"});
 }
 
-/* The list's .url file is made anew at every load where both sources stand; else the file that stands is used. */
-void checkUrlFiles(const std::string &base, Problems &problems) {
-  const std::string made = base + ".url", sources[] = {base + ".url.orig", base + ".phrase"};
-  bool canBeMade = true;
-  std::string obstacle;
-  for (const std::string &source : sources) {
-    canBeMade = canBeMade && exists(source);
-    if (exists(source) && !mayAccess(source, R_OK | W_OK)) obstacle = source;
-  }
-  bool targetWritable = exists(made) ? mayAccess(made, W_OK) : mayAccess(rooted(configFolder), W_OK);
-  if (canBeMade && obstacle.empty() && targetWritable) return checkUrls(sources[0], true, problems);
-
-  if (!exists(made)) {
-    const char *cause = canBeMade
-                            ? "does not exist and cannot be made from .url.orig and .phrase: all need reading and "
-                              "writing"
-                            : "does not exist, nor both .url.orig and .phrase from which it is made";
-    problems.push_back({true, made, 0, "", cause});
-    return;
-  }
-  if (canBeMade)
-    problems.push_back({false, made, 0, "",
-                        "is used as it stands: it is made anew only when it can be written, and " + sources[0] +
-                            " and " + sources[1] + " can be read and written"});
-  checkUrls(made, false, problems);
+/* What is used although it should be made anew; not when it was cut. */
+void checkStanding(const ListFiles &files, Problems &problems) {
+  struct stat standing, original;
+  warn(problems, files.url, 0,
+       "is used as it stands: it is made anew only when it and its folder can be written, and " + files.original +
+           " and " + files.phrase + " can be read and written");
+  bool known = stat(files.url.c_str(), &standing) == 0 && stat(files.original.c_str(), &original) == 0;
+  if (known && standing.st_size < original.st_size)
+    refuse(problems, files.url, 0,
+           "is shorter than " + files.original + ", of which it is made; let it be made anew, or remove both sources");
 }
 
-void checkUrlList(const std::string &name, Problems &problems) {
-  std::string base = configPath(name);
-  checkUrlFiles(base, problems);
-  checkDomains(base + ".dom", problems);
+void checkUrlFiles(const ListFiles &files, Problems &problems) {
+  if (exists(files.reported)) checkUrls(files.reported, true, problems);
+  if (canBeMade(files)) {
+    checkPatterns(files.phrase, problems);
+    return checkUrls(files.original, true, problems);
+  }
+  if (exists(files.url)) {
+    if (hasSources(files)) checkStanding(files, problems);
+    return checkUrls(files.url, false, problems);
+  }
+  const char *cause = hasSources(files)
+                          ? "does not exist and cannot be made from .url.orig and .phrase: all need reading and "
+                            "writing, and so does their folder"
+                          : "does not exist, nor both .url.orig and .phrase from which it is made";
+  refuse(problems, files.url, 0, cause);
 }
 
 void checkPhraseFile(int category, Problems &problems) {
-  std::string path = configPath(std::string(categfiles1[category]) + ".phrase"), content;
-  if (!read(path, &content, problems)) return;
-  if (content.empty())
-    problems.push_back(
-        {false, path, 0, "", "is empty: it judges nothing, and neither does the last category of the configuration"});
-  checkPhrases(content, path, problems);
+  std::string path = configPath(std::string(categfiles1[category]) + ".phrase");
+  auto text = readText(path, problems);
+  if (!text) return;
+  if (text->empty())
+    warn(problems, path, 0, "is empty: it judges nothing, and neither does the last category of the configuration");
+  checkPhrases(*text, path, problems);
 }
 
 /* A reported URL goes to the blacklist of the same base name, by the phrase category's place. */
@@ -110,41 +169,48 @@ void checkSharedPlaces(Problems &problems) {
   for (int i = 0; addurltolist != 0 && i < numcategories1; i++) {
     for (int j = 0; j < numcategories; j++) {
       if (i == j || std::strcmp(categfiles1[i], categfiles[j]) != 0) continue;
-      problems.push_back({false, "", 0, "content.category",
-                          std::string("\"") + categfiles1[i] + "\" is number " + std::to_string(i + 1) +
-                              " here and number " + std::to_string(j + 1) +
-                              " in lists.category: reported URLs are only looked up right at the same place"});
+      problems.push_back(
+          {false, "", 0, "content.category",
+           std::string("\"") + categfiles1[i] + "\" is number " + std::to_string(i + 1) + " here and number " +
+               std::to_string(j + 1) +
+               " in lists.category: reported URLs are only looked up right at the same place; move one"});
     }
   }
 }
 
 void checkSkipList(const char *name, Problems &problems) {
-  std::string path = configPath(name), content;
-  if (!exists(path)) {
-    problems.push_back({false, path, 0, "", "does not exist, which counts as empty"});
-    return;
-  }
-  if (!read(path, &content, problems)) return;
+  std::string path = configPath(name);
+  if (!exists(path)) return warn(problems, path, 0, "does not exist, which counts as empty");
+  auto text = readText(path, problems);
   int number = 1;
-  for (size_t at = 0; at < content.size(); number++) {
-    size_t end = std::min(content.find('\n', at), content.size());
-    if (content.find_first_not_of(" \t\r\v\f", at) >= end)
-      problems.push_back({false, path, number, "", "an empty line exempts everything from scanning"});
-    if (end == content.size())
-      problems.push_back({false, path, number, "", "a last line without a line end is ignored"});
+  for (size_t at = 0; text && at < text->size(); number++) {
+    size_t end = std::min(text->find('\n', at), text->size());
+    if (text->find_first_not_of(" \t\r\v\f", at) >= end)
+      warn(problems, path, number, "an empty line exempts everything from scanning; take it out");
+    if (end == text->size()) warn(problems, path, number, "a last line without a line end is ignored; end it");
     at = end + 1;
   }
+}
+
+/* A phrase file is looked at as a category and as a source of URLs. */
+void dropRepeated(Problems &problems) {
+  std::set<std::string> seen;
+  std::erase_if(problems, [&seen](const Problem &problem) { return !seen.insert(problemLine(problem)).second; });
 }
 
 }  // namespace
 
 void checkLists(Problems &problems) {
-  for (const char *name : {"whitelist", "adserver", "popup"}) checkUrlList(name, problems);
-  for (int i = 0; i < numcategories; i++) checkUrlList(categfiles[i], problems);
+  for (const std::string &name : loadedLists()) {
+    ListFiles files = listFiles(name);
+    checkUrlFiles(files, problems);
+    checkDomains(files.domain, problems);
+  }
   for (int i = 0; i < numcategories1; i++) checkPhraseFile(i, problems);
   checkSharedPlaces(problems);
   if (virusscan != 0 && VirWL_Domain != 0) checkSkipList("viruswhite_dom.conf", problems);
   if (virusscan != 0 && VirWL_MimeType != 0) checkSkipList("viruswhite.conf", problems);
+  dropRepeated(problems);
 }
 
 }  // namespace netsift::host

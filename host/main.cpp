@@ -41,7 +41,7 @@ int check(const Arguments &arguments) {
     std::fputs(problemsJson(problems).c_str(), stdout);
   else
     printProblems(problems);
-  if (!arguments.json && !anyFatal(problems)) std::puts("netsiftd: everything is in order for a start");
+  if (!arguments.json) std::puts(("netsiftd: " + checkSummary(problems)).c_str());
   return anyFatal(problems) ? exitConfiguration : 0;
 }
 

@@ -10,6 +10,7 @@
 
 #include "host/clock.h"
 #include "host/problems.h"
+#include "host/reportedUrls.h"
 #include "netsift.h"
 
 namespace netsift::host {
@@ -31,14 +32,7 @@ std::string addUrl(std::string_view bytes) {
   if (error != std::errc{} || category < 0 || !bytes.starts_with(' ')) return "a URL report without a category";
   std::string reported;
   if (!untilNul(bytes.substr(1), &reported) || reported.empty()) return "a URL report without a whole URL";
-  /* it becomes a line of the list's file, and a decoded URL may hold anything */
-  auto breaksLine = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == '\x7f' || c == '\xff'; };
-  if (std::ranges::any_of(reported, breaksLine)) return "a URL report with control bytes in the URL";
-  /* a "*" in the path reaches the URL's own host; one in the host would block others, by itself everything */
-  if (reported.find('*') < reported.find('/')) return "a URL report with a pattern for a host";
-  if (category >= numcategories1) return "a URL report for category " + std::to_string(category) + ", which is none";
-  addURLToList(category, reported.c_str());
-  return "";
+  return addReportedUrl(category, reported);
 }
 
 std::string addText(std::string_view bytes) {

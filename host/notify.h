@@ -1,5 +1,5 @@
 /* Messages from connections' processes over the notification socket: one a connection, complete when it is closed.
-   "URL:" <category> " " <url> NUL goes to addURLToList, "ADD:" <text> NUL to the tail of URL_CACHE, "DEL:" takes its
+   "URL:" <category> " " <url> NUL goes to addReportedUrl, "ADD:" <text> NUL to the tail of URL_CACHE, "DEL:" takes its
    head. Nothing here waits: the descriptors are polled by the server, and a peer that sends nothing for a second, too
    much, or no such message costs one line on standard error. */
 #ifndef NETSIFT_HOST_NOTIFY_H

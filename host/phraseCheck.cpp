@@ -71,24 +71,28 @@ void checkPhrases(std::string_view text, const std::string &file, Problems &prob
 
     std::string_view phrase = cursor.take(length);
     cursor.take(1);
-    if (phrase.empty()) report(line, false, "the phrase is empty, so that nothing matches it");
+    if (phrase.empty()) report(line, false, "the phrase is empty; it counts nothing: take the record out");
     if (phrase.find_first_of("\r\n") != phrase.npos)
       report(line, false, "the phrase holds a line end, so that nothing matches it; is a \">\" missing?");
+    if (std::ranges::any_of(phrase, [](char c) { return c >= 'A' && c <= 'Z'; }))
+      report(line, false, "the phrase has capital letters and is never found: pages are compared in lower case");
     if (phrase.size() > longestPhrase)
-      report(line, false, "the phrase is " + std::to_string(phrase.size()) + " bytes long; only 126 are kept");
+      report(line, false,
+             "the phrase is " + std::to_string(phrase.size()) + " bytes long; only 126 are kept: shorten it");
 
     Record record{line, comparedForm(phrase), false, 0};
     record.hasWeight = takeWeight(cursor, &record.weight);
-    if (!record.hasWeight) report(line, false, "the phrase has no weight, which counts as 0");
+    if (!record.hasWeight) report(line, false, "the phrase has no weight, which counts as 0; give it one");
     if (record.hasWeight && record.weight == 0 && !cursor.rest.empty())
-      report(line, false, "the weight is 0, so that the phrase counts nothing");
+      report(line, false, "the weight is 0, so that the phrase counts nothing; give it another");
     if (sortsBefore(record.phrase, previous.phrase))
       report(line, false,
              "out of order: it must come before \"" + previous.phrase +
-                 "\"; phrases may be missed (sort by bytes, "
-                 "those above 127 first; a quote at both ends sorts as a blank)");
+                 "\", or phrases may be missed; sort by bytes, those above 127 first, a quote at both ends as a blank");
     previous = record;
   }
+  if (previous.line == 0 && !text.empty())
+    report(0, true, "holds no phrase, which the loader refuses; add one, or empty the file");
   if (previous.phrase.size() > 1 && previous.weight != 0)
     report(previous.line, false,
            "the last phrase of a file is never found; end the file with one that need not be, of weight 0");

@@ -71,6 +71,14 @@ std::string problemsJson(const Problems &problems) {
   return out + (problems.empty() ? "]}\n" : "\n]}\n");
 }
 
+std::string checkSummary(const Problems &problems) {
+  size_t fatal = static_cast<size_t>(std::ranges::count(problems, true, &Problem::fatal));
+  size_t warnings = problems.size() - fatal;
+  std::string counted = std::to_string(warnings) + (warnings == 1 ? " warning" : " warnings");
+  if (fatal > 0) return std::to_string(fatal) + (fatal == 1 ? " error, " : " errors, ") + counted;
+  return warnings > 0 ? counted + "; a start would go on all the same" : "everything is in order for a start";
+}
+
 void printProblems(const Problems &problems) {
   for (const Problem &problem : problems) say(problemLine(problem));
 }

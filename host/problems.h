@@ -26,6 +26,9 @@ std::string problemLine(const Problem &problem);
    left out where there is none. Bytes that are no UTF-8 are shown as U+FFFD. */
 std::string problemsJson(const Problems &problems);
 
+/* What --check ends with on standard output: whether a start would do, and with how many warnings. */
+std::string checkSummary(const Problems &problems);
+
 /* Every problem on standard error, each after "netsiftd: ". */
 void printProblems(const Problems &problems);
 

@@ -13,23 +13,21 @@ constexpr size_t lineWidth = 100;
 
 constexpr std::string_view sampleIntroduction =
     "Configuration of netsiftd, in TOML. A key that is left out has the default given with it. An unknown key, a "
-    "wrong type or a value out of range stops the start and names the line. SIGHUP loads this file and all lists "
-    "anew; `netsiftd --config FILE --check` tells beforehand whether that will work. Paths that begin with "
-    "/opt/Velmora/ or /var/Velmora/ lie under the folder given with --root.";
+    "wrong type or a value out of range stops the start and names the line, and so does a file without any. SIGHUP "
+    "loads this file and all lists anew; `netsiftd --config FILE --check` tells beforehand whether that will work. "
+    "Paths that begin with /opt/Velmora/ or /var/Velmora/ lie under the folder given with --root.";
 
 constexpr std::string_view referenceIntroduction =
     "# Configuration of netsiftd\n\n"
     "The configuration is a TOML file, given with `--config FILE`. A key that is left out has its default. An unknown\n"
     "key, a wrong type or a value out of range stops the start with a line that names file, line, key and what is\n"
-    "expected; `netsiftd --config FILE --check` reports every problem without starting. SIGHUP loads the file and all\n"
-    "lists anew.\n\n"
+    "expected, and so does a file without any setting; `netsiftd --config FILE --check` reports every problem\n"
+    "without starting. SIGHUP loads the file and all lists anew.\n\n"
     "Lists, templates and phrase files lie in `/opt/Velmora/etc/netsift/`, logs in `/var/Velmora/var/log/`, sockets\n"
-    "and the verdict cache below `/opt/Velmora/var/`, each of them under the folder given with `--root DIR`. The "
-    "lists\n"
-    "`whitelist`, `adserver` and `popup` are always loaded: each needs its `.dom` file, and its `.url` file or both\n"
-    "`.url.orig` and `.phrase`, from which `.url` is made. Paths in the configuration that begin with `/opt/Velmora/` "
-    "or\n"
-    "`/var/Velmora/` lie under the root too; any other absolute path is used as it stands.\n\n"
+    "and the verdict cache below `/opt/Velmora/var/`, each of them under the folder given with `--root DIR`. The\n"
+    "lists `whitelist`, `adserver` and `popup` are always loaded: each needs its `.dom` file, and its `.url` file or\n"
+    "both `.url.orig` and `.phrase`, from which `.url` is made. Paths in the configuration that begin with\n"
+    "`/opt/Velmora/` or `/var/Velmora/` lie under the root too; any other absolute path is used as it stands.\n\n"
     "This page is printed by `netsiftd --print-config=markdown`, a sample file by `netsiftd --print-config`.\n";
 
 /* Words broken into comment lines. */

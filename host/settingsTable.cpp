@@ -12,7 +12,7 @@ HostConfig hostConfig;
 
 namespace {
 
-constexpr int32_t mostSeconds = 3600;
+constexpr int32_t mostSeconds = 3600, longestLoad = 86400;
 constexpr int32_t anyNumber = INT32_MAX;
 constexpr size_t longestPath = 1000;
 constexpr size_t longestText = 200;
@@ -20,6 +20,8 @@ constexpr size_t longestText = 200;
 const Setting serviceSettings[] = {
     {"service", "filtering", Flag{&DisableNetsiftService, true}, "true",
      "Judge what passes. When false, everything is passed through unread."},
+    {"service", "load_seconds", Number{&hostConfig.loadSeconds, 1, longestLoad, "seconds"}, "300",
+     "After how long a loading at SIGHUP is given up; what was loaded before stays in use."},
     {"listen", "address", ListenAddress{}, "\"127.0.0.1:8080\"",
      "Where clients connect. Port 0 takes a free one, which is printed. Read at start only; --listen goes before it."},
     {"listen", "max_connections", Number{&hostConfig.maxConnections, 1, 100000, "connections"}, "256",
@@ -94,15 +96,17 @@ const Setting requestSettings[] = {
 
 const Setting contentSettings[] = {
     {"content", "blocked_types", Texts{&blockedcontent}, "[]",
-     "Refuse responses whose content type contains one of these, for example \"application/x-msdownload\"."},
+     "Refuse responses whose content type contains one of these, for example \"application/x-msdownload\". Capital "
+     "letters match small ones while strict_http is on."},
     {"content", "check_phrases", Flag{&contentcheck}, "true",
      "Weigh the visible text of pages against the phrases of the categories below."},
     {"content", "threshold", Number{&allowedweight, 1, anyNumber, ""}, "100",
      "A page whose phrases of one category together weigh this much is refused."},
     {"content", "count_once", Flag{&uniqueoccur}, "false", "Count each phrase once a page, however often it occurs."},
-    {"content", "report_urls", Flag{&addurltolist}, "true",
-     "Add the URL of a page refused for its phrases to the blacklist of the same base name. The categories that both "
-     "lists share must stand at the same place in both."},
+    {"content", "report_urls", Flag{&addurltolist}, "false",
+     "Add the URL of a page refused for its phrases to the blacklist FILE of the same base name, kept in "
+     "FILE.reported.url.orig. Anybody who can have a page show such phrases, be it as the words of a search, can so "
+     "have its URL refused to all. The categories that both lists share must stand at the same place in both."},
     {"content", "category", Categories{"phrases", &numcategories1, &categfiles1, &categname1}, "[]",
      "Phrase lists, judged in this order: a name shown to people, and the base name of the file PHRASES.phrase in the "
      "configuration folder.",

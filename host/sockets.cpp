@@ -63,6 +63,10 @@ int connectLocal(const std::string &path) {
   }
   int sock = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (sock < 0) return -1;
+  struct timeval limit {
+    1, 0
+  }; /* one that no longer takes connections would be waited for without end */
+  setsockopt(sock, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
   struct sockaddr_un address = localAddress(path);
   if (connect(sock, reinterpret_cast<struct sockaddr *>(&address), sizeof address) != 0) return closeWith(sock, errno);
   return sock;
@@ -71,7 +75,8 @@ int connectLocal(const std::string &path) {
 int listenLocal(const std::string &path) {
   int other = connectLocal(path);
   if (other >= 0) return closeWith(other, EADDRINUSE);
-  if (errno == ENAMETOOLONG) return -1;
+  if (errno == EAGAIN) errno = EADDRINUSE; /* it listens, and takes no connections */
+  if (errno == ENAMETOOLONG || errno == EADDRINUSE) return -1;
   struct stat status;
   if (lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode)) unlink(path.c_str());
 

@@ -12,6 +12,7 @@
 #include "host/configRead.h"
 #include "host/files.h"
 #include "host/hostConfig.h"
+#include "host/listFiles.h"
 #include "netsift.h"
 #include "util/ownedText.h"
 
@@ -45,11 +46,11 @@ std::optional<int32_t> boundedNumber(const toml::node &node, int32_t minimum, in
   return static_cast<int32_t>(*number);
 }
 
-/* The base name of a list's files: it is joined to paths and shown to a shell. */
+/* The base name of a list's files: it is joined to paths and shown to a shell. One name is that of what is reported. */
 bool isBaseName(std::string_view name) {
   constexpr std::string_view allowed = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-.";
   return !name.empty() && name.size() <= longestCategoryName && name.front() != '.' && name.front() != '-' &&
-         name.find_first_not_of(allowed) == name.npos;
+         !name.ends_with(reportedSuffix) && name.find_first_not_of(allowed) == name.npos;
 }
 
 /* What the variables of the current configuration point to. */
@@ -277,7 +278,8 @@ struct Store {
       if (table == nullptr) continue;
       std::string_view base = memberText(*table, categories.fileKey, longestCategoryName);
       if (!base.empty() && !isBaseName(base))
-        fail(*table->get(categories.fileKey), "expected a file's base name of letters, digits, \"_\", \"-\" and \".\"",
+        fail(*table->get(categories.fileKey),
+             "expected a file's base name of letters, digits, \"_\", \"-\" and \".\", not ending in \".reported\"",
              categories.fileKey);
       (*categories.names)[i] = keptCopy(memberText(*table, "name", longestCategoryName));
       (*categories.files)[i++] = keptCopy(base);

@@ -78,8 +78,12 @@ bool loadLists() {
 
 /* The life of a generation, in its own process. The first one inherits the configuration that the start has read. */
 int runGeneration(const Supervisor &supervisor, int control, int slot) {
+  signal(SIGALRM, SIG_DFL); /* ends a loading that takes too long; bury says so */
+  alarm(static_cast<unsigned>(hostConfig.loadSeconds));
   if (supervisor.started && !readAndCheck(supervisor.configuration)) return exitConfiguration;
+  alarm(static_cast<unsigned>(hostConfig.loadSeconds));
   if (!loadLists()) return exitConfiguration;
+  alarm(0);
   const struct sockaddr_in &now = hostConfig.listen, &then = supervisor.configuredAddress;
   if (now.sin_port != then.sin_port || now.sin_addr.s_addr != then.sin_addr.s_addr)
     say("listen.address has changed: that takes effect at the next start");
@@ -180,6 +184,8 @@ void giveUp(Supervisor &supervisor, int status) {
 /* A generation has ended: orderly, while loading, or by a fault that must not take the service with it. */
 void bury(Supervisor &supervisor, Generation &gone, int status) {
   if (supervisor.ending > 0 || gone.state == State::retired) return;
+  if (gone.state == State::loading && WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM)
+    say("loading took longer than service.load_seconds and was given up; raise it if the lists need the time");
   if (gone.state == State::retiring) {
     finishTakeOver(gone);
   } else if (gone.state == State::serving) {

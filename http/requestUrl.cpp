@@ -26,6 +26,11 @@ constexpr std::string_view modifiedField = "Last-Modified: ";
 
 bool isSpace(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
 
+bool containsAnyCase(std::string_view text, std::string_view part) {
+  const auto same = [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); };
+  return std::search(text.begin(), text.end(), part.begin(), part.end(), same) != text.end();
+}
+
 Text copyOf(std::string_view text) {
   Text copy(static_cast<char *>(std::malloc(text.size() + 1)));
   if (copy) {
@@ -170,7 +175,9 @@ int isBannedContentType(const char *type) {
   for (const auto &entry : blockedcontent) {
     const std::string_view banned(entry, strnlen(entry, sizeof entry));
     if (banned.empty()) return 0;
-    if (value.find(banned) == value.npos) continue;
+    const bool listed =
+        (StrictHttp & STRICT_HTTP) != 0 ? containsAnyCase(value, banned) : value.find(banned) != value.npos;
+    if (!listed) continue;
     std::snprintf(reason, sizeof reason, "access to content type %.*s blocked", static_cast<int>(banned.size()),
                   banned.data());
     return 1;

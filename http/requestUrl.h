@@ -43,8 +43,9 @@ NETSIFT_API signed char hexToChar(char high, char low);
    and "1.2.3.4." is not. */
 NETSIFT_API int isAnIP(const char *host);
 
-/* 1 when some entry of `blockedcontent` occurs in the type (case matters), with `reason` naming the first such entry;
-   else 0. The first empty entry or the hundredth ends the list; an entry may fill its 100 bytes without a NUL. */
+/* 1 when some entry of `blockedcontent` occurs in the type (case matters, but not on the strict road), with `reason`
+   naming the first such entry; else 0. The first empty entry or the hundredth ends the list; an entry may fill its 100
+   bytes without a NUL. */
 NETSIFT_API int isBannedContentType(const char *type);
 
 /* The value of the first "Last-Modified: " line (any case, exactly one blank), without its last two characters, which

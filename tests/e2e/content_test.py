@@ -1,5 +1,6 @@
 """What a page says: its visible words against a category's threshold."""
 import os
+import signal
 
 from harness import TOP, Road, wait_until
 
@@ -71,7 +72,12 @@ class Content(Road):
         self.assert_page(filtering.fetch(f"{self.base}/reported.html"), "block", self.reason)
         listed = self.says("Black Listed URL", "on the list of the category").encode()
         wait_until(lambda: listed in filtering.fetch(f"{self.base}/reported.html").body, "the blacklist")
-        self.assertIn(f"{self.host}/reported.html\n", (filtering.etc / "sample.url.orig").read_text())
+        self.assertEqual((filtering.etc / "sample.reported.url.orig").read_text(), f"{self.host}/reported.html\n")
+        filtering.process.send_signal(signal.SIGHUP)
+        wait_until(lambda: "loaded anew" in filtering.output.read_text(), "the lists to be loaded anew")
+        filtering.fetch(f"{self.base}/reported.html")
+        self.assertTrue(filtering.results()[-1].endswith(",BlackListed:Sample category"))
+        self.assertNotIn("reported", (filtering.etc / "sample.url.orig").read_text())
 
 
 class ContentOfOld(Content):

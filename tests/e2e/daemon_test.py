@@ -3,8 +3,10 @@ import contextlib
 import json
 import os
 import pathlib
+import resource
 import shutil
 import signal
+import socket
 import subprocess
 import time
 
@@ -67,6 +69,38 @@ class Daemon(Case):
         self.reload(filtering, "", "configuration and lists loaded anew")
         self.assertFalse(left.exists())
 
+    def test_what_cannot_be_loaded_cuts_no_list_and_holds_up_no_further_loading(self):
+        filtering = self.filter({"service.load_seconds": 3, "log.debug_level": 1})
+        config, etc = filtering.root / "test.toml", filtering.etc
+        source, made = etc / "sample.url.orig", etc / "sample.url"
+        shipped, kept, before = config.read_text(), source.read_text(), made.read_bytes()
+
+        def fails(*said):
+            filtering.output.write_text("")  # the daemon appends
+            filtering.process.send_signal(signal.SIGHUP)
+            self.await_said(filtering, "the configuration and lists in use stay", *said)
+
+        resource.prlimit(filtering.process.pid, resource.RLIMIT_FSIZE, (100_000, resource.RLIM_INFINITY))
+        source.write_text(kept + "x" * 100_000 + "\n")
+        fails(f"{made}: cannot be made of {source}", "File too large; raise the limit")
+        resource.prlimit(filtering.process.pid, resource.RLIMIT_FSIZE, (resource.RLIM_INFINITY,) * 2)
+        source.write_text("".join(f"{i}\n" for i in range(3_000_000)))
+        fails("loading took longer than service.load_seconds and was given up")
+        source.write_text(kept)
+        self.assertEqual(made.read_bytes(), before)
+        for path in (config, etc / "sample.phrase", etc / "popup.dom"):
+            path.rename(etc / "kept")
+            os.mkfifo(path)
+            fails(f"{path}: is a pipe or device")
+            (etc / "kept").rename(path)
+        config.write_text("# nothing\n")
+        fails(f"{config}: holds no setting")
+        config.write_text(shipped)
+        source.write_text(kept + "added.example/page\n")
+        self.reload(filtering, "", "configuration and lists loaded anew")
+        self.assertIn(b"added.example/page\n", made.read_bytes())
+        self.assertFalse(list(etc.glob("*.new")) or (filtering.run / "loading").exists())
+
     def test_an_access_level_may_switch_filtering_off(self):
         filtering = self.filter({"upstream.timeout": 1})
         self.reload(filtering, REFUSE.replace("3", "1"), "configuration and lists loaded anew")
@@ -119,12 +153,15 @@ class Check(Case):
         self.etc = self.root / "opt/Velmora/etc/netsift"
         subprocess.run([TOP / "scripts/layout.sh", self.root], check=True)
 
-    def problems(self, configuration):
-        """What --check says, each as "severity file line message"."""
+    def check(self, configuration, *arguments):
         config = self.root / "check.toml"
         config.write_text(configuration)
-        done = subprocess.run([NETSIFTD, "--check", "--json", "--config", config, "--root", self.root],
+        return subprocess.run([NETSIFTD, "--check", "--config", config, "--root", self.root, *arguments],
                               capture_output=True, text=True, check=False)
+
+    def problems(self, configuration):
+        """What --check says, each as "severity file line message"."""
+        done = self.check(configuration, "--json")
         found = json.loads(done.stdout)
         self.assertEqual(done.returncode, 0 if found["ok"] else 2)
         return [f"{p['severity']} {pathlib.Path(p['file']).name} {p.get('line', 0)} {p['message']}"
@@ -145,18 +182,44 @@ class Check(Case):
                 ("script.html", None, "error script.html 0 cannot be read"),
                 ("script.html", "", "error script.html 0"),
                 ("template", None, "error template 0 cannot be read"),
+                ("template", "", "error template 0 is empty"),
+                ("template.htm", os.mkdir, "error template.htm 0 is a folder; put a file in its place"),
+                ("errortemplate.htm", os.mkfifo, "error errortemplate.htm 0 is a pipe or device"),
+                ("adserver.phrase", os.mkfifo, "error adserver.phrase 0 is a pipe or device"),
+                ("script.html", os.mkfifo, "error script.html 0 is a pipe or device"),
                 ("popup.dom", "fine.example\nhttp.example/path\n", 'warning popup.dom 2 a domain has no "/"'),
-                ("popup.url.orig", "a/\n\nhttp://b/\n", "warning popup.url.orig 3 an entry begins with the host"),
+                ("popup.url.orig", "a\n\nhttp://b/\n", "warning popup.url.orig 3 an entry begins with the host"),
                 ("popup.url.orig", "x.example", "warning popup.url.orig 1 the last line has no line end"),
                 ("viruswhite.conf", "image/\n\n", "warning viruswhite.conf 2 an empty line exempts everything"),
                 ("viruswhite.conf", "image/", "warning viruswhite.conf 1 a last line without a line end is ignored")):
             with self.subTest(name, content=content):
-                kept = (self.etc / name).read_text()
-                (self.etc / name).unlink() if content is None else (self.etc / name).write_text(content)
+                file, kept = self.etc / name, self.root / "kept"
+                file.rename(kept)
+                if content is not None:
+                    content(file) if callable(content) else file.write_text(content)
                 fault, engine = self.problems(configuration)
                 self.assertTrue(fault.startswith(expected) and "no engine is selected" in engine, (fault, engine))
-                (self.etc / name).write_text(kept)
+                if content == os.mkdir:
+                    file.rmdir()
+                kept.rename(file)
         self.assertFalse((self.root / "var").exists())  # checking changes nothing
+
+    def test_it_ends_with_what_a_start_would_do(self):
+        engine = socket.socket(socket.AF_UNIX)  # hung: its queue takes one more, and it never looks
+        self.addCleanup(engine.close)
+        engine.bind(str(self.root / "engine"))
+        engine.listen(0)
+        with socket.socket(socket.AF_UNIX) as queued:
+            queued.connect(str(self.root / "engine"))
+            for configuration, said in (
+                    ("log.ports = true", "everything is in order for a start"),
+                    ('http.strict_http = false\ncontent.blocked_types = ["a/X", "a/x"]',
+                     "1 warning; a start would go on all the same"),
+                    ('content.blocked_types = ["a/X"]', "everything is in order for a start"),
+                    (f'scanning = {{scan = true, spool_folder = "/tmp", second_engine_socket = "{self.root}/engine"}}',
+                     "1 warning; a start would go on all the same"),
+                    ("log.ports = 1\nlog.urls = 2", "2 errors, 0 warnings")):
+                self.assertEqual(self.check(configuration).stdout, f"netsiftd: {said}\n", configuration)
 
     def test_a_start_replaces_no_socket_by_a_link_and_no_cache_that_is_to_be_kept(self):
         cache, link = self.root / "opt/Velmora/var/nscache.db", self.root / "opt/Velmora/var/run/vlcavd.sock"

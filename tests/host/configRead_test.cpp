@@ -40,6 +40,34 @@ TEST(ConfigRead, TellsLineKeyAndWhatIsExpected) {
   };
   for (const auto &[text, fault] : cases) EXPECT_EQ(faults(text), fault + "\n") << text;
   EXPECT_TRUE(faults("[http\n").starts_with("1: ")) << "TOML's own errors have a line too";
+  for (const char *nothing : {"", "# log.ports = true\n[log]\n"})
+    EXPECT_TRUE(faults(nothing).find("holds no setting, which would lift every list") < 2) << nothing;
+}
+
+/* The parser would take the tables that these stand for apart by calling itself. */
+TEST(ConfigRead, KeysOfManyPartsAreRefusedBeforeTheyAreParsed) {
+  std::string deep, quoted;
+  for (int i = 0; i < 19999; i++) {
+    deep += "a.";
+    quoted += "\"=\".' ' . ";
+  }
+  const std::pair<std::string, int> cases[] = {
+      {deep + "a = 1", 1},
+      {"\n[" + deep + "a]", 2},
+      {"[log]\nx = {y = [{" + quoted + "b = 1}]}", 2},
+      {"log.debug_tag = '\\'\n" + deep + "a = 1", 2},
+      {"log.debug_tag = \"\\\"\"\n" + deep + "a = 1", 2},
+      {"x = \"\"\"\\\"\"\"\na\"\"\"\"\"\n# \"\n" + deep + "a = 1", 4},
+      {"x = '''\n''''\n\"\"." + deep + "a = 1", 3},
+      {"a.b.c.d.e.f.g.h.i = 1", 1},
+  };
+  for (const auto &[text, line] : cases)
+    EXPECT_EQ(faults(text),
+              std::to_string(line) + ": a key of more than 8 parts; those of the settings have 3 at most\n");
+  const std::string known = "log.debug_tag = \"" + repeated(20, "a.") + "\" # " + repeated(20, "a.");
+  EXPECT_EQ(faults(known), "");
+  EXPECT_EQ(faults("log.x = [" + repeated(20, "1.5,") + "]\nlog.a.b.c.d.e.f.g = 1"),
+            "1: log.x: unknown key\n2: log.a: unknown key; did you mean log.access_log?\n");
 }
 
 TEST(ConfigRead, ValuesLandInTheirVariablesWithinTheirBounds) {
@@ -69,6 +97,7 @@ TEST(ConfigRead, ValuesLandInTheirVariablesWithinTheirBounds) {
                                              "requests.messenger_urls = [\"\"]",
                                              repeated(256, category),
                                              "lists.category = [{name = \"a\", file = \"a;b\"}]",
+                                             "lists.category = [{name = \"a\", file = \"a.reported\"}]",
                                              "upstream.proxy = \"localhost:3128\"",
                                              "log.access_file = \"../x\"",
                                              "pages.administrator = \"a\\u0000b\"",
@@ -86,7 +115,7 @@ TEST(ConfigRead, ValuesLandInTheirVariablesWithinTheirBounds) {
 }
 
 TEST(ConfigRead, WhatIsPrintedIsValidAndWhatIsShipped) {
-  EXPECT_EQ(faults("") + faults(sampleConfiguration()), "");
+  EXPECT_EQ(faults(defaultConfiguration()) + faults(sampleConfiguration()), "");
   EXPECT_EQ(sampleConfiguration(), readFile(NETSIFT_SOURCE_DIR "/share/netsiftd.toml"))
       << "netsiftd --print-config > share/netsiftd.toml";
   EXPECT_EQ(configurationReference(), readFile(NETSIFT_SOURCE_DIR "/docs/configuration.md"))

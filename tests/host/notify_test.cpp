@@ -16,7 +16,7 @@ TEST(Notify, EachMessageDoesItsPartAndAnythingElseIsRefused) {
   char name[] = "sample", *names[] = {name};
   categfiles = categfiles1 = names;
   numcategories = numcategories1 = 1;
-  for (const char *file : {"sample.url", "sample.dom"}) writeFile(root.config(file), "");
+  for (const char *file : {"sample.url", "sample.dom", "sample.url.orig"}) writeFile(root.config(file), "");
   ASSERT_EQ(makeBlackLists(), 1);
   const std::pair<std::string, const char *> cases[] = {
       {"URL:0 bad.example/page\0and more"s, ""},
@@ -25,7 +25,7 @@ TEST(Notify, EachMessageDoesItsPartAndAnythingElseIsRefused) {
       {"URL:0 bad.example/cut", "a URL report without a whole URL"},
       {"URL:0 \0"s, "a URL report without a whole URL"},
       {"URL:0 bad.example/\n*\0"s, "a URL report with control bytes in the URL"},
-      {"URL:0 *\0"s, "a URL report with a pattern for a host"},
+      {"URL:0 bad.example/*\0"s, "a URL report with a \"*\", which a list takes for a pattern"},
       {"ADD:cut", "a text to add that is not whole"},
       {"ADD:first\0"s, ""},
       {"ADD:second\0"s, ""},
@@ -33,12 +33,16 @@ TEST(Notify, EachMessageDoesItsPartAndAnythingElseIsRefused) {
       {"UR", "what is no message"},
   };
   for (const auto &[message, fault] : cases) EXPECT_EQ(handleMessage(message), fault) << message;
-  EXPECT_EQ(readFile(root.config("sample.url.orig")), "bad.example/page\n");
+  EXPECT_EQ(readFile(root.config("sample.reported.url.orig")), "bad.example/page\n");
+  EXPECT_EQ(readFile(root.config("sample.url.orig")), "") << "the administrator's own";
+  EXPECT_TRUE(categfiles[0] == name && categfiles1[0] == name);
   char url[] = "bad.example/page", host[] = "bad.example";
   EXPECT_EQ(inBlackLists(url, host, 0), 1) << "connections from now on find it";
   EXPECT_TRUE(compstrall("second", URL_CACHE) == 1 && URL_CACHESIZE == 1);
   EXPECT_EQ(handleMessage("DEL:") + handleMessage("DEL:"), "");
   EXPECT_TRUE(URL_CACHE == nullptr && URL_CACHESIZE == 0) << "an empty list stays empty";
+  writeFile(root.config("sample.reported.url.orig"), std::string((1 << 20) - 10, 'x'));
+  EXPECT_TRUE(handleMessage("URL:0 another.example\0"s).ends_with("is full; move what is to stay from it to the list"));
   freeBlackLists();
 }
 

@@ -17,6 +17,7 @@ TEST(PhraseCheck, WarnsWithTheLineOfTheRecord) {
       {"<a>1\n<cc>2\n", "2 the last phrase of a file is never found|"},
       {"<a>1\n<b 2\n", "!2 the record is not closed by \">\"|"},
       {"<a>1 # one\n<~>0", "1 a record must begin with \"<\"|1 the phrase holds a line end|1 out of order|"},
+      {"<a>1\n<bB>1\n<~>0", "2 the phrase has capital letters and is never found|"},
       {"<>1\n", "1 the phrase is empty|"},
       {"<aa>1\n<>1\n<ab>1\n<~>0", "2 the phrase is empty|2 out of order|"}, /* it divides those that begin with "a" */
   };

@@ -56,4 +56,6 @@ TEST(UrlHelpers, BannedContentTypesEndAtTheHundredthEntry) {
   strcpy(blockedcontent[0], "x-msdownload");
   EXPECT_EQ(isBannedContentType("text/x-MSdownload") * 2 + isBannedContentType(last.c_str()), 1);
   EXPECT_EQ(reason, "access to content type " + last + " blocked");
+  StrictHttp = STRICT_HTTP;
+  EXPECT_EQ(isBannedContentType("text/X-msDownload"), 1) << "in any case of letters there";
 }

@@ -1,0 +1,110 @@
+#include "host/madeLists.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+
+#include "host/files.h"
+#include "host/listFiles.h"
+#include "netsift.h"
+#include "util/installPath.h"
+
+namespace netsift::host {
+
+namespace {
+
+/* One loading at a time: the supervisor starts no second one. */
+constexpr std::string_view loadingFolder = "loading";
+
+std::string freshName(const std::string &path) { return path + ".new"; }
+
+void report(Problems &problems, const std::string &file, const std::string &message) {
+  problems.push_back({true, file, 0, "", message});
+}
+
+off_t sizeOf(const std::string &path) {
+  struct stat status;
+  return stat(path.c_str(), &status) == 0 ? status.st_size : -1;
+}
+
+/* Owner and mode of the file whose place another is to take. Only root may give a file away. */
+void keepOwner(const std::string &place, const std::string &fresh) {
+  struct stat status;
+  if (stat(place.c_str(), &status) != 0) return;
+  if (chown(fresh.c_str(), status.st_uid, status.st_gid) == 0) chmod(fresh.c_str(), status.st_mode & 07777);
+}
+
+/* Makes the file beside its place. Returns what is wrong, "" when it is whole. */
+std::string makeBeside(const ListFiles &files) {
+  std::string fresh = freshName(files.url);
+  off_t least = sizeOf(files.original);
+  unlink(fresh.c_str());
+  errno = 0;
+  if (readPhrase1(files.phrase.c_str(), fresh.c_str(), files.original.c_str()) != 0)
+    return systemTrouble(("cannot be made of " + files.original + " and " + files.phrase).c_str());
+  if (sizeOf(fresh) <= least) /* a line end at least is added to the source */
+    return "comes out shorter than " + files.original + ", of which it is made; load again when that is complete";
+  std::vector<std::string> reported;
+  if (exists(files.reported)) reported.push_back(files.reported);
+  std::string trouble = appendFiles(fresh, reported);
+  if (trouble.empty()) keepOwner(files.url, fresh);
+  return trouble;
+}
+
+/* What the library is to find in a list's place. */
+void show(const std::string &target, const std::string &place, Problems &problems) {
+  if (symlink(target.c_str(), place.c_str()) != 0) report(problems, place, systemTrouble("cannot be made"));
+}
+
+void makeList(const std::string &name, MadeLists &lists, Problems &problems) {
+  ListFiles files = listFiles(name);
+  std::string shown = lists.root + configFolder + name, trouble;
+  show(files.domain, shown + ".dom", problems);
+  if (canBeMade(files)) {
+    lists.made.push_back(files.url);
+    trouble = makeBeside(files);
+    show(freshName(files.url), shown + ".url", problems);
+  } else if (exists(files.reported)) {
+    trouble = appendFiles(shown + ".url", {files.url, files.reported});
+  } else {
+    show(files.url, shown + ".url", problems);
+  }
+  if (!trouble.empty()) report(problems, files.url, trouble);
+}
+
+}  // namespace
+
+MadeLists makeLists(Problems &problems) {
+  MadeLists lists;
+  lists.root = rooted(runFolder).append(loadingFolder);
+  dropLists(lists); /* of a loading that was killed */
+  if (std::string trouble = makeFolder(lists.root + configFolder, 0755); !trouble.empty())
+    report(problems, lists.root, trouble);
+  for (const std::string &name : loadedLists()) {
+    if (!anyFatal(problems)) makeList(name, lists, problems);
+  }
+  return lists;
+}
+
+void placeLists(const MadeLists &lists, Problems &problems) {
+  for (const std::string &path : lists.made) {
+    if (std::rename(freshName(path).c_str(), path.c_str()) != 0)
+      report(problems, path, systemTrouble("cannot be replaced"));
+  }
+  int folder = open(rooted(configFolder).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (folder < 0 || fsync(folder) != 0)
+    report(problems, rooted(configFolder), systemTrouble("cannot be written to the disk"));
+  if (folder >= 0) close(folder);
+}
+
+void dropLists(const MadeLists &lists) {
+  std::error_code ignored; /* what stays is removed before the next loading */
+  std::filesystem::remove_all(lists.root, ignored);
+  for (const std::string &path : lists.made) unlink(freshName(path).c_str());
+}
+
+}  // namespace netsift::host

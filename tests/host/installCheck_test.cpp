@@ -1,0 +1,45 @@
+#include "host/installCheck.h"
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include "host/files.h"
+#include "host/hostConfig.h"
+#include "tests/support/support.h"
+
+using namespace netsift::host;
+using namespace netsift::test;
+
+namespace {
+
+std::string said(const Problems &problems, const std::string &file) {
+  std::string all;
+  for (const Problem &problem : problems) {
+    if (problem.file == file) all += problemLine(problem).substr(file.size() + 2) + "\n";
+  }
+  return all;
+}
+
+}  // namespace
+
+TEST(InstallCheck, ACacheThatCannotBeMadeWholeLeavesTheOldOneAndAPipeIsNotOpened) {
+  const ScratchRoot root;
+  const std::string cache = rooted(cacheDatabase);
+  writeFile(cache, "verdicts");
+  Problems problems;
+  auto forgetWithoutRoom = [&] { /* in a process of its own: GDBM leaks where it cannot make a file */
+                                 std::signal(SIGXFSZ, SIG_IGN);
+                                 rlimit limit{100, 100};
+                                 setrlimit(RLIMIT_FSIZE, &limit);
+                                 forgetVerdicts(problems);
+                                 _exit(said(problems, cache).starts_with("cache.enabled: cannot be made: ") ? 0 : 1);
+  };
+  EXPECT_EXIT(forgetWithoutRoom(), testing::ExitedWithCode(0), "");
+  EXPECT_TRUE(readFile(cache) == "verdicts" && !exists(cache + ".new"));
+
+  hostConfig.keepCache = 1;
+  unlink(cache.c_str());
+  mkfifo(cache.c_str(), 0600);
+  checkInstallation(problems = {});
+  EXPECT_TRUE(said(problems, cache).starts_with("cache.enabled: is a pipe or device")) << said(problems, cache);
+}

@@ -1,0 +1,74 @@
+#include "host/listCheck.h"
+
+#include <filesystem>
+
+#include "tests/support/support.h"
+
+using namespace netsift::host;
+using namespace netsift::test;
+using std::string_literals::operator""s;
+
+namespace {
+
+void writeLists(const ScratchRoot &root) {
+  for (const std::string name : {"whitelist", "adserver", "popup"}) {
+    for (const char *suffix : {".dom", ".phrase", ".url.orig"}) writeFile(root.config(name + suffix), "");
+  }
+}
+
+/* Line and message up to its first punctuation mark of what is said of one file; "!" before what is refused. */
+std::string said(const std::string &file) {
+  Problems problems;
+  checkLists(problems);
+  std::string all;
+  for (const Problem &problem : problems) {
+    EXPECT_EQ(problem.file, file);
+    all += (problem.fatal ? "!" : "") + std::to_string(problem.line) + " " +
+           problem.message.substr(0, problem.message.find_first_of(",;:")) + "|";
+  }
+  return all;
+}
+
+}  // namespace
+
+TEST(ListCheck, NamesEachEntryThatCanNeverMatchAndRefusesWhatWouldNotBeLoaded) {
+  const ScratchRoot root;
+  writeLists(root);
+  const std::string utf16 = "!0 is UTF-16 or no text|", ended = " a byte of 255 ends the list|",
+                    mark = "1 a byte order mark makes the first entry another one|", capital = " matches no host|",
+                    slash = " never matches with a \"/\" at its end|",
+                    front = " never matches with a \".\" at its front|",
+                    end = " never matches with a \".\" at its host's end|";
+  const std::tuple<const char *, std::string, std::string> cases[] = {
+      {"popup.dom", "a.example\n192.168\nb-1.example", ""},
+      {"popup.dom", "\xEF\xBB\xBF.a\n", mark},
+      {"popup.dom", "\xFF\xFE", utf16},
+      {"popup.dom", "\xFE\xFF", utf16},
+      {"popup.dom", "\0a"s, utf16},
+      {"popup.dom", "a\nb\xFF.c\nd\n", "!2" + ended},
+      {"popup.dom", "a\r\n.b\r\nC\r\nd.\r\n", "2" + front + "3" + capital + "4 never matches with a \".\" at its end|"},
+      {"popup.dom", std::string(1021, 'a') + "\n" + std::string(1022, 'a'),
+       "2 a domain of more than 1021 bytes never matches|"},
+      {"popup.url.orig", "a.example/Path\n*Word*\nb/*\nc/x.\n.*\nd.*\n*/\n", "5" + front},
+      {"popup.url.orig", "A/x\nbB*\nc/\n.d/x\ne./x\nf.\n",
+       "1" + capital + "2" + capital + "3" + slash + "4" + front + "5" + end + "6" + end},
+      {"popup.url.orig", "a\n\n\xFF", "!3" + ended + "3 the last line has no line end|"},
+      {"popup.phrase", "<a \xFF>1\n<b\xFF>1\n<~>0\n", "!2" + ended}, /* a record with a blank makes no pattern */
+      {"popup.reported.url.orig", "a/x\n\xFF\n", "!2" + ended},
+  };
+  for (const auto &[name, text, expected] : cases) {
+    const std::string kept = readFile(root.config(name));
+    writeFile(root.config(name), text);
+    EXPECT_EQ(said(root.config(name)), expected) << name << "\n" << text;
+    writeFile(root.config(name), kept);
+  }
+}
+
+TEST(ListCheck, AListThatIsUsedAsItStandsEndsItsLastPattern) {
+  const ScratchRoot root;
+  writeLists(root);
+  writeFile(root.config("popup.url"), "a\n*b");
+  ASSERT_EQ(said(root.config("popup.url")), "") << "it is made anew";
+  std::filesystem::remove(root.config("popup.phrase"));
+  EXPECT_EQ(said(root.config("popup.url")), "2 the last line has a \"*\" and no line end|");
+}
