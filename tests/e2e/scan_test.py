@@ -38,11 +38,9 @@ class Scan(Road):
     def test_what_engines_reply(self):
         no_status = "" if self.of_old else self.down
         for primary, socket_name, replies in (
-                (False, "vlcavd.sock", {b"": self.down, b"x: lstat() failed ERROR
-": self.failed}),
+                (False, "vlcavd.sock", {b"": self.down, b"x: lstat() failed ERROR\n": self.failed}),
                 (True, "vlav", {b"32": self.down, b"0": "", b"": no_status, b"hello": no_status,
-                                b"2 Made.Up
-": self.infected})):
+                                b"2 Made.Up\n": self.infected})):
             filtering = self.filter({"scanning.primary_engine": primary, "scanning.second_engine": not primary})
             self.peer(lambda asked: asked.recv(300) and asked.sendall(reply), filtering.run / socket_name)
             for number, (reply, expected) in enumerate(replies.items()):
