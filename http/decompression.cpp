@@ -17,8 +17,8 @@ using netsift::Text;
 
 namespace {
 
-constexpr int zlibWindowBits = 15;                                              // zlib-wrapped, not gzip
-constexpr unsigned char outOfMemory = static_cast<unsigned char>(Z_MEM_ERROR);  // 252
+constexpr int zlibWindowBits = 15;                                             /* zlib-wrapped, not gzip */
+constexpr unsigned char outOfMemory = static_cast<unsigned char>(Z_MEM_ERROR); /* 252 */
 constexpr uint64_t longestOutput = std::numeric_limits<unsigned>::max();
 
 const char *messageOf(const z_stream *stream) { return stream->msg == nullptr ? "" : stream->msg; }
@@ -51,7 +51,7 @@ bool grow(Output &output, z_stream *stream) {
   const uint64_t capacity = output.capacity + uint64_t{5} * stream->avail_in;
   char *bytes = static_cast<char *>(std::realloc(output.bytes.get(), capacity + 1));
   if (bytes == nullptr) return false;
-  static_cast<void>(output.bytes.release());  // realloc has taken the old buffer
+  static_cast<void>(output.bytes.release()); /* realloc has taken the old buffer */
   output.bytes.reset(bytes);
   output.capacity = capacity;
   pointAtFreePart(output, stream);

@@ -52,8 +52,8 @@ char *preProcessBody(const char *body, int length, int *outLength) {
     return nullptr;
   }
 
-  // No branch depends on the text, since where words end cannot be predicted: every byte is put down, and stays if it
-  // is no NUL and no second separator in a row. The last separator goes if nothing came after it.
+  /* No branch depends on the text, since where words end cannot be predicted: every byte is put down, and stays if it
+     is no NUL and no second separator in a row. The last separator goes if nothing came after it. */
   char *out = text;
   unsigned separated = 0;
   for (size_t i = 0; i < size; i++) {

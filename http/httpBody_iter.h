@@ -14,8 +14,8 @@ NETSIFT_BEGIN
 NETSIFT_API unsigned char getHTTPBody(int fd, void *buffer, unsigned *length, int limit, int datalen);
 
 /* The same through the gzip stream that openGZStream opened on `fd`; counts are of decompressed bytes.
-   zlib fills a buffer of its own from the socket, so the limit holds for the wait before each read, not for the read.
- */
+   zlib fills a buffer of its own from the socket, so the limit holds for the wait before each read, not for the
+   read. */
 NETSIFT_API signed char getGZHTTPBody(int fd, gzFile stream, void *buffer, unsigned *length, int limit, int datalen);
 
 /* Sends all of a piece. Returns 0, -1 on a time-out, -2 on an error, -3 when nothing was taken (see sendToSocket). */

@@ -59,7 +59,7 @@ void replaceTail(HeaderLine *line, size_t kept, std::string_view tail) {
   if (kept + tail.size() > std::strlen(line->text)) {
     auto *grown = static_cast<char *>(std::realloc(line->text, kept + tail.size() + 1));
     if (grown == nullptr) {
-      dprintf(1, "system unable to allocate memmory");  // so spelled: log filters match it
+      dprintf(1, "system unable to allocate memmory"); /* so spelled: log filters match it */
       return;
     }
     line->text = grown;
@@ -114,7 +114,7 @@ unsigned readLines(int fd, Header *header, HeaderLine *line, int limit) {
     if (status != 0) return 0;
     countLine(header, length);
     if (isHeadEnd(line->text)) return 1;
-    // The rest has usually come with the first line; that saves two calls a line.
+    /* The rest has usually come with the first line; that saves two calls a line. */
     const Rest rest = header->lineCount == 1 ? takeArrivedLines(fd, header, line) : Rest::notTaken;
     if (rest != Rest::notTaken) return rest == Rest::whole ? 1 : 0;
     line->next = createHeaderLine();
@@ -224,7 +224,7 @@ int getContentLength(const HeaderLine *first) {
 }
 
 int ShowAuth(const HeaderLine *first) {
-  constexpr std::string_view field = "Proxy-Authorization: ";  // the scheme stands right after it
+  constexpr std::string_view field = "Proxy-Authorization: "; /* the scheme stands right after it */
   const HeaderLine *line = findField(first, "Proxy-Authorization:");
   if (line == nullptr) {
     dprintf(6, "the authorization statement not present");

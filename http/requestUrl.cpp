@@ -19,8 +19,8 @@ using netsift::Text;
 namespace {
 
 constexpr size_t longestUrl = 500;
-constexpr size_t hostLengthModulus = 256;  // the host's length is kept in 8 bits
-constexpr size_t schemeReach = 8;          // "https://": a "/" further on belongs to a path
+constexpr size_t hostLengthModulus = 256; /* the host's length is kept in 8 bits */
+constexpr size_t schemeReach = 8;         /* "https://": a "/" further on belongs to a path */
 constexpr std::string_view whiteSpace = " \t\n\v\f\r";
 constexpr std::string_view modifiedField = "Last-Modified: ";
 
@@ -159,7 +159,7 @@ char *decodeURL(const char *text) {
 int isHex(char c) { return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f'); }
 
 signed char hexToChar(char high, char low) {
-  auto value = [](char c) { return c >= '0' && c <= '9' ? c - '0' : c - 87; };  // 'a' is 97
+  auto value = [](char c) { return c >= '0' && c <= '9' ? c - '0' : c - 87; }; /* 'a' is 97 */
   return static_cast<signed char>(value(high) * 16 + value(low));
 }
 
@@ -189,7 +189,7 @@ char *getModificationTime(const HeaderLine *line) {
   for (; line != nullptr; line = line->next) {
     if (line->text == nullptr || strncasecmp(line->text, modifiedField.data(), modifiedField.size()) != 0) continue;
     std::string_view value(line->text + modifiedField.size());
-    value.remove_suffix(std::min<size_t>(2, value.size()));  // CR LF
+    value.remove_suffix(std::min<size_t>(2, value.size())); /* CR LF */
     Text copy = copyOf(value);
     return copy ? copy.release() : strdup("ERROR");
   }

@@ -19,7 +19,7 @@ NETSIFT_BEGIN
    are left alone then, and the longer method leaves `request` alone too.
 
    - Target not starting with "/": when one of its first 8 characters is "/", what precedes it and the character after
-   it are taken for the scheme and skipped. The host goes up to ":", "/" or a blank. The last character is kept, but one
+     it are taken for the scheme and skipped. The host goes up to ":", "/" or a blank. The last character is kept, but one
      "/" at the end is dropped.
    - Target starting with "/": the host is the Host field's, and the target's last character is dropped whatever it is,
      then one "/" at the end. "/index.html" becomes "/index.htm": lists are written against this form.

@@ -21,7 +21,7 @@ namespace {
 using netsift::Wait, netsift::waitOnce;
 using std::chrono::nanoseconds, std::chrono::seconds;
 
-constexpr int64_t chunkEndLimit = 10'000;  // milliseconds that getCRLF and sendCRLF wait
+constexpr int64_t chunkEndLimit = 10'000; /* milliseconds that getCRLF and sendCRLF wait */
 
 nanoseconds limitOrNone(int limit) { return limit < 0 ? nanoseconds(-1) : nanoseconds(seconds(limit)); }
 
@@ -92,7 +92,7 @@ struct LineSource {
   bool lookAhead;
 };
 
-constexpr ssize_t nothingYet = -2;  // beside read's results
+constexpr ssize_t nothingYet = -2; /* beside read's results */
 
 /* Reads up to `room` bytes of a line and none after its end, as read(2) answers. With MSG_DONTWAIT it gives
    `nothingYet` where only a wait can tell. */
@@ -116,7 +116,7 @@ ssize_t readLinePart(LineSource &source, char *into, size_t room, int flags) {
 struct LineBuffer {
   char *text;
   unsigned capacity;
-  unsigned reserve;  // how much further it may grow
+  unsigned reserve; /* how much further it may grow */
 };
 
 constexpr unsigned firstLineCapacity = 512;
@@ -164,7 +164,7 @@ char *startLine(LineSource source, unsigned *length, unsigned char *status, int 
     *status = 254;
     return nullptr;
   }
-  // What has arrived needs no wait.
+  /* What has arrived needs no wait. */
   const ssize_t part = max == 0 ? nothingYet : readLinePart(source, line.text, capacity, MSG_DONTWAIT);
   const Wait outcome =
       part != nothingYet ? Wait::ready : netsift::waitReadable(source.fd, limit <= 0 ? -1 : int64_t{limit} * 1000);
@@ -181,11 +181,12 @@ char *startLine(LineSource source, unsigned *length, unsigned char *status, int 
 
 /* The loop of getSocketLine1. A failed read counts as a byte there too, and the line has no maximum. */
 unsigned char readUntilEnd(int fd, char *&line, unsigned &count) {
-  constexpr unsigned step = 256, mostFailures = 1 << 20;  // in a row: a descriptor that only fails gets no more memory
+  constexpr unsigned step = 256;
+  constexpr unsigned mostFailures = 1 << 20; /* in a row: a descriptor that only fails gets no more memory */
   unsigned failures = 0;
   for (unsigned capacity = step;;) {
-    // The position after the received bytes is the one tested for a line end. It is clear, always, so the test never
-    // ends the loop, and the bytes need not come one at a time.
+    /* The position after the received bytes is the one tested for a line end. It is clear, always, so the test never
+       ends the loop, and the bytes need not come one at a time. */
     const ssize_t got = read(fd, line + count, capacity - count);
     if (got == 0) {
       dprintf(7, "read fails as connection is closed");

@@ -50,16 +50,16 @@ NETSIFT_API char *getSocketLine(int fd, unsigned *length, unsigned char *status,
    received; the buffer is cleared, so that it never finds one there and the line ends with the stream: a line end does
    not end it. A read that fails or is interrupted counts as a received byte of value 0. Returns what was read,
    NUL-terminated, to be freed by the caller, with its size in `*length`; null without memory for the first 256 bytes
-   (status 1). `status`: 1 the stream ended; 254 no memory to grow, with the last byte dropped. After 1048576 failed reads
-   in a row there is no more memory. */
+   (status 1). `status`: 1 the stream ended; 254 no memory to grow, with the last byte dropped. After 1048576 failed
+   reads in a row there is no more memory. */
 NETSIFT_API char *getSocketLine1(int fd, unsigned *length, unsigned char *status);
 
 /* Reads CR LF pairs until two bytes are something else, and answers -1 always. The wait before each read is for the
    descriptor to become writable, up to 10 seconds. Also ends when a wait or a read fails, times out or falls short. */
 NETSIFT_API int getCRLF(int fd);
 
-/* Writes CR LF again and again until a wait of up to 10 seconds fails or times out, or a write takes nothing or fails for
-   good; answers -1 always. */
+/* Writes CR LF again and again until a wait of up to 10 seconds fails or times out, or a write takes nothing or fails
+   for good; answers -1 always. */
 NETSIFT_API int sendCRLF(int fd);
 
 /* The number that a chunk-header line stands for, up to its first space or CR or its end (null: 0): decimal and hex

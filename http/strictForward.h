@@ -15,8 +15,8 @@ namespace netsift {
    form (the authority for CONNECT). One Host field names the target's host, and a Content-Length stands once. Gone are
    the hop-by-hop fields and those that Connection names, but for what frames or describes the content; Expect, which is
    answered here; and towards an origin Proxy-Authorization. The "Connection" field of this hop says whether the
-   upstream is to keep the connection, as target.keepAlive. The request line keeps its version where that is 1.0 or 1.1.
- */
+   upstream is to keep the connection, as target.keepAlive. The request line keeps its version where that is 1.0 or
+   1.1. */
 void rewriteForOrigin(Header &header, const StrictTarget &target);
 void rewriteForProxy(Header &header, const StrictTarget &target);
 

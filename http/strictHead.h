@@ -27,12 +27,15 @@ struct HeadScan {
 };
 
 /* Takes bytes up to and including the empty line that ends the head, never one beyond; `used` says how many. `bad`
-   comes with the first byte that spoils the head, `scan.fault` says why: 400  a CR or LF that is not half of a line
-   end, NUL, a folded line, blanks before a colon, a field line without a colon or with a bad name, a malformed start
-   line (seen at that line's end, before any field) 414  a request line over 8 KiB 431  over 100 fields, or over 64 KiB
-   of head 505  another major version than 1 502  any of these in a response One empty line before a request line is
-   ignored. In a response, blanks before a colon are taken out (RFC 9112 section 5.1). After bad or done the record is
-   not fed again. */
+   comes with the first byte that spoils the head, `scan.fault` says why:
+     400  a CR or LF that is not half of a line end, NUL, a folded line, blanks before a colon, a field line without a
+          colon or with a bad name, a malformed start line (seen at that line's end, before any field)
+     414  a request line over 8 KiB
+     431  over 100 fields, or over 64 KiB of head
+     505  another major version than 1
+     502  any of these in a response
+   One empty line before a request line is ignored. In a response, blanks before a colon are taken out (RFC 9112 section
+   5.1). After bad or done the record is not fed again. */
 Parse scanHead(HeadScan &scan, std::string_view bytes, size_t &used);
 
 /* Makes the lines of a head that was scanned to its end: CR LF kept, the empty line last, both counts set. `header` is

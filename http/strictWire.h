@@ -16,8 +16,8 @@ namespace netsift {
 enum class HeadRead { done, refused, timedOut, closed, clientLeft };
 
 /* Reads one head into `header` and not a byte beyond it: its first byte within `idleSeconds`, the whole of it within as
-   many again; without limit when that is 0 or less. `refused` leaves the fault in `scan`. `client` is watched for having
-   left meanwhile, if anybody is. */
+   many again; without limit when that is 0 or less. `refused` leaves the fault in `scan`. `client` is watched for
+   having left meanwhile, if anybody is. */
 HeadRead readStrictHead(int fd, HeadScan &scan, Header &header, int idleSeconds, int client = nobody);
 
 /* A message body on its way in, its transfer coding taken off. */

@@ -1,5 +1,5 @@
-/* The one place that waits on descriptors. A wait is poll's, so that descriptor numbers above 1023 work. Internal to the
-   library. */
+/* The one place that waits on descriptors. A wait is poll's, so that descriptor numbers above 1023 work. Internal to
+   the library. */
 #ifndef NETSIFT_HTTP_WAIT_H
 #define NETSIFT_HTTP_WAIT_H
 
@@ -28,8 +28,8 @@ Wait waitWritable(int fd, int64_t milliseconds, int client = nobody);
 bool hasLeft(int client);
 
 /* A single wait, for which an interruption is an answer. As select's: the number of those that are ready (`revents` not
-   0; closed and broken ones are), 0 when the time is over, -1 with errno, which is EBADF when one is not open. A negative
-   limit is none. */
+   0; closed and broken ones are), 0 when the time is over, -1 with errno, which is EBADF when one is not open. A
+   negative limit is none. */
 int waitOnce(std::span<pollfd> waited, std::chrono::nanoseconds limit);
 int waitOnce(int fd, short events, std::chrono::nanoseconds limit);
 

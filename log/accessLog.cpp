@@ -29,9 +29,9 @@ void appendField(std::string &line, const char *text) {
 
 std::string formatLine(const char *first, const char *second) {
   char stamp[26] = ""; /* what ctime_r may write */
-  const time_t now = time(nullptr);
+  const time_t now = std::time(nullptr);
   ctime_r(&now, stamp);
-  stamp[strcspn(stamp, "\n")] = '\0';
+  stamp[std::strcspn(stamp, "\n")] = '\0';
 
   std::string line;
   for (const char *field : {static_cast<const char *>(stamp), static_cast<const char *>(clientip),
@@ -54,7 +54,7 @@ void storeLog(const char *first, const char *second, int8_t) {
   dprintf(4, "storing in log file url %s\n", path.get());
   const int file = open(path.get(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
   if (file < 0) {
-    dprintf(1, "error opening log file %s", strerror(errno));
+    dprintf(1, "error opening log file %s", std::strerror(errno));
     return;
   }
   const std::string line = formatLine(first, second);
@@ -62,6 +62,6 @@ void storeLog(const char *first, const char *second, int8_t) {
   do {
     written = write(file, line.data(), line.size());
   } while (written < 0 && errno == EINTR);
-  if (written < 0) dprintf(1, "error writing log file %s\n", strerror(errno));
+  if (written < 0) dprintf(1, "error writing log file %s\n", std::strerror(errno));
   close(file);
 }

@@ -13,17 +13,17 @@
 
 namespace {
 
-constexpr size_t lineSize = 1024;        // terminator included
-constexpr size_t debugStringLimit = 50;  // bytes kept of the debug string
-constexpr int belowEveryLevel = -129;    // levels are signed bytes
+constexpr size_t lineSize = 1024;       /* terminator included */
+constexpr size_t debugStringLimit = 50; /* bytes kept of the debug string */
+constexpr int belowEveryLevel = -129;   /* levels are signed bytes */
 
 FILE *stream;
-FILE *openedHere;  // what dFileOpen opened last and nobody has closed; not the stream once the host has set its own
+FILE *openedHere; /* what dFileOpen opened last and nobody has closed; not the stream once the host has set its own */
 signed char currentLevel;
 char debugString[debugStringLimit + 1];
-signed char debugStringLength;  // 0: the string is not used, though its text stays
+signed char debugStringLength; /* 0: the string is not used, though its text stays */
 bool pidFlag, timeFlag;
-char *lastStamp;  // the copy that the log put into errorcode last
+char *lastStamp; /* the copy that the log put into errorcode last */
 
 void useStream(FILE *next) {
   stream = next;
@@ -38,7 +38,7 @@ size_t writePrefix(char (&line)[lineSize]) {
   const int length = std::snprintf(
       line, sizeof line, "%s%02d:%02d:%02d %02d:%02d:%02d Netsift[%d]: ", debugStringLength > 0 ? debugString : "",
       local.tm_mon + 1, local.tm_mday, local.tm_year + 1900, local.tm_hour, local.tm_min, local.tm_sec, getpid());
-  return static_cast<size_t>(length);  // far below the line's size: the only text in it has 50 bytes
+  return static_cast<size_t>(length); /* far below the line's size: the only text in it has 50 bytes */
 }
 
 void replaceStamp(const char *prefix) {
@@ -107,12 +107,12 @@ int netsift_dprintf(int level, const char *format, ...) {
 
   char line[lineSize];
   const size_t prefixLength = writePrefix(line);
-  // The message first: it may print errorcode, which the new stamp replaces.
+  /* The message first: it may print errorcode, which the new stamp replaces. */
   const bool withMessage = debugStringLength > 0 || pidFlag || timeFlag;
   if (withMessage) {
     va_list arguments;
     va_start(arguments, format);
-    errno = callersErrno;  // for "%m"
+    errno = callersErrno; /* for "%m" */
     if (std::vsnprintf(line + prefixLength, lineSize - prefixLength, format, arguments) < 0) line[prefixLength] = '\0';
     va_end(arguments);
   }

@@ -19,8 +19,8 @@ NETSIFT_BEGIN
 NETSIFT_API int dInitialise(const char *path, int8_t level, const char *debugString, uint8_t printPid,
                             uint8_t printTime);
 
-/* Makes the file, opened for appending, the stream, and closes the one that it had opened before. Returns 1, or 0 when it
-   could not be opened: there is no stream then. */
+/* Makes the file, opened for appending, the stream, and closes the one that it had opened before. Returns 1, or 0 when
+   it could not be opened: there is no stream then. */
 NETSIFT_API int dFileOpen(const char *path);
 
 /* Makes the host's open stream the one written to, and changes nothing else; null ends logging. A file that the log had

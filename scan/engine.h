@@ -43,8 +43,8 @@ int hearLine(const Dialogue &dialogue, char *line, int maximum);
 /* Says goodbye and lets the engine have its last word. With StrictHttp nobody waits for that: the verdict is there. */
 void sayGoodbye(const Dialogue &dialogue, std::string_view goodbye);
 
-/* Ends a dialogue, at its end or (`complete` false) half-way. One that was given up half-way leaves the socket open; with
-   StrictHttp it is always closed. */
+/* Ends a dialogue, at its end or (`complete` false) half-way. One that was given up half-way leaves the socket open;
+   with StrictHttp it is always closed. */
 void concludeDialogue(const Dialogue &dialogue, bool complete);
 
 }  // namespace netsift

@@ -18,9 +18,9 @@ constexpr size_t transcriptPathSize = 256;
 /* What sets the three apart beside the transcript. */
 struct Style {
   const char *name;
-  const char *closingName;  // before the closing line
-  const char *proxyDashes;  // in the trace of the upstream's turns
-  bool oneBlock;            // ends when a side has been seen once, and leaves the client's bytes unread
+  const char *closingName; /* before the closing line */
+  const char *proxyDashes; /* in the trace of the upstream's turns */
+  bool oneBlock;           /* ends when a side has been seen once, and leaves the client's bytes unread */
 };
 constexpr Style plainStyle{"tunnel", "tunnel(): ", "----->", false};
 constexpr Style oneBlockStyle{"tunnel1", "tunnel1(): ", "---->", true};

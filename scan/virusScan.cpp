@@ -45,7 +45,7 @@ int32_t reportDown(char *name) {
 int32_t judgeStatus(const char *reply, char *name) {
   const int status = leadingNumber(reply);
   if (status == 2 || status == 4) {
-    const char *virus = reply + 2;  // past the digit and one separator; the reply is followed by zeros
+    const char *virus = reply + 2; /* past the digit and one separator; the reply is followed by zeros */
     setName(name, virus);
     dprintf(2, " Object is INFECTED (%s)\n", netsift::peerText(virus));
     return infected;
@@ -77,8 +77,8 @@ int32_t judgeStatus(const char *reply, char *name) {
 /* Connects for a line dialogue. */
 bool reachInLines(const Dialogue &dialogue, const char *path) {
   if (dialogue.fd == 0) {
-    /* Only descriptor 0 counts as a failure of its own; a socket that was not made fails at the connect. It is left open
-       in the place of the standard input that was closed, so that the next call gets another one. */
+    /* Only descriptor 0 counts as a failure of its own; a socket that was not made fails at the connect. It is left
+       open in the place of the standard input that was closed, so that the next call gets another one. */
     dprintf(1, "Error creating socket for connection to AV engine\n");
     return false;
   }

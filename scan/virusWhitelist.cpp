@@ -105,7 +105,8 @@ int32_t isDom_vir_wl(const char *database, const char *domain) {
   datum key = gdbm_firstkey(file);
   while (key.dptr != nullptr && found == 0) {
     if (gdbm_exists(file, key) != 0) {
-      const std::string text(key.dptr, static_cast<size_t>(key.dsize));  // nothing says that a key ends in a zero byte
+      /* Nothing says that a key ends in a zero byte. */
+      const std::string text(key.dptr, static_cast<size_t>(key.dsize));
       found = std::strstr(domain, text.c_str()) != nullptr;
       dprintf(7, "%s:%d::key=[%s]::domain=[%s]::ret=[%d]\n", __func__, __LINE__, text.c_str(),
               netsift::peerText(domain), found);

@@ -130,7 +130,7 @@ int32_t hash_string(const char *text) {
   for (; text != nullptr && *text != '\0'; text++) {
     const auto byte = static_cast<signed char>(*text);
     const auto code = static_cast<uint32_t>(byte > 95 ? byte - 40 : byte);
-    // The middle term keeps its sign: an arithmetic shift of the signed value.
+    /* The middle term keeps its sign: an arithmetic shift of the signed value. */
     h = static_cast<int32_t>(static_cast<uint32_t>(h) * 8 + static_cast<uint32_t>(h >> 28) + code);
   }
   return h;

@@ -14,7 +14,7 @@ TEST(ZlibDecompress, InflatesWholePiecemealAndDamaged) {
   const std::tuple<string, size_t, string, string> cases[] = {
       {zlib, zlib.size() / 3 + 1, text, "-5 -5 1 "}, {damaged + "!", 1000, text, "-3 "}, {"\x1f\x8b", 2, "", "-3 "}};
   for (const auto &[data, pieceSize, expected, statuses] : cases) {
-    z_stream stream;  // nothing of it is set before the first piece
+    z_stream stream; /* nothing of it is set before the first piece */
     string out, codes;
     for (size_t at = 0; at < data.size(); at += pieceSize) {
       auto length = static_cast<unsigned>(std::min(pieceSize, data.size() - at));
@@ -35,13 +35,13 @@ TEST(OpenGzStream, ReadsFromTheSocketOrTimesOut) {
   gzFile in = nullptr;
   EXPECT_EQ(openGZStream(4000, "r", -1, &in), -1);
   StrictHttp = STRICT_HTTP;
-  errno = EINTR;  // left over from an earlier call: only without StrictHttp it makes a time-out wait again
+  errno = EINTR; /* left over from an earlier call: only without StrictHttp it makes a time-out wait again */
   EXPECT_EQ(openGZStream(pair.near, "r", 0, &in), -1);
   StrictHttp = 0;
   std::thread late([&] {
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     pair.send(compressed("zipped", 31));
-    pair.closeFar();  // zlib fills its own buffer or waits for the end
+    pair.closeFar(); /* zlib fills its own buffer or waits for the end */
   });
   const int socket = dup(pair.near);
   errno = EINTR;

@@ -41,7 +41,7 @@ TEST(Header, IsSentAtOnceAndNotEndedByABareLineFeed) {
   EXPECT_EQ(sendHeader(pair.near, &header), 7);
   EXPECT_EQ(pair.receive(), "part\r\n\n");
   pair.closeFar();
-  EXPECT_EQ(sendHeader(pair.near, &header), 0);  // and no SIGPIPE
+  EXPECT_EQ(sendHeader(pair.near, &header), 0); /* and no SIGPIPE */
   destroyHeader(&header);
   EXPECT_EQ(sendHeader(pair.near, &header), 0);
 }

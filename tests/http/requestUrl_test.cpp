@@ -52,7 +52,7 @@ TEST(UrlHelpers, TakeTextsApart) {
 
 TEST(UrlHelpers, BannedContentTypesEndAtTheHundredthEntry) {
   const string last(100, 'y');
-  std::memset(blockedcontent, 'y', sizeof blockedcontent);  // the hundredth entry is followed by no NUL
+  std::memset(blockedcontent, 'y', sizeof blockedcontent); /* the hundredth entry is followed by no NUL */
   strcpy(blockedcontent[0], "x-msdownload");
   EXPECT_EQ(isBannedContentType("text/x-MSdownload") * 2 + isBannedContentType(last.c_str()), 1);
   EXPECT_EQ(reason, "access to content type " + last + " blocked");

@@ -17,7 +17,7 @@ namespace {
 
 using ReadLine = char *(*)(int, unsigned *, unsigned char *, int);
 constexpr ReadLine lineReaders[] = {getSocketLine, netsift::getSocketLineByBytes};
-using Line = std::pair<string, int>;  // the text with its terminator, and the status
+using Line = std::pair<string, int>; /* the text with its terminator, and the status */
 
 Line line(string text, int status = 0) { return {text + '\0', status}; }
 
@@ -67,9 +67,9 @@ TEST(SocketLine, CountsAFailedReadAsAByte) {
     EXPECT_EQ(lineFrom(readLine, pair.near, 0), line(""));
     EXPECT_EQ(lineFrom(readLine, pair.near, 600), line('a' + string(599, '\0')));
     pair.send("a");
-    EXPECT_EQ(lineFrom(readLine, pair.near, 9000), line('a' + string(8999, '\0')));  // however many in a row
+    EXPECT_EQ(lineFrom(readLine, pair.near, 9000), line('a' + string(8999, '\0'))); /* however many in a row */
     pair.send("ab");
-    ASSERT_EQ(write(pair.near, "unread", 6), 6);  // closing over it resets the connection
+    ASSERT_EQ(write(pair.near, "unread", 6), 6); /* closing over it resets the connection */
     pair.closeFar();
     EXPECT_EQ(lineFrom(readLine, pair.near, 100), line(string("ab\0", 3), 1));
   }
@@ -87,7 +87,7 @@ TEST(SocketLine, LimitsTheWaitForTheFirstByteOnly) {
   std::signal(SIGALRM, [](int) {});
   const itimerval everyTenth{{0, 100'000}, {0, 100'000}}, never{};
   const SocketPair pair;
-  setitimer(ITIMER_REAL, &everyTenth, nullptr);  // an interruption must not start the second anew
+  setitimer(ITIMER_REAL, &everyTenth, nullptr); /* an interruption must not start the second anew */
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(lineFrom(getSocketLine, pair.near, 0, 1), Line("<none>", 255));
   EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(990));
@@ -106,7 +106,7 @@ TEST(BlockRead, StopsWhereItShould) {
   for (const auto &[length, datalen, count, expected] : cases) {
     SocketPair pair;
     pair.send("0123456789");
-    const int high = fcntl(pair.near, F_DUPFD, 1100);  // more than select can wait for
+    const int high = fcntl(pair.near, F_DUPFD, 1100); /* more than select can wait for */
     const GuardedText buffer(string(length, '?'), false);
     unsigned char status = 77;
     EXPECT_EQ(readFromSocket(high, buffer.get(), length, &status, 0, datalen), count) << length;
@@ -125,7 +125,7 @@ TEST(Send, SendsAllOrSaysWhy) {
   std::thread peer([&, left = size]() mutable {
     for (char piece[4096]; left > 0;) left -= static_cast<int>(read(pair.far, piece, sizeof piece));
   });
-  fcntl(pair.near, F_SETFL, O_NONBLOCK);  // so that a write takes a part only
+  fcntl(pair.near, F_SETFL, O_NONBLOCK); /* so that a write takes a part only */
   EXPECT_EQ(sendToSocket(pair.near, big.data(), size, 5), 0);
   peer.join();
   EXPECT_EQ(sendSocketLine(pair.near, "line\n", 0), 5);
@@ -146,10 +146,10 @@ TEST(Chunks, EndIsNeverFoundAndSizesAreFoldedByTens) {
   EXPECT_EQ(getCRLF(pair.near), -1);
   EXPECT_EQ(lineFrom([](int fd, auto *length, auto *status, int) { return getSocketLine1(fd, length, status); },
                      pair.near, 0),
-            line(string(512, '\n'), 1));  // beyond line ends
+            line(string(512, '\n'), 1)); /* beyond line ends */
   unsigned length = 9;
   unsigned char status = 9;
-  std::free(getSocketLine1(-1, &length, &status));  // what only fails gets no more memory in the end
+  std::free(getSocketLine1(-1, &length, &status)); /* what only fails gets no more memory in the end */
   EXPECT_TRUE(length == (1 << 20) - 1 && status == 254) << length << ' ' << int{status};
   const LogCapture log(7);
   const std::pair<const char *, int> sizes[] = {{"1a\r\n", 20}, {"1F 9\r", 25}, {"", 0},
@@ -159,13 +159,13 @@ TEST(Chunks, EndIsNeverFoundAndSizesAreFoldedByTens) {
 }
 
 TEST(Chunks, AnInterruptedReadCountsAsAByte) {
-  struct sigaction action = {};  // one that restarts nothing
+  struct sigaction action = {}; /* one that restarts nothing */
   action.sa_handler = [](int) {};
   sigaction(SIGALRM, &action, nullptr);
   const itimerval once{{0, 0}, {0, 50'000}};
   SocketPair pair;
   pair.send("1");
-  sigset_t alarm;  // is this thread's
+  sigset_t alarm; /* is this thread's */
   sigemptyset(&alarm), sigaddset(&alarm, SIGALRM);
   pthread_sigmask(SIG_BLOCK, &alarm, nullptr);
   std::thread late([&] { std::this_thread::sleep_for(milliseconds(300)), pair.send("a\r\n"), pair.closeFar(); });

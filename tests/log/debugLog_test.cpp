@@ -21,7 +21,7 @@ TEST(DebugLog, WritesPrefixAndMessageUpToTheLevel) {
   const LogCapture log(4);
   skipPID();
   dprintf(4, "dropped: neither flag nor debug string\n");
-  setDebugString("%s%n:");  // printed as text
+  setDebugString("%s%n:"); /* printed as text */
   int evaluated = 0;
   errno = ENOENT;
   dprintf(4, "four %d %m\n", ++evaluated);
@@ -44,11 +44,11 @@ TEST(DebugLog, CutsLongTextsReleasesOnlyItsOwnStampAndAppendsToItsFile) {
   writeFile(path, "before\n");
   EXPECT_EQ(dInitialise(path.c_str(), 4, std::string(80, 'D').c_str(), 0, 0), 1);
   dprintf(1, "%s", std::string(2000, 'x').c_str());
-  EXPECT_EQ(dInitialise(nullptr, 2, "Y:", 0, 0), 1);  // keeps the stream
+  EXPECT_EQ(dInitialise(nullptr, 2, "Y:", 0, 0), 1); /* keeps the stream */
   EXPECT_EQ(readFile(path).size(), 7u + 1023);
   dprintf(3, "off\n");
   char hosts[] = "the host's";
-  errorcode = hosts;  // releasing it would end the test
+  errorcode = hosts; /* releasing it would end the test */
   for (int line = 0; line < 2; line++) dprintf(1, "%s\n", errorcode);
   EXPECT_EQ(dInitialise((root.path() + "/none/debug.log").c_str(), 7, nullptr, 1, 1), 0);
   dprintf(1, "nowhere\n");

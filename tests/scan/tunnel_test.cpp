@@ -21,7 +21,7 @@ struct Tunnels : testing::Test {
 
 TEST_F(Tunnels, EndOnSilenceFailedSendsAndDescriptorsThatAreNotOpen) {
   StrictHttp = STRICT_HTTP;
-  errno = EINTR;  // left over from an earlier call
+  errno = EINTR; /* left over from an earlier call */
   EXPECT_EQ(tunnel(client.near, upstream.near, 0), 0);
   StrictHttp = 0;
   errno = 0;
@@ -47,14 +47,14 @@ TEST_F(Tunnels, WaitAgainAfterAnInterruptionLongPast) {
 
 TEST_F(Tunnels, OneBlockOrTheClientsTurn) {
   upstream.send(string(10000, 'p'));
-  client.send("GET /next");  // both readable: upstream's block goes out, the client's bytes stay unread
+  client.send("GET /next"); /* both readable: upstream's block goes out, the client's bytes stay unread */
   tunnel1(client.near, upstream.near, 100);
   EXPECT_EQ(client.receive(), string(8192, 'p'));
   tunnel1(client.near, upstream.near, 100);
   EXPECT_EQ(client.receive(), string(1808, 'p'));
   tunnel1(client.near, upstream.near, -1);
   EXPECT_EQ(recv(client.near, string(9, ' ').data(), 9, MSG_DONTWAIT), 9);
-  EXPECT_EQ(log.messages().size(), 2u);  // a size line each, no closing line
+  EXPECT_EQ(log.messages().size(), 2u); /* a size line each, no closing line */
 }
 
 TEST_F(Tunnels, KeepATranscriptOrGoOnWithoutOne) {

@@ -11,7 +11,7 @@
 
 using namespace netsift::test;
 
-using Replies = std::map<std::string, int>;  // with the verdict
+using Replies = std::map<std::string, int>; /* with the verdict */
 
 const std::string path = "/" + std::string(400, 'p');
 
@@ -25,7 +25,7 @@ int ask(const char *name, const char *greeting, const std::string &reply, std::s
 }
 
 TEST(VirusScan, ScanJudgesTheStatusInItsOrder) {
-  // 2, 4 and 32 are exact values, the rest bits; a number too long has all of them; no word at all is clean.
+  /* 2, 4 and 32 are exact values, the rest bits; a number too long has all of them; no word at all is clean. */
   Replies replies = {{"4", 1}, {"6", -1}, {"40", 0}, {"36", -1}, {"", 0}, {"99999999999999999999", 0}};
   for (size_t length : {253, 300}) replies["2 " + std::string(length, 'v')] = 1;
   for (const auto &[reply, verdict] : replies) {
@@ -234,7 +234,7 @@ TEST(VirusScan, ReadlineKeepsToItsRoom) {
     EXPECT_EQ(buffer.get(), std::string("abc\n").substr(0, maximum - 1));
   }
   EXPECT_EQ(readline(-1, nullptr, INT32_MIN), 1);
-  EXPECT_EQ(getAVRespCode(GuardedText("23").get()), 182);  // the third character counts as code 0
+  EXPECT_EQ(getAVRespCode(GuardedText("23").get()), 182); /* the third character counts as code 0 */
 }
 
 const std::string head = "HTTP/1.1 200 OK\r\nContent-Type: application/zip\r\n\r\n";
@@ -275,7 +275,7 @@ TEST(ScanTunnel, VerdictsOfTwoEnginesAreCombined) {
 }
 
 TEST(ScanTunnel, OnlyTheTailWaitsForScans) {
-  // Blocks end at every 8192 bytes; the tail begins at the threshold, or at exactly the announced length.
+  /* Blocks end at every 8192 bytes; the tail begins at the threshold, or at exactly the announced length. */
   const std::tuple<size_t, unsigned, unsigned, int> cases[] = {
       {20000, 20000, 11808, 2}, {8192, 8192, 9000, 1}, {16384, 1, 8192, 2}, {16384, 1, 16385, 0}};
   for (const auto &[size, contentLength, threshold, scans] : cases) {

@@ -22,7 +22,7 @@ TEST(SymbolTable, FindsTheNewestSymbolOfAWholeName) {
     EXPECT_TRUE(table->symbols == newer && newer->next == older && older->previous == newer) << name;
     EXPECT_TRUE(newer->chainNext == older && older->chainPrevious == newer && newer->chainPrevious == nullptr) << name;
   }
-  EXPECT_EQ(sym_lookup_symbol(table, "\xff\x80")->bucket, 127);  // -1 - 128, modulo 256
+  EXPECT_EQ(sym_lookup_symbol(table, "\xff\x80")->bucket, 127); /* -1 - 128, modulo 256 */
   EXPECT_EQ(sym_lookup_symbol(table, "abc"), nullptr);
   sym_delete_table(table, nullptr, 0);
 }
@@ -38,7 +38,7 @@ TEST(StringIntHash, HashesSignedGrowsShrinksAndLosesNothing) {
   EXPECT_EQ(hash_string("\x80\x81 !"), -73448);
   std::vector<std::string> keys(36);
   string_int_hash *map = string_int_hash_new();
-  for (size_t i = 0; i < 72; i++) {  // each one is set, then replaced
+  for (size_t i = 0; i < 72; i++) { /* each one is set, then replaced */
     keys[i / 2] = "key" + std::to_string(i / 2);
     string_int_hash_set(map, keys[i / 2].data(), static_cast<int>(i));
   }
