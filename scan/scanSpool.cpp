@@ -9,20 +9,27 @@
 #include <cstring>
 
 #include "log/debugLog.h"
-#include "scan/scanFile.h"
 #include "scan/scanTunnel.h"
 #include "state/connection.h"
 #include "state/settings.h"
 
 namespace netsift {
 
-void nameSpool() { nameScanFile(); }
+void nameSpool() {
+  childpid = static_cast<int32_t>(getpid());
+  const int folderLength = static_cast<int>(strnlen(VIRFILE_DIR, sizeof VIRFILE_DIR));
+  const int length =
+      std::snprintf(virfilename, sizeof virfilename, "%.*sscanfile.%d", folderLength, VIRFILE_DIR, childpid);
+  if (length >= 0 && static_cast<size_t>(length) < sizeof virfilename) return;
+  virfilename[0] = '\0';
+  dprintf(1, "path of the virus scan file is too long: %.*sscanfile.%d\n", folderLength, VIRFILE_DIR, childpid);
+}
 
 bool clearSpool() {
   struct stat found;
   if (virfilename[0] == '\0' || lstat(virfilename, &found) != 0) return true; /* whatever the reason is */
   if (unlink(virfilename) == 0) return true;
-  dprintf(5, "error in removing existing virus file %s::%s\n", virfilename, strerror(errno));
+  dprintf(5, "error in removing existing virus file %s::%s\n", virfilename, std::strerror(errno));
   return false;
 }
 
@@ -32,7 +39,7 @@ bool appendToSpool(const char *piece, size_t length) {
     dprintf(1, "error creating virus scan file\n");
     return false;
   }
-  setvbuf(virfile, nullptr, _IONBF, 0); /* a piece goes out as one write */
+  std::setvbuf(virfile, nullptr, _IONBF, 0); /* a piece goes out as one write */
   const bool whole = std::fwrite(piece, 1, length, virfile) == length;
   std::fclose(virfile);
   virfile = nullptr;

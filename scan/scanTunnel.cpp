@@ -1,7 +1,5 @@
 #include "scan/scanTunnel.h"
 
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstring>
 
@@ -10,7 +8,7 @@
 #include "log/debugLog.h"
 #include "log/peerText.h"
 #include "scan/relay.h"
-#include "scan/scanFile.h"
+#include "scan/scanSpool.h"
 #include "scan/virusScan.h"
 #include "state/connection.h"
 #include "state/settings.h"
@@ -90,21 +88,6 @@ Pass scanAndRelease(Download &download, ssize_t size) {
   }
 }
 
-/* Opened, written, flushed and closed again for every block: the engines, which read the file by its path, see every
-   byte, and a full disk cannot pass for a short body. */
-bool appendToScanFile(const void *bytes, size_t count) {
-  virfile = std::fopen(virfilename, "a");
-  if (virfile == nullptr) {
-    dprintf(1, "error creating virus scan file\n");
-    return false;
-  }
-  const bool written = std::fwrite(bytes, 1, count, virfile) == count && std::fflush(virfile) == 0;
-  if (!written) dprintf(1, "error writing to virus file\n");
-  std::fclose(virfile);
-  virfile = nullptr;
-  return written;
-}
-
 Pass relayUpstream(Download &download) {
   dprintf(7, "reading from proxy++------>\n");
   const Outcome read = readBlock(download.relay.upstream, download.relay);
@@ -112,7 +95,7 @@ Pass relayUpstream(Download &download) {
   if (const Pass pass = afterRead(read); pass != Pass::goOn) return pass;
   countProxyTurn(download.relay.turns);
 
-  if (!appendToScanFile(download.relay.block, static_cast<size_t>(read.result))) return Pass::end;
+  if (!appendToSpool(download.relay.block, static_cast<size_t>(read.result))) return Pass::end;
   download.spooled += static_cast<uint32_t>(read.result);
   dprintf(7, "%d: sizeof Temp virfile %s == %d\n", __LINE__, virfilename, static_cast<int>(download.spooled));
   const bool tail = download.spooled >= download.threshold || download.spooled == download.contentLength;
@@ -135,7 +118,7 @@ int32_t askBoth(const char *path, char *name) {
 int32_t tunnel_vs(int client, int upstream, int timeout, int useVlav, int useVlcav, unsigned contentLength,
                   unsigned threshold) {
   dprintf(7, "inside tunnel_vs\n");
-  nameScanFile();
+  nameSpool();
   Download download{{client, upstream, timeout, "tunnel_vs", {}, {}}, useVlav, useVlcav, contentLength, threshold};
   const Turns &turns = download.relay.turns;
 
@@ -165,18 +148,3 @@ int32_t isVirusInfection(const char *path, char *name, int useVlav, int useVlcav
   }
   return verdict;
 }
-
-namespace netsift {
-
-bool nameScanFile() {
-  childpid = static_cast<int32_t>(getpid());
-  const int folderLength = static_cast<int>(strnlen(VIRFILE_DIR, sizeof VIRFILE_DIR));
-  const int length =
-      std::snprintf(virfilename, sizeof virfilename, "%.*sscanfile.%d", folderLength, VIRFILE_DIR, childpid);
-  if (length >= 0 && static_cast<size_t>(length) < sizeof virfilename) return true;
-  virfilename[0] = '\0';
-  dprintf(1, "path of the virus scan file is too long: %.*sscanfile.%d\n", folderLength, VIRFILE_DIR, childpid);
-  return false;
-}
-
-}  // namespace netsift
