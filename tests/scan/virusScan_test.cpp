@@ -114,9 +114,10 @@ void drip(int fd) {
   do std::this_thread::sleep_for(milliseconds(50));
   while (::send(fd, "1", 1, MSG_NOSIGNAL) > 0);
 }
-void chatter(int fd) {
-  const std::string line = "100 one moment\n";
-  while (::send(fd, line.data(), line.size(), MSG_NOSIGNAL) > 0) std::this_thread::yield();
+void chatter(int fd) { /* faster than it is read */
+  std::string lines;
+  for (int line = 0; line < 4000; line++) lines += "100 one moment\n";
+  while (::send(fd, lines.data(), lines.size(), MSG_NOSIGNAL) > 0) continue;
 }
 void condemnAndStall(int fd) { say(fd, "2 x FOUND\n231\n"), readToEnd(fd); }
 
