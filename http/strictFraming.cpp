@@ -15,7 +15,8 @@ constexpr StrictFault badLength{400, "The browser's request has no valid length.
 constexpr StrictFault twoFramings{400, "The browser's request has both a length and a transfer coding."};
 constexpr StrictFault codingInHttp10{400, "The browser's request has a transfer coding that its version lacks."};
 constexpr StrictFault connectWithBody{400, "The browser's request for a tunnel has a body."};
-constexpr StrictFault lengthNeeded{411, "The browser sends a file or form without telling its length, which this filter needs."};
+constexpr StrictFault lengthNeeded{
+    411, "The browser sends a file or form without telling its length, which this filter needs."};
 constexpr StrictFault unknownCoding{501, "The browser's request has a transfer coding that is not known."};
 constexpr StrictFault unknownExpectation{417, "The browser's request expects what cannot be met."};
 constexpr StrictFault badStatusLine{502, "The web site's answer begins with a malformed line."};
