@@ -119,7 +119,7 @@ std::string appendFiles(const std::string &path, const std::vector<std::string> 
   for (const std::string &part : parts) {
     std::string content;
     if (!readWholeFile(part, largestList, &content, &error)) {
-      error = "cannot be made: " + part + " " + error;
+      error.insert(0, "cannot be made: " + part + " ");
       break;
     }
     if (!content.empty() && content.back() != '\n') content += '\n';

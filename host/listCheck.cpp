@@ -192,10 +192,12 @@ void checkSkipList(const char *name, Problems &problems) {
   }
 }
 
-/* A phrase file is looked at as a category and as a source of URLs. */
+/* A phrase file is looked at as a category and as a source of URLs; both speak of the file as a whole alone. */
 void dropRepeated(Problems &problems) {
   std::set<std::string> seen;
-  std::erase_if(problems, [&seen](const Problem &problem) { return !seen.insert(problemLine(problem)).second; });
+  std::erase_if(problems, [&seen](const Problem &problem) {
+    return problem.line <= 1 && !seen.insert(problemLine(problem)).second;
+  });
 }
 
 }  // namespace

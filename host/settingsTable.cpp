@@ -21,7 +21,7 @@ const Setting serviceSettings[] = {
     {"service", "filtering", Flag{&DisableNetsiftService, true}, "true",
      "Judge what passes. When false, everything is passed through unread."},
     {"service", "load_seconds", Number{&hostConfig.loadSeconds, 1, longestLoad, "seconds"}, "300",
-     "After how long a loading at SIGHUP is given up; what was loaded before stays in use."},
+     "After how long a loading is given up; at SIGHUP, what was loaded before stays in use."},
     {"listen", "address", ListenAddress{}, "\"127.0.0.1:8080\"",
      "Where clients connect. Port 0 takes a free one, which is printed. Read at start only; --listen goes before it."},
     {"listen", "max_connections", Number{&hostConfig.maxConnections, 1, 100000, "connections"}, "256",

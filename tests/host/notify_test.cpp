@@ -13,8 +13,9 @@ using std::string_literals::operator""s;
 
 TEST(Notify, EachMessageDoesItsPartAndAnythingElseIsRefused) {
   const ScratchRoot root;
-  char name[] = "sample", *names[] = {name};
-  categfiles = categfiles1 = names;
+  char name[] = "sample", *names[] = {name}, *phraseNames[] = {name};
+  categfiles = names;
+  categfiles1 = phraseNames;
   numcategories = numcategories1 = 1;
   for (const char *file : {"sample.url", "sample.dom", "sample.url.orig"}) writeFile(root.config(file), "");
   ASSERT_EQ(makeBlackLists(), 1);
@@ -76,4 +77,7 @@ TEST(Notify, APeerIsBoundedInSizeAndTimeAndNeverWaitedFor) {
   acceptMessages(listener, messages);
   EXPECT_EQ(messages.size(), mostMessages);
   EXPECT_EQ(listenLocal(path), -1) << "somebody listens there";
+  listen(listener, 0);
+  while (connectLocal(path) >= 0) continue;
+  EXPECT_TRUE(listenLocal(path) == -1 && errno == EADDRINUSE) << "also when it takes nobody";
 }
