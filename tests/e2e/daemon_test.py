@@ -14,7 +14,7 @@ from harness import NETSIFTD, PATIENCE, TOP, Case, Filter, read_all, scratch_fol
 
 ASK = b"GET http://ads.example/ HTTP/1.1\r\nHost: ads.example\r\nConnection: close\r\n\r\n"
 REFUSE = '[[access]]\nnetwork = "127.0.0.0/8"\nlevel = 3\n'
-REFUSAL = "127.0.0.1 may not use this proxy at this time"
+REFUSAL = "The computer 127.0.0.1 may not use the web at this time."
 
 
 class Daemon(Case):
@@ -119,6 +119,7 @@ class Daemon(Case):
             first.close()
             second.settimeout(PATIENCE)
             self.assertIn(b"HTTP/1.1 ", read_all(second))
+            self.await_said(filtering, "listen.max_connections is reached: 1 client had to wait")
         wait_until(lambda: not filtering.connections(), "the connections' processes to end")
         with filtering.connect() as idle:
             wait_until(filtering.connections, "the connection's process")
