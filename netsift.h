@@ -4,7 +4,8 @@
    What holds of every operation, unless its own comment says otherwise:
 
    - One connection at a time. The connection being served, the settings and the lists are process-wide variables, and
-     nothing is locked: one thread calls. Serve each connection in a process of its own, forked after loading.
+     nothing is locked: one thread calls. Serve each connection in a process of its own, forked after loading, or go
+     back to what was before with netsift_resetState.
    - Order. Settings first, then the lists (make...), the log (dInitialise), then connections. A setting is 0 or null at
      load; what is loaded stays until its free... operation and is only read while serving.
    - Who owns what. A text that is returned is the caller's, to be released with free. A text, record or list that is
@@ -27,6 +28,7 @@
 #include "cache/dbcache.h"
 #include "cache/hostNotify.h"
 #include "connection/answer.h"
+#include "connection/connectionReset.h"
 #include "connection/connection_trickle.h"
 #include "connection/htmlTemplate.h"
 #include "connection/verdict.h"

@@ -2,11 +2,9 @@
 
 #include <arpa/inet.h>
 #include <poll.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -24,20 +22,6 @@ constexpr int64_t drainMilliseconds = 2000;
 constexpr size_t longestHead = 65536;       /* of a refused client */
 constexpr int64_t headMilliseconds = 10000; /* what such a client has for it in all, however it is sent */
 enum Level { unfiltered = 1, filtered = 2 };
-
-/* The terminal's Ctrl-C and hang-up go to the whole process group: the daemon alone decides what becomes of
-   connections. */
-void resetSignals() {
-  signal(SIGINT, SIG_IGN);
-  signal(SIGHUP, SIG_IGN);
-  signal(SIGPIPE, SIG_IGN);
-  signal(SIGTERM, SIG_DFL);
-  signal(SIGCHLD, SIG_DFL);
-  sigset_t none;
-  sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
-  prctl(PR_SET_PDEATHSIG, SIGTERM);
-}
 
 /* Waits for the end of a request head, or for more than a head has. False when neither came in time. */
 bool awaitHead(std::string &head) {
@@ -90,7 +74,6 @@ void closeGently(int sock) {
 }
 
 void serveConnection(int sock, const struct sockaddr_in &peer) {
-  resetSignals();
   clientsock = sock;
   clientaddr = peer;
   int level = getAccessControl(peer.sin_addr.s_addr); /* in network order, as the rules are */
@@ -101,7 +84,6 @@ void serveConnection(int sock, const struct sockaddr_in &peer) {
     refuseClient(level);
   removeScanFile(getpid());
   closeGently(sock);
-  _exit(0);
 }
 
 }  // namespace netsift::host

@@ -10,14 +10,16 @@
 namespace netsift::host {
 
 struct HostConfig {
-  struct sockaddr_in listen {};   /* [listen] address, or --listen */
-  int32_t loadSeconds = 0;        /* after which a loading is given up */
-  int32_t maxConnections = 0;     /* running at once, over all generations of the server */
-  int32_t drainSeconds = 0;       /* what running connections get at the end */
-  std::string popupScript;        /* file; a relative name lies in the configuration folder */
-  std::string secondEngineSocket; /* where the second engine listens */
-  std::string debugFile;          /* a relative name lies in the log folder */
-  std::string debugTag;           /* put before every line of the debug log */
+  struct sockaddr_in listen {};      /* [listen] address, or --listen */
+  int32_t loadSeconds = 0;           /* after which a loading is given up */
+  int32_t maxConnections = 0;        /* served at once, over all generations of the server */
+  int32_t connectionsPerProcess = 0; /* one after another */
+  int32_t spareProcesses = 0;        /* that wait for clients */
+  int32_t drainSeconds = 0;          /* what running connections get at the end */
+  std::string popupScript;           /* file; a relative name lies in the configuration folder */
+  std::string secondEngineSocket;    /* where the second engine listens */
+  std::string debugFile;             /* a relative name lies in the log folder */
+  std::string debugTag;              /* put before every line of the debug log */
   int32_t debugLevel = 0;
   int32_t keepCache = 0; /* 1: verdicts of earlier loadings stay */
 };

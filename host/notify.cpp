@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
+#include <utility>
 
 #include "host/clock.h"
 #include "host/problems.h"
@@ -16,6 +17,8 @@
 namespace netsift::host {
 
 namespace {
+
+bool changedLists;
 
 /* The text up to its NUL; false when there is none. */
 bool untilNul(std::string_view bytes, std::string *text) {
@@ -32,7 +35,9 @@ std::string addUrl(std::string_view bytes) {
   if (error != std::errc{} || category < 0 || !bytes.starts_with(' ')) return "a URL report without a category";
   std::string reported;
   if (!untilNul(bytes.substr(1), &reported) || reported.empty()) return "a URL report without a whole URL";
-  return addReportedUrl(category, reported);
+  std::string fault = addReportedUrl(category, reported);
+  if (fault.empty()) changedLists = true;
+  return fault;
 }
 
 std::string addText(std::string_view bytes) {
@@ -89,6 +94,8 @@ void dropLateMessages(Messages &messages, int64_t now) {
     return true;
   });
 }
+
+bool listsHaveChanged() { return std::exchange(changedLists, false); }
 
 std::string handleMessage(std::string_view bytes) {
   std::string_view rest = bytes.substr(std::min<size_t>(4, bytes.size()));

@@ -36,6 +36,9 @@ bool readMessage(Message &message);
 /* Drops the messages whose time is over. */
 void dropLateMessages(Messages &messages, int64_t now);
 
+/* Whether a message has changed the lists since this was asked last. */
+bool listsHaveChanged();
+
 /* Acts on a whole message. Returns what is wrong with it, "" when nothing is. */
 std::string handleMessage(std::string_view bytes);
 

@@ -15,25 +15,23 @@
 #include <cstring>
 #include <ctime>
 #include <string>
-#include <unordered_set>
-#include <utility>
 #include <vector>
 
-#include "host/child.h"
 #include "host/clock.h"
 #include "host/hostConfig.h"
 #include "host/notify.h"
 #include "host/problems.h"
 #include "host/scanFiles.h"
+#include "host/worker.h"
+#include "netsift.h"
 
 namespace netsift::host {
 
 namespace {
 
-constexpr int acceptBurst = 32;                /* clients taken before the other descriptors are looked at again */
-constexpr int64_t acceptPause = 1000;          /* after the system was out of processes, descriptors or memory */
-constexpr int64_t otherGenerationsPause = 200; /* how often to look whether older generations made room */
-constexpr int64_t killMilliseconds = 1000;     /* from SIGTERM to SIGKILL */
+constexpr int64_t startPause = 1000;       /* after the system was out of processes or memory */
+constexpr int64_t renewPause = 1000;       /* between two replacements of all workers for the sake of the lists */
+constexpr int64_t killMilliseconds = 1000; /* from SIGTERM to SIGKILL */
 
 enum class Phase { serving, retired, draining, ending, killing };
 
@@ -43,57 +41,34 @@ struct Server {
   int slot;
   int signals = -1;
   Phase phase = Phase::serving;
+  bool tellsRetired = false;    /* still to be told, when no worker waits for a client any more */
   int64_t deadline = INT64_MAX; /* of the phases draining and ending */
-  int64_t acceptFrom = 0;
-  int heldSock = -1; /* a client that was accepted and still waits for a process */
-  struct sockaddr_in heldPeer {};
-  std::unordered_set<pid_t> children;
+  bool listsChanged = false;
+  int64_t renewFrom = 0;
+  Pool pool;
   Messages messages;
 };
 
-int32_t allConnections(const Server &server) {
-  int32_t sum = 0;
-  for (const auto &count : server.board->connections) sum += count;
-  return sum;
-}
-
-bool hasRoom(const Server &server) { return allConnections(server) < hostConfig.maxConnections; }
-
-void pauseAccepting(Server &server, const char *what) {
-  say(std::string(what) + ": " + std::strerror(errno) + "; clients wait a second");
-  server.acceptFrom = milliseconds() + acceptPause;
-}
-
-[[noreturn]] void becomeChild(const Server &server, int sock, const struct sockaddr_in &peer) {
-  for (int fd : {server.sockets.listener, server.sockets.notify, server.sockets.control, server.signals}) {
+[[noreturn]] void becomeWorker(const Server &server, int slot) {
+  for (int fd : {server.sockets.notify, server.sockets.control, server.signals, server.pool.hangUpWrite}) {
     if (fd >= 0) close(fd);
   }
   for (const Message &message : server.messages) close(message.sock);
-  serveConnection(sock, peer);
+  work(server.sockets.listener, server.pool, server.board, slot);
 }
 
-/* Takes the next client, unless the last one still waits. False when there is none. */
-bool takeClient(Server &server) {
-  if (server.heldSock >= 0) return true;
-  if (server.sockets.listener < 0) return false;
-  socklen_t length = sizeof server.heldPeer;
-  server.heldSock =
-      accept4(server.sockets.listener, reinterpret_cast<struct sockaddr *>(&server.heldPeer), &length, SOCK_CLOEXEC);
-  if (server.heldSock >= 0) return true;
-  bool nobody = errno == EAGAIN || errno == EINTR || errno == ECONNABORTED;
-  if (!nobody) pauseAccepting(server, "a client cannot be taken");
-  return false;
-}
-
-/* A client that no process can be started for stays, and is the first to be served afterwards. */
-void acceptClients(Server &server) {
-  for (int i = 0; i < acceptBurst && hasRoom(server) && takeClient(server); i++) {
+void startWorkers(Server &server, int64_t *wake) {
+  while (wantsWorker(server.pool, *server.board, milliseconds(), wake)) {
+    int slot = takeSlot(server.pool, *server.board, server.slot);
     pid_t child = fork();
-    if (child == 0) becomeChild(server, server.heldSock, server.heldPeer);
-    if (child < 0) return pauseAccepting(server, "no process can be started for a client");
-    server.children.insert(child);
-    server.board->connections[server.slot]++;
-    close(std::exchange(server.heldSock, -1));
+    if (child == 0) becomeWorker(server, slot);
+    if (child > 0) {
+      server.pool.workers.emplace(child, slot);
+      continue;
+    }
+    say(std::string("no process can be started for clients: ") + std::strerror(errno) + "; they wait a second");
+    returnSlot(server.pool, *server.board, server.slot, slot);
+    server.pool.startFrom = milliseconds() + startPause;
   }
 }
 
@@ -102,16 +77,16 @@ void reapChildren(Server &server) {
   while (read(server.signals, &info, sizeof info) > 0) continue;
   int status;
   for (pid_t child; (child = waitpid(-1, &status, WNOHANG)) > 0;) {
-    if (server.children.erase(child) == 0) continue;
-    server.board->connections[server.slot]--;
+    if (!forgetWorker(server.pool, *server.board, server.slot, child)) continue;
     removeScanFile(child);
-    if (WIFSIGNALED(status) && WTERMSIG(status) != SIGTERM && WTERMSIG(status) != SIGKILL)
+    bool ownDoing = server.phase == Phase::ending || server.phase == Phase::killing;
+    if (WIFSIGNALED(status) && !ownDoing)
       say("a connection's process (" + std::to_string(child) + ") ended by signal " + std::to_string(WTERMSIG(status)));
   }
 }
 
 void signalChildren(const Server &server, int signal) {
-  for (pid_t child : server.children) kill(child, signal);
+  for (auto [child, slot] : server.pool.workers) kill(child, signal);
 }
 
 void closeSocket(int &sock) {
@@ -121,7 +96,6 @@ void closeSocket(int &sock) {
 
 void endConnections(Server &server) {
   signalChildren(server, SIGTERM);
-  closeSocket(server.heldSock);
   server.phase = Phase::ending;
   server.deadline = milliseconds() + killMilliseconds;
 }
@@ -137,16 +111,38 @@ void obey(Server &server) {
     command = drain;
   }
   closeSocket(server.sockets.listener);
+  closePool(server.pool);
   if (command == retire) { /* the next generation takes over the reports too */
     closeSocket(server.sockets.notify);
     server.phase = Phase::retired;
-    tell(server, retiredMessage);
+    server.tellsRetired = true;
   } else if (command == stop) {
     endConnections(server);
   } else if (server.phase == Phase::serving || server.phase == Phase::retired) {
     server.phase = Phase::draining;
     server.deadline = milliseconds() + int64_t{1000} * hostConfig.drainSeconds;
   }
+}
+
+/* Once nobody takes a client any more with what was loaded here. */
+void tellRetired(Server &server) {
+  if (!server.tellsRetired || anyIdle(server.pool)) return;
+  server.tellsRetired = false;
+  tell(server, retiredMessage);
+}
+
+/* Workers have the lists as they were when they were forked. */
+void renewForLists(Server &server, int64_t now, int64_t *wake) {
+  if (listsHaveChanged()) server.listsChanged = true;
+  if (!server.listsChanged || server.phase != Phase::serving) return;
+  if (now < server.renewFrom) {
+    *wake = std::min(*wake, server.renewFrom);
+    return;
+  }
+  server.listsChanged = false;
+  server.renewFrom = now + renewPause;
+  netsift_keepState();
+  renewWorkers(server.pool);
 }
 
 void meetDeadline(Server &server) {
@@ -160,46 +156,35 @@ void meetDeadline(Server &server) {
   }
 }
 
-/* Whether clients are to be waited for; when not although they could come, `wake` is when to look again. */
-bool wantsClients(const Server &server, int64_t now, int64_t *wake) {
-  if (server.sockets.listener < 0 && server.heldSock < 0) return false;
-  if (now < server.acceptFrom) {
-    *wake = std::min(*wake, server.acceptFrom);
-    return false;
-  }
-  if (hasRoom(server)) return true;
-  bool ownAlone = static_cast<int32_t>(server.children.size()) >= hostConfig.maxConnections;
-  if (!ownAlone) *wake = std::min(*wake, now + otherGenerationsPause);
-  return false;
-}
-
 int pollTimeout(int64_t now, int64_t wake) {
   if (wake == INT64_MAX) return -1;
   return static_cast<int>(std::clamp<int64_t>(wake - now, 0, INT32_MAX));
 }
 
-/* One round: wait, then do what has come. The messages' descriptors stand last, in their order. */
+/* One round: do what is due, wait, then do what has come. The messages' descriptors stand last, in their order. */
 void serveRound(Server &server) {
   int64_t now = milliseconds(), wake = server.deadline;
+  renewForLists(server, now, &wake);
+  startWorkers(server, &wake);
+  reducePool(server.pool, now, &wake);
+  tellWaited(server.pool, now);
   for (const Message &message : server.messages) wake = std::min(wake, message.deadline);
-  bool clients = wantsClients(server, now, &wake);
   bool messages = server.messages.size() < mostMessages;
   std::vector<struct pollfd> polled = {{server.signals, POLLIN, 0},
                                        {server.sockets.control, POLLIN, 0},
-                                       {clients ? server.sockets.listener : -1, POLLIN, 0},
+                                       {server.pool.poke, POLLIN, 0},
                                        {messages ? server.sockets.notify : -1, POLLIN, 0}};
   size_t fixed = polled.size();
   for (const Message &message : server.messages) polled.push_back({message.sock, POLLIN, 0});
-  if (clients && server.heldSock >= 0) wake = now;
-  int ready = poll(polled.data(), polled.size(), pollTimeout(now, wake));
-  if (ready > 0) {
+  if (poll(polled.data(), polled.size(), pollTimeout(now, wake)) > 0) {
     if (polled[1].revents != 0) obey(server);
     if (polled[0].revents != 0) reapChildren(server);
+    if (uint64_t pokes; polled[2].revents != 0) static_cast<void>(!read(server.pool.poke, &pokes, sizeof pokes));
     size_t i = fixed;
     std::erase_if(server.messages, [&](Message &message) { return polled[i++].revents != 0 && readMessage(message); });
     if (polled[3].revents != 0 && server.sockets.notify >= 0) acceptMessages(server.sockets.notify, server.messages);
   }
-  if (ready >= 0 && clients && (server.heldSock >= 0 || polled[2].revents != 0)) acceptClients(server);
+  tellRetired(server);
   dropLateMessages(server.messages, milliseconds());
   meetDeadline(server);
 }
@@ -215,7 +200,7 @@ bool takeSignals(Server &server) {
   return server.signals >= 0;
 }
 
-/* What every child would load or look up for itself, done once before the first fork: the resolver's libraries and
+/* What every worker would load or look up for itself, done once before the first fork: the resolver's libraries and
    files, and the time zone's, which the C library otherwise asks for with every time it prints. */
 void warmUp() {
   setenv("TZ", ":/etc/localtime", 0);
@@ -231,11 +216,12 @@ int serveClients(const ServerSockets &sockets, Board *board, int slot) {
   Server server{sockets, board, slot};
   warmUp();
   sweepScanFiles();
-  if (!takeSignals(server) || !tell(server, readyMessage)) {
+  netsift_keepState();
+  if (!makePool(server.pool) || !takeSignals(server) || !tell(server, readyMessage)) {
     say(std::string("cannot serve: ") + std::strerror(errno));
     return 1;
   }
-  while (server.phase == Phase::serving || !server.children.empty() || server.heldSock >= 0) serveRound(server);
+  while (server.phase == Phase::serving || !server.pool.workers.empty()) serveRound(server);
   return 0;
 }
 

@@ -1,19 +1,11 @@
-/* A generation of the server: the process that holds one loading of configuration and lists and forks a child for each
-   connection. The supervisor starts it, retires it when a newer one serves, and ends it. */
+/* A generation of the server: the process that holds one loading of configuration and lists and forks the workers that
+   serve connections. The supervisor starts it, retires it when a newer one serves, and ends it. */
 #ifndef NETSIFT_HOST_SERVER_H
 #define NETSIFT_HOST_SERVER_H
 
-#include <atomic>
-#include <cstdint>
+#include "host/pool.h"
 
 namespace netsift::host {
-
-constexpr int mostGenerations = 64;
-
-/* Running connections of every generation, in memory that all of them share: the limit holds over all. */
-struct Board {
-  std::atomic<int32_t> connections[mostGenerations];
-};
 
 /* What the supervisor says over the control socket, a byte each. Its end counts as `drain`: the supervisor is gone. */
 enum Command : char {

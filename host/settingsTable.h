@@ -89,6 +89,7 @@ constexpr int32_t mostCategories = 255;     /* their count is 8 bits wide */
 constexpr int32_t highestRating = 10;       /* a page's value above it counts as 0 */
 constexpr size_t longestSpoolFolder = 33;   /* with "scanfile.", a process id and the NUL it fills virfilename */
 constexpr size_t longestSocketPath = 107;   /* sun_path */
+constexpr size_t longestDebugTag = 40;      /* with a connection's number, of 50 that begin a line */
 constexpr size_t longestCategoryName = 100; /* block reasons are 200 bytes */
 
 }  // namespace netsift::host

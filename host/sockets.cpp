@@ -1,12 +1,15 @@
 #include "host/sockets.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -88,6 +91,20 @@ int listenLocal(const std::string &path) {
   umask(before);
   if (bound != 0 || listen(sock, waitingMessages) != 0) return closeWith(sock, errno);
   return sock;
+}
+
+int fillDescriptors() {
+  constexpr int most = 1024;
+  struct pollfd each[most];
+  int count = std::min(most, getdtablesize());
+  for (int fd = 0; fd < count; fd++) each[fd] = {fd, 0, 0};
+  poll(each, static_cast<nfds_t>(count), 0);
+  int highest = count - 1;
+  while (highest > 0 && (each[highest].revents & POLLNVAL) != 0) highest--;
+  int fd;
+  while ((fd = fcntl(highest, F_DUPFD_CLOEXEC, 0)) >= 0 && fd < highest) continue;
+  if (fd >= 0) close(fd);
+  return highest + 1;
 }
 
 }  // namespace netsift::host

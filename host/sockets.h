@@ -1,4 +1,4 @@
-/* The sockets that the daemon opens. All are closed on exec; failures leave errno. */
+/* The sockets that the daemon opens, and its other descriptors. All are closed on exec; failures leave errno. */
 #ifndef NETSIFT_HOST_SOCKETS_H
 #define NETSIFT_HOST_SOCKETS_H
 
@@ -23,6 +23,10 @@ int connectLocal(const std::string &path);
 /* A non-blocking listener at a path, which only the process's user and group may connect to (mode 0660). A socket file
    that nobody listens on any more is replaced; one that somebody does fails with EADDRINUSE. -1 on failure. */
 int listenLocal(const std::string &path);
+
+/* Fills the gaps below the highest open descriptor with copies of it, so that every one opened from now on
+   has a higher number. Returns the lowest of these. */
+int fillDescriptors();
 
 }  // namespace netsift::host
 

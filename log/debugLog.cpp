@@ -8,7 +8,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <utility>
 
+#include "log/logStamp.h"
 #include "state/connection.h"
 
 namespace {
@@ -24,6 +26,7 @@ char debugString[debugStringLimit + 1];
 signed char debugStringLength; /* 0: the string is not used, though its text stays */
 bool pidFlag, timeFlag;
 char *lastStamp; /* the copy that the log put into errorcode last */
+char *keptStamp; /* one that is released no more by the next line */
 
 void useStream(FILE *next) {
   stream = next;
@@ -49,6 +52,13 @@ void replaceStamp(const char *prefix) {
 }
 
 }  // namespace
+
+void netsift::keepStamp() {
+  if (errorcode == keptStamp) return;
+  std::free(keptStamp);
+  keptStamp = nullptr;
+  if (errorcode == lastStamp) keptStamp = std::exchange(lastStamp, nullptr);
+}
 
 int netsift_debugThreshold = belowEveryLevel;
 

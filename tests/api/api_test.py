@@ -25,14 +25,17 @@ class Api(Case):
     def test_the_host_defines_the_popup_script(self):
         self.assertLessEqual({"popupblocker", "popuplen"}, symbols("--undefined-only"))
 
-    def test_the_documented_host_is_the_compiled_one(self):
-        shown = re.search(r"```c\n(.*?)```", (HERE.parent.parent / "docs/host.md").read_text(), re.S).group(1)
-        self.assertEqual(shown, (HERE.parent.parent / "docs/host.c").read_text())
+    def test_the_documented_hosts_are_the_compiled_ones(self):
+        docs = HERE.parent.parent / "docs"
+        shown = re.findall(r"```c\n(.*?)```", (docs / "host.md").read_text(), re.S)
+        self.assertEqual(shown, [(docs / name).read_text() for name in ("host.c", "workers.c")])
 
-    def test_a_c_host_serves(self):
-        root, port = scratch_folder(), free_port()
-        subprocess.run([HERE.parent.parent / "scripts/layout.sh", root], check=True)
-        start([os.environ["NETSIFT_C_HOST"], port, root], root / "out", lambda: accepts(port), self.addCleanup)
-        with socket.create_connection(("127.0.0.1", port)) as client:
-            client.sendall(b"GET http://localhost:25/ HTTP/1.1\r\nHost: localhost:25\r\n\r\n")
-            self.assert_page(read_all(client), "block", "access to port:25 not allowed")
+    def test_c_hosts_serve(self):
+        for host in ("NETSIFT_C_HOST", "NETSIFT_C_WORKERS"):
+            root, port = scratch_folder(), free_port()
+            subprocess.run([HERE.parent.parent / "scripts/layout.sh", root], check=True)
+            start([os.environ[host], port, root], root / "out", lambda: accepts(port), self.addCleanup)
+            for _ in range(8):
+                with socket.create_connection(("127.0.0.1", port)) as client:
+                    client.sendall(b"GET http://localhost:25/ HTTP/1.1\r\nHost: localhost:25\r\n\r\n")
+                    self.assert_page(read_all(client), "block", "Connections to port 25 are not allowed.")

@@ -119,6 +119,7 @@ class Daemon(Case):
             first.close()
             second.settimeout(PATIENCE)
             self.assertIn(b"HTTP/1.1 ", read_all(second))
+            self.await_said(filtering, "listen.max_connections is reached: 1 client had to wait")
         wait_until(lambda: not filtering.connections(), "the connections' processes to end")
         with filtering.connect() as idle:
             wait_until(filtering.connections, "the connection's process")

@@ -99,6 +99,8 @@ class Filter:
         subprocess.run([TOP / "scripts/layout.sh", self.root], check=True)
         config = (self.etc / "netsiftd.toml").read_text()
         changes = {"log.debug_level": 7, "upstream.timeout": 5, "scanning.spool_folder": f"{self.spool}/"}
+        if "NETSIFT_CONNECTIONS_PER_PROCESS" in os.environ:
+            changes["listen.connections_per_process"] = int(os.environ["NETSIFT_CONNECTIONS_PER_PROCESS"])
         for name, value in (changes | (settings or {})).items():
             section, key = name.split(".")
             setting = rf"(\n\[{section}\]\n(?:(?!\[).*\n)*?{key} = ).*"
@@ -120,7 +122,7 @@ class Filter:
         """Neither the daemon nor a child was stopped by a sanitizer or a signal."""
         stop(self.process)
         text = self.output.read_text(errors="replace")
-        crashed = re.search("Sanitizer|runtime error|ended by signal", text)
+        crashed = re.search("Sanitizer|runtime error|ended by signal (?!9$)", text, re.M)
         assert self.process.returncode == 0 and not crashed, f"netsiftd ended with {self.process.returncode}:\n{text}"
 
     def clamd(self, cleanup):
@@ -138,7 +140,7 @@ class Filter:
     def lines(self):
         """The debug log's messages, without their prefixes."""
         text = self.written(self.logs / "netsift-debug.log")
-        return [message.rstrip("\n") for message in re.split(r"[\d:]{10} [\d:]{8} Netsift\[\d+\]: ", text)]
+        return [message.rstrip("\n") for message in re.split(r"(?:#\d+ )?[\d:]{10} [\d:]{8} Netsift\[\d+\]: ", text)]
 
     def results(self):
         """The result lines, without the client that they begin with."""
@@ -176,11 +178,25 @@ class Filter:
             client.shutdown(socket.SHUT_WR)
             return read_all(client)
 
-    def connections(self):
-        """The processes that serve connections: children of the server that the daemon has started."""
+    def processes(self):
+        """The workers: children of the servers that the daemon has started."""
         def children(pid):
-            return Path(f"/proc/{pid}/task/{pid}/children").read_text().split()
+            with contextlib.suppress(OSError):  # it has ended meanwhile
+                return Path(f"/proc/{pid}/task/{pid}/children").read_text().split()
+            return []
         return [pid for server in children(self.process.pid) for pid in children(server)]
+
+    def connections(self):
+        """Those of them that serve a client now: who holds a socket whose own end is the listening port."""
+        rows = [line.split() for line in Path("/proc/net/tcp").read_text().splitlines()[1:]]
+        sockets = {f"socket:[{row[9]}]" for row in rows
+                   if row[1].endswith(f":{self.port:04X}") and row[3] != "0A" and row[9] != "0"}  # 0A: the listener
+
+        def serves(pid):
+            with contextlib.suppress(OSError):
+                return any(os.readlink(f"/proc/{pid}/fd/{fd}") in sockets for fd in os.listdir(f"/proc/{pid}/fd"))
+            return False
+        return [pid for pid in self.processes() if serves(pid)] if sockets else []
 
 
 class Peer(socketserver.ThreadingTCPServer):

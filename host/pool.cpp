@@ -1,0 +1,134 @@
+#include "host/pool.h"
+
+#include <fcntl.h>
+#include <sys/eventfd.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <new>
+#include <numeric>
+#include <string>
+#include <utility>
+
+#include "host/hostConfig.h"
+#include "host/problems.h"
+#include "host/worker.h"
+
+namespace netsift::host {
+
+namespace {
+
+constexpr int64_t otherGenerationsPause = 200; /* how often to look whether older generations made room */
+constexpr int64_t reducePause = 1000;
+constexpr int64_t tellPause = 60000;
+
+void wakeWorker(pid_t worker) { kill(worker, wakeSignal); }
+
+}  // namespace
+
+int32_t allWorkers(const Board &board) {
+  int32_t sum = 0;
+  for (const auto &count : board.workers) sum += count.load(std::memory_order_relaxed);
+  return sum;
+}
+
+bool makePool(Pool &pool) {
+  auto count = static_cast<size_t>(hostConfig.maxConnections);
+  size_t size = sizeof(PoolBoard) + count * sizeof(WorkerSlot);
+  void *shared = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  if (shared == MAP_FAILED) return false;
+  pool.board = new (shared) PoolBoard{}; /* the slots behind it are zero, which is what they begin with */
+  pool.slots = reinterpret_cast<WorkerSlot *>(pool.board + 1);
+  pool.freeSlots.resize(count);
+  std::iota(pool.freeSlots.rbegin(), pool.freeSlots.rend(), 0); /* the lowest first, so that few pages are touched */
+  int pipeEnds[2];
+  if (pipe2(pipeEnds, O_CLOEXEC) != 0) return false;
+  pool.hangUpRead = pipeEnds[0];
+  pool.hangUpWrite = pipeEnds[1];
+  pool.poke = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+  return pool.poke >= 0;
+}
+
+bool forgetWorker(Pool &pool, Board &board, int generation, pid_t worker) {
+  auto found = pool.workers.find(worker);
+  if (found == pool.workers.end()) return false;
+  returnSlot(pool, board, generation, found->second);
+  pool.workers.erase(found);
+  return true;
+}
+
+bool wantsWorker(const Pool &pool, const Board &board, int64_t now, int64_t *wake) {
+  if (pool.board->closing || pool.board->idle >= hostConfig.spareProcesses || pool.freeSlots.empty()) return false;
+  if (now < pool.startFrom) {
+    *wake = std::min(*wake, pool.startFrom);
+    return false;
+  }
+  if (allWorkers(board) < hostConfig.maxConnections) return true;
+  *wake = std::min(*wake, now + otherGenerationsPause); /* with all of them its own there would be no free slot */
+  return false;
+}
+
+int takeSlot(Pool &pool, Board &board, int generation) {
+  int slot = pool.freeSlots.back();
+  pool.freeSlots.pop_back();
+  pool.slots[slot].leave = false;
+  pool.slots[slot].state = WorkerState::idle;
+  pool.board->idle++;
+  board.workers[generation]++;
+  return slot;
+}
+
+void returnSlot(Pool &pool, Board &board, int generation, int slot) {
+  if (pool.slots[slot].state.exchange(WorkerState::busy) == WorkerState::idle) pool.board->idle--;
+  pool.freeSlots.push_back(slot);
+  board.workers[generation]--;
+}
+
+void reducePool(Pool &pool, int64_t now, int64_t *wake) {
+  int32_t surplus = pool.board->closing ? 0 : pool.board->idle - hostConfig.spareProcesses;
+  if (surplus <= 0) {
+    pool.reduceAt = INT64_MAX;
+    return;
+  }
+  if (pool.reduceAt == INT64_MAX) pool.reduceAt = now + reducePause;
+  if (now >= pool.reduceAt) {
+    int32_t ending = (surplus + 1) / 2;
+    for (auto [worker, slot] : pool.workers) {
+      if (ending == 0) break;
+      if (pool.slots[slot].state != WorkerState::idle || pool.slots[slot].leave.exchange(true)) continue;
+      wakeWorker(worker);
+      ending--;
+    }
+    pool.reduceAt = now + reducePause;
+  }
+  *wake = std::min(*wake, pool.reduceAt);
+}
+
+void tellWaited(Pool &pool, int64_t now) {
+  if (now < pool.tellWaitedAt || pool.board->waited == 0) return;
+  int32_t count = pool.board->waited.exchange(0);
+  say("listen.max_connections is reached: " + std::to_string(count) + (count == 1 ? " client" : " clients") +
+      " had to wait for a connection to end");
+  pool.tellWaitedAt = now + tellPause;
+}
+
+void closePool(Pool &pool) {
+  pool.board->closing = true;
+  if (pool.hangUpWrite >= 0) close(std::exchange(pool.hangUpWrite, -1));
+}
+
+bool anyIdle(const Pool &pool) {
+  return std::ranges::any_of(pool.workers,
+                             [&pool](auto &each) { return pool.slots[each.second].state == WorkerState::idle; });
+}
+
+void renewWorkers(Pool &pool) {
+  pool.board->lists = ++pool.lists;
+  for (auto [worker, slot] : pool.workers) {
+    if (pool.slots[slot].state == WorkerState::idle) wakeWorker(worker);
+  }
+}
+
+}  // namespace netsift::host

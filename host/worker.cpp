@@ -1,0 +1,153 @@
+#include "host/worker.h"
+
+#include <netinet/in.h>
+#include <sys/epoll.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "host/child.h"
+#include "host/hostConfig.h"
+#include "host/problems.h"
+#include "host/sockets.h"
+#include "netsift.h"
+
+namespace netsift::host {
+
+namespace {
+
+constexpr unsigned acceptPause = 1; /* seconds, after the system was out of descriptors or memory */
+
+struct Worker {
+  int listener;
+  const Pool &pool;
+  Board *board;
+  WorkerSlot *slot;
+  int events = -1;
+  int32_t served = 0;
+  int firstDescriptor = -1; /* what connections open lies from here on */
+};
+
+/* The terminal's Ctrl-C and hang-up go to the whole process group: the daemon alone decides what becomes of
+   connections. The waking signal is let through while it waits for a client. */
+void resetSignals() {
+  for (int ignored : {SIGINT, SIGHUP, SIGPIPE}) signal(ignored, SIG_IGN);
+  for (int usual : {SIGTERM, SIGCHLD}) signal(usual, SIG_DFL);
+  signal(wakeSignal, [](int) {});
+  sigset_t blocked;
+  sigemptyset(&blocked);
+  sigaddset(&blocked, wakeSignal);
+  sigprocmask(SIG_SETMASK, &blocked, nullptr);
+  prctl(PR_SET_PDEATHSIG, SIGTERM);
+}
+
+void poke(const Worker &worker) {
+  const uint64_t one = 1;
+  static_cast<void>(!write(worker.pool.poke, &one, sizeof one)); /* a full counter wakes as well */
+}
+
+[[noreturn]] void leave(Worker &worker) {
+  if (worker.slot->state.exchange(WorkerState::busy) == WorkerState::idle) worker.pool.board->idle--;
+  _exit(0);
+}
+
+bool mustEnd(const Worker &worker) {
+  const PoolBoard &board = *worker.pool.board;
+  return worker.served >= hostConfig.connectionsPerProcess || board.closing || board.lists != worker.pool.lists ||
+         worker.slot->leave;
+}
+
+/* The server is told when there are too few that wait and it may start more, or when it waits for them to end. */
+void becomeBusy(Worker &worker) {
+  PoolBoard &board = *worker.pool.board;
+  worker.slot->state = WorkerState::busy;
+  int32_t left = --board.idle;
+  bool scarce = left < hostConfig.spareProcesses && allWorkers(*worker.board) < hostConfig.maxConnections;
+  if (scarce || board.closing) poke(worker);
+}
+
+/* A client who is there when a connection ends and all that may run are busy has waited for it. */
+void countWaiting(Worker &worker) {
+  if (worker.pool.board->idle > 0 || allWorkers(*worker.board) < hostConfig.maxConnections) return;
+  if (worker.pool.board->waited++ == 0) poke(worker);
+}
+
+int takeClient(const Worker &worker, struct sockaddr_in *peer) {
+  socklen_t length = sizeof *peer;
+  int sock = accept4(worker.listener, reinterpret_cast<struct sockaddr *>(peer), &length, SOCK_CLOEXEC);
+  if (sock >= 0 || errno == EAGAIN || errno == EINTR || errno == ECONNABORTED) return sock;
+  say(std::string("a client cannot be taken: ") + std::strerror(errno) + "; clients wait a second");
+  sleep(acceptPause);
+  return sock;
+}
+
+void waitForEvent(const Worker &worker) {
+  sigset_t none;
+  sigemptyset(&none);
+  struct epoll_event found;
+  epoll_pwait(worker.events, &found, 1, -1, &none);
+}
+
+/* A worker that is woken tries to take a client before it looks whether it must end: nobody else is woken for that one.
+   It first looks, in contrast, after a connection, marked as idle: the server that closes the pool waits until nobody is,
+   and knows then that no client is taken any more. */
+int awaitClient(Worker &worker, struct sockaddr_in *peer) {
+  if (worker.slot->state.exchange(WorkerState::idle) != WorkerState::idle) worker.pool.board->idle++;
+  if (mustEnd(worker)) leave(worker);
+  for (bool slept = false;; slept = true) {
+    int sock = takeClient(worker, peer);
+    if (sock >= 0) {
+      becomeBusy(worker);
+      if (!slept && worker.served > 0) countWaiting(worker);
+      return sock;
+    }
+    if (mustEnd(worker)) leave(worker);
+    waitForEvent(worker);
+  }
+}
+
+/* One of the waiting is woken for a client, all of them by the pool's hang-up. */
+bool watch(Worker &worker) {
+  worker.events = epoll_create1(EPOLL_CLOEXEC);
+  struct epoll_event client {
+    EPOLLIN | EPOLLEXCLUSIVE, {}
+  }, hangUp{EPOLLIN, {}};
+  return worker.events >= 0 && epoll_ctl(worker.events, EPOLL_CTL_ADD, worker.listener, &client) == 0 &&
+         epoll_ctl(worker.events, EPOLL_CTL_ADD, worker.pool.hangUpRead, &hangUp) == 0;
+}
+
+constexpr uint32_t mostNumbers = 100000000; /* with a tag of 40 bytes they fit what may begin a line */
+
+/* Log lines of a connection begin with its number: the process is the same for many. */
+void numberLines(const Worker &worker) {
+  uint32_t number = ++worker.board->connections % mostNumbers;
+  setDebugString((hostConfig.debugTag + "#" + std::to_string(number) + " ").c_str());
+}
+
+}  // namespace
+
+void work(int listener, const Pool &pool, Board *board, int slot) {
+  pid_t server = getppid();
+  resetSignals();
+  Worker worker{listener, pool, board, &pool.slots[slot]};
+  if (!watch(worker)) {
+    say(std::string("a process cannot wait for clients: ") + std::strerror(errno));
+    leave(worker);
+  }
+  worker.firstDescriptor = fillDescriptors();
+  while (getppid() == server) { /* it may have died before its death was to be told */
+    struct sockaddr_in peer {};
+    int sock = awaitClient(worker, &peer);
+    numberLines(worker);
+    serveConnection(sock, peer);
+    netsift_resetState(worker.firstDescriptor);
+    worker.served++;
+  }
+  leave(worker);
+}
+
+}  // namespace netsift::host
