@@ -191,7 +191,8 @@ void serveRound(Server &server) {
 
 /* Commands come from the supervisor alone, over the control socket; SIGTERM too reaches a whole group of processes. */
 bool takeSignals(Server &server) {
-  for (int ignored : {SIGHUP, SIGINT, SIGTERM, SIGPIPE}) signal(ignored, SIG_IGN);
+  /* A worker that is woken before it is ready to be looks at what it was woken for anyway. */
+  for (int ignored : {SIGHUP, SIGINT, SIGTERM, SIGPIPE, wakeSignal}) signal(ignored, SIG_IGN);
   sigset_t set;
   sigemptyset(&set);
   sigaddset(&set, SIGCHLD);

@@ -36,7 +36,7 @@ class Installed(Case):
         start([daemon, "--root", self.stage, "--config", self.etc / "netsiftd.toml", "--listen", "127.0.0.1:0"], log,
               lambda: "listening on" in log.read_text(), self.addCleanup)
         port = int(re.search(r"listening on 127\.0\.0\.1:(\d+)", log.read_text())[1])
-        self.assert_page(ask(port), "block", "access to port:25 not allowed")
+        self.assert_page(ask(port), "block", "Connections to port 25 are not allowed.")
         libraries = subprocess.check_output(["ldd", daemon], text=True)
         self.assertIn(str(self.stage / "usr/local/lib/libnetsift.so.1"), libraries.replace("sbin/../", ""))
 
@@ -50,7 +50,7 @@ class Installed(Case):
                         local / "share/doc/netsift/docs/host.c", *flags.split(), f"-Wl,-rpath,{local}/lib",
                         "-o", host], check=True)
         start([host, port, self.stage], self.stage / "out", lambda: accepts(port), self.addCleanup)
-        self.assert_page(ask(port), "block", "access to port:25 not allowed")
+        self.assert_page(ask(port), "block", "Connections to port 25 are not allowed.")
 
     def test_paths_are_those_of_the_prefix(self):
         stage = scratch_folder()
