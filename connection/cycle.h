@@ -11,6 +11,7 @@
 
 #include "http/strictFraming.h"
 #include "http/strictTarget.h"
+#include "state/results.h"
 #include "util/ownedText.h"
 
 namespace netsift {
@@ -20,6 +21,10 @@ constexpr int clientTimeoutSeconds = 10; /* every read of a request, every send 
 constexpr int patientSeconds = 300;
 constexpr int relayIdleSeconds = 100; /* relays end after this long without traffic */
 constexpr int noTimeout = -1;
+
+/* What connectionHandle returns. */
+constexpr int32_t callEnded = NETSIFT_CONNECTION_ENDED, callTunneled = NETSIFT_CONNECTION_TUNNELED,
+                  callFailed = NETSIFT_CONNECTION_FAILED, callLeft = NETSIFT_CONNECTION_CLIENT_LEFT;
 
 struct FileCloser {
   void operator()(std::FILE *file) const { std::fclose(file); }

@@ -47,7 +47,7 @@ Next refuseType(Connection &connection, const Cycle &cycle) {
                  .kind = "MIME Blocked",
                  .what = type,
                  .line = std::string("MIME Blocked:") + peerText(type),
-                 .result = -1});
+                 .result = callFailed});
 }
 
 void traceMiss(const Cycle &cycle) {
@@ -96,7 +96,7 @@ void noteUnknown(Cycle &cycle, const char *file, int line) {
 Next refuseKnown(Connection &connection, Cycle &cycle, int verdict) {
   const char *url = cycle.request.url.c_str();
   addto_urlcache_db(url, cycle.date.get(), verdict);
-  const Next next = answer(connection, cycle, {.result = 1});
+  const Next next = answer(connection, cycle, {.result = callEnded});
   dprintf(7, "URL:%s,STATUS:BLOCKED,%s(In cache db)\n", peerText(url),
           verdict == verdictInfected ? "INFECTED" : "Offensive content.");
   return next;
@@ -129,7 +129,7 @@ void noticePopups(Cycle &cycle, const char *piece, size_t length) {
 bool refuseOffensive(Connection &connection, const Cycle &cycle, char *piece, size_t length, bool first) {
   dprintf(7, "preprocessing body...\n");
   if (!isTextBlocked(piece, static_cast<int32_t>(length), first)) return false;
-  answer(connection, cycle, {.result = -1});
+  answer(connection, cycle, {.result = callFailed});
   const std::string &url = cycle.request.url;
   logBlocked(url.c_str(), "offensive content");
   if (mayStore(cycle)) {
@@ -156,11 +156,14 @@ void refuseInfected(Connection &connection, const Cycle &cycle, const char *viru
 }
 
 void traceUnscanned(int32_t verdict) {
-  dprintf(2, "%s", verdict == -1 ? "--Anti Virus Server is not running\n" : "Error in scanning for virus\n");
+  dprintf(
+      2, "%s",
+      verdict == NETSIFT_SCAN_NOT_RUNNING ? "--Anti Virus Server is not running\n" : "Error in scanning for virus\n");
 }
 
 void refuseUnscanned(Connection &connection, const Cycle &cycle, int32_t verdict) {
-  refuse(connection, cycle, {.reason = reasonFor(verdict == -1 ? Why::noEngine : Why::scanFailed)});
+  refuse(connection, cycle,
+         {.reason = reasonFor(verdict == NETSIFT_SCAN_NOT_RUNNING ? Why::noEngine : Why::scanFailed)});
 }
 
 bool sendWithScript(const Connection &connection, Send send, const char *bytes, size_t length, size_t index) {

@@ -7,11 +7,13 @@
 #include <cstdint>
 
 #include "connection/cycle.h"
+#include "state/results.h"
 
 namespace netsift {
 
 /* As the verdict cache stores them. */
-constexpr int verdictClean = 0, verdictInfected = 1, verdictOffensive = 2;
+constexpr int verdictClean = NETSIFT_CACHED_CLEAN, verdictInfected = NETSIFT_CACHED_INFECTED,
+              verdictOffensive = NETSIFT_CACHED_OFFENSIVE;
 
 /* Step: takes the modification date, unless the cache is off. */
 Next readDate(Connection &connection, Cycle &cycle);

@@ -48,8 +48,8 @@ struct Refusal {
   std::string kind{}, what{}; /* the record's last two fields */
   std::string line{};         /* the result line behind "STATUS:BLOCKED,"; empty: none */
   Page page = Page::block;
-  int status = 0;      /* StrictHttp: of the error page */
-  int32_t result = -1; /* of the call */
+  int status = 0;              /* StrictHttp: of the error page */
+  int32_t result = callFailed; /* of the call */
 };
 
 /* Says what was refused: reason, access record, result line. */

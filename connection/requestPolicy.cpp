@@ -134,7 +134,7 @@ Next relayMessenger(Connection &connection) {
   } else {
     tunnel(ends.client, ends.upstream, noTimeout);
   }
-  return endCall(connection, 1);
+  return endCall(connection, callEnded);
 }
 
 Next applyIpPatterns(Connection &, Cycle &cycle) {
@@ -162,14 +162,14 @@ Next checkPort(Connection &connection, Cycle &cycle) {
                  .kind = "Port Blocked",
                  .what = text,
                  .line = "Port Blocked:" + text,
-                 .result = 1});
+                 .result = callEnded});
 }
 
 Next checkIpHost(Connection &connection, Cycle &cycle) {
   Request &request = cycle.request;
   if (request.url.empty()) {
     dprintf(2, "NULL url\n");
-    return endCall(connection, -1);
+    return endCall(connection, callFailed);
   }
   hostent *reverse = request.isAddress && blockip == 0 ? lookUpReverse(request) : nullptr;
   publishAddress(request, reverse);
@@ -180,7 +180,7 @@ Next checkIpHost(Connection &connection, Cycle &cycle) {
                  .kind = "IP Blocking",
                  .what = request.hostname,
                  .line = "IP Blocking:access to ip based url is blocked",
-                 .result = 1});
+                 .result = callEnded});
 }
 
 Next consultLists(Connection &, Cycle &cycle) {
@@ -194,9 +194,11 @@ Next consultLists(Connection &, Cycle &cycle) {
 
 Next checkAdServer(Connection &connection, Cycle &cycle) {
   if (!cycle.isAdServer || cycle.isWhite) return Next::step;
-  return refuse(
-      connection, cycle,
-      {.reason = reasonFor(Why::adServer), .line = "BLOCKED SERVER:ADSERVER", .page = Page::empty, .result = 1});
+  return refuse(connection, cycle,
+                {.reason = reasonFor(Why::adServer),
+                 .line = "BLOCKED SERVER:ADSERVER",
+                 .page = Page::empty,
+                 .result = callEnded});
 }
 
 Next checkBlackLists(Connection &connection, Cycle &cycle) {
@@ -212,7 +214,7 @@ Next checkBlackLists(Connection &connection, Cycle &cycle) {
                  .kind = name,
                  .what = "BlackListed",
                  .line = std::string("BlackListed:") + peerText(name),
-                 .result = -1}); /* of the blocks this one alone answers -1 */
+                 .result = callFailed}); /* of the blocks this one alone answers -1 */
 }
 
 }  // namespace netsift

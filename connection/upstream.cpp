@@ -72,7 +72,16 @@ void connectToProxy(Connection &connection) {
 Next passEverything(Connection &connection, Cycle &) {
   if (ProxyPresent != 1 || DisableNetsiftService != 1) return Next::step;
   tunnel(connection.ends.client, connection.ends.upstream, relayIdleSeconds);
-  return endCall(connection, 1);
+  return endCall(connection, callEnded);
+}
+
+Next relayUnfiltered(Connection &connection, bool headSent) {
+  if (!headSent) {
+    dprintf(2, "Timeout while sending header to proxy\n");
+    return endCall(connection, callFailed);
+  }
+  tunnel(connection.ends.client, connection.ends.upstream, relayIdleSeconds);
+  return endCall(connection, callEnded);
 }
 
 Next checkUpstream(Connection &connection, Cycle &cycle) {

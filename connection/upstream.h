@@ -23,6 +23,9 @@ void runConnectLoop(Connection &connection);
 /* Opens the upstream socket to proxyip:proxyport. */
 void connectToProxy(Connection &connection);
 
+/* The relay of a request to an origin while filtering is switched off, once its head has gone there. */
+Next relayUnfiltered(Connection &connection, bool headSent);
+
 /* Steps: filtering switched off beside an upstream proxy, where nothing is read at all; and the error page for an
    upstream proxy that could not be reached, which the client gets once it has asked for something. */
 Next passEverything(Connection &connection, Cycle &cycle);

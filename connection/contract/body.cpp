@@ -40,7 +40,7 @@ struct Body {
   int popupIndex = -1;
   bool popupSent = false;
   uint64_t delivered = 0; /* bytes of the scan file that the client has */
-  int32_t callResult = -1;
+  int32_t callResult = callFailed;
   char virusName[virusNameSize] = "";
 };
 
@@ -112,7 +112,7 @@ Flow readPiece(Body &body) {
   body.connection.receivedTotal += body.size;
   const uint32_t rest = body.cycle.hasLength ? static_cast<uint32_t>(body.remaining) - body.size : body.size;
   body.remaining = static_cast<int32_t>(rest);
-  if (body.readStatus != 2 && body.readStatus != 3) return Flow::on;
+  if (body.readStatus != NETSIFT_READ_TIMED_OUT && body.readStatus != NETSIFT_READ_FAILED) return Flow::on;
   dprintf(2, "Error %d while recieving http body\n", body.readStatus);
   return Flow::leave;
 }
@@ -151,7 +151,7 @@ Flow releaseScanned(Body &body) {
     return false;
   });
   if (!taken) {
-    body.callResult = -9;
+    body.callResult = callLeft;
     return Flow::endCall;
   }
   dprintf(7, "---%ld bytes has been sent to the Client.\n", static_cast<long>(body.delivered));
@@ -177,13 +177,13 @@ Flow scanPiece(Body &body) {
   connection.scanThreshold *= 2;
   const int32_t verdict = scanSpool(body.virusName);
   switch (verdict) {
-    case 1:
+    case NETSIFT_SCAN_INFECTED:
       return Flow::infected;
-    case -1:
-    case -2:
-    case -3:
+    case NETSIFT_SCAN_NOT_RUNNING:
+    case NETSIFT_SCAN_FAILED:
+    case NETSIFT_SCAN_GAVE_UP:
       return blockUnscanned(body, verdict);
-    case 0:
+    case NETSIFT_SCAN_CLEAN:
       return body.first ? Flow::on : releaseScanned(body);
     default:
       return Flow::on;

@@ -31,7 +31,7 @@ Next readRequestHead(Connection &connection, Cycle &) {
   destroyHeader(&respheader);
   if (getHeader(connection.ends.client, &reqheader, clientTimeoutSeconds) != 0) return Next::step;
   destroyHeader(&reqheader);
-  return endCall(connection, -1);
+  return endCall(connection, callFailed);
 }
 
 Next identify(Connection &connection, Cycle &cycle) {
@@ -39,11 +39,11 @@ Next identify(Connection &connection, Cycle &cycle) {
   char *host = nullptr;
   const Text raw(getURL(reqheader.first, &cycle.request.port, &host));
   const Text targetHost(host);
-  if (!raw) return endCall(connection, -1);
+  if (!raw) return endCall(connection, callFailed);
   const Text fieldHost(getHostName(reqheader.first));
   const Text decoded(decodeURL(raw.get()));
   const char *hostName = fieldHost ? fieldHost.get() : targetHost.get();
-  if (!decoded || hostName == nullptr) return endCall(connection, -1);
+  if (!decoded || hostName == nullptr) return endCall(connection, callFailed);
   Request &read = cycle.request;
   read.url = decoded.get();
   read.hostname = hostName;
@@ -51,7 +51,7 @@ Next identify(Connection &connection, Cycle &cycle) {
   read.hasQuery = std::strchr(decoded.get(), '?') != nullptr;
   read.isConnect = isCONNECTRequest(reqheader.first) == 1;
   read.isAddress = isAnIP(hostName) == 1;
-  if (!publishRequest(read)) return endCall(connection, -1);
+  if (!publishRequest(read)) return endCall(connection, callFailed);
   traceHost(read);
   return Next::step;
 }
@@ -90,7 +90,7 @@ unsigned originPort(const Request &request) {
 /* The upstream sockets of earlier cycles stay open. */
 Next connectDirect(Connection &connection, Cycle &cycle) {
   if (ProxyPresent != 0) return Next::step;
-  if (!resolveHost(cycle.request.hostname)) return endCall(connection, -1);
+  if (!resolveHost(cycle.request.hostname)) return endCall(connection, callFailed);
   publishUpstream(connection, openPeerSocket());
   proxyport = static_cast<int32_t>(originPort(cycle.request));
   in_addr address;
@@ -102,12 +102,7 @@ Next connectDirect(Connection &connection, Cycle &cycle) {
 
 Next passDirect(Connection &connection, Cycle &) {
   if (DisableNetsiftService != 1) return Next::step;
-  if (sendHeader(connection.ends.upstream, &reqheader) == 0) {
-    dprintf(2, "Timeout while sending header to proxy\n");
-    return endCall(connection, -1);
-  }
-  tunnel(connection.ends.client, connection.ends.upstream, relayIdleSeconds);
-  return endCall(connection, 1);
+  return relayUnfiltered(connection, sendHeader(connection.ends.upstream, &reqheader) != 0);
 }
 
 Next passMessenger(Connection &connection, Cycle &cycle) {
@@ -123,7 +118,7 @@ Next forwardHead(Connection &connection, Cycle &cycle) {
   modHTTPver(reqheader.first);
   if (sendHeader(connection.ends.upstream, &reqheader) == 0) {
     dprintf(2, "Timeout while sending header to proxy.\n");
-    return endCall(connection, -1);
+    return endCall(connection, callFailed);
   }
   cycle.request.isHead = isHEADRequest(reqheader.first) == 1;
   cycle.requestLength = getContentLength(reqheader.first);
@@ -140,11 +135,11 @@ Next forwardChunk(Connection &connection, const Cycle &cycle, char *chunk, unsig
   const int kept = static_cast<int>(length) - cut;
   const bool nothingKept = kept == 0 && cut > 0; /* a send of nothing would count as a failure */
   if (!nothingKept && sendHTTPBody(connection.ends.upstream, chunk, kept, PROXY_TIMEOUT) < 0) {
-    return endCall(connection, -1);
+    return endCall(connection, callFailed);
   }
   if (cut <= 0) return Next::step;
   dprintf(2, "Upload/Attachment is BLOCKED.\n");
-  return answer(connection, cycle, {.result = 1}); /* the part before the cut has already gone upstream */
+  return answer(connection, cycle, {.result = callEnded}); /* the part before the cut has already gone upstream */
 }
 
 Next forwardBody(Connection &connection, Cycle &cycle) {
@@ -155,17 +150,17 @@ Next forwardBody(Connection &connection, Cycle &cycle) {
   const Text buffer(static_cast<char *>(calloc(bodyChunk + 1, 1)));
   if (!buffer) {
     dprintf(1, "memory allocation failed for the request body\n");
-    return endCall(connection, -1);
+    return endCall(connection, callFailed);
   }
-  for (unsigned char status = 0; status == 0;) {
+  for (unsigned char status = 0; status == NETSIFT_READ_FILLED;) {
     unsigned length = bodyChunk;
     status = getHTTPBody(connection.ends.client, buffer.get(), &length, clientTimeoutSeconds, cycle.requestLength);
     std::memset(buffer.get() + length, 0, bodyChunk + 1 - length); /* the check sees this chunk alone */
     const Next next = forwardChunk(connection, cycle, buffer.get(), length);
     if (next != Next::step) return next;
-    if (status == 2 || status == 3) {
+    if (status == NETSIFT_READ_TIMED_OUT || status == NETSIFT_READ_FAILED) {
       dprintf(7, "child returns with -1 due some error in reading or client closed connection\n");
-      return endCall(connection, -1);
+      return endCall(connection, callFailed);
     }
     if (cycle.requestHasLength) {
       cycle.requestLength = static_cast<int32_t>(static_cast<uint32_t>(cycle.requestLength) - length);

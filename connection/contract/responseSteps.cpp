@@ -48,7 +48,7 @@ Next answerHeadOnly(Connection &connection, Cycle &cycle) {
   if (!zeroLength && !cycle.request.isHead) return Next::step;
   if (sendHeader(connection.ends.client, &respheader) != 0) return Next::cycle;
   dprintf(7, "Client closed connection while receiving reponse header\n");
-  return endCall(connection, -1);
+  return endCall(connection, callFailed);
 }
 
 Next readType(Connection &, Cycle &cycle) {
@@ -82,7 +82,7 @@ Next deriveThreshold(Connection &connection, Cycle &cycle) {
 Next relayWhitelisted(Connection &connection, Cycle &cycle) {
   if (vs_tunnel != 1 || !cycle.isWhite) return Next::step;
   dprintf(7, "making tunnel (4)..\n");
-  return relayUntouched(connection, 1);
+  return relayUntouched(connection, callEnded);
 }
 
 Next readCode(Connection &, Cycle &cycle) {
@@ -95,7 +95,7 @@ Next readCode(Connection &, Cycle &cycle) {
 }
 
 Next relayKnownClean(Connection &connection, const Cycle &cycle) {
-  const Next next = relayUntouched(connection, 1);
+  const Next next = relayUntouched(connection, callEnded);
   if (storeVerdict(cycle, verdictClean)) {
     dprintf(7, "URL Updated in Cache.[tunnel]\n");
   } else {
@@ -132,7 +132,7 @@ Next relayOtherCodes(Connection &connection, Cycle &cycle) {
 Next relaySkipped(Connection &connection, Cycle &cycle) {
   if (!cycle.skipScan || !cycle.connectionCloses) return Next::step;
   dprintf(7, "%s", virwhite_reason);
-  return relayUntouched(connection, 1);
+  return relayUntouched(connection, callEnded);
 }
 
 /* A skip decided above reaches no further than this: bodies that are read here are scanned all the same. */
@@ -153,7 +153,7 @@ Next checkType(Connection &connection, Cycle &cycle) {
 Next relayConnect(Connection &connection, Cycle &cycle) {
   if (!cycle.request.isConnect) return Next::step;
   logTunneled(cycle.request.url.c_str());
-  return relayUntouched(connection, 0);
+  return relayUntouched(connection, callTunneled);
 }
 
 constexpr Step steps[] = {

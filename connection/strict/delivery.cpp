@@ -260,12 +260,12 @@ bool releaseCollected(Delivery &delivery) {
 Flow scanCollected(Delivery &delivery) {
   if (delivery.scanned < delivery.spooled) {
     const int32_t verdict = scanSpoolByAll(delivery.virusName);
-    if (verdict == 1) {
+    if (verdict == NETSIFT_SCAN_INFECTED) {
       refuseInfected(delivery.connection, delivery.cycle, delivery.virusName);
       return Flow::blocked;
     }
     if (hasLeft(delivery.connection.ends.client)) return Flow::gone;
-    const Flow flow = verdict == 0 ? Flow::on : handleUnscanned(delivery, verdict);
+    const Flow flow = verdict == NETSIFT_SCAN_CLEAN ? Flow::on : handleUnscanned(delivery, verdict);
     if (flow != Flow::on) return flow;
     delivery.scanned = delivery.spooled;
   }
@@ -281,7 +281,7 @@ Flow collectPiece(Delivery &delivery, const char *piece, size_t length) {
     while (delivery.threshold <= delivery.spooled) delivery.threshold *= 2;
     return scanCollected(delivery);
   }
-  const Flow flow = handleUnscanned(delivery, -2);
+  const Flow flow = handleUnscanned(delivery, NETSIFT_SCAN_FAILED);
   if (flow != Flow::on) return flow;
   return releaseCollected(delivery) && release(delivery, piece, length) ? Flow::on : Flow::gone;
 }
@@ -347,7 +347,7 @@ Flow plan(Delivery &delivery) {
   if (flow != Flow::on) return flow;
   if (delivery.judges && contentcheck != 0) prepareContentFilter();
   nameSpool();
-  return delivery.scans && !clearSpool() ? handleUnscanned(delivery, -2) : Flow::on;
+  return delivery.scans && !clearSpool() ? handleUnscanned(delivery, NETSIFT_SCAN_FAILED) : Flow::on;
 }
 
 /* A stream of events, and what nothing is looked for in, is passed as it comes; its head does not wait for its body. */
@@ -407,7 +407,7 @@ Next conclude(Delivery &delivery, Flow flow) {
   retractRequest();
   destroyHeader(&respheader);
   connection.lastStatus = whole ? 1 : -1;
-  if (!whole) return endCall(connection, -1);
+  if (!whole) return endCall(connection, callFailed);
   dprintf(7, "here one request-response cycle completes\n");
   return Next::cycle;
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "http/httpBody_iter.h"
@@ -34,7 +35,7 @@ bool readRequestBody(const Connection &connection, char *piece, size_t room, uin
 
 /* Into the spool, looked through in windows that overlap. */
 Upload lookThrough(const Connection &connection, const Cycle &cycle, FILE *spool) {
-  const Text window(static_cast<char *>(calloc(uploadWindow + 1, 1)));
+  const Text window(static_cast<char *>(std::calloc(uploadWindow + 1, 1)));
   if (!window || !inviteBody(connection, cycle)) return Upload::failed;
   size_t held = 0;
   for (uint64_t remaining = cycle.bodyLength; remaining > 0;) {
@@ -44,7 +45,7 @@ Upload lookThrough(const Connection &connection, const Cycle &cycle, FILE *spool
     if (fwrite(window.get() + held, 1, count, spool) != count) return Upload::failed;
     const size_t filled = held + count;
     held = std::min(filled, uploadOverlap);
-    const Text tail(static_cast<char *>(malloc(held)));
+    const Text tail(static_cast<char *>(std::malloc(held)));
     if (!tail) return Upload::failed;
     std::memcpy(tail.get(), window.get() + filled - held, held); /* the check empties what it finds */
     window.get()[filled] = '\0';
@@ -53,8 +54,8 @@ Upload lookThrough(const Connection &connection, const Cycle &cycle, FILE *spool
     if (found) return Upload::found;
     std::memcpy(window.get(), tail.get(), held);
   }
-  rewind(spool);
-  return ferror(spool) == 0 ? Upload::clean : Upload::failed;
+  std::rewind(spool);
+  return std::ferror(spool) == 0 ? Upload::clean : Upload::failed;
 }
 
 }  // namespace
@@ -83,19 +84,19 @@ Next forwardBody(Connection &connection, Cycle &cycle) {
   FILE *const spool = cycle.requestSpool.get();
   if (cycle.bodyLength == 0) return Next::step;
   dprintf(2, "It is a  request requiring posting of data\n");
-  const Text piece(static_cast<char *>(malloc(forwardPiece)));
-  if (!piece || (spool == nullptr && !inviteBody(connection, cycle))) return endCall(connection, -1);
+  const Text piece(static_cast<char *>(std::malloc(forwardPiece)));
+  if (!piece || (spool == nullptr && !inviteBody(connection, cycle))) return endCall(connection, callFailed);
   for (uint64_t remaining = cycle.bodyLength; remaining > 0;) {
     size_t count = 0;
     if (spool != nullptr) {
-      count = fread(piece.get(), 1, std::min<uint64_t>(forwardPiece, remaining), spool);
+      count = std::fread(piece.get(), 1, std::min<uint64_t>(forwardPiece, remaining), spool);
       remaining -= count;
-      if (count == 0) return endCall(connection, -1);
+      if (count == 0) return endCall(connection, callFailed);
     } else if (answersFirst(connection.ends.upstream, connection.ends.client, clientTimeoutSeconds)) {
       cycle.bodyUnsent = true;
       break;
     } else if (!readRequestBody(connection, piece.get(), forwardPiece, remaining, count, false)) {
-      return endCall(connection, -1);
+      return endCall(connection, callFailed);
     }
     if (sendHTTPBody(connection.ends.upstream, piece.get(), static_cast<int>(count), PROXY_TIMEOUT) >= 0) continue;
     cycle.bodyUnsent = true;

@@ -32,7 +32,7 @@ constexpr int mostHops = 3; /* through filters of this name; a request that come
 Next answerConnect(Connection &connection) {
   constexpr char established[] = "HTTP/1.1 200 Connection established\r\n\r\n";
   const int sent = sendHTTPBody(connection.ends.client, established, sizeof established - 1, clientTimeoutSeconds);
-  return sent >= 0 ? Next::step : endCall(connection, -1);
+  return sent >= 0 ? Next::step : endCall(connection, callFailed);
 }
 
 /* The head as the upstream gets it, in HTTP/1.0 so that its answer comes in the simplest framing. Once per request. */
@@ -71,7 +71,7 @@ bool isLoggedIn() {
 Next connectFor(Connection &connection, Cycle &cycle) {
   if (!isRepeatable(cycle) && connection.upstream.used && !isLoggedIn()) closeUpstream(connection);
   const int status = openUpstream(connection, cycle);
-  if (status == clientHasLeft) return endCall(connection, -1);
+  if (status == clientHasLeft) return endCall(connection, callFailed);
   return status == 0 ? Next::step : refuseWithError(connection, cycle, status, nullptr);
 }
 
@@ -85,7 +85,7 @@ Next readRequestHead(Connection &connection, Cycle &cycle) {
   HeadScan scan;
   const HeadRead read = readStrictHead(connection.ends.client, scan, reqheader, clientTimeoutSeconds);
   if (read == HeadRead::refused) return refuseWithError(connection, cycle, scan.fault.status, scan.fault.text);
-  if (read != HeadRead::done) return endCall(connection, -1);
+  if (read != HeadRead::done) return endCall(connection, callFailed);
   RequestFraming framing;
   const StrictFault fault = requestFraming(reqheader.first, framing);
   if (fault.status != 0) return refuseWithError(connection, cycle, fault.status, fault.text);
@@ -130,7 +130,7 @@ Next identify(Connection &connection, Cycle &cycle) {
   if (DoNotKeepConnectionAlive != 0) target.keepAlive = false;
   fillRequest(cycle.request, target);
   cycle.asksToSwitch = asksToSwitch(cycle);
-  if (!publishRequest(cycle.request)) return endCall(connection, -1);
+  if (!publishRequest(cycle.request)) return endCall(connection, callFailed);
   traceHost(cycle.request);
   return Next::step;
 }
@@ -144,7 +144,7 @@ Next openRelay(Connection &connection, Cycle &cycle) {
   if (cycle.request.isConnect) return ProxyPresent == 1 ? Next::step : answerConnect(connection);
   cycle.target.keepAlive = false;
   rewriteHead(cycle);
-  return inviteBody(connection, cycle) ? Next::step : endCall(connection, -1);
+  return inviteBody(connection, cycle) ? Next::step : endCall(connection, callFailed);
 }
 
 /* A CONNECT that is served here goes no further. */
@@ -157,12 +157,7 @@ Next passDirect(Connection &connection, Cycle &cycle) {
   if (DisableNetsiftService != 1) return Next::step;
   const Next next = openRelay(connection, cycle);
   if (next != Next::step) return next;
-  if (!sendRelayHead(connection, cycle)) {
-    dprintf(2, "Timeout while sending header to proxy\n");
-    return endCall(connection, -1);
-  }
-  tunnel(connection.ends.client, connection.ends.upstream, relayIdleSeconds);
-  return endCall(connection, 1);
+  return relayUnfiltered(connection, sendRelayHead(connection, cycle));
 }
 
 Next passMessenger(Connection &connection, Cycle &cycle) {
@@ -182,7 +177,7 @@ Next serveConnect(Connection &connection, Cycle &cycle) {
   if (next != Next::step) return next;
   logTunneled(cycle.request.url.c_str());
   tunnel(connection.ends.client, connection.ends.upstream, relayIdleSeconds);
-  return endCall(connection, 0);
+  return endCall(connection, callTunneled);
 }
 
 /* A site is asked for bytes as they are, and for one part of them at most: several come in a type of their own, in
@@ -216,7 +211,7 @@ Next checkUpload(Connection &connection, Cycle &cycle) {
       break;
   }
   dprintf(2, "Upload/Attachment is BLOCKED.\n");
-  return refuse(connection, cycle, {.reason = reasonFor(Why::upload), .result = 1});
+  return refuse(connection, cycle, {.reason = reasonFor(Why::upload), .result = callEnded});
 }
 
 Next forwardHead(Connection &connection, Cycle &cycle) {

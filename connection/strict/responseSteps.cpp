@@ -23,7 +23,7 @@ constexpr unsigned mostInterimHeads = 20;
 Next failToRead(Connection &connection, const Cycle &cycle, HeadRead read, const StrictFault &fault) {
   if (read == HeadRead::clientLeft) {
     dprintf(2, "Client left before the server answered.\n");
-    return endCall(connection, -1);
+    return endCall(connection, callFailed);
   }
   dprintf(2, "Timeout while getting response header from proxy.\n");
   if (read == HeadRead::refused) return refuseWithError(connection, cycle, fault.status, fault.text);
@@ -57,7 +57,7 @@ Next readResponseHead(Connection &connection, Cycle &cycle) {
     cycle.framing = framing;
     cycle.responseCode = framing.line.status;
     if (framing.kind != BodyKind::interim) return Next::step;
-    if (!passInterim(connection, cycle)) return endCall(connection, -1);
+    if (!passInterim(connection, cycle)) return endCall(connection, callFailed);
   }
   return refuseWithError(connection, cycle, badGateway, "The server does not come to an answer.");
 }
@@ -74,7 +74,7 @@ Next relayTunnel(Connection &connection, Cycle &cycle) {
   if (connected) logTunneled(cycle.request.url.c_str());
   sendWholeHead(connection.ends.client, respheader, clientTimeoutSeconds);
   tunnel(connection.ends.client, connection.ends.upstream, relayIdleSeconds);
-  return endCall(connection, connected ? 0 : 1);
+  return endCall(connection, connected ? callTunneled : callEnded);
 }
 
 /* A refused CONNECT is answered as to any other request; its body is not the tunnel's. */
