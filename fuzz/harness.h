@@ -11,6 +11,7 @@
 
 #include "netsift.h"
 #include "tests/support/support.h"
+#include "util/ownedText.h"
 
 using namespace netsift;
 using namespace netsift::test;

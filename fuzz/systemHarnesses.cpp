@@ -59,11 +59,19 @@ Peer &engine(const ScratchRoot &root, const char *name) {
   return *new Peer(reinterpret_cast<sockaddr *>(&address), sizeof address);
 }
 
-/* What an engine says; the first byte chooses how it was asked. */
+int lowestFree() {
+  const int fd = dup(0);
+  close(fd);
+  return fd;
+}
+
+/* What an engine says; the first byte chooses how it was asked, and whether under StrictHttp, which leaves no socket
+   open. */
 void engines(Bytes input) {
   static const ScratchRoot root;
   static Peer &primary = engine(root, "vlav"), &second = engine(root, "vlcavd.sock");
-  const int how = static_cast<unsigned char>(input[0]) % 3;
+  const int how = static_cast<unsigned char>(input[0]) % 3, before = lowestFree();
+  StrictHttp = input[0] < 0 ? STRICT_HTTP : 0;
   Peer &peer = how == 2 ? second : primary;
   MAX_TIME_FOR_VLAV = 1;
   const std::unique_ptr<char[]> shortName(new char[256]()), longName(new char[2047]());
@@ -71,7 +79,9 @@ void engines(Bytes input) {
   const int32_t verdict = how == 0   ? Scan("/file", shortName.get())
                           : how == 1 ? isInfected("/file", longName.get())
                                      : isInfectedclam("/file");
+  if (StrictHttp == 0) close(before); /* the first that was opened, where it is left to its process's end */
   peer.finish();
+  check(lowestFree() == before);
   check(verdict >= NETSIFT_SCAN_GAVE_UP && verdict <= NETSIFT_SCAN_INFECTED);
   check(memchr(shortName.get(), 0, 256) != nullptr && memchr(longName.get(), 0, 2047) != nullptr);
 }
@@ -80,7 +90,7 @@ void engines(Bytes input) {
 void notification(Bytes message) {
   static const ScratchRoot root;
   static char name[] = "sample", *names[] = {name};
-  static const string added = root.config("sample.url.orig");
+  static const string added = root.config("sample.reported.url.orig"), own = root.config("sample.url.orig");
   numcategories = numcategories1 = 1;
   categfiles = categfiles1 = names;
   writeFile(root.config("sample.url"), "");
@@ -90,6 +100,7 @@ void notification(Bytes message) {
   handleMessage(message);
   const string line = readFile(added);
   check(line.empty() || line.find('\n') == line.size() - 1);
+  check(line.find('*') == string::npos && access(own.c_str(), F_OK) != 0);
   check(URL_CACHESIZE == (URL_CACHE != nullptr ? 1 : 0));
   check(URL_CACHE == nullptr || message.find(URL_CACHE->text) != Bytes::npos);
   freeBlackLists();
@@ -206,12 +217,6 @@ const string &deliverySetting() {
   PROXY_TIMEOUT = 1;
   snprintf(VIRFILE_DIR, sizeof VIRFILE_DIR, "%s/", root.path().c_str());
   return root.path();
-}
-
-int lowestFree() {
-  const int fd = dup(0);
-  close(fd);
-  return fd;
 }
 
 /* The client's side of one connection: the requests go out, and what came back is returned. */
