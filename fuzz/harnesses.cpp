@@ -1,25 +1,19 @@
-/* The fuzz harnesses, a function each. A program is built from the one that HARNESS names. */
+/* Harnesses over functions of bytes. */
+#include <zlib.h>
+
 #include <algorithm>
 #include <climits>
-#include <cstdlib>
-#include <cstring>
 
+#include "fuzz/harness.h"
 #include "http/strictChunk.h"
 #include "http/strictCoding.h"
 #include "http/strictForward.h"
 #include "http/strictFraming.h"
 #include "http/strictHead.h"
-#include "netsift.h"
-#include "tests/support/support.h"
-
-using namespace netsift;
-using namespace netsift::test;
-using std::string;
-using Bytes = std::string_view;
-
-void check(bool holds) {
-  if (!holds) std::abort();
-}
+#include "http/strictTarget.h"
+#include "http/strictUpload.h"
+#include "log/peerText.h"
+#include "util/escape.h"
 
 /* HTML to text: the page can only shrink, and what is left over is cleared. */
 void htmlToText(Bytes page) {
@@ -32,9 +26,9 @@ void htmlToText(Bytes page) {
 
 /* A phrase file, a line "==" and a text: an index without its look-up tables must score as the one with them. */
 void phraseScan(Bytes input) {
-  const size_t divider = input.find("\n==\n");
-  if (divider == Bytes::npos || divider == 0) return;
-  FILE *stream = fmemopen(const_cast<char *>(input.data()), divider, "r");
+  const Bytes phrases = parts(input).first, page = parts(input).second;
+  if (phrases.empty()) return;
+  FILE *stream = fmemopen(const_cast<char *>(phrases.data()), phrases.size(), "r");
   PhraseNode *list = nullptr;
   for (PhraseNode **end = &list; (*end = readPhrase(stream)) != nullptr;) end = &(*end)->next;
   fclose(stream);
@@ -45,10 +39,10 @@ void phraseScan(Bytes input) {
   numcategories1 = 1;
   uniqueoccur = input.size() % 2;
   allowedweight = input.size() % 3 == 0 ? 20 : INT_MAX;
-  const GuardedText text(input.substr(divider + 4));
+  const GuardedText text(page);
   const auto scan = [&](const InitialEntry *by) {
     check(iniContentFilter() == 1);
-    const int reached = calcWeight(text.get(), static_cast<int>(input.size() - divider - 4), by, 0);
+    const int reached = calcWeight(text.get(), static_cast<int>(page.size()), by, 0);
     return std::pair(reached, totalweight);
   };
   check(scan(index) == scan(walked.data()));
@@ -157,7 +151,6 @@ void strictChunk(Bytes input) {
   check(answer != Parse::done || input.substr(0, total).ends_with("\r\n\r\n"));
 }
 
-/* The lines of a head if it passes; false when it does not. */
 bool scan(Bytes text, bool response, Header &header) {
   HeadScan scan;
   scan.response = response;
@@ -221,7 +214,169 @@ void strictHead(Bytes input) {
   destroyHeader(&header);
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-  if (size > 0) HARNESS({reinterpret_cast<const char *>(data), size});
-  return 0;
+/* What decoding gives of a body in pieces of a size, into room of a size; `bad` comes with what came out before. */
+struct Decoded {
+  Parse answer = Parse::more;
+  string text;
+};
+
+Decoded decoded(Coding coding, Bytes in, size_t pieceSize, size_t roomSize) {
+  constexpr size_t enough = 1 << 20; /* below, nothing counts as growth beyond bounds */
+  Decoded result;
+  CodingDecoder decoder;
+  decoder.coding = coding;
+  string room(roomSize, '\0');
+  for (size_t produced = roomSize; !in.empty() || produced == roomSize;) {
+    const Bytes piece = in.substr(0, pieceSize);
+    size_t used = 0;
+    result.answer = decodeCoding(decoder, piece, used, room.data(), roomSize, produced);
+    check(used <= piece.size() && produced <= roomSize);
+    result.text.append(room, 0, produced);
+    in.remove_prefix(used);
+    if (result.answer == Parse::bad || result.text.size() >= enough) break;
+  }
+  if (result.answer != Parse::bad) result.answer = finishCoding(decoder);
+  endCoding(decoder);
+  return result;
+}
+
+/* A coded body; the first three bytes choose gzip or deflate, the size of pieces and of the room. How it is cut makes
+   no difference, and a whole zlib stream is one for zlibDecompress too. */
+void codings(Bytes input) {
+  if (input.size() < 3) return;
+  const Coding coding = input[0] % 2 == 0 ? Coding::gzip : Coding::deflate;
+  const size_t pieceSize = 1 + size_t{static_cast<unsigned char>(input[1])};
+  const size_t roomSize = 1 + size_t{static_cast<unsigned char>(input[2])};
+  input.remove_prefix(3);
+  const Decoded whole = decoded(coding, input, input.size(), 65536), cut = decoded(coding, input, pieceSize, roomSize);
+  if (whole.text.size() < 1 << 20 && cut.text.size() < 1 << 20) {
+    check(whole.answer == cut.answer && (whole.answer == Parse::bad || whole.text == cut.text));
+  }
+  z_stream stream{};
+  auto length = static_cast<unsigned>(input.size());
+  unsigned char status = 77;
+  const Text inflated(zlibDecompress(input.data(), &length, &status, 1, &stream));
+  check(inflated && inflated.get()[length] == '\0');
+  inflateEnd(&stream);
+  if (coding == Coding::deflate && whole.answer == Parse::done && status == Z_STREAM_END && length < 1 << 20)
+    check(whole.text == Bytes(inflated.get(), length));
+}
+
+/* A gzip stream straight from a socket: no more than the room. */
+void gzipSocket(Bytes bytes) {
+  const SocketPair pair;
+  pair.send(bytes);
+  shutdown(pair.far, SHUT_WR);
+  const int fd = dup(pair.near);
+  gzFile stream;
+  check(openGZStream(fd, "r", 1, &stream) == 1);
+  const std::unique_ptr<char[]> room(new char[777]);
+  for (signed char status = 0; status == 0;) {
+    unsigned length = 777;
+    status = getGZHTTPBody(fd, stream, room.get(), &length, 0, 777);
+    check(length <= 777 && (status != 0 || length == 777));
+  }
+  gzclose(stream);
+}
+
+/* A request's path: what is looked up of it is bounded, and resolved where servers would. */
+void resolution(Bytes path) {
+  Header header;
+  if (!scan("GET http://h/" + string(path) + " HTTP/1.1\r\nHost: h\r\n\r\n", false, header)) return;
+  StrictTarget target;
+  const bool parsed = parseStrictTarget(header.first, target).status == 0;
+  destroyHeader(&header);
+  if (!parsed) return;
+  const string asItCame = strictUrl(target), resolved = resolvedUrl(target);
+  check(asItCame.starts_with(target.host) && asItCame.size() <= 503 && resolved != asItCame);
+  if (resolved.empty()) return;
+  check(resolved.starts_with(target.host) && resolved.size() <= 503);
+  if (resolved.find('?') != string::npos) return; /* a query may hold what it likes */
+  check((resolved + "/").find("/../") == string::npos && (resolved + "/").find("/./") == string::npos);
+}
+
+/* A piece of a form: a file's name and type close up inside it. */
+void uploads(Bytes input) {
+  const GuardedText unended(input, false), body(input);
+  const bool named = namesUpload({unended.get(), input.size()});
+  const int less = blockAttachment(static_cast<int>(input.size()), body.get());
+  check(less >= 0 && static_cast<size_t>(less) <= input.size());
+  check(body.get()[input.size()] == '\0');
+  const Bytes plain = "\r\nContent-Disposition: form-data; filename=\"f\"\r\n";
+  check(named || input.find(plain) == Bytes::npos);
+  check(namesUpload(string(input) + string(plain))); /* whatever stands before it */
+
+  const size_t entry = std::min(input.size(), sizeof uploadwhitelist[0]);
+  input.copy(uploadwhitelist[0], entry);
+  if (entry < sizeof uploadwhitelist[0]) uploadwhitelist[0][entry] = '\0';
+  const int allowed = checkUrl(body.get());
+  check(allowed == 0 || allowed == 1);
+}
+
+/* A type as a field has it: read without case, parameters and blanks, and looked up in a list with a hostile entry. */
+void mediaType(Bytes input) {
+  Header header;
+  if (scan("HTTP/1.1 200 OK\r\nContent-Type:" + string(input) + "\r\n\r\n", true, header)) {
+    string type;
+    if (readMediaType(header.first, type)) {
+      check(std::none_of(type.begin(), type.end(), [](char c) { return (c >= 'A' && c <= 'Z') || c == ';'; }));
+      check(type.empty() || (type.front() != ' ' && type.back() != ' '));
+    }
+    destroyHeader(&header);
+  }
+  const GuardedText text(input);
+  const size_t entry = std::min(input.size(), sizeof blockedcontent[0]);
+  input.substr(input.size() - entry).copy(blockedcontent[0], entry);
+  if (entry < sizeof blockedcontent[0]) blockedcontent[0][entry] = '\0';
+  const int banned = isBannedContentType(text.get());
+  check(banned == 1 || input.size() > strlen(text.get()) || input.empty());
+  check(strlen(reason) < sizeof reason);
+}
+
+/* The form that phrases are looked for in, against its definition. */
+void normalForm(Bytes body) {
+  const auto isWhite = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
+  string expected;
+  for (const char c : body) {
+    if (c == '\0' || (isWhite(c) && expected.ends_with(' '))) continue;
+    expected += isWhite(c) ? ' ' : c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+  }
+  if (expected.ends_with(' ')) expected.pop_back();
+  const GuardedText unended(body, false);
+  int length = -1;
+  const Text text(preProcessBody(unended.get(), static_cast<int>(body.size()), &length));
+  check(Bytes(text.get(), static_cast<size_t>(length)) == expected && text.get()[length] == '\0');
+}
+
+/* Reads back a text that was escaped for the log. */
+string unescaped(Bytes text) {
+  string plain;
+  for (size_t i = 0; i < text.size(); i++) {
+    if (text[i] != '\\') {
+      plain += text[i];
+      continue;
+    }
+    const char kind = text.at(++i);
+    if (kind == 'x') {
+      plain += static_cast<char>(std::stoi(string(text.substr(i + 1, 2)), nullptr, 16));
+      i += 2;
+    } else {
+      plain += kind == 'r' ? '\r' : kind == 'n' ? '\n' : kind == 't' ? '\t' : kind;
+    }
+  }
+  return plain;
+}
+
+/* Peers' text in a page, in a quoted field and in a line of the log: nothing in it ends one of these. */
+void escaping(Bytes input) {
+  const string page = htmlEscape(input), field = logEscape(input), text(input.substr(0, input.find('\0')));
+  check(page.find_first_of("<>\"'") == string::npos);
+  check(std::none_of(field.begin(), field.end(), [](char c) { return (c >= 0 && c < 0x20) || c == 0x7F; }));
+  check(unescaped(field) == input);
+  EscapeText = 1;
+  check(strlen(peerText(text.c_str())) <= 283);
+  const LogCapture log(7);
+  tracePeerLine(5, text.c_str());
+  const string line = log.text();
+  check(std::count(line.begin(), line.end(), '\n') == 1 && line.ends_with('\n') && line.size() < 1024);
 }

@@ -104,6 +104,11 @@ bool readConfiguration(const std::string &path, Problems &problems) {
     problems.push_back({true, path, 0, "", error});
     return false;
   }
+  if (size_t zero = content.find('\0'); zero != content.npos) { /* no TOML, and the reader asserts that there is none */
+    int line = 1 + static_cast<int>(std::count(content.begin(), content.begin() + static_cast<long>(zero), '\n'));
+    problems.push_back({true, path, line, "", "holds a NUL byte"});
+    return false;
+  }
   if (int line = tooDeepKey(content); line > 0) {
     problems.push_back({true, path, line, "", "a key of more than 8 parts; those of the settings have 3 at most"});
     return false;

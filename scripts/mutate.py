@@ -118,7 +118,7 @@ def mutants_of(place):
     """The changes of FILE[:FROM[-TO]] or of a folder's sources."""
     name, lines = re.fullmatch(r"(.*?)(?::(\d+(?:-\d+)?))?", place).groups()
     path = TREE / name
-    files = sorted(path.glob("*.cpp")) if path.is_dir() else [path]
+    files = sorted(path.rglob("*.cpp")) if path.is_dir() else [path]
     if not files or not all(file.is_file() for file in files):
         sys.exit(f"{name}: no such source")
     first, last = (int(part) for part in (lines.split("-") * 2)[:2]) if lines else (1, sys.maxsize)
@@ -137,7 +137,7 @@ def mutants_of_table(path):
         if not found:
             sys.exit(f"{path}:{number}: expected FILE: TEXT ==> OTHER TEXT")
         place, text, other = found.groups()
-        files = [TREE / place] if (TREE / place).is_file() else [f for f in (TREE / place).rglob("*.cpp")]
+        files = [TREE / place] if (TREE / place).is_file() else [f for f in sorted((TREE / place).rglob("*.cpp"))]
         where = [file for file in files for _ in range(file.read_text().count(text))]
         if len(where) != 1:
             print(f"{path}:{number}: stands {len(where)} times in {place}, skipped: {text}", file=sys.stderr)

@@ -40,6 +40,7 @@ TEST(ConfigRead, TellsLineKeyAndWhatIsExpected) {
   };
   for (const auto &[text, fault] : cases) EXPECT_EQ(faults(text), fault + "\n") << text;
   EXPECT_TRUE(faults("[http\n").starts_with("1: ")) << "TOML's own errors have a line too";
+  EXPECT_EQ(faults(std::string("[log]\n[\0x]", 10)), "2: holds a NUL byte\n");
   for (const char *nothing : {"", "# log.ports = true\n[log]\n"})
     EXPECT_TRUE(faults(nothing).find("holds no setting, which would lift every list") < 2) << nothing;
 }

@@ -1,0 +1,36 @@
+/* What the harnesses share. A harness is a function of the bytes; entry.cpp makes a program of the one that HARNESS
+   names. */
+#ifndef NETSIFT_FUZZ_HARNESS_H
+#define NETSIFT_FUZZ_HARNESS_H
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "netsift.h"
+#include "tests/support/support.h"
+#include "util/ownedText.h"
+
+using namespace netsift;
+using namespace netsift::test;
+using std::string;
+using Bytes = std::string_view;
+
+inline void check(bool holds, int line = __builtin_LINE()) {
+  if (holds) return;
+  std::fprintf(stderr, "the check of line %d does not hold\n", line);
+  std::abort();
+}
+
+/* The input before and behind the first line "==", without it; all of it before when there is none. */
+inline std::pair<Bytes, Bytes> parts(Bytes input) {
+  const size_t divider = input.find("\n==\n");
+  return {input.substr(0, divider), divider == Bytes::npos ? "" : input.substr(divider + 4)};
+}
+
+/* The lines of a head if it passes; false when it does not. */
+bool scan(Bytes text, bool response, Header &header);
+
+#endif

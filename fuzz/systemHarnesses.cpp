@@ -1,0 +1,315 @@
+/* Harnesses over what has peers and files: engines, the host's socket, templates, configuration, cache, and a whole
+   response on its way through. */
+#include <fcntl.h>
+#include <gdbm.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <memory>
+
+#include "fuzz/harness.h"
+#include "host/configRead.h"
+#include "host/listCheck.h"
+#include "host/notify.h"
+#include "host/phraseCheck.h"
+#include "host/popupScript.h"
+#include "http/strictCoding.h"
+#include "http/strictForward.h"
+#include "http/strictFraming.h"
+#include "http/strictHead.h"
+
+using namespace netsift::host;
+
+/* A peer that says its piece to whoever connects, and reads until that one leaves. */
+struct Peer {
+  int listener, ends[2];
+  std::thread thread;
+
+  explicit Peer(const sockaddr *address, socklen_t size) : listener(socket(address->sa_family, SOCK_STREAM, 0)) {
+    check(bind(listener, address, size) == 0 && listen(listener, 16) == 0 && pipe(ends) == 0);
+  }
+
+  void start(string answer) {
+    thread = std::thread([this, answer = std::move(answer)] {
+      for (pollfd waiting[] = {{listener, POLLIN, 0}, {ends[0], POLLIN, 0}}; poll(waiting, 2, -1) > 0;) {
+        if (waiting[0].revents == 0) break; /* all who had connected are served */
+        const int fd = accept(listener, nullptr, nullptr);
+        (void)!::send(fd, answer.data(), answer.size(), MSG_NOSIGNAL);
+        shutdown(fd, SHUT_WR);
+        for (char rest[4096]; read(fd, rest, sizeof rest) > 0;) continue;
+        close(fd);
+      }
+    });
+  }
+
+  void finish() {
+    char byte = 0;
+    check(write(ends[1], &byte, 1) == 1);
+    thread.join();
+    check(read(ends[0], &byte, 1) == 1);
+  }
+};
+
+Peer &engine(const ScratchRoot &root, const char *name) {
+  sockaddr_un address{AF_UNIX, {}};
+  (root.path() + "/opt/Velmora/var/run/" + name).copy(address.sun_path, sizeof address.sun_path - 1);
+  return *new Peer(reinterpret_cast<sockaddr *>(&address), sizeof address);
+}
+
+int lowestFree() {
+  const int fd = dup(0);
+  close(fd);
+  return fd;
+}
+
+/* What an engine says; the first byte chooses how it was asked, and whether under StrictHttp, which leaves no socket
+   open. */
+void engines(Bytes input) {
+  static const ScratchRoot root;
+  static Peer &primary = engine(root, "vlav"), &second = engine(root, "vlcavd.sock");
+  const int how = static_cast<unsigned char>(input[0]) % 3, before = lowestFree();
+  StrictHttp = input[0] < 0 ? STRICT_HTTP : 0;
+  Peer &peer = how == 2 ? second : primary;
+  MAX_TIME_FOR_VLAV = 1;
+  const std::unique_ptr<char[]> shortName(new char[256]()), longName(new char[2047]());
+  peer.start(string(input.substr(1)));
+  const int32_t verdict = how == 0   ? Scan("/file", shortName.get())
+                          : how == 1 ? isInfected("/file", longName.get())
+                                     : isInfectedclam("/file");
+  if (StrictHttp == 0) close(before); /* the first that was opened, where it is left to its process's end */
+  peer.finish();
+  check(lowestFree() == before);
+  check(verdict >= NETSIFT_SCAN_GAVE_UP && verdict <= NETSIFT_SCAN_INFECTED);
+  check(memchr(shortName.get(), 0, 256) != nullptr && memchr(longName.get(), 0, 2047) != nullptr);
+}
+
+/* A message on the notification socket: at most one line more in the list, and no other text kept than it says. */
+void notification(Bytes message) {
+  static const ScratchRoot root;
+  static char name[] = "sample", *names[] = {name};
+  static const string added = root.config("sample.reported.url.orig"), own = root.config("sample.url.orig");
+  numcategories = numcategories1 = 1;
+  categfiles = categfiles1 = names;
+  writeFile(root.config("sample.url"), "");
+  writeFile(root.config("sample.dom"), "");
+  writeFile(added, "");
+  check(makeBlackLists() == 1);
+  handleMessage(message);
+  const string line = readFile(added);
+  check(line.empty() || line.find('\n') == line.size() - 1);
+  check(line.find('*') == string::npos && access(own.c_str(), F_OK) != 0);
+  check(URL_CACHESIZE == (URL_CACHE != nullptr ? 1 : 0));
+  check(URL_CACHE == nullptr || message.find(URL_CACHE->text) != Bytes::npos);
+  freeBlackLists();
+  unlink(added.c_str());
+  delete_all_nodes(URL_CACHE);
+  URL_CACHE = nullptr;
+  URL_CACHESIZE = 0;
+}
+
+/* A page to the client, from what stands in the process-wide variables. */
+string blockPage(const ScratchRoot &root, Bytes content) {
+  writeFile(root.config("template.htm"), content);
+  const SocketPair client;
+  clientsock = client.near;
+  string page;
+  std::thread reader([&] {
+    char piece[65536];
+    for (ssize_t count; (count = read(client.far, piece, sizeof piece)) > 0;) page.append(piece, size_t(count));
+  });
+  blockConnection(clientsock, 1);
+  shutdown(client.near, SHUT_RDWR);
+  reader.join();
+  const size_t body = page.find("\r\n\r\n") + 4, length = page.find("Content-Length: ");
+  check(body > 4 && length < body && std::stoul(page.substr(length + 16)) == page.size() - body);
+  return page.substr(body);
+}
+
+/* A template, a line "==" and a text that a peer chose: the page has the length that its head says, and what is put
+   into it opens no tag and ends no attribute. */
+void blockPages(Bytes input) {
+  static const ScratchRoot root;
+  constexpr Bytes plain = "<p title='%u'>%r%a%e</p>";
+  const Bytes content = parts(input).first, rest = parts(input).second;
+  string hostile(rest.substr(0, std::min(rest.find('\0'), size_t{300})));
+  EscapeText = StrictHttp = 1;
+  mailto = errorcode = hostile.data();
+  for (const Bytes shown : {content.substr(0, 500), plain}) {
+    snprintf(reason, sizeof reason, "%s", hostile.c_str());
+    url = strdup(hostile.c_str());
+    const bool messenger = hostile.find("/Messenger.") != string::npos;
+    if (messenger) writeFile(root.config("template"), shown);
+    const string page = blockPage(root, shown);
+    if (shown == plain) {
+      check(std::count(page.begin(), page.end(), '<') == 2 && std::count(page.begin(), page.end(), '>') == 2);
+      check(std::count(page.begin(), page.end(), '\'') == 2 && page.find('"') == string::npos);
+    }
+  }
+  mailto = errorcode = nullptr;
+}
+
+/* A configuration, a phrase file or lists, as the first byte has it; what is said of them names lines that they have.
+ */
+void configuration(Bytes input) {
+  static const ScratchRoot root;
+  static const string config = root.config("c.toml");
+  const Bytes text = input.substr(1);
+  const int what = static_cast<unsigned char>(input[0]) % 3;
+  Problems problems;
+  if (what == 0) {
+    writeFile(config, text);
+    readConfiguration(config, problems);
+  } else if (what == 1) {
+    checkPhrases(text, "file", problems);
+  } else {
+    writeFile(config, "");
+    check(readConfiguration(config, problems));
+    for (const char *kind : {".url", ".dom", ".url.orig", ".phrase"}) {
+      for (const char *list : {"whitelist", "adserver", "popup"}) writeFile(root.config(list + string(kind)), text);
+    }
+    checkLists(problems);
+  }
+  const auto lines = 1 + std::count_if(text.begin(), text.end(), [](char c) { return c == '\n' || c == '\r'; });
+  for (const Problem &problem : problems) check(problem.line >= 0 && problem.line <= lines && !problem.message.empty());
+  const string json = problemsJson(problems);
+  check(std::none_of(json.begin(), json.end(), [](char c) { return c >= 0 && c < 0x20 && c != '\n'; }));
+}
+
+/* Bytes that stand for a verdict in the database: one that is told is the one there, of the page's date. */
+void cacheValue(Bytes value) {
+  static const ScratchRoot root;
+  static const string path = root.path() + "/opt/Velmora/var/nscache.db";
+  constexpr const char *date = "Sun, 06 Nov 1994 08:49:37 GMT";
+  char key[] = "h/p";
+  GDBM_FILE database = gdbm_open(path.c_str(), 0, GDBM_NEWDB, 0600, nullptr);
+  gdbm_store(database, {key, sizeof key}, {const_cast<char *>(value.data()), static_cast<int>(value.size())}, 0);
+  gdbm_close(database);
+  const int32_t verdict = if_url_scanned_check_ok(key, date);
+  check(verdict >= NETSIFT_NOT_CACHED && verdict <= NETSIFT_CACHED_OFFENSIVE);
+  const Bytes told = value.substr(0, value.find('\0'));
+  check(verdict == -1 || (told.starts_with(std::to_string(convertTimeToEpoch(date))) && told.back() - '0' == verdict));
+}
+
+/* -- a whole response -- */
+
+struct Choices {
+  bool head, again, judges, scans, infected, inserts;
+};
+
+const string &deliverySetting() {
+  static const ScratchRoot root;
+  static char name[] = "sample", *names[] = {name};
+  static char *none[] = {nullptr};
+  writeFile(root.config("template.htm"), "<p>%r");
+  writeFile(root.config("errortemplate.htm"), "<p>%r");
+  writeFile(root.config("sample.phrase"), "<zonk>50\n<~~>0\n");
+  writeFile(root.config("script"), "<script></script>");
+  check(loadPopupScript(root.config("script")).empty());
+  numcategories1 = 1;
+  categfiles1 = categname1 = names;
+  check(makePhraseLists() == 1);
+  popuplist = {sym_create_table_(nullptr, 0), none, none};
+  EscapeText = uniqueoccur = disableCache = DoClamScan = ProxyPresent = 1;
+  allowedweight = 50;
+  PROXY_TIMEOUT = 1;
+  snprintf(VIRFILE_DIR, sizeof VIRFILE_DIR, "%s/", root.path().c_str());
+  return root.path();
+}
+
+/* The client's side of one connection: the requests go out, and what came back is returned. */
+string servedBy(Peer &upstream, Peer &scanner, const Choices &choices, Bytes response) {
+  const SocketPair client;
+  clientsock = client.near;
+  string received;
+  std::thread reader([&] {
+    char piece[65536];
+    for (ssize_t count; (count = read(client.far, piece, sizeof piece)) > 0;) received.append(piece, size_t(count));
+  });
+  const string line = (choices.head ? "HEAD" : "GET") + string(" http://h/p HTTP/1.1\r\nHost: h\r\n");
+  client.send((choices.again ? line + "\r\n" : "") + line + "Connection: close\r\n\r\n");
+  upstream.start(string(response));
+  scanner.start(choices.infected ? "f: X FOUND\n" : "f: OK\n");
+  proxysock = -1;
+  connectionHandle();
+  if (proxysock >= 0) close(proxysock); /* the host's to close, as the client's is */
+  shutdown(client.near, SHUT_RDWR);
+  reader.join();
+  upstream.finish();
+  scanner.finish();
+  return received;
+}
+
+/* What a text would be judged as by itself. */
+bool isBlockedText(Bytes body) {
+  const SocketPair nobody;
+  clientsock = nobody.near;
+  check(iniContentFilter() == 1);
+  string text(body);
+  return checkAllRight(text.data(), static_cast<int32_t>(text.size()), 1) != 0;
+}
+
+/* One answer of what the client received, and the rest of it. Nothing is delivered that would have been blocked. */
+Bytes checkAnswer(Bytes received, const Choices &choices, unsigned &status) {
+  Header header;
+  HeadScan head;
+  head.response = true;
+  size_t used = 0;
+  check(scanHead(head, received, used) == Parse::done);
+  received.remove_prefix(used);
+  headToLines(head, header);
+  const ResponseFraming framing = responseFraming(header.first, choices.head);
+  check(framing.fault.status == 0 && framing.kind != BodyKind::chunked && framing.kind != BodyKind::switching);
+  status = framing.line.status;
+  const bool toEnd = framing.kind == BodyKind::untilClose;
+  const bool none = framing.kind == BodyKind::none || framing.kind == BodyKind::interim;
+  const size_t length = none ? 0 : toEnd ? received.size() : std::min<uint64_t>(framing.length, received.size());
+  const Bytes body = received.substr(0, length);
+  string type;
+  check(readMediaType(header.first, type));
+  const bool good = status >= 200 && status <= 299;
+  const bool coded = readContentCoding(header.first) != Coding::identity;
+  if (good && choices.scans && choices.infected) check(body.empty());
+  if (good && choices.judges) check(!coded || type.find("text") == string::npos);
+  if (good && choices.judges && !choices.inserts && type.find("text") != string::npos && body.size() < 60000)
+    check(!isBlockedText(body));
+  destroyHeader(&header);
+  return received.substr(length);
+}
+
+/* A response as it comes from upstream; the first byte chooses request and checks. The client gets whole heads, one
+   final answer for each request and nothing behind it, and no descriptor stays open. */
+void delivery(Bytes input) {
+  static const string root = deliverySetting();
+  static sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+  static Peer upstream(reinterpret_cast<sockaddr *>(&address), sizeof address);
+  static sockaddr_un path{AF_UNIX, {}};
+  static char local[] = "127.0.0.1";
+  static Peer *scanner = nullptr;
+  if (scanner == nullptr) {
+    (root + "/opt/Velmora/var/run/vlcavd.sock").copy(path.sun_path, sizeof path.sun_path - 1);
+    scanner = new Peer(reinterpret_cast<sockaddr *>(&path), sizeof path);
+    socklen_t size = sizeof address;
+    getsockname(upstream.listener, reinterpret_cast<sockaddr *>(&address), &size);
+  }
+  proxyip = local;
+  proxyport = ntohs(address.sin_port);
+  const auto bit = [&](int n) { return (input[0] >> n & 1) != 0; };
+  const Choices choices = {bit(0), bit(1), bit(2), bit(3), bit(4), bit(5)};
+  contentcheck = choices.judges;
+  virusscan = choices.scans;
+  blockpopup = choices.inserts;
+  StrictHttp = STRICT_HTTP;
+  const int before = lowestFree();
+  const string received = servedBy(upstream, *scanner, choices, input.substr(1));
+  check(lowestFree() == before);
+  unsigned finals = 0;
+  for (Bytes rest = received; !rest.empty();) {
+    unsigned status = 0;
+    rest = checkAnswer(rest, choices, status);
+    finals += status >= 200 ? 1 : 0;
+    check(finals <= (choices.again ? 2 : 1) && (rest.empty() || finals < (choices.again ? 2 : 1)));
+  }
+}
