@@ -105,14 +105,14 @@ Next refuseKnown(Connection &connection, Cycle &cycle, int verdict) {
 bool mayStore(const Cycle &cycle) { return cycle.cacheEligible && disableCache != 1; }
 
 bool storeVerdict(const Cycle &cycle, int verdict) {
-  return cycle.date && addto_urlcache_db(cycle.request.url.c_str(), cycle.date.get(), verdict) == 1;
+  return addto_urlcache_db(cycle.request.url.c_str(), cycle.date.get(), verdict) == 1;
 }
 
 void storeClean(const Cycle &cycle, const char *file, int line) {
   const std::string &url = cycle.request.url;
   dprintf(7, "%s:%d::Adding %s-%d-%s-%d in cache.\n", file, line, peerText(url.c_str()), static_cast<int>(url.size()),
           peerText(cycle.date.get()), verdictClean);
-  storeVerdict(cycle, verdictClean);
+  if (cycle.date) storeVerdict(cycle, verdictClean);
 }
 
 void prepareContentFilter() {
@@ -135,7 +135,7 @@ bool refuseOffensive(Connection &connection, const Cycle &cycle, char *piece, si
   if (mayStore(cycle)) {
     dprintf(7, "Adding %s-%d-%s-%d in cache.\n", peerText(url.c_str()), static_cast<int>(url.size()),
             peerText(cycle.date.get()), verdictOffensive);
-    storeVerdict(cycle, verdictOffensive);
+    if (cycle.date) storeVerdict(cycle, verdictOffensive);
   }
   return true;
 }

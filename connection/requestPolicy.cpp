@@ -187,7 +187,7 @@ Next consultLists(Connection &, Cycle &cycle) {
   Request &request = cycle.request;
   cycle.isAdServer = blockad == 1 && (listed(request, inADList) | listedResolved(request, inADList)) != 0;
   cycle.isWhite = enable_whitelist == 1 && exempts(request, inWhiteList);
-  dprintf(7, "in whitelist: %d\n", cycle.isWhite);
+  if (enable_whitelist == 1) dprintf(7, "in whitelist: %d\n", cycle.isWhite);
   cycle.isPopupSite = blockpopup == 1 && exempts(request, inPOPUPList);
   return Next::step;
 }

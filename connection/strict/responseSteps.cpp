@@ -6,6 +6,7 @@
 #include "connection/refuse.h"
 #include "connection/strict/steps.h"
 #include "http/httpHeader.h"
+#include "http/requestUrl.h"
 #include "http/strictForward.h"
 #include "http/strictWire.h"
 #include "log/debugLog.h"
@@ -122,21 +123,12 @@ Next consultCache(Connection &connection, Cycle &cycle) {
   return Next::step;
 }
 
-/* The type is in lower case; the entries of `blockedcontent` are as an administrator wrote them. */
-bool isBanned(const char *type) {
-  for (const char(&entry)[100] : blockedcontent) {
-    if (*entry == '\0') return false;
-    if (strcasestr(type, std::string(entry, strnlen(entry, sizeof entry)).c_str()) != nullptr) return true;
-  }
-  return false;
-}
-
 Next checkType(Connection &connection, Cycle &cycle) {
   traceMiss(cycle);
   if (cycle.framing.kind == BodyKind::none || cycle.isKnownClean || cycle.isWhite || !cycle.contentType) {
     return Next::step;
   }
-  return isBanned(cycle.contentType.get()) ? refuseType(connection, cycle) : Next::step;
+  return isBannedContentType(cycle.contentType.get()) != 0 ? refuseType(connection, cycle) : Next::step;
 }
 
 constexpr Step steps[] = {

@@ -78,9 +78,9 @@ for (int i = 0; i < 10; i++) {
 '''
 
     def changed_lines(self):
-        specification = importlib.util.spec_from_file_location("mutate", TOP / "scripts/mutate.py")
-        module = importlib.util.module_from_spec(specification)
-        specification.loader.exec_module(module)
+        found = importlib.util.spec_from_file_location("mutate", TOP / "scripts/mutate.py")
+        module = importlib.util.module_from_spec(found)
+        found.loader.exec_module(module)
         for start, end, text, _ in sorted(module.changes(self.SOURCE)):
             line = self.SOURCE.count("\n", 0, start) + 1
             changed = self.SOURCE[:start] + text + self.SOURCE[end:]
