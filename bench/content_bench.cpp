@@ -1,10 +1,13 @@
 /* What judging a page costs a byte: HTML to text, and 10 categories of phrases, on ordinary pages and on the worst that
    can be made for each. */
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <random>
 #include <span>
 #include <string>
@@ -109,19 +112,29 @@ std::vector<string> nestedPhrases() {
   return phrases;
 }
 
-PhraseNode *listOf(std::vector<string> phrases) {
-  std::sort(phrases.begin(), phrases.end());
-  PhraseNode *list = nullptr;
-  for (size_t i = phrases.size(); i > 0; i--) {
-    auto *node = static_cast<PhraseNode *>(malloc(sizeof(PhraseNode)));
-    *node = {strdup(phrases[i - 1].c_str()), 1, list};
-    list = node;
-  }
-  return list;
-}
+/* A folder with the lists' files, made the installroot; removed with the object. */
+struct ListFiles {
+  std::filesystem::path root = std::filesystem::temp_directory_path() / ("content_bench." + std::to_string(getpid()));
+  string rootText = root.string();
 
-/* How an index is used: with its look-up tables, or as a host's own without them, every run walked. */
-enum class Way { lookedUp, lookedUpOnce, walked };
+  explicit ListFiles(std::vector<std::vector<string>> lists) {
+    std::filesystem::create_directories(root / "opt/Velmora/etc/netsift");
+    for (size_t i = 0; i < lists.size(); i++) {
+      std::sort(lists[i].begin(), lists[i].end());
+      std::ofstream file(root / "opt/Velmora/etc/netsift" / (std::to_string(i) + ".phrase"));
+      for (const string &phrase : lists[i]) file << '<' << phrase << ">1\n";
+    }
+    installroot = rootText.data();
+  }
+  ~ListFiles() {
+    installroot = nullptr;
+    std::filesystem::remove_all(root);
+  }
+};
+
+/* How lists are weighed: all in one pass; each phrase counted once; list by list with the look-up tables of each; and
+   list by list, every run walked, as an index of a host's own is. */
+enum class Way { onePass, onePassOnce, listByList, walked };
 
 InitialEntry *withoutTables(InitialEntry *index) {
   auto *copy = static_cast<InitialEntry *>(calloc(256, sizeof(InitialEntry)));
@@ -132,15 +145,20 @@ InitialEntry *withoutTables(InitialEntry *index) {
 
 /* Ten categories that never reach the threshold, released with the object. */
 struct Categories {
+  string names[categoryCount];
+  char *files[categoryCount];
+
   Categories(const std::vector<std::vector<string>> &lists, Way way) {
+    const ListFiles folder(lists);
+    for (size_t i = 0; i < categoryCount; i++) files[i] = (names[i] = std::to_string(i % lists.size())).data();
+    categfiles1 = files;
     numcategories1 = categoryCount;
-    uniqueoccur = way == Way::lookedUpOnce;
+    uniqueoccur = way == Way::onePassOnce;
     allowedweight = INT32_MAX;
-    phraselists = static_cast<PhraseNode **>(calloc(categoryCount, sizeof(PhraseNode *)));
-    initiallists = static_cast<InitialEntry **>(calloc(categoryCount, sizeof(InitialEntry *)));
-    categweight = static_cast<int32_t *>(calloc(categoryCount, sizeof(int32_t)));
+    if (makePhraseLists() != 1) abort();
+    if (way != Way::listByList && way != Way::walked) return;
     for (size_t i = 0; i < categoryCount; i++) {
-      phraselists[i] = listOf(lists[i % lists.size()]);
+      free(initiallists[i]);
       initiallists[i] = buildIniList(phraselists[i]);
       if (way == Way::walked) initiallists[i] = withoutTables(initiallists[i]);
     }
@@ -171,6 +189,16 @@ void weigh(State &state, const string &text, const std::vector<std::vector<strin
   perByte(state, text.size());
 }
 
+/* Reading the files, indexing them and building the automaton. */
+void load(State &state, const std::vector<std::vector<string>> &lists) {
+  const Categories categories(lists, Way::onePass);
+  const ListFiles folder(lists);
+  for (auto _ : state) {
+    numcategories1 = categoryCount;
+    benchmark::DoNotOptimize(makePhraseLists());
+  }
+}
+
 void rate(State &state, const string &page) {
   icraenable = rsacenable = safesurfenable = 1;
   string buffer = page;
@@ -178,8 +206,8 @@ void rate(State &state, const string &page) {
   perByte(state, page.size());
 }
 
-void add(const char *name, auto measure, auto... arguments) {
-  benchmark::RegisterBenchmark(name, [=](State &state) { measure(state, arguments...); });
+void add(const string &name, auto measure, auto... arguments) {
+  benchmark::RegisterBenchmark(name.c_str(), [=](State &state) { measure(state, arguments...); });
 }
 
 std::vector<std::vector<string>> tenLists(size_t count) {
@@ -209,17 +237,20 @@ const bool registered = [] {
 
   const string text1 = textOf(page1), text64 = textOf(page64);
   const Lists crowded{crowdedPhrases()}, nested{nestedPhrases()};
-  add("weigh/page 1 KB, 10 x 100", weigh, text1, small, Way::lookedUp);
-  add("weigh/page 1 KB, 10 x 5000", weigh, text1, large, Way::lookedUp);
-  add("weigh/page 64 KB, 10 x 100", weigh, text64, small, Way::lookedUp);
-  add("weigh/page 64 KB, 10 x 5000", weigh, text64, large, Way::lookedUp);
+  for (const auto &[name, way] : {std::pair{"", Way::onePass}, {", list by list", Way::listByList}}) {
+    add(string("weigh/page 1 KB, 10 x 100") + name, weigh, text1, small, way);
+    add(string("weigh/page 1 KB, 10 x 5000") + name, weigh, text1, large, way);
+    add(string("weigh/page 64 KB, 10 x 100") + name, weigh, text64, small, way);
+    add(string("weigh/page 64 KB, 10 x 5000") + name, weigh, text64, large, way);
+    add(string("weigh/no first byte, 10 x 5000") + name, weigh, filled("0"), large, way);
+    add(string("weigh/all one first byte, 10 x 5000") + name, weigh, filled("c"), large, way);
+    add(string("weigh/all one prefix of 10 x 5000") + name, weigh, filled("aaz"), crowded, way);
+    add(string("weigh/all nested prefixes, 10 x 126") + name, weigh, filled("a"), nested, way);
+  }
+  add("weigh/all nested prefixes, once, 10 x 126", weigh, filled("a"), nested, Way::onePassOnce);
   add("weigh/page 64 KB, 10 x 5000, walked", weigh, text64, large, Way::walked);
-  add("weigh/no first byte, 10 x 5000", weigh, filled("0"), large, Way::lookedUp);
-  add("weigh/all one first byte, 10 x 5000", weigh, filled("c"), large, Way::lookedUp);
-  add("weigh/all one prefix of 10 x 5000", weigh, filled("aaz"), crowded, Way::lookedUp);
   add("weigh/all one prefix of 10 x 5000, walked", weigh, filled("aaz"), crowded, Way::walked);
-  add("weigh/all nested prefixes, 10 x 126", weigh, filled("a"), nested, Way::lookedUp);
-  add("weigh/all nested prefixes, once, 10 x 126", weigh, filled("a"), nested, Way::lookedUpOnce);
+  add("load/10 x 5000", load, large);
 
   add("rate/page 64 KB", rate, page64);
   add("rate/all <", rate, filled("<"));

@@ -25,6 +25,13 @@ bool isFromPool(const FifoNode *node) {
   return pool != nullptr && !before(node, pool) && before(node, pool + poolSize);
 }
 
+bool isRecorded(const FoundPhrases &found, const PhraseNode *phrase) {
+  for (int i = 0; i < found.count; i++) {
+    if (found.phrases[i] == phrase) return true;
+  }
+  return false;
+}
+
 void releaseFilter() {
   std::free(foundTables);
   foundTables = nullptr;
@@ -41,6 +48,15 @@ MatchPool matchPool;
 
 FoundPhrases *foundTable(int category) {
   return category >= 0 && category < foundCategories ? &foundTables[category] : nullptr;
+}
+
+bool countPhrase(FoundPhrases *found, const PhraseNode *phrase, int32_t &score) {
+  if (found != nullptr) {
+    if (uniqueoccur != 0 && isRecorded(*found, phrase)) return false;
+    if (found->count < foundLimit) found->phrases[found->count++] = phrase;
+  }
+  score = static_cast<int32_t>(static_cast<uint32_t>(score) + static_cast<uint32_t>(phrase->weight));
+  return true;
 }
 
 void forgetFoundPhrases() {

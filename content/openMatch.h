@@ -43,6 +43,10 @@ struct FoundPhrases {
   uint8_t count;
 };
 
+/* Adds a phrase's weight to a score and records it, if there is a table; false when it is to count once and has been
+   counted before. */
+bool countPhrase(FoundPhrases *found, const PhraseNode *phrase, int32_t &score);
+
 /* A category's, from 0; null when there is none. */
 FoundPhrases *foundTable(int category);
 

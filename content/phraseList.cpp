@@ -7,6 +7,7 @@
 #include <span>
 
 #include "content/openMatch.h"
+#include "content/phraseAutomaton.h"
 #include "content/phraseTable.h"
 #include "log/debugLog.h"
 #include "state/settings.h"
@@ -119,6 +120,7 @@ void releaseLists(int count) {
   initiallists = nullptr;
   categweight = nullptr;
   netsift::noteMadeLists(nullptr, 0);
+  netsift::freePhraseAutomaton();
   netsift::forgetFoundPhrases();
 }
 
@@ -169,6 +171,7 @@ int makePhraseLists(void) {
     if (result != 1) return result;
   }
   numcategories1 = static_cast<uint8_t>(loaded);
+  netsift::buildPhraseAutomaton();
   return 1;
 }
 

@@ -20,7 +20,9 @@ NETSIFT_BEGIN
 
 /* Loads `numcategories1` categories from `categfiles1` into phraselists, initiallists and categweight, in place of what
    an earlier call made. 1: loaded. -1: a file could not be read, or holds no record or a broken one. 0: out of memory.
-   After a failure freePhraseLists releases what was loaded.
+   After a failure freePhraseLists releases what was loaded. For isOffensiveContent all lists together are made into one
+   automaton too, of at most 100 bytes a phrase byte; when there is no room for it, pages take longer. Nothing of lists
+   and automaton is written to later, so that forked processes share them.
    A file that is missing or of size 0 leaves its slot without phrases and takes one off numcategories1, so that it is
    the last category that no scan looks at any more. */
 NETSIFT_API int makePhraseLists(void);

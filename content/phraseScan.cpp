@@ -3,11 +3,12 @@
 #include <cstring>
 
 #include "content/openMatch.h"
+#include "content/phrasePass.h"
 #include "content/phraseTable.h"
 #include "log/debugLog.h"
 #include "state/settings.h"
 
-using netsift::foundLimit;
+using netsift::countPhrase;
 using netsift::FoundPhrases;
 using netsift::matchedLimit;
 using netsift::matchPool;
@@ -29,23 +30,6 @@ struct Scan {
   FifoNode *open;      /* open matches, the earliest start first */
   FifoNode **openEnd;
 };
-
-bool isRecorded(const FoundPhrases &found, const PhraseNode *node) {
-  for (int i = 0; i < found.count; i++) {
-    if (found.phrases[i] == node) return true;
-  }
-  return false;
-}
-
-/* Counts a phrase; false when it is to count once and has been counted before. */
-bool countPhrase(FoundPhrases *found, const PhraseNode *node) {
-  if (found != nullptr) {
-    if (uniqueoccur != 0 && isRecorded(*found, node)) return false;
-    if (found->count < foundLimit) found->phrases[found->count++] = node;
-  }
-  totalweight = static_cast<int32_t>(static_cast<uint32_t>(totalweight) + static_cast<uint32_t>(node->weight));
-  return true;
-}
 
 /* Takes the first stretch of the range that goes on with `byte`, up to the first phrase that sorts after it. The end of
    a phrase does not equal a NUL of the text. */
@@ -99,7 +83,7 @@ bool advance(Scan &scan, signed char byte) {
   while (FifoNode *node = *link) {
     auto &match = static_cast<OpenMatch &>(*node);
     if (!counted && isWhole(match)) {
-      counted = countPhrase(scan.found, match.candidate);
+      counted = countPhrase(scan.found, match.candidate, totalweight);
       if (counted && totalweight >= allowedweight) return true;
       match.candidate = match.candidate->next;
     }
@@ -187,8 +171,14 @@ int calcWeight(const char *text, int length, const InitialEntry *index, int cate
 signed char isOffensiveContent(const char *text, int length) {
   if (contentinitialised != 1) return 0;
   const int slots = netsift::phraseSlots();
+  int32_t scores[netsift::maxPhraseCategories];
+  const bool weighed = netsift::weighInOnePass(text, length, scores);
   for (int i = 0; i < numcategories1; i++) {
-    calcWeight(text, length, initiallists == nullptr || i >= slots ? nullptr : initiallists[i], i);
+    if (weighed) {
+      totalweight = scores[i];
+    } else {
+      calcWeight(text, length, initiallists == nullptr || i >= slots ? nullptr : initiallists[i], i);
+    }
     const int32_t score = totalweight;
     if (categweight != nullptr && i < slots) categweight[i] = score;
     dprintf(7, " weight = %d tot weight = %d allowed = %d\n", score, totalweight, allowedweight);

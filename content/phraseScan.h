@@ -1,4 +1,4 @@
-/* Weighing a text against the phrase lists in one pass per category.
+/* Weighing a text against the phrase lists.
 
    A match is opened where a byte begins some phrase, and carried from byte to byte while phrases go on with them. When
    it reaches the end of a phrase, the phrase counts at the position of the byte after it. At most one phrase counts at
@@ -28,7 +28,10 @@ NETSIFT_API int calcWeight(const char *text, int length, const InitialEntry *ind
 /* Number, from 1, of the first category whose score reaches `allowedweight`, with its phrases traced; 0 when none does.
    To be widened as unsigned: there can be 255 categories. Scores are left in `categweight`. An allowedweight of 0 or
    less condemns every text. While `contentinitialised` is not 1 (iniContentFilter failed, or has not been called),
-   nothing is scored: the result is 0, whatever the threshold. */
+   nothing is scored: the result is 0, whatever the threshold.
+   All lists are weighed in one pass, whose time does not depend on them, when they are makePhraseLists' own. Else, and
+   when a text could bring more matches of one list than the pool holds, calcWeight weighs them one after the other;
+   the result is the same. */
 NETSIFT_API signed char isOffensiveContent(const char *text, int length);
 
 NETSIFT_END

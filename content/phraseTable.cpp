@@ -12,6 +12,8 @@ namespace {
 /* Its address marks a terminating entry that tables follow. */
 PhraseNode tableMark;
 
+uint32_t lastSerial;
+
 PhraseNode **madeLists;
 int madeSlots;
 
@@ -132,6 +134,7 @@ void writePhraseTable(InitialEntry *index, size_t runs) {
   InitialEntry *terminator = index + runs;
   auto *table = reinterpret_cast<PhraseTable *>(terminator + 1);
   *table = {};
+  table->serial = ++lastSerial == 0 ? ++lastSerial : lastSerial;
   Builder writer;
   writer.groups = reinterpret_cast<PhraseGroup *>(table + 1);
   writer.ranges = reinterpret_cast<PhraseRange *>(writer.groups + counter.groupCount);

@@ -36,6 +36,7 @@ struct PhraseGroup {
 };
 
 struct PhraseTable {
+  uint32_t serial;              /* of the index, among all that this process has built; not 0 */
   PhraseRange byFirstByte[256]; /* by the byte as unsigned */
   uint32_t thirds[32 * 32]; /* by the low 5 bits of a first and a second byte, a bit for the low 5 bits of each third
                                at which a match of them still counts or goes on; all bits where the third does not

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <climits>
 
+#include "content/phraseAutomaton.h"
 #include "fuzz/harness.h"
 #include "http/strictChunk.h"
 #include "http/strictCoding.h"
@@ -24,7 +25,8 @@ void htmlToText(Bytes page) {
   check(std::all_of(text.get() + length, text.get() + page.size() + 1, [](char c) { return c == '\0'; }));
 }
 
-/* A phrase file, a line "==" and a text: an index without its look-up tables must score as the one with them. */
+/* A phrase file, a line "==" and a text: an index without its look-up tables must score as the one with them, and so
+   must the automaton. */
 void phraseScan(Bytes input) {
   const Bytes phrases = parts(input).first, page = parts(input).second;
   if (phrases.empty()) return;
@@ -45,7 +47,17 @@ void phraseScan(Bytes input) {
     const int reached = calcWeight(text.get(), static_cast<int>(page.size()), by, 0);
     return std::pair(reached, totalweight);
   };
-  check(scan(index) == scan(walked.data()));
+  const auto expected = scan(index);
+  check(expected == scan(walked.data()));
+  phraselists = &list;
+  initiallists = &index;
+  buildPhraseAutomaton();
+  check(iniContentFilter() == 1);
+  isOffensiveContent(text.get(), static_cast<int>(page.size()));
+  check(expected.second == totalweight);
+  phraselists = nullptr;
+  initiallists = nullptr;
+  freePhraseAutomaton();
   relContentFilter();
   free(index);
   freeList(list);

@@ -1,4 +1,5 @@
 #include "content/phraseList.h"
+#include "content/phrasePass.h"
 #include "content/phraseScan.h"
 #include "tests/support/support.h"
 
@@ -23,8 +24,8 @@ struct Category {
   }
 };
 
-int scan(const string &text, const InitialEntry *index) {
-  return calcWeight(GuardedText(text).get(), static_cast<int>(text.size()), index, 0);
+int scan(const string &text, const InitialEntry *index, int category = 0) {
+  return calcWeight(GuardedText(text).get(), static_cast<int>(text.size()), index, category);
 }
 
 struct Match {
@@ -97,9 +98,39 @@ TEST(PhraseList, ReadsRecords) {
   EXPECT_NE(log.text().find("error opening phrase file " + root.config("missing.phrase") + " No such"), string::npos);
 }
 
+/* The files of some categories, loaded. */
+struct Loaded {
+  const ScratchRoot root;
+  std::vector<string> names;
+  std::vector<char *> files;
+
+  void load(const std::vector<string> &contents) {
+    names.clear();
+    files.clear();
+    for (size_t i = 0; i < contents.size(); i++) {
+      names.push_back(std::to_string(i));
+      writeFile(root.config(names[i] + ".phrase"), contents[i]);
+    }
+    for (string &name : names) files.push_back(name.data());
+    categfiles1 = files.data();
+    numcategories1 = static_cast<uint8_t>(contents.size());
+    ASSERT_EQ(makePhraseLists(), 1);
+    numcategories1 = static_cast<uint8_t>(contents.size()); /* with those that an empty file took off the count */
+  }
+  ~Loaded() {
+    freePhraseLists();
+    relContentFilter();
+  }
+};
+
+int judge(const string &text) {
+  return static_cast<uint8_t>(isOffensiveContent(GuardedText(text).get(), static_cast<int>(text.size())));
+}
+
 TEST(PhraseScan, ScoresTexts) {
-  string runs254;
+  string runs254, hidden80;
   for (int i = 0; i < 127; i++) runs254 += "<a>1<b>1";
+  for (int i = 0; i < 80; i++) hidden80 += "ba\xe9";
   const std::tuple<string, string, int, int> cases[] = {
       {"<ab>5<zz>1", "abababab", 15, 5},            /* position 0 begins no phrase */
       {"<abc>5<bc>7<c>9<zz>1", " abc", 5, 5},       /* one count a position, the earliest start's */
@@ -107,38 +138,52 @@ TEST(PhraseScan, ScoresTexts) {
       {"<\"ab\">5<ab>1<zz>7", " zz ab ", 6, 6},     /* the last phrase lies outside every range */
       {"<\xe9t\xe9>5<z>7", " \xe9t\xe9z", 12, 12},  /* but not a single byte */
       {"<a>5<a\xe9>8<ba>3<zz>1", " ba\xe9 ", 3, 3}, /* "a" stays, whole, and hides lower bytes */
+      {"<a>5<a\xe9xxxxba\xe9xq>8<ba>3<zz>1", " ba\xe9xxxxba\xe9xq ", 6, 8},
+      {"<a>5<a\xe9q>8<ba>3<zz>1", " " + hidden80 + "q ", 240, 16},
+      {"<a>5<a\xe9>8<ab>2<ba>3<zz>1", " bab ", 5, 5}, /* but not higher ones */
       {"<ab>5<zz>1", string(" a\0ab\0b", 7), 5, 5},
       {"<ab>5<>3<ac>7<z>2<>1", " ab ac z", 7, 7}, /* an empty phrase ends a run, and may be the last */
       {runs254 + "<c>5<d>7<e>9", " cde", 5, 5}};  /* an index has 255 runs */
-  numcategories1 = 1;
-  allowedweight = 100;
+  Loaded loaded;
+  allowedweight = 1000;
   for (const auto &[file, text, weight, weightOnce] : cases) {
-    const Category category(file);
+    loaded.load({file, "<a\xe9>4<zz>1"});
     for (uniqueoccur = 0; uniqueoccur < 2; uniqueoccur++) {
       iniContentFilter();
-      EXPECT_EQ(scan(text, category.index), 0) << text;
+      EXPECT_EQ(scan(text, initiallists[0]), 0) << text;
       EXPECT_EQ(totalweight, uniqueoccur ? weightOnce : weight) << file << text << " once " << int{uniqueoccur};
+      scan(text, initiallists[1], 1);
+      const std::vector expected = {uniqueoccur ? weightOnce : weight, totalweight};
+      iniContentFilter();
+      EXPECT_EQ(judge(text), 0) << text;
+      EXPECT_EQ(std::vector(categweight, categweight + 2), expected) << file << text << " once " << int{uniqueoccur};
     }
   }
 }
 
-/* Phrases cut from the text, some with another last byte: they nest, share prefixes, end together, and more than 30
-   want to be open at once. */
-TEST(PhraseScan, EqualsTheWalkOnRandomLists) {
-  std::mt19937 random(7);
-  const auto below = [&](size_t n) { return static_cast<size_t>(random() % n); };
-  const string alphabets[] = {"aaaaaaaab", "ab\xe9", "ab\xe9z\x01 ", string("a\xe9\0b", 4),
-                              "abcdefghijklmnopqrstuvwxyz 01"};
-  numcategories1 = 1;
-  for (int round = 0; round < 700; round++) {
-    const string &alphabet = alphabets[below(5)];
-    string texts[2] = {string(100, ' '), string(100, ' ')};
-    for (string &text : texts)
+/* Random texts over a small alphabet, and lists of phrases cut from the first of them, some with another last byte: they
+   nest, share prefixes, end together, and more than 30 want to be open at once. */
+struct RandomLists {
+  std::mt19937 random{7};
+  string alphabet;
+  string texts[2];
+
+  size_t below(size_t n) { return static_cast<size_t>(random() % n); }
+
+  void newTexts(size_t size) {
+    const string alphabets[] = {"aaaaaaaab", "ab\xe9", "ab\xe9z\x01 ", string("a\xe9\0b", 4),
+                                "abcdefghijklmnopqrstuvwxyz 01"};
+    alphabet = alphabets[below(5)];
+    for (string &text : texts) {
+      text.resize(size);
       std::generate(text.begin(), text.end(), [&] { return alphabet[below(alphabet.size())]; });
-    std::vector<string> phrases(below(round % 2 == 0 ? 150 : 12));
-    const size_t longest = 1 + below(75);
+    }
+  }
+
+  string file(size_t count, size_t longest) {
+    std::vector<string> phrases(count);
     for (string &phrase : phrases) {
-      phrase = texts[0].substr(below(101 - longest), 1 + below(longest)).c_str();
+      phrase = texts[0].substr(below(texts[0].size() + 1), 1 + below(longest)).c_str();
       if (below(3) == 0) phrase = phrase.substr(0, phrase.size() / 2) + "abz\xe9"[below(4)];
       phrase += '\0'; /* it sorts with its end */
     }
@@ -151,16 +196,30 @@ TEST(PhraseScan, EqualsTheWalkOnRandomLists) {
     string file;
     for (const string &phrase : phrases)
       file += "<" + string(phrase.c_str()) + ">" + std::to_string(int(below(20)) - 5);
+    return file;
+  }
+
+  void newSettings() {
+    uniqueoccur = static_cast<uint8_t>(below(2));
+    allowedweight = below(2) == 0 ? 1000000 : static_cast<int>(below(60));
+  }
+};
+
+TEST(PhraseScan, EqualsTheWalkOnRandomLists) {
+  RandomLists lists;
+  for (int round = 0; round < 700; round++) {
+    lists.newTexts(100);
+    const string file = lists.file(lists.below(round % 2 == 0 ? 150 : 12), 1 + lists.below(75));
     const Category category(file);
     std::vector<InitialEntry> walked(256); /* the same index without its tables */
     for (size_t i = 0; category.index[i].firstByte != 0; i++) walked[i] = category.index[i];
 
-    uniqueoccur = static_cast<uint8_t>(below(2));
-    allowedweight = below(2) == 0 ? 1000000 : static_cast<int>(below(60));
+    numcategories1 = 1;
+    lists.newSettings();
     for (const InitialEntry *index : {category.index, walked.data()}) {
       iniContentFilter();
       std::vector<const PhraseNode *> found; /* carried over from text to text */
-      for (const string &text : texts) {
+      for (const string &text : lists.texts) {
         int weight;
         const int expected = reference(text, index, found, weight);
         ASSERT_EQ(scan(text, index), expected) << "round " << round << " text " << text << " file " << file;
@@ -170,20 +229,126 @@ TEST(PhraseScan, EqualsTheWalkOnRandomLists) {
   }
 }
 
+/* Short texts are read in one stretch, long ones in several side by side and in several turns. */
+TEST(PhraseScan, OnePassForAllListsEqualsTheWalkOfEach) {
+  constexpr size_t sizes[] = {0, 1, 2, 100, 100, 600, 600, 1500, 9000};
+  RandomLists lists;
+  Loaded loaded;
+  int passes = 0, walks = 0;
+  for (int round = 0; round < 300; round++) {
+    lists.newTexts(sizes[lists.below(round % 20 == 0 ? 9 : 8)]);
+    std::vector<string> files(1 + lists.below(4));
+    const size_t longest = 1 + lists.below(round % 2 == 0 ? 10 : 130);
+    for (string &file : files) file = lists.file(lists.below(round % 4 == 0 ? 150 : 12), longest);
+    loaded.load(files);
+    lists.newSettings();
+    iniContentFilter();
+    std::vector<std::vector<const PhraseNode *>> found(files.size());
+    for (const string &text : lists.texts) {
+      int expected = 0;
+      std::vector<int> weights;
+      for (size_t i = 0; i < files.size() && expected == 0; i++) {
+        weights.push_back(0);
+        if (initiallists[i] != nullptr) reference(text, initiallists[i], found[i], weights[i]);
+        if (weights[i] >= allowedweight) expected = static_cast<int>(i) + 1;
+      }
+      ASSERT_EQ(judge(text), expected) << "round " << round << " text " << text;
+      ASSERT_EQ(std::vector(categweight, categweight + weights.size()), weights) << "round " << round << " " << text;
+    }
+    int32_t scores[netsift::maxPhraseCategories];
+    iniContentFilter();
+    (netsift::weighInOnePass(lists.texts[0].c_str(), static_cast<int>(lists.texts[0].size()), scores) ? passes
+                                                                                                      : walks)++;
+  }
+  EXPECT_GT(passes, 200);
+  EXPECT_GT(walks, 5);
+}
+
+/* In a text of any length, wherever a stretch of it ends. */
+TEST(PhraseScan, CountsEveryOccurrenceInLongTexts) {
+  Loaded loaded;
+  loaded.load({"<abcabcabcabca>1<zz>1"});
+  allowedweight = 1000000;
+  string text;
+  while (text.size() < 40000) text += "abc";
+  iniContentFilter();
+  for (size_t size = 13; size <= text.size(); size += size < 700 ? 1 : size / 5) {
+    judge(text.substr(0, size));
+    ASSERT_EQ(totalweight, static_cast<int>((size - 13) / 3)) << size;
+  }
+}
+
+TEST(PhraseScan, SeesWhatAHostChanges) {
+  Loaded loaded;
+  loaded.load({"<ab>5<zz>1", "", "<b>3"});
+  allowedweight = 1000;
+  iniContentFilter();
+  const auto scores = [] {
+    judge(" ab ab");
+    return std::vector(categweight, categweight + numcategories1);
+  };
+  EXPECT_EQ(scores(), (std::vector{10, 0, 6}));
+  phraselists[0]->weight = 7;
+  EXPECT_EQ(scores(), (std::vector{14, 0, 6}));
+
+  FifoNode *taken[30];
+  for (FifoNode *&node : taken) node = getFromFifo();
+  EXPECT_EQ(scores(), (std::vector{0, 0, 0}));
+  for (FifoNode *node : taken) releaseToFifo(node);
+
+  free(initiallists[2]);
+  initiallists[2] = nullptr;
+  EXPECT_EQ(scores(), (std::vector{14, 0, 0}));
+
+  const Category other("<b>4<zz>1");
+  free(initiallists[0]);
+  initiallists[0] = buildIniList(other.list); /* perhaps where the other one was */
+  EXPECT_EQ(scores(), (std::vector{8, 0, 0}));
+
+  loaded.load([] {
+    std::vector<string> files(255, "<ab>5<zz>1");
+    files[254] = "<ab>6<zz>1";
+    return files;
+  }());
+  allowedweight = 12;
+  iniContentFilter();
+  EXPECT_EQ(judge(" ab ab"), 255);
+  EXPECT_EQ(categweight[253], 10);
+}
+
+/* After each first byte "x" is followed as after "x" alone and by one byte more: each wants a row of 200 steps. */
+TEST(PhraseScan, ListsWhoseAutomatonWouldTakeTooMuchAreWalked) {
+  string file;
+  for (int byte = '\x81'; byte <= '~'; byte++) {
+    if (byte != 0 && byte != '>' && byte != 'x') file += "<" + string(1, static_cast<char>(byte)) + "xd>1";
+    if (byte == 'x') file += "<xa>1<xb>1<xc>1";
+  }
+  Loaded loaded;
+  loaded.load({file});
+  EXPECT_EQ(netsift::findPhraseAutomaton(), nullptr);
+  allowedweight = 1000;
+  iniContentFilter();
+  judge(" xa\xe9xd");
+  EXPECT_EQ(totalweight, 2);
+}
+
 /* So many long matches, one that ends after two bytes, and a phrase that begins while that one is still open. */
 TEST(PhraseScan, AMatchThatWillFailTakesItsPlaceInThePool) {
   string text;
   for (char c = '!'; c <= '~'; c++) text += c == '>' ? ' ' : c;
   allowedweight = 1000;
+  Loaded loaded;
   for (const auto &[open, failing, weight] : {std::tuple{28, 1, 7}, {29, 1, 0}, {29, 0, 7}}) {
     string file;
     const auto after = static_cast<size_t>(open) + 1;
     for (size_t i = 1; i < after; i++) file += "<" + text.substr(i, 60) + ">0";
     if (failing) file += "<" + text.substr(after, 2) + "+>0";
-    const Category category(file + "<" + text.substr(after + 1, 3) + ">7<zz>0");
+    loaded.load({file + "<" + text.substr(after + 1, 3) + ">7<zz>0"});
     iniContentFilter();
-    scan(text, category.index);
+    scan(text, initiallists[0]);
     EXPECT_EQ(totalweight, weight) << open << " open, " << failing << " failing";
+    judge(text);
+    EXPECT_EQ(totalweight, weight) << open << " open, " << failing << " failing, in one pass";
   }
 }
 
