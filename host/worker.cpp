@@ -70,7 +70,7 @@ void becomeBusy(Worker &worker) {
   if (scarce || board.closing) poke(worker);
 }
 
-/* A client who is there when a connection ends and all that may run are busy has waited for it. */
+/* A client who is there already when a worker begins or a connection ends, and all that may run are busy, has waited. */
 void countWaiting(Worker &worker) {
   if (worker.pool.board->idle > 0 || allWorkers(*worker.board) < hostConfig.maxConnections) return;
   if (worker.pool.board->waited++ == 0) poke(worker);
@@ -102,7 +102,7 @@ int awaitClient(Worker &worker, struct sockaddr_in *peer) {
     int sock = takeClient(worker, peer);
     if (sock >= 0) {
       becomeBusy(worker);
-      if (!slept && worker.served > 0) countWaiting(worker);
+      if (!slept) countWaiting(worker);
       return sock;
     }
     if (mustEnd(worker)) leave(worker);
