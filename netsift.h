@@ -50,6 +50,7 @@
 #include "policy/blacklistAdd.h"
 #include "policy/popupIndex.h"
 #include "policy/urlList.h"
+#include "scan/handOver.h"
 #include "scan/scanTunnel.h"
 #include "scan/tunnel.h"
 #include "scan/virusScan.h"

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "host/clock.h"
+#include "host/handOver.h"
 #include "host/scanFiles.h"
 #include "netsift.h"
 
@@ -83,7 +84,10 @@ void serveConnection(int sock, const struct sockaddr_in &peer) {
   else
     refuseClient(level);
   removeScanFile(getpid());
-  closeGently(sock);
+  if (wasHandedOver())
+    close(sock); /* shutting it down would end the tunnel */
+  else
+    closeGently(sock);
 }
 
 }  // namespace netsift::host

@@ -15,6 +15,7 @@ struct HostConfig {
   int32_t maxConnections = 0;        /* served at once, over all generations of the server */
   int32_t connectionsPerProcess = 0; /* one after another */
   int32_t spareProcesses = 0;        /* that wait for clients */
+  int32_t maxTunnels = 0;            /* 0: they stay with the process that served the request */
   int32_t drainSeconds = 0;          /* what running connections get at the end */
   std::string popupScript;           /* file; a relative name lies in the configuration folder */
   std::string secondEngineSocket;    /* where the second engine listens */

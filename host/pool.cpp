@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/eventfd.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +15,7 @@
 
 #include "host/hostConfig.h"
 #include "host/problems.h"
+#include "host/tunnelRelay.h"
 #include "host/worker.h"
 
 namespace netsift::host {
@@ -26,13 +28,16 @@ constexpr int64_t tellPause = 60000;
 
 void wakeWorker(pid_t worker) { kill(worker, wakeSignal); }
 
-}  // namespace
-
-int32_t allWorkers(const Board &board) {
+int32_t sumOf(const std::atomic<int32_t> (&counts)[mostGenerations]) {
   int32_t sum = 0;
-  for (const auto &count : board.workers) sum += count.load(std::memory_order_relaxed);
+  for (const auto &count : counts) sum += count.load(std::memory_order_relaxed);
   return sum;
 }
+
+}  // namespace
+
+int32_t allWorkers(const Board &board) { return sumOf(board.workers); }
+int32_t allTunnels(const Board &board) { return sumOf(board.tunnels); }
 
 bool makePool(Pool &pool) {
   auto count = static_cast<size_t>(hostConfig.maxConnections);
@@ -43,12 +48,18 @@ bool makePool(Pool &pool) {
   pool.slots = reinterpret_cast<WorkerSlot *>(pool.board + 1);
   pool.freeSlots.resize(count);
   std::iota(pool.freeSlots.rbegin(), pool.freeSlots.rend(), 0); /* the lowest first, so that few pages are touched */
-  int pipeEnds[2];
-  if (pipe2(pipeEnds, O_CLOEXEC) != 0) return false;
-  pool.hangUpRead = pipeEnds[0];
-  pool.hangUpWrite = pipeEnds[1];
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) return false;
+  pool.hangUpRead = ends[0];
+  pool.hangUpWrite = ends[1];
   pool.poke = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
-  return pool.poke >= 0;
+  if (pool.poke < 0) return false;
+  if (hostConfig.maxTunnels == 0) return true;
+  hostConfig.maxTunnels = std::min(hostConfig.maxTunnels, mostTunnels());
+  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) return false;
+  pool.offer = ends[0];
+  pool.take = ends[1];
+  return true;
 }
 
 bool forgetWorker(Pool &pool, Board &board, int generation, pid_t worker) {
@@ -117,6 +128,7 @@ void tellWaited(Pool &pool, int64_t now) {
 void closePool(Pool &pool) {
   pool.board->closing = true;
   if (pool.hangUpWrite >= 0) close(std::exchange(pool.hangUpWrite, -1));
+  if (pool.offer >= 0) close(std::exchange(pool.offer, -1)); /* the workers' are the last */
 }
 
 bool anyIdle(const Pool &pool) {

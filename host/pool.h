@@ -18,10 +18,12 @@ constexpr int mostGenerations = 64;
 /* In memory that the processes of all generations share. */
 struct Board {
   std::atomic<int32_t> workers[mostGenerations]; /* running, of each generation: max_connections holds over all */
+  std::atomic<int32_t> tunnels[mostGenerations]; /* held by the relay processes of each */
   std::atomic<uint32_t> connections;             /* taken so far: the number of the latest */
 };
 
 int32_t allWorkers(const Board &board);
+int32_t allTunnels(const Board &board);
 
 /* Written by its worker alone, but for the first idle. */
 enum class WorkerState : int32_t { idle, busy };
@@ -44,6 +46,7 @@ struct Pool {
   WorkerSlot *slots = nullptr;
   int poke = -1;                          /* eventfd: workers are getting scarce, or somebody had to wait */
   int hangUpRead = -1, hangUpWrite = -1;  /* a pipe whose end of file wakes the workers that wait */
+  int offer = -1, take = -1;              /* sockets: workers offer tunnels, the relay process takes them */
   std::unordered_map<pid_t, int> workers; /* and their slots */
   std::vector<int> freeSlots;
   uint32_t lists = 0;           /* as in the board: a worker keeps what was there when it was forked */

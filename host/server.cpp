@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,7 @@
 #include "host/notify.h"
 #include "host/problems.h"
 #include "host/scanFiles.h"
+#include "host/tunnelRelay.h"
 #include "host/worker.h"
 #include "netsift.h"
 
@@ -46,14 +48,26 @@ struct Server {
   bool listsChanged = false;
   int64_t renewFrom = 0;
   Pool pool;
+  pid_t relay = -1; /* the process that holds the tunnels */
+  int64_t relayFrom = 0;
   Messages messages;
 };
 
-[[noreturn]] void becomeWorker(const Server &server, int slot) {
-  for (int fd : {server.sockets.notify, server.sockets.control, server.signals, server.pool.hangUpWrite}) {
+void closeAll(std::initializer_list<int> descriptors) {
+  for (int fd : descriptors) {
     if (fd >= 0) close(fd);
   }
+}
+
+/* What is the server's alone. */
+void closeOwn(const Server &server) {
+  closeAll({server.sockets.notify, server.sockets.control, server.signals, server.pool.hangUpWrite});
   for (const Message &message : server.messages) close(message.sock);
+}
+
+[[noreturn]] void becomeWorker(const Server &server, int slot) {
+  closeOwn(server);
+  closeAll({server.pool.take});
   work(server.sockets.listener, server.pool, server.board, slot);
 }
 
@@ -72,11 +86,37 @@ void startWorkers(Server &server, int64_t *wake) {
   }
 }
 
+/* A relay process that ends with workers left is replaced: what they offer meanwhile waits for the next. */
+void startRelay(Server &server, int64_t *wake) {
+  if (server.pool.take < 0 || server.relay > 0 || (server.pool.board->closing && server.pool.workers.empty())) return;
+  if (milliseconds() < server.relayFrom) {
+    *wake = std::min(*wake, server.relayFrom);
+    return;
+  }
+  server.relayFrom = milliseconds() + startPause;
+  server.board->tunnels[server.slot] = 0;
+  server.relay = fork();
+  if (server.relay < 0) *wake = std::min(*wake, server.relayFrom);
+  if (server.relay != 0) return;
+  closeOwn(server);
+  const Pool &pool = server.pool;
+  closeAll({server.sockets.listener, pool.poke, pool.hangUpRead, pool.offer});
+  relayTunnels(pool.take, server.board->tunnels[server.slot]);
+}
+
+void forgetRelay(Server &server, int status) {
+  server.relay = -1;
+  server.board->tunnels[server.slot] = 0;
+  if (WIFSIGNALED(status) && server.phase != Phase::ending && server.phase != Phase::killing)
+    say("the process that holds the tunnels ended by signal " + std::to_string(WTERMSIG(status)));
+}
+
 void reapChildren(Server &server) {
   struct signalfd_siginfo info;
   while (read(server.signals, &info, sizeof info) > 0) continue;
   int status;
   for (pid_t child; (child = waitpid(-1, &status, WNOHANG)) > 0;) {
+    if (child == server.relay) forgetRelay(server, status);
     if (!forgetWorker(server.pool, *server.board, server.slot, child)) continue;
     removeScanFile(child);
     bool ownDoing = server.phase == Phase::ending || server.phase == Phase::killing;
@@ -87,6 +127,7 @@ void reapChildren(Server &server) {
 
 void signalChildren(const Server &server, int signal) {
   for (auto [child, slot] : server.pool.workers) kill(child, signal);
+  if (server.relay > 0) kill(server.relay, signal);
 }
 
 void closeSocket(int &sock) {
@@ -165,6 +206,7 @@ int pollTimeout(int64_t now, int64_t wake) {
 void serveRound(Server &server) {
   int64_t now = milliseconds(), wake = server.deadline;
   renewForLists(server, now, &wake);
+  startRelay(server, &wake);
   startWorkers(server, &wake);
   reducePool(server.pool, now, &wake);
   tellWaited(server.pool, now);
@@ -222,7 +264,7 @@ int serveClients(const ServerSockets &sockets, Board *board, int slot) {
     say(std::string("cannot serve: ") + std::strerror(errno));
     return 1;
   }
-  while (server.phase == Phase::serving || !server.pool.workers.empty()) serveRound(server);
+  while (server.phase == Phase::serving || !server.pool.workers.empty() || server.relay > 0) serveRound(server);
   return 0;
 }
 

@@ -31,6 +31,11 @@ const Setting serviceSettings[] = {
      "has a process of its own."},
     {"listen", "spare_processes", Number{&hostConfig.spareProcesses, 1, 1000, "processes"}, "4",
      "Processes that are kept waiting for clients, within max_connections. While more are needed more are started."},
+    {"listen", "max_tunnels", Number{&hostConfig.maxTunnels, 0, 1000000, "tunnels"}, "20000",
+     "HTTPS and other connections that are relayed unread, while strict_http is on, are held by one process for all, "
+     "up "
+     "to so many; they do not count as connections then. Further ones keep the process that served the request, as all "
+     "do with 0."},
     {"listen", "drain_seconds", Number{&hostConfig.drainSeconds, 0, mostSeconds, "seconds"}, "10",
      "What running connections are given to finish when the daemon is told to end."},
     {"upstream", "proxy", UpstreamAddress{}, "\"\"",

@@ -213,7 +213,7 @@ void reap(Supervisor &supervisor) {
     Generation gone = *found;
     close(gone.control);
     supervisor.generations.erase(found);
-    supervisor.board->workers[gone.slot] = 0;
+    supervisor.board->workers[gone.slot] = supervisor.board->tunnels[gone.slot] = 0;
     bury(supervisor, gone, status);
   }
 }

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "host/child.h"
+#include "host/handOver.h"
 #include "host/hostConfig.h"
 #include "host/problems.h"
 #include "host/sockets.h"
@@ -70,7 +71,7 @@ void becomeBusy(Worker &worker) {
   if (scarce || board.closing) poke(worker);
 }
 
-/* A client who is there when a connection ends and all that may run are busy has waited for it. */
+/* A client who is there already when a worker begins or a connection ends, and all that may run are busy, has waited. */
 void countWaiting(Worker &worker) {
   if (worker.pool.board->idle > 0 || allWorkers(*worker.board) < hostConfig.maxConnections) return;
   if (worker.pool.board->waited++ == 0) poke(worker);
@@ -102,7 +103,7 @@ int awaitClient(Worker &worker, struct sockaddr_in *peer) {
     int sock = takeClient(worker, peer);
     if (sock >= 0) {
       becomeBusy(worker);
-      if (!slept && worker.served > 0) countWaiting(worker);
+      if (!slept) countWaiting(worker);
       return sock;
     }
     if (mustEnd(worker)) leave(worker);
@@ -125,6 +126,7 @@ constexpr uint32_t mostNumbers = 100000000; /* with a tag of 40 bytes they fit w
 /* Log lines of a connection begin with its number: the process is the same for many. */
 void numberLines(const Worker &worker) {
   uint32_t number = ++worker.board->connections % mostNumbers;
+  numberTunnel(number);
   setDebugString((hostConfig.debugTag + "#" + std::to_string(number) + " ").c_str());
 }
 
@@ -139,6 +141,7 @@ void work(int listener, const Pool &pool, Board *board, int slot) {
     leave(worker);
   }
   worker.firstDescriptor = fillDescriptors();
+  if (pool.offer >= 0) handOverTunnels(pool.offer, board);
   while (getppid() == server) { /* it may have died before its death was to be told */
     struct sockaddr_in peer {};
     int sock = awaitClient(worker, &peer);

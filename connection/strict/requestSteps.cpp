@@ -19,7 +19,7 @@
 #include "http/strictWire.h"
 #include "log/debugLog.h"
 #include "log/resultLine.h"
-#include "scan/tunnel.h"
+#include "scan/handOverRelay.h"
 #include "state/connection.h"
 #include "state/settings.h"
 
@@ -176,7 +176,7 @@ Next serveConnect(Connection &connection, Cycle &cycle) {
   const Next next = answerConnect(connection);
   if (next != Next::step) return next;
   logTunneled(cycle.request.url.c_str());
-  tunnel(connection.ends.client, connection.ends.upstream, relayIdleSeconds);
+  handOverRelay(connection.ends.client, connection.ends.upstream, relayIdleSeconds, cycle.request.url.c_str());
   return endCall(connection, callTunneled);
 }
 

@@ -11,7 +11,7 @@
 #include "http/strictWire.h"
 #include "log/debugLog.h"
 #include "log/resultLine.h"
-#include "scan/tunnel.h"
+#include "scan/handOverRelay.h"
 #include "state/connection.h"
 #include "state/settings.h"
 
@@ -74,7 +74,7 @@ Next relayTunnel(Connection &connection, Cycle &cycle) {
   }
   if (connected) logTunneled(cycle.request.url.c_str());
   sendWholeHead(connection.ends.client, respheader, clientTimeoutSeconds);
-  tunnel(connection.ends.client, connection.ends.upstream, relayIdleSeconds);
+  handOverRelay(connection.ends.client, connection.ends.upstream, relayIdleSeconds, cycle.request.url.c_str());
   return endCall(connection, connected ? callTunneled : callEnded);
 }
 

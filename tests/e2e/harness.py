@@ -180,6 +180,16 @@ class Filter:
 
     def processes(self):
         """The workers: children of the servers that the daemon has started."""
+        return [pid for pid in self.served_by() if self.is_worker(pid)]
+
+    @staticmethod
+    def is_worker(pid):
+        with contextlib.suppress(OSError):
+            return Path(f"/proc/{pid}/comm").read_text() != "netsiftd-relay\n"
+        return False
+
+    def served_by(self):
+        """The workers and the processes that hold tunnels."""
         def children(pid):
             with contextlib.suppress(OSError):  # it has ended meanwhile
                 return Path(f"/proc/{pid}/task/{pid}/children").read_text().split()
@@ -196,7 +206,7 @@ class Filter:
             with contextlib.suppress(OSError):
                 return any(os.readlink(f"/proc/{pid}/fd/{fd}") in sockets for fd in os.listdir(f"/proc/{pid}/fd"))
             return False
-        return [pid for pid in self.processes() if serves(pid)] if sockets else []
+        return [pid for pid in self.served_by() if serves(pid)] if sockets else []
 
 
 class Peer(socketserver.ThreadingTCPServer):

@@ -159,7 +159,7 @@ class Workers(Road):
         self.assertEqual([processes.count(each) for each in dict.fromkeys(processes)], [3, 3, 1])
 
     def test_processes_come_and_go_with_the_load_and_one_is_woken_for_a_client(self):
-        filtering = self.filter({"listen.spare_processes": 6})
+        filtering = self.filter({"listen.spare_processes": 6, "listen.connections_per_process": 1000})
         wait_until(lambda: len(filtering.processes()) == 6, "the spare processes")
         clients = [filtering.connect() for _ in range(10)]
         wait_until(lambda: len(filtering.processes()) == 16 and len(filtering.connections()) == 10, "more processes")

@@ -1,0 +1,115 @@
+"""Tunnels that leave the process that served their request."""
+import contextlib
+import os
+import pathlib
+import signal
+import socket
+
+from harness import PATIENCE, Case, Nginx, read_all, wait_until
+
+ASK = b"GET http://localhost:25/ HTTP/1.1\r\nHost: localhost:25\r\nConnection: close\r\n\r\n"
+
+
+class Tunnels(Case):
+    settings = {"listen.max_connections": 1, "listen.spare_processes": 1}
+
+    def echoing(self):
+        """A peer that says back what it hears, and at the end of it how much that was."""
+        def handle(asked):
+            asked.settimeout(60)
+            count = 0
+            with contextlib.suppress(OSError):
+                while heard := asked.recv(65536):
+                    count += len(heard)
+                    asked.sendall(heard)
+                asked.sendall(f"<{count}>".encode())
+        return self.peer(handle)
+
+    def connect(self, filtering, port):
+        client = filtering.connect()
+        client.sendall(f"CONNECT localhost:{port} HTTP/1.1\r\nHost: localhost:{port}\r\n\r\n".encode())
+        self.assertTrue(client.recv(1000).endswith(b"\r\n\r\n"))
+        return client
+
+    def holder(self, filtering):
+        """The one process that holds tunnels now."""
+        holders = [pid for pid in filtering.served_by() if not filtering.is_worker(pid)]
+        self.assertEqual(len(holders), 1)
+        return int(holders[0])
+
+    def says_back(self, client, text):
+        client.sendall(text)
+        heard = b""
+        while len(heard) < len(text):
+            heard += client.recv(65536)
+        return heard == text
+
+    def test_a_worker_is_free_while_its_tunnel_goes_on_and_both_ends_are_passed_on(self):
+        filtering, peer = self.filter(), self.echoing()
+        with self.connect(filtering, peer.port) as first, self.connect(filtering, peer.port) as second:
+            self.assertTrue(self.says_back(first, b"one") and self.says_back(second, b"two" * 100_000))
+            self.assertIn(b"port 25", filtering.exchange(ASK))
+            first.shutdown(socket.SHUT_WR)
+            self.assertEqual(read_all(first), b"<3>")
+            self.assertTrue(self.says_back(second, b"still"))
+        self.assertRegex("\n".join(filtering.lines()), "Client IP:127.0.0.1,URL:localhost,TUNNEL CLOSED,UP:3,DOWN:6,")
+
+    def test_https_and_changes_of_protocol(self):
+        origin = Nginx(self.addCleanup)
+        page = origin.put("page.html", b"<html>" + b"words " * 50_000)
+        filtering = self.filter()
+        got = filtering.fetch(f"https://localhost:{origin.tls_port}/page.html", "--cacert", origin.folder / "cert.pem")
+        self.assertEqual(got.body, page)
+
+        def switch(asked):
+            asked.recv(1000)
+            asked.sendall(b"HTTP/1.1 101 Switching Protocols\r\nUpgrade: x\r\nConnection: upgrade\r\n\r\nready")
+            asked.sendall(asked.recv(1000).upper())
+        peer = self.peer(switch)
+        with filtering.connect() as client:
+            client.sendall(f"GET http://localhost:{peer.port}/ HTTP/1.1\r\nHost: localhost:{peer.port}\r\n"
+                           "Connection: Upgrade\r\nUpgrade: x\r\n\r\n".encode())
+            heard = b""
+            while not heard.endswith(b"ready"):
+                heard += client.recv(1000)
+            self.assertIn(b"port 25", filtering.exchange(ASK))
+            client.sendall(b"shout")
+            self.assertEqual(client.recv(1000), b"SHOUT")
+
+    def test_a_reload_cuts_none_and_a_crash_is_told_and_made_good(self):
+        filtering, peer = self.filter(), self.echoing()
+        daemon = filtering.process.pid
+        servers = pathlib.Path(f"/proc/{daemon}/task/{daemon}/children")
+        with self.connect(filtering, peer.port) as old:
+            filtering.process.send_signal(signal.SIGHUP)
+            wait_until(lambda: "loaded anew" in filtering.output.read_text(), "the reload")
+            self.assertTrue(self.says_back(old, b"still there") and len(servers.read_text().split()) == 2)
+        wait_until(lambda: len(servers.read_text().split()) == 1, "the generation before to end with its tunnel")
+        with self.connect(filtering, peer.port) as lost:
+            self.assertTrue(self.says_back(lost, b"x"))
+            os.kill(holder := self.holder(filtering), signal.SIGKILL)
+            with contextlib.suppress(ConnectionResetError):
+                self.assertEqual(lost.recv(1), b"")
+        wait_until(lambda: "holds the tunnels ended by signal 9" in filtering.output.read_text(), "the word of it")
+        with self.connect(filtering, peer.port) as next_one:
+            next_one.settimeout(PATIENCE)
+            self.assertTrue(self.says_back(next_one, b"again") and self.holder(filtering) != holder)
+        self.assertRegex("\n".join(filtering.lines()), "TUNNEL CLOSED,UP:11,DOWN:15,")
+
+    def test_without_room_they_stay_with_their_worker(self):
+        peer = self.echoing()
+        for most in (0, 1):
+            filtering = self.filter({"listen.max_connections": 2, "listen.max_tunnels": most})
+            clients = [self.connect(filtering, peer.port) for _ in range(most + 1)]
+            self.assertTrue(all(self.says_back(client, b"x") for client in clients))
+            self.assertEqual(sum(filtering.is_worker(pid) for pid in filtering.connections()), 1)
+            for client in clients:
+                client.close()
+
+    def test_the_end_of_the_daemon_gives_tunnels_their_time(self):
+        filtering, peer = self.filter({"listen.drain_seconds": 1}), self.echoing()
+        with self.connect(filtering, peer.port) as client:
+            self.assertTrue(self.says_back(client, b"x"))
+            filtering.process.terminate()
+            self.assertTrue(self.says_back(client, b"y"))
+            self.assertEqual(client.recv(1), b"")

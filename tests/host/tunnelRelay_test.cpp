@@ -1,0 +1,172 @@
+#include "host/tunnelRelay.h"
+
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+
+#include "host/clock.h"
+#include "host/handOver.h"
+#include "host/hostConfig.h"
+#include "http/wait.h"
+#include "netsift.h"
+#include "tests/support/scriptedDaemon.h"
+
+using namespace netsift::host;
+using namespace netsift::test;
+
+namespace {
+
+class TunnelRelay : public testing::Test {
+ protected:
+  TunnelRelay() {
+    hostConfig.maxTunnels = 3;
+    void *shared = mmap(nullptr, sizeof(Board), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    board = new (shared) Board{};
+    int ends[2];
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends), 0);
+    offers = ends[0];
+    relay = fork();
+    if (relay == 0) {
+      close(ends[0]);
+      relayTunnels(ends[1], board->tunnels[0]);
+    }
+    close(ends[1]);
+    handOverTunnels(offers, board);
+  }
+  ~TunnelRelay() override {
+    if (relay > 0) kill(relay, SIGKILL);
+    if (relay > 0) waitpid(relay, nullptr, 0);
+  }
+
+  /* Gives a tunnel between the two near ends away and forgets them, as a worker does. */
+  static bool give(SocketPair &client, SocketPair &upstream, int idleSeconds = -1) {
+    const bool taken = netsift_handOver(client.near, upstream.near, idleSeconds, "h:443") == 1;
+    EXPECT_EQ(wasHandedOver(), taken);
+    if (taken) {
+      close(std::exchange(client.near, dup(client.far)));
+      close(std::exchange(upstream.near, dup(upstream.far)));
+    }
+    return taken;
+  }
+
+  bool awaitTunnels(int count, int64_t within = 5000) {
+    for (int64_t end = milliseconds() + within; milliseconds() < end; usleep(2000)) {
+      if (board->tunnels[0] == count) return true;
+    }
+    return false;
+  }
+
+  /* What arrives within a moment. */
+  static std::string arriving(int fd) {
+    std::string all;
+    while (netsift::waitReadable(fd, all.empty() ? 2000 : 50) == netsift::Wait::ready) {
+      char block[65536];
+      const ssize_t count = recv(fd, block, sizeof block, MSG_DONTWAIT);
+      if (count <= 0) return all + "<end>";
+      all.append(block, static_cast<size_t>(count));
+    }
+    return all;
+  }
+
+  Board *board;
+  int offers;
+  pid_t relay;
+};
+
+}  // namespace
+
+TEST_F(TunnelRelay, PassesBytesBothWaysAndEachEndAlone) {
+  SocketPair client, upstream;
+  ASSERT_TRUE(give(client, upstream));
+  ASSERT_TRUE(awaitTunnels(1));
+  client.send("hello");
+  EXPECT_EQ(arriving(upstream.far), "hello");
+  upstream.send("well");
+  EXPECT_EQ(arriving(client.far), "well");
+  client.send("the last");
+  shutdown(client.far, SHUT_WR);
+  EXPECT_EQ(arriving(upstream.far), "the last<end>");
+  upstream.send("more");
+  EXPECT_EQ(arriving(client.far), "more") << "the other direction goes on";
+  shutdown(upstream.far, SHUT_WR);
+  EXPECT_EQ(arriving(client.far), "<end>");
+  EXPECT_TRUE(awaitTunnels(0));
+}
+
+/* More than every buffer on the way holds, in both directions at once, to receivers that wait first. */
+TEST_F(TunnelRelay, LosesNothingToSlowReceivers) {
+  SocketPair client, upstream;
+  ASSERT_TRUE(give(client, upstream));
+  std::mt19937 random(7);
+  std::string sent[2], received[2];
+  for (std::string &each : sent) {
+    each.resize(8'000'000);
+    std::generate(each.begin(), each.end(), [&random] { return static_cast<char>(random()); });
+  }
+  const int ends[] = {client.far, upstream.far};
+  std::vector<std::thread> threads;
+  for (int i : {0, 1}) {
+    threads.emplace_back([&, i] {
+      for (size_t from = 0; from < sent[i].size();)
+        from += static_cast<size_t>(std::max<ssize_t>(0, send(ends[i], &sent[i][from], sent[i].size() - from, 0)));
+      shutdown(ends[i], SHUT_WR);
+    });
+    threads.emplace_back([&, i] {
+      usleep(200'000);
+      received[i] = readToEnd(ends[i]);
+    });
+  }
+  for (std::thread &thread : threads) thread.join();
+  EXPECT_TRUE(received[0] == sent[1] && received[1] == sent[0])
+      << received[0].size() << " and " << received[1].size() << " bytes";
+  EXPECT_TRUE(awaitTunnels(0));
+}
+
+TEST_F(TunnelRelay, AnIdleTunnelEndsAndABusyOneDoesNot) {
+  SocketPair idle, idleSite, busy, busySite, endless, endlessSite;
+  const int64_t began = milliseconds();
+  ASSERT_TRUE(give(idle, idleSite, 1) && give(busy, busySite, 2) && give(endless, endlessSite, -1));
+  for (int i = 0; i < 7; i++) {
+    busy.send("x");
+    usleep(500'000);
+  }
+  EXPECT_EQ(arriving(idle.far), "<end>");
+  EXPECT_EQ(arriving(busySite.far), "xxxxxxx");
+  EXPECT_TRUE(awaitTunnels(1, 6000)) << "the one without limit";
+  EXPECT_GT(milliseconds() - began, 5000);
+}
+
+TEST_F(TunnelRelay, ABrokenSideEndsTheOther) {
+  SocketPair client, upstream;
+  ASSERT_TRUE(give(client, upstream));
+  ASSERT_TRUE(awaitTunnels(1));
+  close(std::exchange(client.near, -1));
+  client.closeFar();
+  upstream.send("to nobody");
+  EXPECT_TRUE(awaitTunnels(0));
+  EXPECT_EQ(arriving(upstream.far), "<end>");
+}
+
+TEST_F(TunnelRelay, TakesSoManyAndNoMoreAndEndsWithTheLast) {
+  SocketPair clients[4], upstreams[4];
+  for (int i = 0; i < 3; i++) {
+    ASSERT_TRUE(give(clients[i], upstreams[i]));
+    ASSERT_TRUE(awaitTunnels(i + 1));
+  }
+  EXPECT_FALSE(give(clients[3], upstreams[3])) << "a fourth stays";
+  close(offers);
+  usleep(100'000);
+  EXPECT_EQ(waitpid(relay, nullptr, WNOHANG), 0);
+  clients[2].send("still there");
+  EXPECT_EQ(arriving(upstreams[2].far), "still there");
+  for (int i = 0; i < 3; i++) {
+    for (SocketPair *pair : {&clients[i], &upstreams[i]}) {
+      close(std::exchange(pair->near, -1));
+      pair->closeFar();
+    }
+  }
+  int status = -1;
+  EXPECT_EQ(waitpid(relay, &status, 0), relay);
+  EXPECT_EQ(status, 0);
+  relay = -1;
+}
