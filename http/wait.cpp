@@ -1,7 +1,5 @@
 #include "http/wait.h"
 
-#include <sys/socket.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <ctime>
@@ -12,31 +10,41 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using std::chrono::nanoseconds;
 
-/* Whether what poll tells of the client is that it has left. */
-bool isEnd(const pollfd &client) {
-  if ((client.revents & (POLLRDHUP | POLLHUP | POLLERR)) == 0) return false;
-  const int callersErrno = errno;
-  char next;
-  const ssize_t pending = recv(client.fd, &next, 1, MSG_PEEK | MSG_DONTWAIT);
-  const bool isSocket = pending >= 0 || errno != ENOTSOCK;
-  errno = callersErrno;
-  return isSocket && pending <= 0;
+constexpr nanoseconds patience = std::chrono::milliseconds(halfClosedMilliseconds);
+
+enum class ClientEnd { open, ended, reset };
+
+/* What poll tells of the client: both ways are closed, or it sends no more. */
+ClientEnd endOf(const pollfd &client) {
+  if ((client.revents & (POLLHUP | POLLERR)) != 0) return ClientEnd::reset;
+  return (client.revents & POLLRDHUP) != 0 ? ClientEnd::ended : ClientEnd::open;
+}
+
+ClientEnd endOf(int client) {
+  pollfd watched{client, POLLRDHUP, 0};
+  return poll(&watched, 1, 0) > 0 ? endOf(watched) : ClientEnd::open;
 }
 
 Wait waitFor(int fd, short events, int64_t milliseconds, int client) {
   constexpr int64_t longest = INT64_MAX / 2'000'000; /* as nanoseconds, and added to the clock's */
-  const nanoseconds limit = std::chrono::milliseconds(std::clamp<int64_t>(milliseconds, -1, longest));
   const Clock::time_point start = Clock::now();
+  nanoseconds limit = std::chrono::milliseconds(std::clamp<int64_t>(milliseconds, -1, longest));
+  Wait late = Wait::timedOut;
   pollfd both[] = {{fd, events, 0}, {client, POLLRDHUP, 0}};
-  std::span<pollfd> waited(both, client < 0 ? 1 : 2);
+  const std::span<pollfd> waited(both, client < 0 ? 1 : 2);
   for (nanoseconds left = limit;;) {
     const int ready = waitOnce(waited, left);
-    if (ready == 0) return Wait::timedOut;
+    if (ready == 0) return late;
     if (ready < 0 && errno != EINTR) return Wait::failed;
     if (ready > 0) {
       if (both[0].revents != 0) return Wait::ready;
-      if (isEnd(both[1])) return Wait::clientLeft;
-      waited = waited.first(1); /* what it sent before it closed stays unread for longer than this wait */
+      if (endOf(both[1]) == ClientEnd::reset) return Wait::clientLeft;
+      both[1].events = 0; /* from here on a reset alone is told */
+      const nanoseconds atMost = Clock::now() - start + patience;
+      if (limit < nanoseconds::zero() || atMost < limit) {
+        limit = atMost;
+        late = Wait::clientLeft;
+      }
     }
     if (limit >= nanoseconds::zero()) left = std::max(nanoseconds::zero(), start + limit - Clock::now());
   }
@@ -65,9 +73,12 @@ int waitOnce(int fd, short events, nanoseconds limit) {
 Wait waitReadable(int fd, int64_t milliseconds, int client) { return waitFor(fd, POLLIN, milliseconds, client); }
 Wait waitWritable(int fd, int64_t milliseconds, int client) { return waitFor(fd, POLLOUT, milliseconds, client); }
 
-bool hasLeft(int client) {
-  pollfd watched{client, POLLRDHUP, 0};
-  return poll(&watched, 1, 0) > 0 && isEnd(watched);
+bool hasLeft(int client) { return client >= 0 && endOf(client) == ClientEnd::reset; }
+
+bool hasLeft(ClientWatch &watch) {
+  const ClientEnd end = watch.client < 0 ? ClientEnd::open : endOf(watch.client);
+  if (end == ClientEnd::ended && watch.endSeen == Clock::time_point()) watch.endSeen = Clock::now();
+  return end == ClientEnd::reset || (end == ClientEnd::ended && Clock::now() - watch.endSeen >= patience);
 }
 
 }  // namespace netsift

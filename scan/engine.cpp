@@ -27,13 +27,16 @@ int64_t timeLeft(const Dialogue &dialogue) {
   return std::max<int64_t>(0, std::chrono::ceil<milliseconds>(*dialogue.end - Clock::now()).count());
 }
 
+/* Nobody is served at load, where the number would be that of standard input. */
+int watchedClient() { return clientsock > 0 ? clientsock : nobody; }
+
 /* Whether the engine has said something, within the dialogue's time and `most` milliseconds (negative: no such). */
 bool hasSpoken(const Dialogue &dialogue, int64_t most = -1) {
   if (!dialogue.strict) return true;
   const int64_t left = timeLeft(dialogue);
   const int64_t limit = left < 0 || most < 0 ? std::max(left, most) : std::min(left, most);
   /* An engine that never pauses is ready without end. */
-  const Wait wait = left == 0 ? Wait::timedOut : waitReadable(dialogue.fd, limit, clientsock);
+  const Wait wait = left == 0 ? Wait::timedOut : waitReadable(dialogue.fd, limit, watchedClient());
   if (wait == Wait::timedOut) dprintf(1, "AV engine gave no answer in time\n");
   if (wait == Wait::clientLeft) dprintf(4, "the client left while the AV engine was asked\n");
   return wait == Wait::ready;
@@ -67,7 +70,7 @@ bool connectInTime(const Dialogue &dialogue, const char *path) {
     setsockopt(dialogue.fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
     if (slice > 0 && connectUnixSocket(dialogue.fd, path) == 0) return true;
     const bool waits = slice > 0 && (errno == EAGAIN || errno == EINTR);
-    if (!waits || hasLeft(clientsock)) return false;
+    if (!waits || hasLeft(watchedClient())) return false;
   }
 }
 

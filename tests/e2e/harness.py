@@ -93,7 +93,7 @@ class Filter:
     the configuration folder to their text."""
 
     def __init__(self, cleanup, settings=None, files=None, folder=None):
-        self.root, self.strict = folder or scratch_folder(), (settings or {}).get("http.strict_http", True)
+        self.root = folder or scratch_folder()
         self.etc, self.run = self.root / "opt/Velmora/etc/netsift", self.root / "opt/Velmora/var/run"
         self.logs, self.spool = self.root / "var/Velmora/var/log", self.root / "sp"
         subprocess.run([TOP / "scripts/layout.sh", self.root], check=True)
@@ -173,8 +173,7 @@ class Filter:
     def exchange(self, data):
         """Sends bytes and their end, and returns all that comes back until the filter closes."""
         with self.connect() as client:
-            # With an empty line behind it, which is ignored, the client has not left yet although it is at its end.
-            client.sendall(data + (b"\r\n" if self.strict and b"\r\n\r\n" in data else b""))
+            client.sendall(data)
             client.shutdown(socket.SHUT_WR)
             return read_all(client)
 
