@@ -47,6 +47,32 @@ bool appendToSpool(const char *piece, size_t length) {
   return whole;
 }
 
+int createSpool() {
+  const int file = open(virfilename, O_RDWR | O_CREAT | O_EXCL | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0666);
+  if (file < 0) dprintf(1, "error creating virus scan file\n");
+  return file;
+}
+
+bool writeSpool(int file, uint64_t size, const char *piece, size_t length) {
+  for (size_t written = 0; written < length;) {
+    const ssize_t count = write(file, piece + written, length - written);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) {
+      dprintf(1, "error writing to virus file\n");
+      static_cast<void>(!ftruncate(file, static_cast<off_t>(size)));
+      return false;
+    }
+    written += static_cast<size_t>(count);
+  }
+  return true;
+}
+
+bool isSpoolInPlace(int file, uint64_t size) {
+  struct stat own, found;
+  return fstat(file, &own) == 0 && lstat(virfilename, &found) == 0 && own.st_dev == found.st_dev &&
+         own.st_ino == found.st_ino && own.st_size == static_cast<off_t>(size);
+}
+
 int32_t scanSpool(char (&virusName)[virusNameSize]) {
   virusName[0] = '\0';
   const int32_t verdict = isVirusInfection(virfilename, virusName, DoVlavScan, DoClamScan);
@@ -58,6 +84,7 @@ int32_t scanSpoolByAll(char (&virusName)[virusNameSize]) {
   virusName[0] = '\0';
   const int32_t first = isVirusInfection(virfilename, virusName, DoVlavScan, 0);
   if (first == 1) return first;
+  virusName[0] = '\0'; /* an engine that failed leaves a word there too */
   const int32_t second = isVirusInfection(virfilename, virusName, 0, DoClamScan);
   return second == 1 || first == 0 ? second : first;
 }

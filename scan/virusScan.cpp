@@ -143,13 +143,12 @@ int32_t askStatus(const Dialogue &dialogue, const char *path, char *name) {
   char reply[256] = {};
   const ssize_t length = hearOnce(dialogue, reply, sizeof reply - 1);
   if (length < 0) return reportDown(name);
-  if (dialogue.strict && !isStatus({reply, static_cast<size_t>(length)})) {
-    dprintf(2, "ERROR: no scan status\n");
-    return reportDown(name);
-  }
-  if (length == 0) return clean;
-  dprintf(2, "---------Scan result for file %s\n", path);
-  return judgeStatus(reply, name);
+  if (length == 0 && !dialogue.strict) return clean;
+  if (length > 0) dprintf(2, "---------Scan result for file %s\n", path);
+  const int32_t verdict = length == 0 ? clean : judgeStatus(reply, name);
+  if (!dialogue.strict || verdict != clean || isStatus({reply, static_cast<size_t>(length)})) return verdict;
+  dprintf(2, "ERROR: no scan status\n");
+  return reportDown(name);
 }
 
 int32_t judgeWords(const char *line) {
@@ -166,8 +165,8 @@ int32_t judgeLastWord(std::string_view line) {
   if (line.size() >= lineMaximum - 1 && line.back() != '\n') return scanError;
   while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.remove_suffix(1);
   const std::string_view word = line.substr(line.find_last_of(" \t") + 1);
-  if (word == "FOUND") return infected;
   if (word == "OK") return clean;
+  if (line.find("FOUND") != line.npos) return infected;
   dprintf(2, "error in scanning\n");
   return scanError;
 }

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 
 #include "connection/contract/steps.h"
@@ -9,7 +8,6 @@
 #include "http/httpHeader.h"
 #include "http/socket.h"
 #include "log/debugLog.h"
-#include "log/peerText.h"
 #include "log/resultLine.h"
 #include "policy/popupIndex.h"
 #include "scan/scanSpool.h"
@@ -145,11 +143,14 @@ Flow judgeContent(Body &body) {
 /* The file's clean part beyond what the client has, before the next piece is read. */
 Flow releaseScanned(Body &body) {
   char block[spoolBlock];
-  const bool taken = releaseSpool(body.delivered, spoolEnd, block, sizeof block, [&](const char *bytes, size_t count) {
-    if (sendToClient(body.connection, bytes, count)) return true;
-    dprintf(7, "Client closed connection while receiving body of size %d\n", static_cast<int>(count));
-    return false;
-  });
+  const int file = openSpool();
+  const bool taken =
+      releaseSpool(file, body.delivered, spoolEnd, block, sizeof block, [&](const char *bytes, size_t count) {
+        if (sendToClient(body.connection, bytes, count)) return true;
+        dprintf(7, "Client closed connection while receiving body of size %d\n", static_cast<int>(count));
+        return false;
+      });
+  closeSpool(file);
   if (!taken) {
     body.callResult = callLeft;
     return Flow::endCall;
@@ -263,8 +264,10 @@ bool sendSpoolBlock(Body &body, const char *block, size_t count) {
 
 void deliverRest(Body &body) {
   if (!isScanning(body) || body.status != 1) return;
-  const bool taken = releaseSpool(body.delivered, spoolEnd, httpbody, sizeof httpbody,
+  const int file = openSpool();
+  const bool taken = releaseSpool(file, body.delivered, spoolEnd, httpbody, sizeof httpbody,
                                   [&](const char *block, size_t count) { return sendSpoolBlock(body, block, count); });
+  closeSpool(file);
   if (!taken) dprintf(7, "Client closed connection while receiving body\n");
   dprintf(7, "Response Body sent to client\n");
 }

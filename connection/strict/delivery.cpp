@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
 
@@ -59,6 +60,8 @@ struct Delivery {
   bool timedOut = false;
   bool trusted = true; /* every check that is on has passed all of it */
   int popupIndex = -1;
+  int spool = -1; /* the scan file, once there is something in it */
+  ClientWatch watch{connection.ends.client};
   uint64_t spooled = 0, scanned = 0, delivered = 0, threshold = 0;
   char virusName[virusNameSize] = "";
 };
@@ -247,43 +250,54 @@ Flow handleUnjudged(Delivery &delivery) {
 
 /* -- the scan file -- */
 
-bool releaseCollected(Delivery &delivery) {
+Flow releaseCollected(Delivery &delivery) {
+  if (delivery.delivered == delivery.spooled) return Flow::on;
   const Text block(static_cast<char *>(std::malloc(spoolBlock)));
   uint64_t sent = delivery.delivered;
   const bool taken =
-      block && releaseSpool(sent, delivery.spooled, block.get(), spoolBlock,
+      block && releaseSpool(delivery.spool, sent, delivery.spooled, block.get(), spoolBlock,
                             [&](const char *bytes, size_t count) { return release(delivery, bytes, count); });
-  return taken && sent == delivery.spooled;
+  if (taken && sent == delivery.spooled) return Flow::on;
+  if (taken) dprintf(1, "error reading the virus scan file\n");
+  return Flow::gone;
+}
+
+/* The engines' verdict on all that was collected, which they read by the file's name. */
+int32_t askEngines(Delivery &delivery) {
+  if (!isSpoolInPlace(delivery.spool, delivery.spooled)) return NETSIFT_SCAN_FAILED;
+  return scanSpoolByAll(delivery.virusName);
 }
 
 /* Judges all that was collected since the last scan and lets it go. */
 Flow scanCollected(Delivery &delivery) {
   if (delivery.scanned < delivery.spooled) {
-    const int32_t verdict = scanSpoolByAll(delivery.virusName);
+    const int32_t verdict = askEngines(delivery);
     if (verdict == NETSIFT_SCAN_INFECTED) {
       refuseInfected(delivery.connection, delivery.cycle, delivery.virusName);
       return Flow::blocked;
     }
-    if (hasLeft(delivery.connection.ends.client)) return Flow::gone;
+    if (hasLeft(delivery.watch)) return Flow::gone;
     const Flow flow = verdict == NETSIFT_SCAN_CLEAN ? Flow::on : handleUnscanned(delivery, verdict);
     if (flow != Flow::on) return flow;
     delivery.scanned = delivery.spooled;
   }
-  return releaseCollected(delivery) ? Flow::on : Flow::gone;
+  return releaseCollected(delivery);
 }
 
 /* Into the scan file. A client that has left is noticed here, since nothing is sent to it meanwhile. */
 Flow collectPiece(Delivery &delivery, const char *piece, size_t length) {
-  if (hasLeft(delivery.connection.ends.client)) return Flow::gone;
-  if (appendToSpool(piece, length)) {
+  if (hasLeft(delivery.watch)) return Flow::gone;
+  if (delivery.spool < 0) delivery.spool = createSpool();
+  if (delivery.spool >= 0 && writeSpool(delivery.spool, delivery.spooled, piece, length)) {
     delivery.spooled += length;
     if (delivery.threshold == 0 || delivery.spooled < delivery.threshold) return Flow::on;
     while (delivery.threshold <= delivery.spooled) delivery.threshold *= 2;
     return scanCollected(delivery);
   }
-  const Flow flow = handleUnscanned(delivery, NETSIFT_SCAN_FAILED);
+  Flow flow = handleUnscanned(delivery, NETSIFT_SCAN_FAILED);
+  if (flow == Flow::on) flow = releaseCollected(delivery);
   if (flow != Flow::on) return flow;
-  return releaseCollected(delivery) && release(delivery, piece, length) ? Flow::on : Flow::gone;
+  return release(delivery, piece, length) ? Flow::on : Flow::gone;
 }
 
 /* A piece that passed: into the scan file, or to the client. */
@@ -346,8 +360,9 @@ Flow plan(Delivery &delivery) {
   const Flow flow = planCoding(delivery);
   if (flow != Flow::on) return flow;
   if (delivery.judges && contentcheck != 0) prepareContentFilter();
+  if (!delivery.scans) return Flow::on;
   nameSpool();
-  return delivery.scans && !clearSpool() ? handleUnscanned(delivery, NETSIFT_SCAN_FAILED) : Flow::on;
+  return clearSpool() ? Flow::on : handleUnscanned(delivery, NETSIFT_SCAN_FAILED);
 }
 
 /* A stream of events, and what nothing is looked for in, is passed as it comes; its head does not wait for its body. */
@@ -401,8 +416,9 @@ Next conclude(Delivery &delivery, Flow flow) {
   Cycle &cycle = delivery.cycle;
   const bool whole = flow == Flow::finished;
   cycle.responseComplete = mayFollow(delivery);
-  if (whole && mayStore(cycle) && delivery.trusted) storeClean(cycle, "delivery.cpp", __LINE__);
+  if (whole && mayStore(cycle) && cycle.date && delivery.trusted) storeClean(cycle, "delivery.cpp", __LINE__);
   const bool looksWhole = cycle.responseBegun && !isKnownLength(delivery); /* to a client that waits for the close */
+  if (flow == Flow::gone) dprintf(2, "The response did not reach its client.\n");
   if (!whole && looksWhole) breakOff(connection.ends.client, flow == Flow::gone ? 0 : clientTimeoutSeconds);
   retractRequest();
   destroyHeader(&respheader);
@@ -420,6 +436,7 @@ Next deliver(Connection &connection, Cycle &cycle) {
   if (flow == Flow::on) flow = beginDelivery(delivery) ? handlePieces(delivery) : Flow::gone;
   if (flow == Flow::finished || flow == Flow::cut) flow = finishDelivery(delivery, flow);
   if (delivery.decodes) endCoding(delivery.decoder);
+  closeSpool(delivery.spool);
   return conclude(delivery, flow);
 }
 
