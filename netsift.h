@@ -19,7 +19,7 @@
      one waits for ever. Sizes are bytes, ports are in host byte order, addresses as their operation says.
    - Failures are results and a line in the debug log; no exception leaves the library, and errno says nothing after a
      call. Running out of memory where no failure is named ends the process that serves the connection.
-   - Descriptors stay open: who opened or accepted one closes it. SIGPIPE is to be ignored by the host.
+   - Descriptors stay open, but for those that StrictHttp closes: who opened or accepted one closes it. SIGPIPE is to be ignored by the host.
    - Paths. The system's fixed ones ("/opt/Velmora/...", "/var/Velmora/...") lie behind `installroot`; one that is an
      argument is used as it stands. */
 #ifndef NETSIFT_H

@@ -11,6 +11,7 @@
 
 #include "log/debugLog.h"
 #include "state/settings.h"
+#include "state/strict.h"
 #include "util/unixSocket.h"
 
 namespace {
@@ -26,7 +27,7 @@ int reachHost() {
   }
   if (netsift::connectUnixSocket(fd, hostSocket) == 0) return fd;
   dprintf(1, "error connecting to UDS Socket in child %s\n", std::strerror(errno));
-  if (StrictHttp != 0) close(fd); /* else it stays open until the process ends, as it always has */
+  if (netsift::strictHttp()) close(fd); /* else it stays open until the process ends, as it always has */
   return -1;
 }
 

@@ -15,7 +15,7 @@
 #include "http/socket.h"
 #include "log/debugLog.h"
 #include "state/connection.h"
-#include "state/settings.h"
+#include "state/strict.h"
 #include "util/installPath.h"
 
 namespace netsift {
@@ -55,15 +55,13 @@ const char *statusText(int status) {
   return "Error";
 }
 
-bool tellsStatus() { return (StrictHttp & STRICT_HTTP) != 0; }
-
 int blockStatus() { return (StrictHttp & STRICT_BLOCK_WITH_200) != 0 ? 200 : blockedStatus; }
 
 /* The three lines that every answer begins with, then its own, in one send. Without StrictHttp every answer is a 200,
    so that the browser shows the filter's page and not one of its own. */
 void sendAnswerHead(int32_t sock, int status, const char *ownLines) {
   char lines[headRoom];
-  const bool strict = tellsStatus();
+  const bool strict = strictHttp();
   std::snprintf(lines, sizeof lines, "HTTP/1.1 %d %s\r\nContent-Type: text/html\r\nPragma: no-cache\r\n%s%s",
                 strict ? status : 200, strict ? statusText(status) : "OK", strict ? "Connection: close\r\n" : "",
                 ownLines);
@@ -85,7 +83,7 @@ void freeRequest() {
 /* To the connection's client, wherever the head went; not to one that asked for the head alone. */
 void sendPage(const Text &page) {
   const size_t length = std::strlen(page.get());
-  if (length == 0 || (tellsStatus() && std::strcmp(request, "HEAD") == 0)) return;
+  if (length == 0 || (strictHttp() && std::strcmp(request, "HEAD") == 0)) return;
   sendHTTPBody(clientsock, page.get(), static_cast<int>(length), sendSeconds);
 }
 
@@ -105,7 +103,7 @@ void sendBlockPage(int32_t sock) {
 
 /* Without StrictHttp no blank line ends this head. */
 void sendEmptyBlock(int32_t sock) {
-  sendAnswerHead(sock, blockStatus(), tellsStatus() ? "Content-Length: 0\r\n\r\n" : "Content-Length: 0\r\n");
+  sendAnswerHead(sock, blockStatus(), strictHttp() ? "Content-Length: 0\r\n\r\n" : "Content-Length: 0\r\n");
 }
 
 void sendFilledError(int32_t sock, int status) {

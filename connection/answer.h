@@ -9,10 +9,10 @@
 
 NETSIFT_BEGIN
 
-/* The block page: a "200 OK" head on `sock` and the filled block template on `clientsock`, whatever `sock` is. URLs
-   that hold "/Messenger." get the messenger template. A template that cannot be read gives "Content-Length: 0" and no
-   body. `withpage` 0: the head alone, ended by "Content-Length: 0" and no empty line (with one under StrictHttp).
-   Returns 0, which means nothing. */
+/* The block page: a "200 OK" head (under StrictHttp 403) on `sock` and the filled block template on `clientsock`,
+   whatever `sock` is. URLs that hold "/Messenger." get the messenger template. A template that cannot be read gives
+   "Content-Length: 0" and no body. `withpage` 0: the head alone, ended by "Content-Length: 0" and no empty line (with
+   one under StrictHttp). Returns 0, which means nothing. */
 NETSIFT_API int32_t blockConnection(int32_t sock, uint8_t withpage);
 
 /* The error page: a head without a length on `sock`, since the page ends when the connection does, and the filled error

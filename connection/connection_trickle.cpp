@@ -9,6 +9,7 @@
 #include "log/debugLog.h"
 #include "state/connection.h"
 #include "state/settings.h"
+#include "state/strict.h"
 
 namespace netsift {
 namespace {
@@ -28,7 +29,7 @@ Next runSteps(std::span<const Step> steps, Connection &connection, Cycle &cycle)
   for (const Step &step : steps) {
     const Next next = step.run(connection, cycle);
     if (next == Next::step) continue;
-    dprintf(7, "cycle left at step %s\n", step.name);
+    dprintf(7, "%s cycle left at step %s\n", connection.road.name, step.name);
     return next;
   }
   return Next::step;
@@ -49,7 +50,7 @@ Next runCycle(Connection &connection) {
 }  // namespace netsift
 
 int32_t connectionHandle(void) {
-  netsift::Connection connection{(StrictHttp & STRICT_HTTP) != 0 ? netsift::strictRoad : netsift::contractRoad};
+  netsift::Connection connection{netsift::strictHttp() ? netsift::strictRoad : netsift::contractRoad};
   netsift::setUpConnection(connection);
   while (netsift::runCycle(connection) != netsift::Next::end) {
   }

@@ -33,13 +33,13 @@ using File = std::unique_ptr<std::FILE, FileCloser>;
 
 struct Road;
 
-/* The two sockets of a connection; the client's is the host's to close. */
+/* The two sockets of a connection. */
 struct Ends {
   int client = -1;
   int upstream = -1;
 };
 
-/* StrictHttp: whether the upstream socket may carry the next request, and in direct mode to whom it is connected. */
+/* StrictHttp: whether the upstream socket may carry the next request, and in direct mode to whom it leads. */
 struct UpstreamUse {
   bool open = false;
   bool used = false; /* it has carried a request */
@@ -57,6 +57,7 @@ struct Connection {
   int8_t lastStatus = 1;            /* of the last completed body: 1 good, -1 failed; 1 before any */
   int32_t result = 0;               /* what the call returns once a step says Next::end */
 
+  /* The contract's road. */
   uint32_t scanThreshold = 0; /* bytes collected before the next scan; doubled by every scan */
   uint32_t receivedTotal = 0; /* body bytes read from upstream over all cycles, modulo 2^32 */
   bool alreadyCached = false; /* an infected verdict has been stored */

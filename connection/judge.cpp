@@ -96,7 +96,8 @@ void noteUnknown(Cycle &cycle, const char *file, int line) {
 Next refuseKnown(Connection &connection, Cycle &cycle, int verdict) {
   const char *url = cycle.request.url.c_str();
   addto_urlcache_db(url, cycle.date.get(), verdict);
-  const Next next = answer(connection, cycle, {.result = callEnded});
+  const Why why = verdict == verdictInfected ? Why::infected : Why::knownOffensive;
+  const Next next = refuse(connection, cycle, {.reason = sentenceFor(why), .result = callEnded});
   dprintf(7, "URL:%s,STATUS:BLOCKED,%s(In cache db)\n", peerText(url),
           verdict == verdictInfected ? "INFECTED" : "Offensive content.");
   return next;

@@ -1,5 +1,6 @@
-/* The verdicts on a response, the same on both roads: its type, its text, viruses, what the cache remembers of it, and
-   what is put into a page. Reading, framing and release are the roads' own. Internal to connection/. */
+/* What is said of a response and stored, the same on both roads: its type, its text, viruses, what is not scanned, what
+   the cache remembers, and what is put into a page. Reading, framing and release are the roads' own. Internal to
+   connection/. */
 #ifndef NETSIFT_CONNECTION_JUDGE_H
 #define NETSIFT_CONNECTION_JUDGE_H
 

@@ -2,7 +2,7 @@
 
 #include "connection/refuse.h"
 #include "state/connection.h"
-#include "state/settings.h"
+#include "state/strict.h"
 
 namespace netsift {
 namespace {
@@ -18,7 +18,7 @@ struct Reason {
 };
 
 constexpr Reason reasons[] = {
-    {Why::proxyDown, {"Proxy Server Not Running", ""}, {"The upstream proxy cannot be reached.", ""}},
+    {Why::proxyDown, {"Proxy Server Not Running", nullptr}, {"The upstream proxy cannot be reached: ", "."}},
     {Why::noAnswer, {"Timeout while getting response from server.\n", ""}, {"The server did not answer in time.", ""}},
     {Why::port, {"access to port:", " not allowed"}, {"Connections to port ", " are not allowed."}},
     {Why::address,
@@ -35,10 +35,11 @@ constexpr Reason reasons[] = {
     {Why::offensive,
      {"Offensive content found on the site in category ", ""},
      {"The page's text fits the category \"", "\"."}},
+    {Why::knownOffensive, {"", nullptr}, {"The page was found offensive before and has not changed since.", ""}},
     {Why::infected, {"Content is infected\n", nullptr}, {"A virus was found in the file", "."}},
     {Why::noEngine,
      {"Anti Virus Server Not Running\n", ""},
-     {"The virus scanner is not running, and nothing is let through unscanned.", ""}},
+     {"The virus scanner gives no answer, and nothing is let through unscanned.", ""}},
     {Why::scanFailed,
      {"Error In Scanning For Virus\n", ""},
      {"The file could not be scanned for viruses, and nothing is let through unscanned.", ""}},
@@ -51,19 +52,17 @@ const Reason *find(Why why) {
   return nullptr;
 }
 
-bool speaksSentences() { return (StrictHttp & STRICT_HTTP) != 0; }
-
 }  // namespace
 
 std::string reasonFor(Why why, const std::string &detail) {
   const Reason *reason = find(why);
   if (reason == nullptr) return detail;
-  const Wording &wording = speaksSentences() ? reason->strict : reason->contract;
+  const Wording &wording = strictHttp() ? reason->strict : reason->contract;
   return wording.behind == nullptr ? wording.before : wording.before + detail + wording.behind;
 }
 
 std::string sentenceFor(Why why, const std::string &detail) {
-  return speaksSentences() ? reasonFor(why, detail) : std::string();
+  return strictHttp() ? reasonFor(why, detail) : std::string();
 }
 
 void setReason(const std::string &text) { std::snprintf(reason, sizeof reason, "%s", text.c_str()); }

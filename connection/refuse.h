@@ -21,6 +21,7 @@ enum class Why {
   contentType,
   rating,
   offensive,
+  knownOffensive,
   infected,
   noEngine,
   scanFailed,

@@ -14,9 +14,9 @@ void traceHost(const Request &request);
 /* URL, port and host of a request that policy has passed. */
 void tracePassed(const Request &request);
 
-/* Messenger traffic, which passes untouched: whether an entry of `tunnellist` occurs in the URL, and in what servers may
-   make of it too. Entries lose their trailing blanks in place; the first one that is then empty ends the list, else the
-   hundredth. */
+/* Messenger traffic, which passes untouched: whether an entry of `tunnellist` occurs in the URL, and in what servers
+   may make of it too. Entries lose their trailing blanks in place; the first one that is then empty ends the list, else
+   the hundredth. */
 bool isMessenger(const Request &request);
 
 /* Its relay, without a time limit, with a transcript when `logtunnel` is on; the call ends with 1. */

@@ -2,15 +2,7 @@
 
 #include <arpa/inet.h>
 #include <netdb.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
-
-#include "connection/publish.h"
-#include "connection/refuse.h"
-#include "http/peerSocket.h"
 #include "log/debugLog.h"
 #include "log/peerText.h"
 #include "scan/tunnel.h"
@@ -19,14 +11,6 @@
 #include "util/hostEntry.h"
 
 namespace netsift {
-namespace {
-
-constexpr int8_t maximumAttempts = 5;
-constexpr useconds_t retryMicroseconds = 1000;
-constexpr int badGateway = 502;
-
-}  // namespace
-
 void setUpstreamAddress(in_addr address, unsigned port) {
   proxyaddr = {};
   proxyaddr.sin_family = AF_INET;
@@ -43,36 +27,10 @@ bool resolveHost(const std::string &host) {
   return false;
 }
 
-/* The test after the loop looks at the count alone: a sixth attempt that succeeds still marks the upstream unavailable,
-   and from then on every connect of the call makes a single attempt. */
-void runConnectLoop(Connection &connection) {
-  const int fd = connection.ends.upstream;
-  bool connected;
-  while (!(connected = connect(fd, reinterpret_cast<const sockaddr *>(&proxyaddr), sizeof proxyaddr) == 0)) {
-    if (connection.connectAttempts >= maximumAttempts) break;
-    const int error = errno;
-    usleep(retryMicroseconds);
-    connection.connectAttempts++;
-    dprintf(4, "error opening connection to proxy ::%s\n", strerror(error));
-  }
-  connection.upstream.open = connected;
-  if (connection.connectAttempts != maximumAttempts) return;
-  dprintf(1, "upstream is unavailable after %d attempts\n", connection.connectAttempts);
-  connection.upstreamUnavailable = true;
-}
-
-void connectToProxy(Connection &connection) {
-  publishUpstream(connection, openPeerSocket());
+void setProxyAddress() {
   in_addr address{};
   if (proxyip == nullptr || inet_aton(proxyip, &address) == 0) address.s_addr = INADDR_NONE; /* refuses every connect */
   setUpstreamAddress(address, static_cast<unsigned>(proxyport));
-  runConnectLoop(connection);
-}
-
-Next passEverything(Connection &connection, Cycle &) {
-  if (ProxyPresent != 1 || DisableNetsiftService != 1) return Next::step;
-  tunnel(connection.ends.client, connection.ends.upstream, relayIdleSeconds);
-  return endCall(connection, callEnded);
 }
 
 Next relayUnfiltered(Connection &connection, bool headSent) {
@@ -82,11 +40,6 @@ Next relayUnfiltered(Connection &connection, bool headSent) {
   }
   tunnel(connection.ends.client, connection.ends.upstream, relayIdleSeconds);
   return endCall(connection, callEnded);
-}
-
-Next checkUpstream(Connection &connection, Cycle &cycle) {
-  if (!connection.upstreamUnavailable || ProxyPresent != 1) return Next::step;
-  return refuse(connection, cycle, {.reason = reasonFor(Why::proxyDown), .page = Page::error, .status = badGateway});
 }
 
 }  // namespace netsift

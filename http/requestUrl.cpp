@@ -12,6 +12,7 @@
 #include "log/debugLog.h"
 #include "state/connection.h"
 #include "state/settings.h"
+#include "state/strict.h"
 #include "util/ownedText.h"
 
 using netsift::Text;
@@ -175,8 +176,7 @@ int isBannedContentType(const char *type) {
   for (const auto &entry : blockedcontent) {
     const std::string_view banned(entry, strnlen(entry, sizeof entry));
     if (banned.empty()) return 0;
-    const bool listed =
-        (StrictHttp & STRICT_HTTP) != 0 ? containsAnyCase(value, banned) : value.find(banned) != value.npos;
+    const bool listed = netsift::strictHttp() ? containsAnyCase(value, banned) : value.find(banned) != value.npos;
     if (!listed) continue;
     std::snprintf(reason, sizeof reason, "access to content type %.*s blocked", static_cast<int>(banned.size()),
                   banned.data());

@@ -8,6 +8,7 @@
 #include "log/debugLog.h"
 #include "state/connection.h"
 #include "state/settings.h"
+#include "state/strict.h"
 #include "util/ownedText.h"
 
 namespace {
@@ -37,7 +38,7 @@ struct Piece {
 
   /* What fields are looked for in: a text, which ends at the first NUL, or all of it under StrictHttp. */
   string_view textFrom(size_t offset) const {
-    const size_t end = StrictHttp != 0 ? length : strnlen(bytes, length);
+    const size_t end = netsift::strictHttp() ? length : strnlen(bytes, length);
     return {bytes + offset, end - offset};
   }
 };

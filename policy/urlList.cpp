@@ -14,6 +14,7 @@
 #include "log/debugLog.h"
 #include "log/peerText.h"
 #include "state/settings.h"
+#include "state/strict.h"
 #include "util/installPath.h"
 #include "util/ownedText.h"
 #include "util/text.h"
@@ -87,7 +88,7 @@ void giveFolderToItsUser() {
   std::string folder(configFolder);
   folder.pop_back(); /* its "/" */
   const std::string command = "/bin/chown vlconf.vlconf " + shellQuoted(installroot) + folder;
-  const char *quiet = StrictHttp != 0 ? " 2>/dev/null" : ""; /* or each list complains at each load */
+  const char *quiet = netsift::strictHttp() ? " 2>/dev/null" : ""; /* or each list complains at each load */
   for (const char *files : {"", "/*"}) {
     /* NOLINTNEXTLINE(cert-env33-c): the shell expands the "*" */
     if (std::system((command + files + quiet).c_str()) == -1) dprintf(4, "error running %s\n", command.c_str());

@@ -17,7 +17,7 @@ NETSIFT_API extern int32_t clientsock;
 NETSIFT_API extern struct sockaddr_in clientaddr;
 
 /* The two ends. */
-NETSIFT_API extern int32_t proxysock;            /* upstream socket */
+NETSIFT_API extern int32_t proxysock;            /* upstream socket; StrictHttp: -1 once it is closed */
 NETSIFT_API extern struct sockaddr_in proxyaddr; /* what proxysock was connected to */
 NETSIFT_API extern char clientip[64];            /* clientaddr in dotted-decimal text */
 NETSIFT_API extern int32_t childpid;             /* set when the scan file's path is built */
@@ -27,7 +27,7 @@ NETSIFT_API extern Header reqheader, respheader;
 NETSIFT_API extern char *url;        /* normalised: host and path, no scheme, no port; owned, null between requests */
 NETSIFT_API extern char *hostname;   /* owned, null between requests */
 NETSIFT_API extern char request[15]; /* the method word */
-NETSIFT_API extern uint8_t isipaddr; /* 1: hostname is taken for a literal IPv4 address */
+NETSIFT_API extern uint8_t isipaddr; /* 1: hostname is taken for a literal address */
 NETSIFT_API extern struct hostent *reqhost;     /* reverse look-up of a literal-address host, or null */
 NETSIFT_API extern struct hostent *remote_host; /* direct mode: resolution of hostname, or null */
 NETSIFT_API extern char *reshostname, *resurl;  /* reverse-resolved host and the URL rebuilt on it; owned */
@@ -39,7 +39,7 @@ NETSIFT_API extern char *errorcode;      /* %e in templates: the log's latest li
 NETSIFT_API extern char *dateAndTime1;   /* modification date of the current response, or null */
 NETSIFT_API extern char httpbody[65536]; /* one chunk of a response body */
 NETSIFT_API extern char virfilename[50]; /* path of the scan file */
-NETSIFT_API extern FILE *virfile;
+NETSIFT_API extern FILE *virfile;        /* the open scan file while a piece is written to it */
 
 NETSIFT_END
 

@@ -1,9 +1,8 @@
-#include <arpa/inet.h>
-
 #include <algorithm>
 #include <cstring>
 #include <string_view>
 
+#include "connection/contract/connect.h"
 #include "connection/contract/steps.h"
 #include "connection/publish.h"
 #include "connection/refuse.h"
@@ -11,11 +10,9 @@
 #include "connection/upstream.h"
 #include "http/httpBody_iter.h"
 #include "http/httpHeader.h"
-#include "http/peerSocket.h"
 #include "http/requestUrl.h"
 #include "log/debugLog.h"
 #include "policy/attachFile.h"
-#include "scan/tunnel.h"
 #include "state/connection.h"
 #include "state/settings.h"
 
@@ -25,6 +22,18 @@ namespace {
 constexpr unsigned bodyChunk = 10240;
 constexpr unsigned uncheckedUploadPort = 8100;
 constexpr unsigned httpPort = 80, httpsPort = 443;
+
+/* Filtering switched off beside an upstream proxy: nothing is read at all. */
+Next passEverything(Connection &connection, Cycle &) {
+  if (ProxyPresent != 1 || DisableNetsiftService != 1) return Next::step;
+  return relayUnfiltered(connection, true);
+}
+
+/* The client gets the page once it has asked for something. */
+Next checkUpstream(Connection &connection, Cycle &cycle) {
+  if (!connection.upstreamUnavailable || ProxyPresent != 1) return Next::step;
+  return refuse(connection, cycle, {.reason = reasonFor(Why::proxyDown), .page = Page::error});
+}
 
 Next readRequestHead(Connection &connection, Cycle &) {
   destroyHeader(&reqheader);
@@ -91,12 +100,11 @@ unsigned originPort(const Request &request) {
 Next connectDirect(Connection &connection, Cycle &cycle) {
   if (ProxyPresent != 0) return Next::step;
   if (!resolveHost(cycle.request.hostname)) return endCall(connection, callFailed);
-  publishUpstream(connection, openPeerSocket());
   proxyport = static_cast<int32_t>(originPort(cycle.request));
   in_addr address;
   std::memcpy(&address, remote_host->h_addr_list[0], sizeof address);
   setUpstreamAddress(address, static_cast<unsigned>(proxyport));
-  runConnectLoop(connection);
+  connectUpstream(connection);
   return Next::step;
 }
 

@@ -1,3 +1,4 @@
+#include "connection/contract/connect.h"
 #include "connection/contract/steps.h"
 #include "connection/upstream.h"
 #include "state/settings.h"
@@ -6,7 +7,9 @@ namespace netsift {
 namespace {
 
 void begin(Connection &connection) {
-  if (ProxyPresent == 1) connectToProxy(connection);
+  if (ProxyPresent != 1) return;
+  setProxyAddress();
+  connectUpstream(connection);
 }
 
 /* The upstream socket stays open, and the interface's request as it is. */

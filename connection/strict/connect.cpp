@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "connection/publish.h"
+#include "connection/refuse.h"
 #include "connection/upstream.h"
 #include "http/peerSocket.h"
 #include "state/connection.h"
@@ -84,7 +85,9 @@ int openUpstream(Connection &connection, Cycle &cycle) {
   if (!direct) {
     const Wait wait = openWithin(connection, limit.left());
     if (wait == Wait::clientLeft) return clientHasLeft;
-    return wait == Wait::ready ? 0 : failToConnect("the upstream proxy", proxyport);
+    if (wait == Wait::ready) return 0;
+    setReason(reasonFor(Why::proxyDown, strerror(errno)));
+    return errno == ETIMEDOUT ? gatewayTimeout : badGateway;
   }
   if (resolveHost(request.hostname)) return openOrigin(connection, request, limit);
   std::snprintf(reason, sizeof reason, "The host %.120s could not be found.", request.hostname.c_str());

@@ -102,6 +102,7 @@ Next forwardBody(Connection &connection, Cycle &cycle) {
     cycle.bodyUnsent = true;
     break;
   }
+  cycle.requestSpool.reset(); /* nothing of it is needed while the answer is waited for */
   return Next::step;
 }
 

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cstdio>
 #include <string_view>
 
 #include "connection/publish.h"
@@ -71,8 +70,15 @@ bool isLoggedIn() {
 Next connectFor(Connection &connection, Cycle &cycle) {
   if (!isRepeatable(cycle) && connection.upstream.used && !isLoggedIn()) closeUpstream(connection);
   const int status = openUpstream(connection, cycle);
-  if (status == clientHasLeft) return endCall(connection, callFailed);
+  if (status == clientHasLeft) return leave(connection);
   return status == 0 ? Next::step : refuseWithError(connection, cycle, status, nullptr);
+}
+
+/* Filtering switched off beside an upstream proxy: nothing is read at all. */
+Next passEverything(Connection &connection, Cycle &cycle) {
+  if (ProxyPresent != 1 || DisableNetsiftService != 1) return Next::step;
+  const Next next = connectFor(connection, cycle);
+  return next == Next::step ? relayUnfiltered(connection, true) : next;
 }
 
 /* Reads the head and refuses what RFC 9112 does not allow. */
@@ -225,7 +231,6 @@ Next forwardHead(Connection &connection, Cycle &cycle) {
 constexpr Step steps[] = {
     {"pass everything", passEverything},
     {"request head", readRequestHead},
-    {"upstream proxy", checkUpstream},
     {"identify", identify},
     {"pass unfiltered", passDirect},
     {"messenger", passMessenger},
@@ -246,10 +251,18 @@ constexpr Step steps[] = {
 
 std::span<const Step> strictRequestSteps() { return steps; }
 
+Next leave(Connection &connection) {
+  dprintf(2, "The client left before the server answered.\n");
+  retractRequest();
+  return endCall(connection, callFailed);
+}
+
 bool sendAgain(Connection &connection, Cycle &cycle) {
   if (!cycle.upstreamReused || !isRepeatable(cycle) || !isClosedByPeer(connection.ends.upstream)) return false;
   closeUpstream(connection);
-  return openUpstream(connection, cycle) == 0 && sendWholeHead(connection.ends.upstream, reqheader, PROXY_TIMEOUT);
+  if (openUpstream(connection, cycle) != 0) return false;
+  connection.upstream.used = true;
+  return sendWholeHead(connection.ends.upstream, reqheader, PROXY_TIMEOUT);
 }
 
 }  // namespace netsift

@@ -1,6 +1,6 @@
 #include <algorithm>
 #include <cstring>
-#include <string_view>
+#include <string>
 
 #include "connection/judge.h"
 #include "connection/refuse.h"
@@ -22,10 +22,7 @@ constexpr int badGateway = 502, gatewayTimeout = 504;
 constexpr unsigned mostInterimHeads = 20;
 
 Next failToRead(Connection &connection, const Cycle &cycle, HeadRead read, const StrictFault &fault) {
-  if (read == HeadRead::clientLeft) {
-    dprintf(2, "Client left before the server answered.\n");
-    return endCall(connection, callFailed);
-  }
+  if (read == HeadRead::clientLeft || hasLeft(connection.ends.client)) return leave(connection);
   dprintf(2, "Timeout while getting response header from proxy.\n");
   if (read == HeadRead::refused) return refuseWithError(connection, cycle, fault.status, fault.text);
   const bool closed = read == HeadRead::closed;

@@ -11,9 +11,7 @@ void begin(Connection &connection) {
   connection.configuredBlockip = blockip;
   connection.configuredUrlcheck = urlcheck;
   boundSends(connection.ends.client, patientSeconds);
-  if (ProxyPresent != 1) return;
-  connectToProxy(connection);
-  boundSends(connection.ends.upstream, PROXY_TIMEOUT);
+  if (ProxyPresent == 1) setProxyAddress();
 }
 
 /* What is left of an unfinished response would be taken for the next one. */

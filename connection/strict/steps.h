@@ -13,6 +13,9 @@ namespace netsift {
 std::span<const Step> strictRequestSteps();
 std::span<const Step> strictResponseSteps();
 
+/* Ends the call for a client that is not there any more. */
+Next leave(Connection &connection);
+
 /* Sends the head again on a new connection, when the reused one turns out to be closed before any byte of an answer and
    the request has no body. */
 bool sendAgain(Connection &connection, Cycle &cycle);

@@ -62,7 +62,7 @@ class Faults(Case):
                 self.assertIn(expected, read_all(client))
 
     def test_upstream_is_down(self):
-        for strict, reason in ((False, "Proxy Server Not Running"), (True, "The upstream proxy cannot be reached.")):
+        for strict, reason in ((False, "Proxy Server Not Running"), (True, "The upstream proxy cannot be reached: Connection refused.")):
             filtering = self.filter({"http.strict_http": strict, "upstream.proxy": f"127.0.0.1:{free_port()}"})
             self.assert_page(filtering.fetch("http://h.test/"), "error", reason)
 
