@@ -149,7 +149,8 @@ const Setting scanSettings[] = {
     {"scanning", "engine_timeout", Number{&EngineTimeout, 0, mostSeconds, "seconds"}, "60",
      "How long an engine may take for a file, while strict_http is on. 0: as long as it likes."},
     {"scanning", "scanner_down", Bit{&StrictHttp, STRICT_PASS_UNSCANNED, "\"block\"", "\"pass\""}, "\"block\"",
-     "What happens, while strict_http is on, to a body that an engine cannot be asked about, fails on or is not done with "
+     "What happens, while strict_http is on, to a body that an engine cannot be asked about, fails on or is not done "
+     "with "
      "in time. With \"pass\" a site can make that happen, and is then not scanned."},
     {"scanning", "skip_domains", Flag{&VirWL_Domain}, "false",
      "Do not scan what comes from the hosts of viruswhite_dom.conf in the configuration folder. While it is on, style "
