@@ -185,7 +185,7 @@ class Filter:
     @staticmethod
     def is_worker(pid):
         with contextlib.suppress(OSError):
-            return Path(f"/proc/{pid}/comm").read_text() != "netsiftd-relay\n"
+            return Path(f"/proc/{pid}/comm").read_text() == "netsiftd-worker\n"
         return False
 
     def served_by(self):
