@@ -1,13 +1,16 @@
 #!/bin/bash
-# usage: bench/requests.sh [ROUNDS]
-# Requests a second for a page of 1 KB, a new connection each, 8 at a time, through netsiftd (build/netsiftd, or what
-# NETSIFTD names), tinyproxy, squid and privoxy, one after the other in each round; the medians of the rounds. Each proxy
-# runs from a scratch folder with a configuration of its own, on loopback, the others without cache and logs. netsiftd
-# runs twice: as configured when shipped, so that the page's verdict is known after the first time, and "judging" each
-# time, with its cache off. `scripts/packages.sh test bench` installs what is needed.
+# usage: bench/requests.sh [ROUNDS [KILOBYTES [kept]]]
+# Requests a second for a page of 1 KB, or so many, a new connection each (or eight that are kept), 8 at a time, through
+# netsiftd (build/netsiftd, or what NETSIFTD names), tinyproxy, squid and privoxy, one after the other in each round; the
+# medians of the rounds. Each proxy runs from a scratch folder with a configuration of its own, on loopback, the others
+# without cache and logs. netsiftd runs twice: as configured when shipped, so that the page's verdict is known after the
+# first time, and "judging" each time, with its cache off. `scripts/packages.sh test bench` installs what is needed.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 rounds=${1:-3}
+size=${2:-1}
+keep=()
+[ "${3:-}" != kept ] || keep=(-k)
 netsiftd=${NETSIFTD:-build/netsiftd}
 requests=4000
 
@@ -45,7 +48,7 @@ start() { # NAME PORT COMMAND...
 
 free_port && site=$port
 mkdir "$folder/www"
-{ printf '<html><body>'; printf 'plain words %.0s' {1..83}; printf '</body></html>'; } >"$folder/www/page.html"
+{ printf '<html><body>'; head -c $((size * 1000)) <(yes 'plain words'); printf '</body></html>'; } >"$folder/www/page.html"
 cat >"$folder/nginx.conf" <<END
 daemon off; master_process off; pid $folder/nginx.pid; error_log stderr;
 events { worker_connections 256; }
@@ -114,7 +117,7 @@ for ((round = 1; round <= rounds; round++)); do
   for name in direct "${names[@]}"; do
     through=()
     [ "$name" = direct ] || through=(-X "127.0.0.1:${proxies[$name]}")
-    ab -q -n "$requests" -c 8 "${through[@]}" "http://127.0.0.1:$site/page.html" >"$folder/ab.out"
+    ab -q -n "$requests" -c 8 "${keep[@]}" "${through[@]}" "http://127.0.0.1:$site/page.html" >"$folder/ab.out"
     awk -v name="$name" '
       /^Requests per second/ { rate = $4 }
       /^(Failed requests|Non-2xx responses):/ { bad += $3 }
@@ -123,7 +126,7 @@ for ((round = 1; round <= rounds; round++)); do
   done
 done
 
-printf '%-12s %12s   %s\n' '' 'requests/s' "median of $rounds rounds of $requests, in each:"
+printf '%-12s %12s   %s\n' "$size KB ${3:-new}" 'requests/s' "median of $rounds rounds of $requests, in each:"
 for name in direct "${names[@]}"; do
   mapfile -t rates < <(awk -v name="$name" '$1 == name { print $2 }' "$folder/rates" | sort -n)
   printf '%-12s %12.0f   %s\n' "$name" "${rates[$((rounds / 2))]}" "${rates[*]}"

@@ -44,6 +44,7 @@ void resetSignals() {
   sigaddset(&blocked, wakeSignal);
   sigprocmask(SIG_SETMASK, &blocked, nullptr);
   prctl(PR_SET_PDEATHSIG, SIGTERM);
+  prctl(PR_SET_NAME, "netsiftd-worker"); /* as ps shows it */
 }
 
 void poke(const Worker &worker) {

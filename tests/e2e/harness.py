@@ -184,7 +184,7 @@ class Filter:
     @staticmethod
     def is_worker(pid):
         with contextlib.suppress(OSError):
-            return Path(f"/proc/{pid}/comm").read_text() != "netsiftd-relay\n"
+            return Path(f"/proc/{pid}/comm").read_text() == "netsiftd-worker\n"
         return False
 
     def served_by(self):
@@ -272,15 +272,15 @@ class Nginx:
 class Squid:
     """A real upstream proxy; origin.test is this machine, port for port."""
 
-    def __init__(self, cleanup):
+    def __init__(self, cleanup, descriptors=1024):
         folder, self.port = scratch_folder(), free_port()
         (folder / "hosts").write_text("127.0.0.1 localhost origin.test\n")
         (folder / "squid.conf").write_text(
             f"http_port 127.0.0.1:{self.port}\nhttp_access allow all\ncache deny all\ncache_mem 8 MB\n"
-            f"hosts_file {folder}/hosts\ndns_nameservers 127.0.0.1\nmax_filedescriptors 1024\npinger_enable off\n"
+            f"hosts_file {folder}/hosts\ndns_nameservers 127.0.0.1\nmax_filedescriptors {descriptors}\npinger_enable off\n"
             "netdb_filename none\npid_filename none\naccess_log none\ncache_store_log none\ncache_log /dev/null\n"
             f"coredump_dir {folder}\nshutdown_lifetime 0 seconds\n")
-        start(["squid", "-N", "-f", folder / "squid.conf"], folder / "out", lambda: accepts(self.port), cleanup)
+        self.process = start(["squid", "-N", "-f", folder / "squid.conf"], folder / "out", lambda: accepts(self.port), cleanup)
 
 
 class Case(unittest.TestCase):
