@@ -1,7 +1,8 @@
 #include "policy/urlList.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -9,30 +10,32 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "content/wildcardMatch.h"
 #include "log/debugLog.h"
 #include "log/peerText.h"
+#include "policy/domainMatch.h"
+#include "policy/entryList.h"
 #include "state/settings.h"
 #include "state/strict.h"
 #include "util/installPath.h"
 #include "util/ownedText.h"
+#include "util/symbolStore.h"
 #include "util/text.h"
 
 namespace {
 
+using netsift::addEntry;
 using netsift::configFolder;
 using netsift::installPath;
 using netsift::Text;
 using std::string_view;
 
-constexpr int endByte = 0xFF;              /* ends a list file, as EOF would if it were a character */
-constexpr size_t phraseLineSize = 1000;    /* a longer phrase line is read as several */
-constexpr size_t firstLineSize = 31;       /* of readURL's buffer */
-constexpr size_t lineGrowth = 15;          /* at least */
-constexpr size_t domainPatternSize = 1024; /* an entry and "*." or ".*" */
-constexpr size_t maxDomainEntry = domainPatternSize - sizeof "*.";
-constexpr size_t maxWholeRun = 110; /* with its dot, the longest run that isMatching does not cut */
+constexpr int endByte = 0xFF;           /* ends a list file, as EOF would if it were a character */
+constexpr size_t phraseLineSize = 1000; /* a longer phrase line is read as several */
+constexpr size_t firstLineSize = 31;    /* of readURL's buffer */
+constexpr size_t lineGrowth = 15;       /* at least */
 
 struct CloseStream {
   void operator()(FILE *stream) const { std::fclose(stream); }
@@ -97,8 +100,15 @@ void giveFolderToItsUser() {
 
 /* ---- Loading ---- */
 
-char **newEntries(int count) {
-  return static_cast<char **>(std::calloc(static_cast<size_t>(count) + 1, sizeof(char *)));
+/* Bytes of all lines together, as a rule: the file may grow while it is read. */
+size_t bytesOf(FILE *stream) {
+  struct stat file {};
+  return fstat(fileno(stream), &file) == 0 ? static_cast<size_t>(file.st_size) : 0;
+}
+
+bool refuseForMemory() {
+  dprintf(1, "memory allocation failed in buildURLList\n");
+  return false;
 }
 
 void insertExact(SymbolTable *table, const char *line) {
@@ -113,25 +123,22 @@ bool loadUrls(const char *path, UrlList *list) {
     dprintf(1, "url file %s not found %s\n", path, std::strerror(errno));
     return false;
   }
-  const int lines = numLines(stream.get());
-  const int wildcardLines = numWildCardLines(stream.get());
-  list->wildcards = newEntries(wildcardLines);
+  const auto lines = static_cast<size_t>(numLines(stream.get()));
+  const auto wildcardLines = static_cast<size_t>(numWildCardLines(stream.get()));
+  list->wildcards = netsift::newWildcards(wildcardLines, bytesOf(stream.get()));
   list->table = sym_create_table_(nullptr, 0);
-  if (list->wildcards == nullptr || list->table == nullptr) {
-    dprintf(1, "memory allocation failed in buildURLList\n");
-    return false;
-  }
-  int stored = 0;
-  for (int i = 0; i < lines; i++) {
+  if (list->wildcards == nullptr || list->table == nullptr) return refuseForMemory();
+  netsift::reserveSymbols(list->table, lines, bytesOf(stream.get()));
+  for (size_t i = 0; i < lines; i++) {
     Text line(readURL(stream.get()));
     if (!line) continue;
     if (std::strchr(line.get(), '*') == nullptr) {
       insertExact(list->table, line.get());
-    } else if (stored < wildcardLines) {
-      list->wildcards[stored++] = line.release();
+    } else {
+      addEntry(list->wildcards, std::move(line)); /* as many as were counted */
     }
   }
-  return true;
+  return (netsift::indexSymbols(list->table) && netsift::indexWildcards(list->wildcards)) || refuseForMemory();
 }
 
 bool loadDomains(const char *path, UrlList *list) {
@@ -140,23 +147,15 @@ bool loadDomains(const char *path, UrlList *list) {
     dprintf(1, "domain file %s not found %s", path, std::strerror(errno));
     return false;
   }
-  const int lines = numLines(stream.get());
-  list->domains = newEntries(lines);
-  if (list->domains == nullptr) {
-    dprintf(1, "memory allocation failed in buildURLList\n");
-    return false;
+  const auto lines = static_cast<size_t>(numLines(stream.get()));
+  list->domains = netsift::newDomains(lines, bytesOf(stream.get()));
+  if (list->domains == nullptr) return refuseForMemory();
+  for (size_t i = 0; i < lines; i++) {
+    Text line(readURL(stream.get()));
+    if (!line) return false;
+    addEntry(list->domains, std::move(line));
   }
-  for (int i = 0; i < lines; i++) {
-    list->domains[i] = readURL(stream.get());
-    if (list->domains[i] == nullptr) return false;
-  }
-  return true;
-}
-
-void freeEntries(char **entries) {
-  if (entries == nullptr) return;
-  for (char **entry = entries; *entry != nullptr; entry++) std::free(*entry);
-  std::free(entries);
+  return netsift::indexDomains(list->domains) || refuseForMemory();
 }
 
 void traceFirstTwo(const char *kind, char **entries) {
@@ -164,36 +163,6 @@ void traceFirstTwo(const char *kind, char **entries) {
 }
 
 /* ---- Look-up ---- */
-
-/* As trim sees it. ASCII's visible bytes are white in no locale, and a walk over many entries asks twice of each. */
-bool isWhite(char c) { return !(c > ' ' && c < '\x7f') && std::isspace(static_cast<unsigned char>(c)) != 0; }
-
-/* `text` trimmed in place. A text that needs no trimming is not written: entries lie on pages shared with the host. */
-string_view trimmed(char *text, size_t length) {
-  if (length == 0 || (!isWhite(text[0]) && !isWhite(text[length - 1]))) return {text, length};
-  return trim(text);
-}
-
-bool matchesDomain(string_view host, char *entry, bool isIP) {
-  const size_t storedLength = std::strlen(entry);
-  const string_view domain = trimmed(entry, storedLength);
-  if (host == domain) return true;
-  if (storedLength > maxDomainEntry) return false;
-
-  char pattern[domainPatternSize];
-  if (isIP) {
-    /* Behind blanks that were cut off, the ".*" lies beyond the pattern's end. */
-    std::memcpy(pattern, domain.data(), domain.size() + 1);
-    std::memcpy(pattern + storedLength, ".*", sizeof ".*");
-  } else {
-    /* Nearly every entry ends here, unless it has a "*" or is so long that its end does not count. */
-    if (!host.ends_with(domain) && domain.size() <= maxWholeRun && domain.find('*') == string_view::npos) return false;
-    pattern[0] = '*';
-    pattern[1] = '.';
-    std::memcpy(pattern + 2, domain.data(), domain.size() + 1);
-  }
-  return netsift::matchesPattern(host, pattern);
-}
 
 bool isListed(const UrlList &list, const char *url, char *host, int isIP) {
   return inURLList(list.table, list.wildcards, list.domains, url) != 0 ||
@@ -282,9 +251,9 @@ int buildURLList(const char *name, UrlList *list) {
 }
 
 void freeURLList(UrlList *list) {
-  freeEntries(list->wildcards);
+  netsift::freeEntries(list->wildcards);
   sym_delete_table(list->table, nullptr, 0);
-  freeEntries(list->domains);
+  netsift::freeEntries(list->domains);
   *list = UrlList{};
 }
 
@@ -336,6 +305,10 @@ int inURLList(SymbolTable *table, char **wildcards, char **, const char *url) {
   if (table != nullptr && sym_lookup_symbol(table, url) != nullptr) return 1;
   if (wildcards == nullptr) return 0;
   const string_view text(url);
+  const netsift::WildcardIndex *index = netsift::wildcardIndexOf(wildcards);
+  if (index != nullptr && text.size() <= netsift::longestIndexedText) {
+    return netsift::matchesSomeWildcard(*index, wildcards, text) ? 1 : 0;
+  }
   for (; *wildcards != nullptr; wildcards++) {
     if (netsift::matchesPattern(text, *wildcards)) return 1;
   }
@@ -345,19 +318,19 @@ int inURLList(SymbolTable *table, char **wildcards, char **, const char *url) {
 int inDomainList(SymbolTable *, char **, char **domains, char *host, int isIP) {
   if (domains == nullptr || host == nullptr) return 0;
   if (*domains == nullptr) return 0; /* it takes an entry for the host to be trimmed */
-  const string_view trimmedHost = trimmed(host, std::strlen(host));
+  const string_view trimmedHost = netsift::trimmed(host, std::strlen(host));
+  if (const netsift::DomainIndex *index = netsift::domainIndexOf(domains)) {
+    return netsift::matchesSomeDomain(*index, domains, trimmedHost, isIP != 0) ? 1 : 0;
+  }
   for (; *domains != nullptr; domains++) {
-    const char *entry = *domains;
-    while (isWhite(*entry)) entry++;
-    if (*entry == '\0') continue; /* or it would match every host that ends in a dot */
-    if (matchesDomain(trimmedHost, *domains, isIP != 0)) return 1;
+    if (!netsift::isBlank(*domains) && netsift::matchesDomain(trimmedHost, *domains, isIP != 0)) return 1;
   }
   return 0;
 }
 
 int isDomainMatching(char *host, char *entry, int isIP) {
-  const string_view trimmedHost = trimmed(host, std::strlen(host));
-  return matchesDomain(trimmedHost, entry, isIP != 0) ? 1 : 0;
+  const string_view trimmedHost = netsift::trimmed(host, std::strlen(host));
+  return netsift::matchesDomain(trimmedHost, entry, isIP != 0) ? 1 : 0;
 }
 
 int inWhiteList(const char *url, char *host, int isIP) {
