@@ -14,6 +14,7 @@
 #include "http/strictTarget.h"
 #include "http/strictUpload.h"
 #include "log/peerText.h"
+#include "policy/entryList.h"
 #include "util/escape.h"
 
 /* HTML to text: the page can only shrink, and what is left over is cleared. */
@@ -94,6 +95,39 @@ void urlList(Bytes content) {
     isDomainMatching(host.get(), line.get(), i & 1);
   }
   fclose(file);
+}
+
+/* A question and entries, a line each: loaded with an index they answer as they do when they are walked, twice. */
+void listIndex(Bytes content) {
+  std::vector<string> lines;
+  for (size_t at = 0; at <= content.size();) {
+    const size_t end = std::min(content.find('\n', at), content.size());
+    lines.emplace_back(string(content.substr(at, end - at)).c_str());
+    at = end + 1;
+  }
+  const string question = lines[0];
+  char **wildcards = newWildcards(lines.size(), content.size()), **domains = newDomains(lines.size(), content.size());
+  std::vector<char *> patterns, hosts;
+  for (string &line : lines) {
+    addEntry(wildcards, Text(strdup(line.c_str())));
+    addEntry(domains, Text(strdup(line.c_str())));
+    patterns.push_back(wildcards[patterns.size()]);
+    hosts.push_back(line.data());
+  }
+  patterns.push_back(nullptr);
+  hosts.push_back(nullptr);
+  check(indexWildcards(wildcards) && indexDomains(domains));
+  check(inURLList(nullptr, wildcards, nullptr, question.c_str()) ==
+        inURLList(nullptr, patterns.data(), nullptr, question.c_str()));
+  for (int i = 0; i < 4; i++) {
+    string asked = question, walked = question;
+    check(inDomainList(nullptr, nullptr, domains, asked.data(), i / 2) ==
+          inDomainList(nullptr, nullptr, hosts.data(), walked.data(), i / 2));
+    check(asked == walked);
+  }
+  for (size_t i = 0; i < lines.size(); i++) check(std::strcmp(domains[i], hosts[i]) == 0);
+  freeEntries(wildcards);
+  freeEntries(domains);
 }
 
 /* A head as a peer sends it: read, asked everything, rewritten, sent on. */

@@ -11,6 +11,7 @@ namespace {
 
 struct EntryList {
   Block block;
+  char **entries; /* its first bytes */
   size_t room, count;
   WildcardIndex wildcards; /* one of the two has an index once the list is loaded */
   DomainIndex domains;
@@ -24,6 +25,7 @@ char **newEntries(size_t count, size_t bytes, size_t indexBytes) {
   list.room = count;
   if (!newBlock(list.block, (count + 1) * sizeof(char *) + count + bytes + indexBytes)) return nullptr;
   char **entries = takeItems<char *>(list.block, count + 1);
+  list.entries = entries;
   if (lists.insert(entries, list) != nullptr) return entries;
   freeBlock(list.block);
   return nullptr;
@@ -83,7 +85,8 @@ const DomainIndex *domainIndexOf(char **entries) {
 
 void restoreTrimmedEntries() {
   for (size_t i = 0; i < lists.count; i++) {
-    restoreDomains(lists.items[i].value.domains, reinterpret_cast<char **>(lists.items[i].key));
+    const EntryList &list = lists.items[i].value;
+    restoreDomains(list.domains, list.entries);
   }
 }
 

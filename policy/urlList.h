@@ -6,6 +6,10 @@
    whole file. A URL entry without "*" is the URL itself (host and path), one with "*" a pattern of isMatching; a domain
    entry is a host name, or the leading numbers of an address.
 
+   A loaded list has indexes beside its entries, so that a look-up costs about the same in any list. They are for the
+   arrays and the table as they were loaded: whoever adds a URL does so by sym_create_symbol_ (or addURLToList), and does
+   not exchange entries of the arrays. A list that a host put together by itself is walked.
+
    Results are 1 and 0, or 1 and -1 for the operations that load; callers test the latter as an unsigned byte of 255. */
 #ifndef NETSIFT_POLICY_URLLIST_H
 #define NETSIFT_POLICY_URLLIST_H
