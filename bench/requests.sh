@@ -3,8 +3,9 @@
 # Requests a second for a page of 1 KB, or so many, a new connection each (or eight that are kept), 8 at a time, through
 # netsiftd (build/netsiftd, or what NETSIFTD names), tinyproxy, squid and privoxy, one after the other in each round; the
 # medians of the rounds. Each proxy runs from a scratch folder with a configuration of its own, on loopback, the others
-# without cache and logs. netsiftd runs twice: as configured when shipped, so that the page's verdict is known after the
-# first time, and "judging" each time, with its cache off. `scripts/packages.sh test bench` installs what is needed.
+# without cache and logs. netsiftd runs three times: as configured when shipped, so that the page's verdict is known after
+# the first time; "judging" each time, with its cache off; and as shipped with "lists" of a million domains and 200,000
+# URLs. `scripts/packages.sh test bench` installs what is needed.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 rounds=${1:-3}
@@ -62,11 +63,15 @@ END
 start nginx "$site" nginx -e stderr -p "$folder" -c "$folder/nginx.conf"
 
 declare -A proxies
-for name in netsiftd judging; do
+for name in netsiftd judging lists; do
   free_port && proxies[$name]=$port
   scripts/layout.sh "$folder/$name"
   config=$folder/$name/opt/Velmora/etc/netsift/netsiftd.toml
   [ "$name" = netsiftd ] || sed -i '/^\[cache\]/,/^enabled/s/^enabled = .*/enabled = false/' "$config"
+  if [ "$name" = lists ]; then
+    seq -f 'host%.0f.example.com' 1000000 >>"${config%/*}/sample.dom"
+    seq -f 'www.example.org/archive/page%.0f' 200000 >>"${config%/*}/sample.url.orig"
+  fi
   start "$name" "$port" "$netsiftd" --config "$config" --root "$folder/$name" --listen "127.0.0.1:$port"
 done
 
@@ -112,7 +117,7 @@ filterfile default.filter
 END
 start privoxy "$port" privoxy --no-daemon "$folder/privoxy.conf"
 
-names=(netsiftd judging tinyproxy squid privoxy)
+names=(netsiftd judging lists tinyproxy squid privoxy)
 for ((round = 1; round <= rounds; round++)); do
   for name in direct "${names[@]}"; do
     through=()
