@@ -5,6 +5,7 @@
 #include "policy/entryList.h"
 #include "policy/urlList.h"
 #include "tests/support/support.h"
+#include "util/symbolStore.h"
 #include "util/text.h"
 
 using namespace netsift::test;
@@ -29,13 +30,15 @@ class Words {
     if (entries.empty() || below(4) == 0) return make(6);
     string entry = entries[below(entries.size())];
     for (size_t star; (star = entry.find('*')) != entry.npos;) entry.replace(star, 1, make(2));
-    switch (below(4)) {
+    switch (below(5)) {
       case 0:
         return make(2) + "." + entry;
       case 1:
         return entry + "." + make(2);
       case 2:
         return make(1) + entry + make(1);
+      case 3:
+        return make(1) + "." + entry.substr(0, entry.size() - std::min<size_t>(entry.size(), 1));
       default:
         return entry;
     }
@@ -65,7 +68,7 @@ class Words {
                               string(15, 'x'),
                               string(50, 'y'),
                               string(59, 'z'),
-                              string(108, 'x'),
+                              string(110, 'x'),
                               string(128, 'o')};
 };
 
@@ -148,6 +151,26 @@ TEST(ListIndex, AnswersAsTheWalkDoes) {
   if (!HasFatalFailure()) compare(root, 1000, 4000, 150);
 }
 
+/* Of a run the first 111 bytes count: a text that ends there has all of it. */
+TEST(ListIndex, LongRunsCountInPart) {
+  const ScratchRoot root;
+  for (size_t length = 109; length <= 113; length++) {
+    const string run = string(length - 1, 'x') + "q", alike = string(length - 1, 'x') + "/";
+    Reference walked{{"*" + run, "*" + alike, "*" + alike}, {run}}; /* of three, the "q" is the rarest */
+    writeFile(root.config("n.url"), linesOf(walked.urls));
+    writeFile(root.config("n.dom"), linesOf(walked.domains));
+    UrlList list;
+    ASSERT_EQ(buildURLList("n", &list), 1);
+    for (size_t kept = length - 3; kept <= length; kept++) {
+      string url = run.substr(0, kept), host = "a." + url, left = host;
+      EXPECT_EQ(inURLList(list.table, list.wildcards, list.domains, url.c_str()), walked.hasUrl(url)) << kept;
+      EXPECT_EQ(inDomainList(list.table, list.wildcards, list.domains, host.data(), 0), walked.hasHost(left, 0))
+          << kept;
+    }
+    freeURLList(&list);
+  }
+}
+
 TEST(ListIndex, IsOnlyForTheArraysItWasMadeFor) {
   const ScratchRoot root;
   writeFile(root.config("n.url"), "a.com/*\n");
@@ -161,7 +184,10 @@ TEST(ListIndex, IsOnlyForTheArraysItWasMadeFor) {
   EXPECT_EQ(inURLList(list.table, list.domains, list.wildcards, "b.com"), 1) << "a domain as a pattern";
   char first[] = "a.com";
   EXPECT_EQ(inDomainList(list.table, list.wildcards, list.domains + 1, first, 0), 0);
+  const UrlList gone = list;
   freeURLList(&list);
+  EXPECT_EQ(netsift::storeOf(gone.table), nullptr) << "another table may lie there next";
+  EXPECT_EQ(netsift::domainIndexOf(gone.domains), nullptr);
 }
 
 /* What is large lies in memory that processes share, but what one trims or adds is its own. */
