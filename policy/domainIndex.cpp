@@ -1,7 +1,5 @@
 #include "policy/domainIndex.h"
 
-#include <cstring>
-
 #include "policy/domainMatch.h"
 
 namespace netsift {
@@ -13,11 +11,10 @@ using std::string_view;
 /* White in no locale. */
 bool isVisible(char c) { return c > ' ' && c < '\x7f'; }
 
-bool mayBeTrimmed(string_view entry) { return !isVisible(entry.front()) || !isVisible(entry.back()); }
-
 /* Whether the entry matches its equals and what has a dot beside it, and nothing else. */
 bool isRegular(string_view entry) {
-  return !mayBeTrimmed(entry) && entry.size() <= longestWholeDomain && entry.find('*') == string_view::npos;
+  return isVisible(entry.front()) && isVisible(entry.back()) && entry.size() <= longestWholeDomain &&
+         entry.find('*') == string_view::npos;
 }
 
 struct Domain {
@@ -42,17 +39,9 @@ Slot *slotOf(const Slots &slots, char **entries, const Domain &domain) {
   return findSlot(slots, domain.hash, [&](uint32_t number) { return domain.text == entries[number]; });
 }
 
-void addOdd(DomainIndex &index, Block &block, string_view entry, uint32_t number) {
-  char *original = mayBeTrimmed(entry) ? takeBytes(block, entry.size() + 1, 1) : nullptr;
-  if (original != nullptr) std::memcpy(original, entry.data(), entry.size() + 1);
-  index.odd[index.oddCount++] = {number, original};
-}
-
 }  // namespace
 
-size_t domainIndexBytes(size_t count, size_t bytes) {
-  return (slotsFor(count) + 1) * sizeof(Slot) + (count + 1) * sizeof(OddEntry) + bytes + count;
-}
+size_t domainIndexBytes(size_t count) { return (slotsFor(count) + 1) * sizeof(Slot) + (count + 1) * sizeof(uint32_t); }
 
 DomainIndex makeDomainIndex(Block &block, char **entries, size_t count) {
   size_t regular = 0;
@@ -60,14 +49,14 @@ DomainIndex makeDomainIndex(Block &block, char **entries, size_t count) {
 
   DomainIndex index{{nullptr, slotsFor(regular)}, nullptr, 0};
   index.slots.slots = takeItems<Slot>(block, index.slots.count);
-  index.odd = takeItems<OddEntry>(block, count - regular);
+  index.odd = takeItems<uint32_t>(block, count - regular);
   if (index.slots.slots == nullptr || index.odd == nullptr) return {};
   for (size_t i = 0; i < count; i++) {
     const string_view entry = entries[i];
     if (entry.find_first_not_of(" \t\n\v\f\r") == string_view::npos) continue; /* blank: never matches */
     const auto number = static_cast<uint32_t>(i);
     if (!isRegular(entry)) {
-      addOdd(index, block, entry, number);
+      index.odd[index.oddCount++] = number;
     } else if (Slot *slot = slotOf(index.slots, entries, {entry, hashOf(entry)}); slot->numberPlusOne == 0) {
       fillSlot(slot, hashOf(entry), number);
     }
@@ -86,18 +75,11 @@ bool matchesSomeDomain(const DomainIndex &index, char **entries, string_view hos
     const size_t found = slotOf(index.slots, entries, domains.all[i])->numberPlusOne;
     if (found != 0 && found - 1 < first && matchesDomain(host, entries[found - 1], isIP)) first = found - 1;
   }
-  for (size_t i = 0; i < index.oddCount && index.odd[i].number < first; i++) {
-    char *entry = entries[index.odd[i].number];
+  for (size_t i = 0; i < index.oddCount && index.odd[i] < first; i++) {
+    char *entry = entries[index.odd[i]];
     if (!isBlank(entry) && matchesDomain(host, entry, isIP)) return true;
   }
   return first != SIZE_MAX;
-}
-
-void restoreDomains(const DomainIndex &index, char **entries) {
-  for (size_t i = 0; i < index.oddCount; i++) {
-    const auto [number, original] = index.odd[i];
-    if (original != nullptr && std::strcmp(entries[number], original) != 0) strcpy(entries[number], original);
-  }
 }
 
 }  // namespace netsift

@@ -13,29 +13,20 @@
 
 namespace netsift {
 
-/* An entry that is walked. */
-struct OddEntry {
-  uint32_t number;
-  char *original; /* the text it was loaded with, when look-ups may trim it; else null */
-};
-
 struct DomainIndex {
-  Slots slots; /* of the first entry of each text; without any, there is no index */
-  OddEntry *odd;
+  Slots slots;   /* of the first entry of each text; without any, there is no index */
+  uint32_t *odd; /* the entries that are walked */
   size_t oddCount;
 };
 
-/* What an index of `count` entries of `bytes` bytes in all takes of a block at most. */
-size_t domainIndexBytes(size_t count, size_t bytes);
+/* What an index of `count` entries takes of a block at most. */
+size_t domainIndexBytes(size_t count);
 
 /* An index in the block; none when that has no room. */
 DomainIndex makeDomainIndex(Block &block, char **entries, size_t count);
 
 /* What walking all entries would answer, and trimming no other of them. The host is trimmed. */
 bool matchesSomeDomain(const DomainIndex &index, char **entries, std::string_view host, bool isIP);
-
-/* Undoes what look-ups trimmed. */
-void restoreDomains(const DomainIndex &index, char **entries);
 
 }  // namespace netsift
 

@@ -11,7 +11,6 @@ namespace {
 
 struct EntryList {
   Block block;
-  char **entries; /* its first bytes */
   size_t room, count;
   WildcardIndex wildcards; /* one of the two has an index once the list is loaded */
   DomainIndex domains;
@@ -25,7 +24,6 @@ char **newEntries(size_t count, size_t bytes, size_t indexBytes) {
   list.room = count;
   if (!newBlock(list.block, (count + 1) * sizeof(char *) + count + bytes + indexBytes)) return nullptr;
   char **entries = takeItems<char *>(list.block, count + 1);
-  list.entries = entries;
   if (lists.insert(entries, list) != nullptr) return entries;
   freeBlock(list.block);
   return nullptr;
@@ -35,7 +33,7 @@ char **newEntries(size_t count, size_t bytes, size_t indexBytes) {
 
 char **newWildcards(size_t count, size_t bytes) { return newEntries(count, bytes, wildcardIndexBytes(count)); }
 
-char **newDomains(size_t count, size_t bytes) { return newEntries(count, bytes, domainIndexBytes(count, bytes)); }
+char **newDomains(size_t count, size_t bytes) { return newEntries(count, bytes, domainIndexBytes(count)); }
 
 void addEntry(char **entries, Text entry) {
   EntryList *list = lists.find(entries);
@@ -81,13 +79,6 @@ const WildcardIndex *wildcardIndexOf(char **entries) {
 const DomainIndex *domainIndexOf(char **entries) {
   const EntryList *list = lists.find(entries);
   return list != nullptr && list->domains.slots.count != 0 ? &list->domains : nullptr;
-}
-
-void restoreTrimmedEntries() {
-  for (size_t i = 0; i < lists.count; i++) {
-    const EntryList &list = lists.items[i].value;
-    restoreDomains(list.domains, list.entries);
-  }
 }
 
 }  // namespace netsift

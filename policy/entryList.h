@@ -34,10 +34,6 @@ void freeEntries(char **entries);
 const WildcardIndex *wildcardIndexOf(char **entries);
 const DomainIndex *domainIndexOf(char **entries);
 
-/* Gives every loaded domain entry the text it was loaded with: look-ups trim entries in place, and an address entry with
-   blanks around it matches less at the first time than after. For a process that serves one connection after another. */
-void restoreTrimmedEntries();
-
 }  // namespace netsift
 
 #endif

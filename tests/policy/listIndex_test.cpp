@@ -104,7 +104,7 @@ string linesOf(const Strings &entries) {
   return lines;
 }
 
-/* Loads a list of random entries and asks it at random, with additions and restoring between. */
+/* Loads a list of random entries and asks it at random, with additions between. */
 void compare(const ScratchRoot &root, unsigned seed, size_t entries, int questions) {
   Words words(seed);
   Reference walked;
@@ -136,10 +136,6 @@ void compare(const ScratchRoot &root, unsigned seed, size_t entries, int questio
     if (const string added = words.make(5); words.below(8) == 0 && added.find('*') == added.npos) {
       walked.urls.push_back(added);
       sym_create_symbol_(list.table, added.c_str(), "", nullptr, 0);
-    }
-    if (words.below(16) == 0) {
-      netsift::restoreTrimmedEntries();
-      walked.domains = domains;
     }
   }
   freeURLList(&list);
