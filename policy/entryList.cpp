@@ -17,14 +17,14 @@ struct EntryList {
 };
 
 /* By their arrays. Filled while lists are loaded, only read while connections are served. */
-PointerMap<EntryList> lists;
+PointerMap<EntryList> entryLists;
 
 char **newEntries(size_t count, size_t bytes, size_t indexBytes) {
   EntryList list{};
   list.room = count;
   if (!newBlock(list.block, (count + 1) * sizeof(char *) + count + bytes + indexBytes)) return nullptr;
   char **entries = takeItems<char *>(list.block, count + 1);
-  if (lists.insert(entries, list) != nullptr) return entries;
+  if (entryLists.insert(entries, list) != nullptr) return entries;
   freeBlock(list.block);
   return nullptr;
 }
@@ -36,7 +36,7 @@ char **newWildcards(size_t count, size_t bytes) { return newEntries(count, bytes
 char **newDomains(size_t count, size_t bytes) { return newEntries(count, bytes, domainIndexBytes(count)); }
 
 void addEntry(char **entries, Text entry) {
-  EntryList *list = lists.find(entries);
+  EntryList *list = entryLists.find(entries);
   if (list->count == list->room) return;
   const size_t size = std::strlen(entry.get()) + 1;
   char *copy = takeBytes(list->block, size, 1);
@@ -46,20 +46,20 @@ void addEntry(char **entries, Text entry) {
 }
 
 bool indexWildcards(char **entries) {
-  EntryList *list = lists.find(entries);
+  EntryList *list = entryLists.find(entries);
   list->wildcards = makeWildcardIndex(list->block, entries, list->count);
   return sealBlock(list->block);
 }
 
 bool indexDomains(char **entries) {
-  EntryList *list = lists.find(entries);
+  EntryList *list = entryLists.find(entries);
   list->domains = makeDomainIndex(list->block, entries, list->count);
   return sealBlock(list->block);
 }
 
 void freeEntries(char **entries) {
   if (entries == nullptr) return;
-  EntryList *list = lists.find(entries);
+  EntryList *list = entryLists.find(entries);
   for (char **entry = entries; *entry != nullptr; entry++) {
     if (list == nullptr || !isInBlock(list->block, *entry)) std::free(*entry);
   }
@@ -68,16 +68,16 @@ void freeEntries(char **entries) {
     return;
   }
   freeBlock(list->block);
-  lists.erase(entries);
+  entryLists.erase(entries);
 }
 
 const WildcardIndex *wildcardIndexOf(char **entries) {
-  const EntryList *list = lists.find(entries);
+  const EntryList *list = entryLists.find(entries);
   return list != nullptr && list->wildcards.buckets != nullptr ? &list->wildcards : nullptr;
 }
 
 const DomainIndex *domainIndexOf(char **entries) {
-  const EntryList *list = lists.find(entries);
+  const EntryList *list = entryLists.find(entries);
   return list != nullptr && list->domains.slots.count != 0 ? &list->domains : nullptr;
 }
 

@@ -12,7 +12,7 @@ namespace {
 constexpr size_t word = alignof(Symbol);
 
 /* Filled while lists are loaded, only read while connections are served. */
-PointerMap<SymbolStore> stores;
+PointerMap<SymbolStore> symbolStores;
 
 Symbol *symbolAt(const Block &block, uint32_t number) {
   return reinterpret_cast<Symbol *>(block.bytes + number * word);
@@ -29,7 +29,7 @@ void reserveSymbols(SymbolTable *table, size_t count, size_t nameBytes) {
   constexpr size_t each = sizeof(Symbol) + sizeof "" + sizeof "" + word; /* the ends of name and value */
   SymbolStore store{};
   if (!newBlock(store.block, count * each + nameBytes + (slotsFor(count) + 1) * sizeof(Slot))) return;
-  if (store.block.size / word >= UINT32_MAX || stores.insert(table, store) == nullptr) freeBlock(store.block);
+  if (store.block.size / word >= UINT32_MAX || symbolStores.insert(table, store) == nullptr) freeBlock(store.block);
 }
 
 bool indexSymbols(SymbolTable *table) {
@@ -49,7 +49,7 @@ bool indexSymbols(SymbolTable *table) {
   return sealBlock(store->block);
 }
 
-SymbolStore *storeOf(const SymbolTable *table) { return stores.find(table); }
+SymbolStore *storeOf(const SymbolTable *table) { return symbolStores.find(table); }
 
 Symbol *indexedSymbol(const SymbolStore &store, const char *name) {
   const Slot *slot = slotOf(store.block, store.slots, name);
@@ -60,7 +60,7 @@ void freeStoreOf(const SymbolTable *table) {
   SymbolStore *store = storeOf(table);
   if (store == nullptr) return;
   freeBlock(store->block);
-  stores.erase(table);
+  symbolStores.erase(table);
 }
 
 }  // namespace netsift
