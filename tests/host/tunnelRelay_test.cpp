@@ -1,5 +1,6 @@
 #include "host/tunnelRelay.h"
 
+#include <netinet/in.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -54,6 +55,22 @@ class TunnelRelay : public testing::Test {
       if (board->tunnels[0] == count) return true;
     }
     return false;
+  }
+
+  static void overTcp(SocketPair &pair) {
+    const int listener = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    listen(listener, 1); /* at a free port */
+    getsockname(listener, reinterpret_cast<sockaddr *>(&address), &length);
+    close(pair.near);
+    pair.closeFar();
+    pair.far = socket(AF_INET, SOCK_STREAM, 0);
+    EXPECT_EQ(connect(pair.far, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    pair.near = accept(listener, nullptr, nullptr);
+    close(listener);
   }
 
   /* What arrives within a moment. */
@@ -120,6 +137,17 @@ TEST_F(TunnelRelay, LosesNothingToSlowReceivers) {
   EXPECT_TRUE(received[0] == sent[1] && received[1] == sent[0])
       << received[0].size() << " and " << received[1].size() << " bytes";
   EXPECT_TRUE(awaitTunnels(0));
+}
+
+/* So much that it is taken in turns, over TCP, where nothing more happens that would tell of the rest. */
+TEST_F(TunnelRelay, TakesAllThatWaitedBeforeItCame) {
+  SocketPair client, upstream;
+  for (SocketPair *pair : {&client, &upstream}) overTcp(*pair);
+  const std::string much(600'000, 'x');
+  for (size_t sent = 0; sent < much.size();)
+    sent += static_cast<size_t>(std::max<ssize_t>(0, send(client.far, &much[sent], much.size() - sent, MSG_DONTWAIT)));
+  ASSERT_TRUE(give(client, upstream));
+  EXPECT_EQ(arriving(upstream.far).size(), much.size());
 }
 
 TEST_F(TunnelRelay, AnIdleTunnelEndsAndABusyOneDoesNot) {
