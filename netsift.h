@@ -27,10 +27,10 @@
 
 #include "cache/dbcache.h"
 #include "cache/hostNotify.h"
-#include "connection/answer.h"
+#include "pages/answer.h"
 #include "connection/connectionReset.h"
 #include "connection/connection_trickle.h"
-#include "connection/htmlTemplate.h"
+#include "pages/htmlTemplate.h"
 #include "connection/verdict.h"
 #include "content/contentFilter.h"
 #include "content/htmlToText.h"

@@ -98,8 +98,7 @@ Next refuseKnown(Connection &connection, Cycle &cycle, int verdict) {
   addto_urlcache_db(url, cycle.date.get(), verdict);
   const Why why = verdict == verdictInfected ? Why::infected : Why::knownOffensive;
   const Next next = refuse(connection, cycle, {.reason = sentenceFor(why), .result = callEnded});
-  dprintf(7, "URL:%s,STATUS:BLOCKED,%s(In cache db)\n", peerText(url),
-          verdict == verdictInfected ? "INFECTED" : "Offensive content.");
+  logKnown(url, verdict == verdictInfected ? "INFECTED" : "Offensive content.");
   return next;
 }
 

@@ -3,6 +3,7 @@
 #include "log/accessLog.h"
 #include "log/peerText.h"
 #include "log/resultLine.h"
+#include "pages/answerPage.h"
 #include "state/connection.h"
 
 namespace netsift {

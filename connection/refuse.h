@@ -6,36 +6,9 @@
 #include <string>
 
 #include "connection/cycle.h"
+#include "pages/reasons.h"
 
 namespace netsift {
-
-/* Why a request or an answer is refused. */
-enum class Why {
-  proxyDown,
-  noAnswer,
-  port,
-  address,
-  adServer,
-  blacklisted,
-  upload,
-  contentType,
-  rating,
-  offensive,
-  knownOffensive,
-  infected,
-  noEngine,
-  scanFailed,
-};
-
-/* The reason with its detail (a port, a category, a type) where it has one: in the contract's words, which pages and
-   filters know, or under StrictHttp in a sentence for whoever sees the page. */
-std::string reasonFor(Why why, const std::string &detail = "");
-
-/* The sentence under StrictHttp; else nothing, for what the operation that found it has put into `reason` itself. */
-std::string sentenceFor(Why why, const std::string &detail = "");
-
-/* Puts a text into `reason`, cut to what that holds. */
-void setReason(const std::string &text);
 
 enum class Page {
   block, /* the block template */
@@ -61,11 +34,6 @@ Next answer(Connection &connection, const Cycle &cycle, const Refusal &refusal);
 
 /* Both. */
 Next refuse(Connection &connection, const Cycle &cycle, const Refusal &refusal);
-
-/* As blockConnection and sendError, the error page under the given status; without StrictHttp the status is 200
-   whatever is given. `late`: a response has begun, whose body these bytes would be taken for: nothing is sent. */
-void sendBlock(int32_t sock, bool withPage, bool late);
-void sendErrorPage(int32_t sock, int status, bool late);
 
 /* StrictHttp: the error page with a status and a sentence, null for what `reason` says, and a result line
    "STATUS:REFUSED,<status> <sentence>"; the call ends with -1. */

@@ -5,9 +5,7 @@
 
 #include "cache/dbcache.h"
 #include "cache/hostNotify.h"
-#include "connection/answer.h"
 #include "connection/judge.h"
-#include "connection/refuse.h"
 #include "content/htmlToText.h"
 #include "content/phraseScan.h"
 #include "content/ratings.h"
@@ -16,6 +14,8 @@
 #include "log/debugLog.h"
 #include "log/peerText.h"
 #include "log/resultLine.h"
+#include "pages/answer.h"
+#include "pages/reasons.h"
 #include "state/connection.h"
 #include "state/settings.h"
 #include "util/ownedText.h"

@@ -26,4 +26,8 @@ void logRequested(const char *type, const char *host, const char *url) {
           peerText(url));
 }
 
+void logKnown(const char *url, const char *what) {
+  dprintf(7, "URL:%s,STATUS:BLOCKED,%s(In cache db)\n", peerText(url), what);
+}
+
 }  // namespace netsift

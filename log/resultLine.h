@@ -1,4 +1,4 @@
-/* The debug log's result lines, at level 1: what became of a request. Administrators' filters match them as they stand.
+/* The debug log's result lines, at level 1 where nothing else is said: what became of a request. Administrators' filters match them as they stand.
    Internal to the library. */
 #ifndef NETSIFT_LOG_RESULTLINE_H
 #define NETSIFT_LOG_RESULTLINE_H
@@ -24,6 +24,9 @@ void logTunneled(const char *url);
 
 /* "Client IP:...,CONTENT TYPE:...,HOST NAME:...,REQUESTED URL:...": a response whose body is taken up. */
 void logRequested(const char *type, const char *host, const char *url);
+
+/* At level 7, "URL:...,STATUS:BLOCKED,<what>(In cache db)": blocked for what is known of it. */
+void logKnown(const char *url, const char *what);
 
 }  // namespace netsift
 

@@ -7,6 +7,8 @@
 #include "log/accessLog.h"
 #include "log/debugLog.h"
 #include "log/peerText.h"
+#include "log/resultLine.h"
+#include "pages/answer.h"
 #include "scan/relay.h"
 #include "scan/scanSpool.h"
 #include "scan/virusScan.h"
@@ -14,9 +16,6 @@
 #include "state/settings.h"
 
 using namespace netsift;
-
-/* The relay answers with the block page: the library's one call upwards, to what connection/answer.h declares. */
-extern "C" NETSIFT_API int32_t blockConnection(int32_t sock, uint8_t withpage);
 
 namespace {
 
@@ -59,8 +58,7 @@ Pass block(Download &download, const char *why) {
   if (download.verdict == 1) {
     storeLog("Virus", "Infected Content", 0);
     dprintf(2, "Content is infected3\n");
-    dprintf(1, "Client IP:%s,URL:%s,STATUS:BLOCKED,Infected Content:Virus-%s\n", clientip, peerText(url),
-            peerText(download.virus));
+    logBlocked(url, std::string("Infected Content:Virus-") + peerText(download.virus));
   }
   blockConnection(download.relay.client, 1);
   return Pass::end;

@@ -1,6 +1,6 @@
-#include "connection/answer.h"
+#include "pages/answer.h"
 
-#include "connection/htmlTemplate.h"
+#include "pages/htmlTemplate.h"
 #include "connection/verdict.h"
 #include "content/phraseList.h"
 #include "content/phraseScan.h"

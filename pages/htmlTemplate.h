@@ -1,6 +1,6 @@
 /* Block pages: a template file with its substitutions filled in. */
-#ifndef NETSIFT_CONNECTION_HTMLTEMPLATE_H
-#define NETSIFT_CONNECTION_HTMLTEMPLATE_H
+#ifndef NETSIFT_PAGES_HTMLTEMPLATE_H
+#define NETSIFT_PAGES_HTMLTEMPLATE_H
 
 #include <stdint.h>
 

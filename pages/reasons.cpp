@@ -1,6 +1,7 @@
+#include "pages/reasons.h"
+
 #include <cstdio>
 
-#include "connection/refuse.h"
 #include "state/connection.h"
 #include "state/strict.h"
 

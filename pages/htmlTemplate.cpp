@@ -1,4 +1,4 @@
-#include "connection/htmlTemplate.h"
+#include "pages/htmlTemplate.h"
 
 #include <algorithm>
 #include <cstdio>

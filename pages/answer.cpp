@@ -1,4 +1,4 @@
-#include "connection/answer.h"
+#include "pages/answer.h"
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -7,13 +7,12 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "connection/htmlTemplate.h"
-#include "connection/publish.h"
-#include "connection/refuse.h"
 #include "http/httpBody_iter.h"
 #include "http/httpHeader.h"
 #include "http/socket.h"
 #include "log/debugLog.h"
+#include "pages/answerPage.h"
+#include "pages/htmlTemplate.h"
 #include "state/connection.h"
 #include "state/strict.h"
 #include "util/installPath.h"
@@ -75,7 +74,9 @@ Text filledTemplate(const char *file) {
 }
 
 void freeRequest() {
-  retractRequest();
+  std::free(url);
+  std::free(hostname);
+  url = hostname = nullptr;
   destroyHeader(&reqheader);
   destroyHeader(&respheader);
 }

@@ -1,7 +1,7 @@
 /* What the filter answers in place of a page. Every answer frees the request: `url` and `hostname` are null and both
    heads destroyed afterwards. Sends are bounded by 10 seconds each, and a client that is gone is not reported. */
-#ifndef NETSIFT_CONNECTION_ANSWER_H
-#define NETSIFT_CONNECTION_ANSWER_H
+#ifndef NETSIFT_PAGES_ANSWER_H
+#define NETSIFT_PAGES_ANSWER_H
 
 #include <stdint.h>
 
