@@ -1,3 +1,5 @@
+#include <filesystem>
+
 #include "content/phraseList.h"
 #include "tests/connection/cycle_fixture.h"
 
@@ -260,4 +262,23 @@ TEST_F(StrictTest, onlyWhatAScanCoveredReachesTheClient) {
   }
   EXPECT_TRUE(log.has("Client IP:10.1.2.3,URL:h/p,STATUS:BLOCKED,unscanned"));
   EXPECT_TRUE(log.has("Client IP:10.1.2.3,URL:h/p,STATUS:DELIVERED,unscanned"));
+}
+
+TEST_F(StrictTest, aScanFileThatWasExchangedIsNotJudgedInItsPlace) {
+  virusscan = 1;
+  startScanSize = 64;
+  size_t asked = 0;
+  std::string answer;
+  {
+    const ScriptedDaemon engine(root, "vlcavd.sock", [&](int fd) {
+      readOnce(fd);
+      asked++;
+      writeFile(root.config("other"), std::string(200000, 'o'));
+      std::filesystem::rename(root.config("other"), virfilename);
+      say(fd, "x: OK\n");
+    });
+    answer = serve(get, {response("", std::string(200000, 'b'))});
+  }
+  EXPECT_EQ(asked, 1U);
+  EXPECT_EQ(bodyOf(answer), std::string(65536, 'b')) << "what the first scan covered";
 }
