@@ -30,7 +30,4 @@ inline std::pair<Bytes, Bytes> parts(Bytes input) {
   return {input.substr(0, divider), divider == Bytes::npos ? "" : input.substr(divider + 4)};
 }
 
-/* The lines of a head if it passes; false when it does not. */
-bool scan(Bytes text, bool response, Header &header);
-
 #endif

@@ -2,9 +2,7 @@
 #include <zlib.h>
 
 #include <algorithm>
-#include <climits>
 
-#include "content/phraseAutomaton.h"
 #include "fuzz/harness.h"
 #include "http/strictChunk.h"
 #include "http/strictCoding.h"
@@ -14,55 +12,7 @@
 #include "http/strictTarget.h"
 #include "http/strictUpload.h"
 #include "log/peerText.h"
-#include "policy/entryList.h"
 #include "util/escape.h"
-
-/* HTML to text: the page can only shrink, and what is left over is cleared. */
-void htmlToText(Bytes page) {
-  const GuardedText text(page);
-  auto length = static_cast<int32_t>(page.size());
-  ConvertHTMLToText(text.get(), &length);
-  check(length >= 0 && static_cast<size_t>(length) <= page.size());
-  check(std::all_of(text.get() + length, text.get() + page.size() + 1, [](char c) { return c == '\0'; }));
-}
-
-/* A phrase file, a line "==" and a text: an index without its look-up tables must score as the one with them, and so
-   must the automaton. */
-void phraseScan(Bytes input) {
-  const Bytes phrases = parts(input).first, page = parts(input).second;
-  if (phrases.empty()) return;
-  FILE *stream = fmemopen(const_cast<char *>(phrases.data()), phrases.size(), "r");
-  PhraseNode *list = nullptr;
-  for (PhraseNode **end = &list; (*end = readPhrase(stream)) != nullptr;) end = &(*end)->next;
-  fclose(stream);
-  InitialEntry *index = buildIniList(list);
-  std::vector<InitialEntry> walked(256);
-  for (size_t i = 0; index[i].firstByte != 0; i++) walked[i] = index[i];
-
-  numcategories1 = 1;
-  uniqueoccur = input.size() % 2;
-  allowedweight = input.size() % 3 == 0 ? 20 : INT_MAX;
-  const GuardedText text(page);
-  const auto scan = [&](const InitialEntry *by) {
-    check(iniContentFilter() == 1);
-    const int reached = calcWeight(text.get(), static_cast<int>(page.size()), by, 0);
-    return std::pair(reached, totalweight);
-  };
-  const auto expected = scan(index);
-  check(expected == scan(walked.data()));
-  phraselists = &list;
-  initiallists = &index;
-  buildPhraseAutomaton();
-  check(iniContentFilter() == 1);
-  isOffensiveContent(text.get(), static_cast<int>(page.size()));
-  check(expected.second == totalweight);
-  phraselists = nullptr;
-  initiallists = nullptr;
-  freePhraseAutomaton();
-  relContentFilter();
-  free(index);
-  freeList(list);
-}
 
 /* Rating labels: the text must be as before afterwards. */
 void ratings(Bytes head) {
@@ -71,63 +21,6 @@ void ratings(Bytes head) {
   const GuardedText text(head);
   checkPICSRating(text.get());
   check(Bytes(text.get(), head.size()) == head);
-}
-
-/* A text and a pattern, parted by the first LF. */
-void wildcard(Bytes input) {
-  const size_t end = std::min(input.find('\n'), input.size() - 1);
-  const GuardedText text(input.substr(0, end)), pattern(input.substr(end + 1));
-  const int matches = isMatching(text.get(), pattern.get());
-  check(matches == 0 || matches == 1);
-  check(isMatching(text.get(), text.get()) == 1 || strchr(text.get(), '*') != nullptr || end > 111);
-  contains(text.get(), pattern.get());
-  const int offset = containsBeforeDelim(text.get(), pattern.get(), '/');
-  check(offset < 0 || beginsWith(text.get() + offset, pattern.get()) == 1);
-}
-
-/* A list file: as many entries are read as were counted, and looking up stays inside them. */
-void urlList(Bytes content) {
-  FILE *file = fmemopen(const_cast<char *>(content.data()), content.size(), "r");
-  const int lines = numLines(file), wildcards = numWildCardLines(file);
-  check(wildcards >= 0 && wildcards <= lines);
-  for (int i = 0; i < lines; i++) {
-    const Text host(strdup(" www.example.org ")), line(readURL(file));
-    isDomainMatching(host.get(), line.get(), i & 1);
-  }
-  fclose(file);
-}
-
-/* A question and entries, a line each: loaded with an index they answer as they do when they are walked, twice. */
-void listIndex(Bytes content) {
-  std::vector<string> lines;
-  for (size_t at = 0; at <= content.size();) {
-    const size_t end = std::min(content.find('\n', at), content.size());
-    lines.emplace_back(string(content.substr(at, end - at)).c_str());
-    at = end + 1;
-  }
-  const string question = lines[0];
-  char **wildcards = newWildcards(lines.size(), content.size()), **domains = newDomains(lines.size(), content.size());
-  std::vector<char *> patterns, hosts;
-  for (string &line : lines) {
-    addEntry(wildcards, Text(strdup(line.c_str())));
-    addEntry(domains, Text(strdup(line.c_str())));
-    patterns.push_back(wildcards[patterns.size()]);
-    hosts.push_back(line.data());
-  }
-  patterns.push_back(nullptr);
-  hosts.push_back(nullptr);
-  check(indexWildcards(wildcards) && indexDomains(domains));
-  check(inURLList(nullptr, wildcards, nullptr, question.c_str()) ==
-        inURLList(nullptr, patterns.data(), nullptr, question.c_str()));
-  for (int i = 0; i < 4; i++) {
-    string asked = question, walked = question;
-    check(inDomainList(nullptr, nullptr, domains, asked.data(), i / 2) ==
-          inDomainList(nullptr, nullptr, hosts.data(), walked.data(), i / 2));
-    check(asked == walked);
-  }
-  for (size_t i = 0; i < lines.size(); i++) check(std::strcmp(domains[i], hosts[i]) == 0);
-  freeEntries(wildcards);
-  freeEntries(domains);
 }
 
 /* A head as a peer sends it: read, asked everything, rewritten, sent on. */
@@ -168,18 +61,6 @@ void requestLine(Bytes input) {
   check(strlen(decoded.get()) <= strlen(url.get()));
 }
 
-/* A chunk's size line as it comes from the socket. */
-void chunkLine(Bytes bytes) {
-  SocketPair pair;
-  pair.send(bytes);
-  pair.closeFar();
-  unsigned length = 0;
-  unsigned char status = 0;
-  const Text line(getSocketLine1(pair.near, &length, &status));
-  check(length == bytes.size() && line.get()[length] == '\0');
-  getChunkSize(line.get());
-}
-
 /* Chunked bodies; the first two bytes choose the size of the pieces and the room. */
 void strictChunk(Bytes input) {
   if (input.size() < 2) return;
@@ -197,6 +78,7 @@ void strictChunk(Bytes input) {
   check(answer != Parse::done || input.substr(0, total).ends_with("\r\n\r\n"));
 }
 
+/* The lines of a head if it passes; false when it does not. */
 bool scan(Bytes text, bool response, Header &header) {
   HeadScan scan;
   scan.response = response;
@@ -205,24 +87,6 @@ bool scan(Bytes text, bool response, Header &header) {
   check(scan.text.ends_with("\r\n\r\n") && scan.text.find('\0') == string::npos);
   headToLines(scan, header);
   return true;
-}
-
-/* A response's fields; the first byte chooses its status line. One Content-Length, or one "chunked" of HTTP/1.1, and
-   nothing else frames a body. */
-void strictFraming(Bytes input) {
-  constexpr const char *statusLines[] = {"1 200", "0 200", "1 204", "1 304", "1 100"};
-  const size_t choice = static_cast<unsigned char>(input[0]) % std::size(statusLines);
-  string text = string("HTTP/1.") + statusLines[choice] + " x\r\n" + string(input.substr(1)) + "\r\n\r\n";
-  text.resize(text.find("\r\n\r\n") + 4);
-  Header header;
-  if (!scan(text, true, header)) return;
-  const ResponseFraming framing = responseFraming(header.first, false);
-  destroyHeader(&header);
-  if (framing.fault.status != 0) return;
-  const auto has = [&](const string &what) { return strcasestr(text.c_str(), what.c_str()) != nullptr; };
-  if (framing.kind == BodyKind::chunked) check(has("chunked") && choice == 0);
-  if (framing.kind == BodyKind::length) check(has(std::to_string(framing.length)));
-  if (framing.kind == BodyKind::untilClose) check(!has("\nContent-Length:") && !framing.upstreamPersists);
 }
 
 void forwardRequest(Header &header) {
@@ -237,10 +101,15 @@ void forwardRequest(Header &header) {
   check(requestFraming(header.first, framingAgain).status == 0 && framingAgain.length == framing.length);
 }
 
-void forwardResponse(Header &header) {
+/* One Content-Length or "chunked", and nothing else, frames a body. */
+void forwardResponse(Header &header, const string &text) {
   readContentCoding(header.first);
   const ResponseFraming framing = responseFraming(header.first, false);
   if (framing.fault.status != 0) return;
+  const auto has = [&](const string &what) { return strcasestr(text.c_str(), what.c_str()) != nullptr; };
+  if (framing.kind == BodyKind::chunked) check(has("chunked"));
+  if (framing.kind == BodyKind::length) check(has(std::to_string(framing.length)));
+  if (framing.kind == BodyKind::untilClose) check(!has("\nContent-Length:") && !framing.upstreamPersists);
   cleanResponseHead(header, true);
   setConnection(header, !framing.upstreamPersists);
   check(responseFraming(header.first, false).fault.status == 0);
@@ -251,7 +120,7 @@ void forwardResponse(Header &header) {
 void strictHead(Bytes input) {
   Header header, again;
   if (!scan(input.substr(1), input[0] < 0, header)) return;
-  (input[0] < 0 ? forwardResponse : forwardRequest)(header);
+  input[0] < 0 ? forwardResponse(header, string(input)) : forwardRequest(header);
   string rewritten;
   for (const HeaderLine *line = header.first; line != nullptr; line = line->next) rewritten += line->text;
   const bool passes = scan(rewritten, input[0] < 0, again);
@@ -308,23 +177,6 @@ void codings(Bytes input) {
     check(whole.text == Bytes(inflated.get(), length));
 }
 
-/* A gzip stream straight from a socket: no more than the room. */
-void gzipSocket(Bytes bytes) {
-  const SocketPair pair;
-  pair.send(bytes);
-  shutdown(pair.far, SHUT_WR);
-  const int fd = dup(pair.near);
-  gzFile stream;
-  check(openGZStream(fd, "r", 1, &stream) == 1);
-  const std::unique_ptr<char[]> room(new char[777]);
-  for (signed char status = 0; status == 0;) {
-    unsigned length = 777;
-    status = getGZHTTPBody(fd, stream, room.get(), &length, 0, 777);
-    check(length <= 777 && (status != 0 || length == 777));
-  }
-  gzclose(stream);
-}
-
 /* A request's path: what is looked up of it is bounded, and resolved where servers would. */
 void resolution(Bytes path) {
   Header header;
@@ -351,32 +203,6 @@ void uploads(Bytes input) {
   const Bytes plain = "\r\nContent-Disposition: form-data; filename=\"f\"\r\n";
   check(named || input.find(plain) == Bytes::npos);
   check(namesUpload(string(input) + string(plain))); /* whatever stands before it */
-
-  const size_t entry = std::min(input.size(), sizeof uploadwhitelist[0]);
-  input.copy(uploadwhitelist[0], entry);
-  if (entry < sizeof uploadwhitelist[0]) uploadwhitelist[0][entry] = '\0';
-  const int allowed = checkUrl(body.get());
-  check(allowed == 0 || allowed == 1);
-}
-
-/* A type as a field has it: read without case, parameters and blanks, and looked up in a list with a hostile entry. */
-void mediaType(Bytes input) {
-  Header header;
-  if (scan("HTTP/1.1 200 OK\r\nContent-Type:" + string(input) + "\r\n\r\n", true, header)) {
-    string type;
-    if (readMediaType(header.first, type)) {
-      check(std::none_of(type.begin(), type.end(), [](char c) { return (c >= 'A' && c <= 'Z') || c == ';'; }));
-      check(type.empty() || (type.front() != ' ' && type.back() != ' '));
-    }
-    destroyHeader(&header);
-  }
-  const GuardedText text(input);
-  const size_t entry = std::min(input.size(), sizeof blockedcontent[0]);
-  input.substr(input.size() - entry).copy(blockedcontent[0], entry);
-  if (entry < sizeof blockedcontent[0]) blockedcontent[0][entry] = '\0';
-  const int banned = isBannedContentType(text.get());
-  check(banned == 1 || input.size() > strlen(text.get()) || input.empty());
-  check(strlen(reason) < sizeof reason);
 }
 
 /* The form that phrases are looked for in, against its definition. */

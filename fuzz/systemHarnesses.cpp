@@ -1,13 +1,7 @@
 /* Harnesses over what has peers and files: engines, the host's socket, templates, configuration, cache, and a whole
    response on its way through. */
-#include <fcntl.h>
 #include <gdbm.h>
-#include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 
-#include <algorithm>
 #include <memory>
 
 #include "fuzz/harness.h"
@@ -20,6 +14,7 @@
 #include "http/strictForward.h"
 #include "http/strictFraming.h"
 #include "http/strictHead.h"
+#include "tests/support/scriptedDaemon.h"
 
 using namespace netsift::host;
 
@@ -37,9 +32,9 @@ struct Peer {
       for (pollfd waiting[] = {{listener, POLLIN, 0}, {ends[0], POLLIN, 0}}; poll(waiting, 2, -1) > 0;) {
         if (waiting[0].revents == 0) break; /* all who had connected are served */
         const int fd = accept(listener, nullptr, nullptr);
-        (void)!::send(fd, answer.data(), answer.size(), MSG_NOSIGNAL);
+        say(fd, answer);
         shutdown(fd, SHUT_WR);
-        for (char rest[4096]; read(fd, rest, sizeof rest) > 0;) continue;
+        readToEnd(fd);
         close(fd);
       }
     });
@@ -53,9 +48,9 @@ struct Peer {
   }
 };
 
-Peer &engine(const ScratchRoot &root, const char *name) {
+Peer &engine(const string &root, const char *name) {
   sockaddr_un address{AF_UNIX, {}};
-  (root.path() + "/opt/Velmora/var/run/" + name).copy(address.sun_path, sizeof address.sun_path - 1);
+  (root + "/opt/Velmora/var/run/" + name).copy(address.sun_path, sizeof address.sun_path - 1);
   return *new Peer(reinterpret_cast<sockaddr *>(&address), sizeof address);
 }
 
@@ -69,7 +64,7 @@ int lowestFree() {
    open. */
 void engines(Bytes input) {
   static const ScratchRoot root;
-  static Peer &primary = engine(root, "vlav"), &second = engine(root, "vlcavd.sock");
+  static Peer &primary = engine(root.path(), "vlav"), &second = engine(root.path(), "vlcavd.sock");
   const int how = static_cast<unsigned char>(input[0]) % 3, before = lowestFree();
   StrictHttp = input[0] < 0 ? STRICT_HTTP : 0;
   Peer &peer = how == 2 ? second : primary;
@@ -110,19 +105,24 @@ void notification(Bytes message) {
   URL_CACHESIZE = 0;
 }
 
+/* What a client that sends these bytes is answered. */
+template <class Serve>
+string answerTo(Bytes sent, Serve serve) {
+  const SocketPair client;
+  clientsock = client.near;
+  string received;
+  std::thread reader([&] { received = readToEnd(client.far); });
+  client.send(sent);
+  serve();
+  shutdown(client.near, SHUT_RDWR);
+  reader.join();
+  return received;
+}
+
 /* A page to the client, from what stands in the process-wide variables. */
 string blockPage(const ScratchRoot &root, Bytes content) {
   writeFile(root.config("template.htm"), content);
-  const SocketPair client;
-  clientsock = client.near;
-  string page;
-  std::thread reader([&] {
-    char piece[65536];
-    for (ssize_t count; (count = read(client.far, piece, sizeof piece)) > 0;) page.append(piece, size_t(count));
-  });
-  blockConnection(clientsock, 1);
-  shutdown(client.near, SHUT_RDWR);
-  reader.join();
+  const string page = answerTo("", [] { blockConnection(clientsock, 1); });
   const size_t body = page.find("\r\n\r\n") + 4, length = page.find("Content-Length: ");
   check(body > 4 && length < body && std::stoul(page.substr(length + 16)) == page.size() - body);
   return page.substr(body);
@@ -221,22 +221,14 @@ const string &deliverySetting() {
 
 /* The client's side of one connection: the requests go out, and what came back is returned. */
 string servedBy(Peer &upstream, Peer &scanner, const Choices &choices, Bytes response) {
-  const SocketPair client;
-  clientsock = client.near;
-  string received;
-  std::thread reader([&] {
-    char piece[65536];
-    for (ssize_t count; (count = read(client.far, piece, sizeof piece)) > 0;) received.append(piece, size_t(count));
-  });
   const string line = (choices.head ? "HEAD" : "GET") + string(" http://h/p HTTP/1.1\r\nHost: h\r\n");
-  client.send((choices.again ? line + "\r\n" : "") + line + "Connection: close\r\n\r\n");
   upstream.start(string(response));
   scanner.start(choices.infected ? "f: X FOUND\n" : "f: OK\n");
   proxysock = -1;
-  connectionHandle();
-  if (proxysock >= 0) close(proxysock); /* the host's to close, as the client's is */
-  shutdown(client.near, SHUT_RDWR);
-  reader.join();
+  string received = answerTo((choices.again ? line + "\r\n" : "") + line + "Connection: close\r\n\r\n", [] {
+    connectionHandle();
+    if (proxysock >= 0) close(proxysock); /* the host's to close, as the client's is */
+  });
   upstream.finish();
   scanner.finish();
   return received;
@@ -285,15 +277,10 @@ void delivery(Bytes input) {
   static const string root = deliverySetting();
   static sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
   static Peer upstream(reinterpret_cast<sockaddr *>(&address), sizeof address);
-  static sockaddr_un path{AF_UNIX, {}};
+  static Peer &scanner = engine(root, "vlcavd.sock");
   static char local[] = "127.0.0.1";
-  static Peer *scanner = nullptr;
-  if (scanner == nullptr) {
-    (root + "/opt/Velmora/var/run/vlcavd.sock").copy(path.sun_path, sizeof path.sun_path - 1);
-    scanner = new Peer(reinterpret_cast<sockaddr *>(&path), sizeof path);
-    socklen_t size = sizeof address;
-    getsockname(upstream.listener, reinterpret_cast<sockaddr *>(&address), &size);
-  }
+  socklen_t size = sizeof address;
+  getsockname(upstream.listener, reinterpret_cast<sockaddr *>(&address), &size);
   proxyip = local;
   proxyport = ntohs(address.sin_port);
   const auto bit = [&](int n) { return (input[0] >> n & 1) != 0; };
@@ -303,7 +290,7 @@ void delivery(Bytes input) {
   blockpopup = choices.inserts;
   StrictHttp = STRICT_HTTP;
   const int before = lowestFree();
-  const string received = servedBy(upstream, *scanner, choices, input.substr(1));
+  const string received = servedBy(upstream, scanner, choices, input.substr(1));
   check(lowestFree() == before);
   unsigned finals = 0;
   for (Bytes rest = received; !rest.empty();) {
