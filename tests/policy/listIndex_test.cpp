@@ -1,6 +1,8 @@
 /* What an index answers is what walking the list answers, whatever the list and the question. */
 #include <sys/wait.h>
 
+#include <sstream>
+
 #include "content/wildcard.h"
 #include "policy/entryList.h"
 #include "policy/urlList.h"
@@ -30,46 +32,20 @@ class Words {
     if (entries.empty() || below(4) == 0) return make(6);
     string entry = entries[below(entries.size())];
     for (size_t star; (star = entry.find('*')) != entry.npos;) entry.replace(star, 1, make(2));
-    switch (below(5)) {
-      case 0:
-        return make(2) + "." + entry;
-      case 1:
-        return entry + "." + make(2);
-      case 2:
-        return make(1) + entry + make(1);
-      case 3:
-        return make(1) + "." + entry.substr(0, entry.size() - std::min<size_t>(entry.size(), 1));
-      default:
-        return entry;
-    }
+    const string others[] = {entry, make(2) + "." + entry, entry + "." + make(2), make(1) + entry + make(1),
+                             make(1) + "." + entry.substr(0, std::max<size_t>(entry.size(), 1) - 1)};
+    return others[below(5)];
   }
 
  private:
   std::mt19937 random_;
-  const string pieces_[24] = {"a",
-                              "b",
-                              "ab",
-                              "www.",
-                              ".",
-                              ".",
-                              ".com",
-                              "..",
-                              "*",
-                              "*",
-                              "/",
-                              "/ads/",
-                              "1",
-                              "10.1",
-                              " ",
-                              "\t",
-                              "\xA0",
-                              "\xC3\xA4",
-                              "banner",
-                              string(15, 'x'),
-                              string(50, 'y'),
-                              string(59, 'z'),
-                              string(110, 'x'),
-                              string(128, 'o')};
+  const Strings pieces_ = [] {
+    std::istringstream shorter("a|b|ab|www.|.|.|.com|..|*|*|/|/ads/|1|10.1| |\t|\xA0|\xC3\xA4|banner");
+    Strings pieces;
+    for (string piece; std::getline(shorter, piece, '|');) pieces.push_back(piece);
+    for (const size_t size : {15U, 50U, 59U, 110U, 128U}) pieces.emplace_back(size, size % 2 == 0 ? 'x' : 'z');
+    return pieces;
+  }();
 };
 
 struct Reference {
