@@ -9,8 +9,7 @@ RATED = b"""<html><head><meta http-equiv="PICS-Label"
 
 class Blocks(Road):
     settings = {"content.blocked_types": ["x-forbidden"], "ratings.check": True,
-                "requests.use_blocked_ip_hosts": True, "requests.blocked_ip_hosts": ["127.0.0.*"],
-                "requests.block_uploads": True, "requests.upload_sites": ["/post/allowed"]}
+                "requests.use_blocked_ip_hosts": True, "requests.blocked_ip_hosts": ["127.0.0.*"]}
 
     def test_each_block(self):
         self.origin.put("x.forbidden", b"a program\n")
@@ -49,17 +48,6 @@ class Blocks(Road):
                          rb"(?s)\AHTTP/1.1 403 Forbidden\r\n.*\nContent-Length: 0\r\n\r\n\Z")
         self.assertEqual(filtering.results(), ["URL:ads.example/x,STATUS:BLOCKED,BLOCKED SERVER:ADSERVER"])
         self.assertEqual(filtering.blocks(), [])
-
-    def test_uploads(self):
-        filtering, file = self.filter(), self.origin.folder / "file.txt"
-        file.write_bytes(b"confidential " * 20)
-        answer = filtering.fetch(f"{self.base}/post", "-F", f"f=@{file}")
-        self.assert_page(answer, "block", self.says("Attachments are not allowed to this server", "Files may not be sent"))
-        self.assertIn("Upload/Attachment is BLOCKED.", filtering.lines())
-        for path, form in (("/post", "f=text"), ("/post/allowed", f"f=@{file}")):
-            self.assertEqual(filtering.fetch(self.base + path, "-F", form).body, b"taken\n")
-        self.assertEqual(filtering.blocks(), [])
-        self.assertEqual([b"confidential" in body for body in self.origin.bodies()][-2:], [False, True])
 
     def test_popup_script(self):
         filtering = self.filter({"popups.block": True}, {"popup.url.orig": f"{self.host}/calendar*\n"})

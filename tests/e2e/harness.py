@@ -209,12 +209,11 @@ class Filter:
 
 
 class Peer(socketserver.ThreadingTCPServer):
-    """A scripted origin, upstream or, with a path, engine: runs handler(connection) for each, and closes it."""
+    """A scripted origin or upstream: runs handler(connection) for each, and closes it."""
     daemon_threads, request_queue_size = True, 100
 
-    def __init__(self, cleanup, handler, path=None):
-        self.address_family = socket.AF_UNIX if path else socket.AF_INET
-        super().__init__(str(path) if path else ("127.0.0.1", 0), None)
+    def __init__(self, cleanup, handler):
+        super().__init__(("127.0.0.1", 0), None)
         self.port, self.handler = self.server_address[1], handler
         threading.Thread(target=self.serve_forever, args=(0.05,), daemon=True).start()
         self.fault = None
@@ -289,8 +288,8 @@ class Case(unittest.TestCase):
     def filter(self, settings=None, files=None):
         return Filter(self.addCleanup, self.settings | (settings or {}), files)
 
-    def peer(self, handler, path=None):
-        return Peer(self.addCleanup, handler, path)
+    def peer(self, handler):
+        return Peer(self.addCleanup, handler)
 
     def assert_page(self, answer, template, *parts):
         """The answer is that block or error page, filled with these texts."""

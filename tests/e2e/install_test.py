@@ -71,12 +71,11 @@ class Installed(Case):
         (etc / "template").symlink_to("elsewhere")
         (etc / "sample.dom").unlink()
         said = install(stage)
-        for name in ("netsiftd.toml", "template.htm"):
+        for name in ("netsiftd.toml", "template.htm", "whitelist.dom"):
             self.assertEqual((etc / name).read_text(), "mine\n")
-            self.assertEqual((etc / f"{name}.new").read_text(), (TOP / "share" / name).read_text())
-            self.assertIn(f"-- Kept: {etc}/{name} (what is shipped now is beside it as {name}.new)", said)
-        self.assertEqual((etc / "whitelist.dom").read_text(), "mine\n")
-        self.assertIn(f"-- Kept: {etc}/whitelist.dom\n", said)
+            beside = "" if name.endswith(".dom") else f" (what is shipped now is beside it as {name}.new)"
+            self.assertIn(f"-- Kept: {etc}/{name}{beside}\n", said)
+        self.assertEqual((etc / "template.htm.new").read_text(), (TOP / "share/template.htm").read_text())
         self.assertEqual(os.readlink(etc / "template"), "elsewhere")
         self.assertEqual((etc / "sample.dom").read_text(), (TOP / "share/lists/sample.dom").read_text())
         self.assertEqual(sorted(file.name for file in etc.glob("*.new")),

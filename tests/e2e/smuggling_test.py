@@ -16,16 +16,10 @@ REFUSED, ANSWERED, CARELESS = "refused", "answered", "careless"  # the last: a s
 REQUESTS = {
     "CL.TE": ("Content-Length: %d\r\nTransfer-Encoding: chunked", CHUNKS, REFUSED),
     "TE.CL": ("Transfer-Encoding: chunked\r\nContent-Length: 4", f"{len(PRIZE):x}\r\n{PRIZE}\r\n0\r\n\r\n", REFUSED),
-    "TE.TE": ("Transfer-Encoding: chunked\r\nTransfer-Encoding: identity", CHUNKS, REFUSED),
-    "TE alone": ("Transfer-Encoding: chunked", CHUNKS, REFUSED),
-    "TE before a blank": ("Content-Length: %d\r\nTransfer-Encoding : chunked", CHUNKS, REFUSED),
-    "TE folded": ("Content-Length: %d\r\nTransfer-Encoding:\r\n chunked", CHUNKS, REFUSED),
     "TE behind a bare LF": ("Content-Length: %d\r\nX: y\nTransfer-Encoding: chunked", CHUNKS, REFUSED),
-    "CL twice": ("Content-Length: 0\r\nContent-Length: %d", PRIZE, REFUSED),
     "CL the same twice": ("Content-Length: %d\r\nContent-Length: %d", PRIZE, ANSWERED),
     "CL named by Connection": ("Content-Length: %d\r\nConnection: Content-Length", PRIZE, ANSWERED),
     "bare LF": ("X: y\n\nGET /smuggled HTTP/1.1\nHost: localhost\n", "", REFUSED),
-    "head too long": (f"Content-Length: 0\r\nX: {'x' * 70_000}", "", REFUSED),
     "loop": ("Content-Length: 0\r\nVia: 1.1 netsift, 1.1 netsift\r\nVia: 1.1 netsift, 1.0 netsift", "", REFUSED),
     "early answer": ("X-Origin: early\r\nContent-Length: %d", PRIZE * 5000, ANSWERED),
     "CL.0": ("X-Origin: bodiless\r\nContent-Length: %d", PRIZE, CARELESS),
@@ -35,8 +29,6 @@ REQUESTS = {
 # The site's answer behind X-Answer, a forged one follows it.
 ANSWERS = {
     "CL and TE": ("200 OK", f"Content-Length: 5\r\n{CHUNKED}0\r\n\r\n", ANSWERED),
-    "CL twice": ("200 OK", f"Content-Length: 0\r\nContent-Length: {len(FORGED)}\r\n\r\n", REFUSED),
-    "TE folded": ("200 OK", "Content-Length: 0\r\nTransfer-Encoding:\r\n chunked\r\n\r\n0\r\n\r\n", REFUSED),
     "chunks that are none": ("200 OK", f"{CHUNKED}zz\r\n", REFUSED),
     "bytes behind CL": ("200 OK", "Content-Length: 0\r\n\r\n", ANSWERED),
     "bytes behind the last chunk": ("200 OK", f"{CHUNKED}0\r\n\r\n", ANSWERED),
