@@ -205,6 +205,19 @@ void uploads(Bytes input) {
   check(namesUpload(string(input) + string(plain))); /* whatever stands before it */
 }
 
+/* A type as a field has it: read without case, parameters and blanks. */
+void mediaType(Bytes input) {
+  Header header;
+  if (scan("HTTP/1.1 200 OK\r\nContent-Type:" + string(input) + "\r\n\r\n", true, header)) {
+    string type;
+    if (readMediaType(header.first, type)) {
+      check(std::none_of(type.begin(), type.end(), [](char c) { return (c >= 'A' && c <= 'Z') || c == ';'; }));
+      check(type.empty() || (type.front() != ' ' && type.back() != ' '));
+    }
+    destroyHeader(&header);
+  }
+}
+
 /* The form that phrases are looked for in, against its definition. */
 void normalForm(Bytes body) {
   const auto isWhite = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };

@@ -9,7 +9,8 @@ RATED = b"""<html><head><meta http-equiv="PICS-Label"
 
 class Blocks(Road):
     settings = {"content.blocked_types": ["x-forbidden"], "ratings.check": True,
-                "requests.use_blocked_ip_hosts": True, "requests.blocked_ip_hosts": ["127.0.0.*"]}
+                "requests.use_blocked_ip_hosts": True, "requests.blocked_ip_hosts": ["127.0.0.*"],
+                "requests.block_uploads": True, "requests.upload_sites": ["/post/allowed"]}
 
     def test_each_block(self):
         self.origin.put("x.forbidden", b"a program\n")
@@ -48,6 +49,12 @@ class Blocks(Road):
                          rb"(?s)\AHTTP/1.1 403 Forbidden\r\n.*\nContent-Length: 0\r\n\r\n\Z")
         self.assertEqual(filtering.results(), ["URL:ads.example/x,STATUS:BLOCKED,BLOCKED SERVER:ADSERVER"])
         self.assertEqual(filtering.blocks(), [])
+
+    def test_uploads_to_an_exempt_site_arrive_whole(self):
+        file = self.origin.folder / "file.txt"
+        file.write_bytes(b"confidential " * 20)
+        self.filtering.fetch(f"{self.base}/post/allowed", "-F", f"f=@{file}")
+        self.assertIn(b"confidential", self.origin.bodies()[-1])
 
     def test_popup_script(self):
         filtering = self.filter({"popups.block": True}, {"popup.url.orig": f"{self.host}/calendar*\n"})

@@ -3,7 +3,7 @@ import random
 import socket
 import struct
 
-from harness import Case, Nginx, read_head
+from harness import Case, Nginx, free_port, read_head
 
 OK = b"HTTP/1.0 200 OK\r\n"
 HALF = OK + b"Content-Length: 100000\r\n\r\n" + b"x" * 70000
@@ -41,6 +41,11 @@ class Faults(Case):
         filtering = self.filter({"http.strict_http": True, "upstream.proxy": f"127.0.0.1:{proxy}"})
         self.assertRaisesRegex(AssertionError, "reset by peer", filtering.fetch, "http://h.test/")
         self.assertEqual((filtering.root / "body").read_bytes(), b"hello")
+
+    def test_the_cause_of_a_proxy_that_is_down_is_named(self):
+        filtering = self.filter({"http.strict_http": True, "upstream.proxy": f"127.0.0.1:{free_port()}"})
+        reason = "The upstream proxy cannot be reached: Connection refused."
+        self.assert_page(filtering.fetch("http://h.test/"), "error", reason)
 
     def test_no_upstream_where_one_is_needed(self):
         origin = Nginx(self.addCleanup)
