@@ -93,9 +93,10 @@ TEST(ConfigRead, ValuesLandInTheirVariablesWithinTheirBounds) {
   EXPECT_TRUE(numcategories == 255 && numcategories1 == 1);
   EXPECT_EQ(categfiles[254] + std::string(categname[0]) + categfiles1[0] + categname1[0], "fNpC");
 
-  EXPECT_EQ(faults("content = {threshold = 206, count_once = true, check_phrases = false}\n"
-                   "scanning = {primary_engine = true, second_engine = false, skip_types = true, relay_whitelisted = true}"),
-            "");
+  EXPECT_EQ(
+      faults("content = {threshold = 206, count_once = true, check_phrases = false}\n"
+             "scanning = {primary_engine = true, second_engine = false, skip_types = true, relay_whitelisted = true}"),
+      "");
   EXPECT_TRUE(allowedweight == 206 && uniqueoccur == 1 && contentcheck == 0 && VirWL_MimeType == 1);
   EXPECT_TRUE(DoVlavScan == 1 && DoClamScan == 0 && vs_tunnel == 1);
 
