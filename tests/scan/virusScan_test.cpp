@@ -24,27 +24,6 @@ int ask(const char *name, const char *greeting, const std::string &reply, std::s
   return call();
 }
 
-TEST(VirusScan, ScanJudgesTheStatusInItsOrder) {
-  /* 2, 4 and 32 are exact values, the rest bits; a number too long has all of them; no word at all is clean. */
-  Replies replies = {{"4", 1}, {"6", -1}, {"40", 0}, {"36", -1}, {"", 0}, {"99999999999999999999", 0}};
-  for (size_t length : {253, 300}) replies["2 " + std::string(length, 'v')] = 1;
-  for (const auto &[reply, verdict] : replies) {
-    std::string talk;
-    char name[256] = "left over";
-    EXPECT_EQ(ask("vlav", "", reply, talk, [&] { return Scan(path.c_str(), name); }), verdict) << reply;
-    EXPECT_EQ(name, reply.size() > 2 && verdict == 1 ? reply.substr(2, 253) : "") << reply;
-    EXPECT_EQ(talk, "SCAN 0 " + path.substr(0, 247) + "|");
-  }
-}
-
-TEST(VirusScan, ClamdAnswersAreClassifiedByWord) {
-  for (const auto &[reply, verdict] : Replies{{"/OK: FOUND", 1}, {"OK\n", 0}, {"FOUND: ERROR\n", -2}, {"\n", -2}}) {
-    std::string talk;
-    EXPECT_EQ(ask("vlcavd.sock", "", reply, talk, [] { return isInfectedclam(path.c_str()); }), verdict) << reply;
-    EXPECT_EQ(talk, "SCAN " + path + "|QUIT") << reply;
-  }
-}
-
 TEST(VirusScan, LineDialogueTakesTheLastName) {
   const std::string longLine = "324-" + std::string(2000, 'n');
   for (const auto &[reply, verdict] : Replies{{"322-First x\r\n323-Name y\r\n310-Other\r\n322 none\n 231 x\r\n", 1},
@@ -70,33 +49,44 @@ TEST(VirusScan, NoRoomForTheSocketsPathAndAnEngineThatBreaksOff) {
   EXPECT_STREQ(name, "AV ");
 }
 
-/* With StrictHttp the reply says what it says; without, any text that has the letters does. */
-TEST(VirusScan, StrictlyOnlyAVerdictIsOne) {
-  const std::string filled = "/f: " + std::string(2100, 'x');
+/* Of a status 2, 4 and 32 are exact values, the rest bits; a number too long has all of them. With StrictHttp the reply
+   says what it says; without, any text that has the letters does, and no word at all is clean. */
+TEST(VirusScan, RepliesAreJudgedStrictlyOrByTheirLetters) {
+  const std::string longName(300, 'v'), filled = "/f: " + std::string(2100, 'x');
   const std::tuple<const char *, std::string, int, int> cases[] = {
-      {"vlav", "0", 0, 0},
-      {"vlav", "2 x", 1, 1},
+      {"vlav", "4", 1, 1},
+      {"vlav", "6", -1, -1},
+      {"vlav", "40", 0, 0},
+      {"vlav", "36", -1, -1},
+      {"vlav", "99999999999999999999", 0, 0},
+      {"vlav", "2 " + longName.substr(0, 253), 1, 1},
+      {"vlav", "2 " + longName, 1, 1},
       {"vlav", "0\r\n", 0, 0},
       {"vlav", "hello", 0, -1},
       {"vlav", "", 0, -1},
       {"vlav", " 0", 0, -1},
       {"vlav", "0x", 0, -1},
       {"vlcavd.sock", "/f: OK\r\n", 0, 0},
-      {"vlcavd.sock", "/f: a FOUND", 1, 1},
+      {"vlcavd.sock", "/OK: FOUND", 1, 1},
       {"vlcavd.sock", "/f: OKAY\n", 0, -2},
       {"vlcavd.sock", "/f: OK, ask later\n", 0, -2},
       {"vlcavd.sock", "/f: ERROR-a FOUND\n", -2, 1},
       {"vlcavd.sock", "/f: No such file. ERROR\n", -2, -2},
       {"vlcavd.sock", filled.substr(0, 2043) + " OK and on\n", 0, -2},
       {"vlcavd.sock", "\n", -2, -2}};
-  for (const auto &[name, reply, verdict, strictVerdict] : cases) {
+  for (const auto &[socket, reply, verdict, strictVerdict] : cases) {
+    const bool isClamd = std::string_view(socket) != "vlav";
     for (const int strict : {0, 1}) {
       StrictHttp = strict;
       std::string talk;
-      const auto call = [&, name = name] {
-        return *name == 'v' && name[2] == 'a' ? Scan("/f", nullptr) : isInfectedclam("/f");
-      };
-      EXPECT_EQ(ask(name, "", reply, talk, call), strict == 1 ? strictVerdict : verdict) << reply << strict;
+      char name[256] = "left over";
+      const auto call = [&] { return isClamd ? isInfectedclam(path.c_str()) : Scan(path.c_str(), name); };
+      EXPECT_EQ(ask(socket, "", reply, talk, call), strict == 1 ? strictVerdict : verdict) << reply << strict;
+      if (!isClamd && strict == 0) {
+        EXPECT_EQ(name, verdict == 1 && reply.size() > 2 ? reply.substr(2, 253) : "") << reply;
+      }
+      if (reply.size() > 2000) continue; /* what is left unread breaks the connection off */
+      EXPECT_EQ(talk, isClamd ? "SCAN " + path + "|QUIT" : "SCAN 0 " + path.substr(0, 247) + "|") << reply;
     }
   }
 }
