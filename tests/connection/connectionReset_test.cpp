@@ -32,15 +32,7 @@ int openDescriptors() {
   return count;
 }
 
-class ResetTest : public ScanTest {
- protected:
-  /* Serves as `serve` does, then resets all but what the test itself has open. */
-  std::string serveAndReset(const std::string &requests, const std::vector<std::string> &answers) {
-    const std::string answer = serve(requests, answers);
-    netsift_resetState(-1);
-    return answer;
-  }
-};
+class ResetTest : public ScanTest {};
 
 }  // namespace
 
@@ -80,12 +72,14 @@ TEST_F(ResetTest, ConnectionsOfEveryKindLeaveNothingForTheNext) {
     netsift_keepState();
     const std::string before = state();
     for (const auto &[asked, answer] : kinds) {
-      serveAndReset(asked, {answer});
+      serve(asked, {answer});
+      netsift_resetState(-1);
       proxyport = 3128; /* the fixture's own */
       EXPECT_TRUE(state() == before) << "road " << road << ": " << asked.substr(0, 60);
     }
     const std::string octet = std::to_string(road + 1); /* a line of its own for each road */
-    serveAndReset("GET http://11.0.0." + octet + "/ HTTP/1.1\r\nHost: 11.0.0." + octet + "\r\n\r\n", {});
+    serve("GET http://11.0.0." + octet + "/ HTTP/1.1\r\nHost: 11.0.0." + octet + "\r\n\r\n", {});
+    netsift_resetState(-1);
     EXPECT_TRUE(log.has("Client IP:10.1.2.3,URL:11.0.0." + octet +
                         ",STATUS:BLOCKED,IP Blocking:access to ip based url is blocked"))
         << "an exemption that another connection got, on road " << road;

@@ -33,45 +33,34 @@ void overTcp(SocketPair &pair) {
   for (const int fd : {listener, client, accepted}) close(fd);
 }
 
-void leave(SocketPair &client, bool byReset) {
-  const linger none{1, 0};
-  if (byReset) setsockopt(client.far, SOL_SOCKET, SO_LINGER, &none, sizeof none);
-  client.closeFar();
-}
+enum class Client { stays, closes, resets };
 
 TEST(Wait, NoticesAClientThatLeaves) {
-  struct Case {
-    const char *what;
-    bool tcp, closes, byReset;
-    bool peerReady;
-    Wait expected;
-    bool isGone;
-  };
-  constexpr Case cases[] = {
-      {"stays", true, false, false, false, Wait::timedOut, false},
-      {"closes, which over TCP may be half of it", true, true, false, false, Wait::timedOut, false},
-      {"closes, no TCP", false, true, false, false, Wait::clientLeft, true},
-      {"resets", true, true, true, false, Wait::clientLeft, true},
-      {"resets when the answer is there", true, true, true, true, Wait::ready, true},
-  };
-  for (const Case &one : cases) {
-    SCOPED_TRACE(one.what);
+  /* What the client does, whether over TCP and when the answer is there, what the wait says, and whether it is gone. */
+  const std::tuple<Client, bool, bool, Wait, bool> cases[] = {
+      {Client::stays, true, false, Wait::timedOut, false},
+      {Client::closes, true, false, Wait::timedOut, false}, /* which may be half of it */
+      {Client::closes, false, false, Wait::clientLeft, true},
+      {Client::resets, true, false, Wait::clientLeft, true},
+      {Client::resets, true, true, Wait::ready, true}};
+  for (const auto &[does, tcp, answered, expected, isGone] : cases) {
+    SCOPED_TRACE(testing::Message() << static_cast<int>(does) << tcp << answered);
     SocketPair peer, client;
-    if (one.tcp) overTcp(client);
+    if (tcp) overTcp(client);
     client.send("GET"); /* what it has sent and nobody has read changes nothing */
-    if (one.peerReady) peer.send("x");
-    std::thread leaving([&] {
-      std::this_thread::sleep_for(one.peerReady ? 0ms : 20ms);
-      if (one.closes) leave(client, one.byReset);
+    if (answered) peer.send("x");
+    const linger none{1, 0};
+    if (does == Client::resets) setsockopt(client.far, SOL_SOCKET, SO_LINGER, &none, sizeof none);
+    std::thread leaving([&client, leaves = does != Client::stays, delay = answered ? 0ms : 20ms] {
+      std::this_thread::sleep_for(delay);
+      if (leaves) client.closeFar();
     });
-    if (one.peerReady) leaving.join();
+    if (answered) leaving.join();
     const auto start = Clock::now();
-    EXPECT_EQ(waitReadable(peer.near, 150, client.near), one.expected);
-    if (one.expected == Wait::timedOut) {
-      EXPECT_GE(Clock::now() - start, 145ms);
-    }
+    EXPECT_EQ(waitReadable(peer.near, 150, client.near), expected);
+    EXPECT_GE(Clock::now() - start, expected == Wait::timedOut ? 145ms : 0ms);
     if (leaving.joinable()) leaving.join();
-    EXPECT_EQ(hasLeft(client.near), one.isGone);
+    EXPECT_EQ(hasLeft(client.near), isGone);
   }
 }
 
