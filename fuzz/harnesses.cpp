@@ -2,7 +2,11 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <climits>
+#include <memory>
+#include <vector>
 
+#include "content/phraseAutomaton.h"
 #include "fuzz/harness.h"
 #include "http/strictChunk.h"
 #include "http/strictCoding.h"
@@ -13,6 +17,82 @@
 #include "http/strictUpload.h"
 #include "log/peerText.h"
 #include "util/escape.h"
+
+/* A gzip stream straight from a socket: no more than the room. */
+void gzipSocket(Bytes bytes) {
+  const SocketPair pair;
+  pair.send(bytes);
+  shutdown(pair.far, SHUT_WR);
+  const int fd = dup(pair.near);
+  gzFile stream;
+  check(openGZStream(fd, "r", 1, &stream) == 1);
+  const std::unique_ptr<char[]> room(new char[777]);
+  for (signed char status = 0; status == 0;) {
+    unsigned length = 777;
+    status = getGZHTTPBody(fd, stream, room.get(), &length, 0, 777);
+    check(length <= 777 && (status != 0 || length == 777));
+  }
+  gzclose(stream);
+}
+
+/* A chunk's size line as it comes from the socket. */
+void chunkLine(Bytes bytes) {
+  SocketPair pair;
+  pair.send(bytes);
+  pair.closeFar();
+  unsigned length = 0;
+  unsigned char status = 0;
+  const Text line(getSocketLine1(pair.near, &length, &status));
+  check(length == bytes.size() && line.get()[length] == '\0');
+  getChunkSize(line.get());
+}
+
+/* A phrase file, a line "==" and a text: an index without its look-up tables must score as the one with them, and so
+   must the automaton. */
+void phraseScan(Bytes input) {
+  const Bytes phrases = parts(input).first, page = parts(input).second;
+  if (phrases.empty()) return;
+  FILE *stream = fmemopen(const_cast<char *>(phrases.data()), phrases.size(), "r");
+  PhraseNode *list = nullptr;
+  for (PhraseNode **end = &list; (*end = readPhrase(stream)) != nullptr;) end = &(*end)->next;
+  fclose(stream);
+  InitialEntry *index = buildIniList(list);
+  std::vector<InitialEntry> walked(256);
+  for (size_t i = 0; index[i].firstByte != 0; i++) walked[i] = index[i];
+
+  numcategories1 = 1;
+  uniqueoccur = input.size() % 2;
+  allowedweight = input.size() % 3 == 0 ? 20 : INT_MAX;
+  const GuardedText text(page);
+  const auto scan = [&](const InitialEntry *by) {
+    check(iniContentFilter() == 1);
+    const int reached = calcWeight(text.get(), static_cast<int>(page.size()), by, 0);
+    return std::pair(reached, totalweight);
+  };
+  const auto expected = scan(index);
+  check(expected == scan(walked.data()));
+  phraselists = &list;
+  initiallists = &index;
+  buildPhraseAutomaton();
+  check(iniContentFilter() == 1);
+  isOffensiveContent(text.get(), static_cast<int>(page.size()));
+  check(expected.second == totalweight);
+  phraselists = nullptr;
+  initiallists = nullptr;
+  freePhraseAutomaton();
+  relContentFilter();
+  free(index);
+  freeList(list);
+}
+
+/* HTML to text: the page can only shrink, and what is left over is cleared. */
+void htmlToText(Bytes page) {
+  const GuardedText text(page);
+  auto length = static_cast<int32_t>(page.size());
+  ConvertHTMLToText(text.get(), &length);
+  check(length >= 0 && static_cast<size_t>(length) <= page.size());
+  check(std::all_of(text.get() + length, text.get() + page.size() + 1, [](char c) { return c == '\0'; }));
+}
 
 /* Rating labels: the text must be as before afterwards. */
 void ratings(Bytes head) {

@@ -35,19 +35,30 @@ size_t endOfQuoted(std::string_view text, size_t from) {
   return text.size();
 }
 
-/* The line of the first key of more than mostKeyParts parts, 0 when there is none. To the parser each part is a table
-   in a table, and it takes them apart by calling itself: a few thousand overflow its stack. */
-int tooDeepKey(std::string_view text) {
+struct Unreadable {
+  int line; /* 0: nothing is */
+  const char *what;
+};
+
+/* What must not reach the parser. To it each part of a key is a table in a table, and it takes them apart by calling
+   itself: a few thousand overflow its stack. And it looks characters beyond ASCII outside quotes up in a table that has
+   no place for most of them. */
+Unreadable findUnreadable(std::string_view text) {
+  constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
   int line = 1, dots = 0;
-  for (size_t i = 0, next = 0; i < text.size(); i = next) {
+  size_t next = text.starts_with(byteOrderMark) ? byteOrderMark.size() : 0;
+  for (size_t i = next; i < text.size(); i = next) {
     next = i + 1;
     if (text[i] == '"' || text[i] == '\'') next = endOfQuoted(text, i);
     if (text[i] == '#') next = std::min(text.find('\n', i), text.size());
-    if (text[i] == '.' && ++dots == mostKeyParts) return line;
+    if (text[i] == '.' && ++dots == mostKeyParts)
+      return {line, "a key of more than 8 parts; those of the settings have 3 at most"};
+    if (static_cast<unsigned char>(text[i]) >= 0x80)
+      return {line, "a character that is not ASCII stands outside quotes; put the text it belongs to in quotes"};
     if (std::string_view("=,[]{}\n").find(text[i]) != std::string_view::npos) dots = 0;
     line += static_cast<int>(std::ranges::count(text.substr(i, next - i), '\n'));
   }
-  return 0;
+  return {0, ""};
 }
 
 const Setting *findSetting(std::string_view key) {
@@ -109,8 +120,8 @@ bool readConfiguration(const std::string &path, Problems &problems) {
     problems.push_back({true, path, line, "", "holds a NUL byte"});
     return false;
   }
-  if (int line = tooDeepKey(content); line > 0) {
-    problems.push_back({true, path, line, "", "a key of more than 8 parts; those of the settings have 3 at most"});
+  if (const Unreadable unreadable = findUnreadable(content); unreadable.line > 0) {
+    problems.push_back({true, path, unreadable.line, "", unreadable.what});
     return false;
   }
   toml::parse_result given = toml::parse(content, path), defaults = toml::parse(defaultConfiguration());

@@ -39,8 +39,11 @@ TEST(ConfigRead, TellsLineKeyAndWhatIsExpected) {
        "2: log.ports: expected true or false, not 1\n4: http.strict: unknown key; did you mean http.strict_http?"},
   };
   for (const auto &[text, fault] : cases) EXPECT_EQ(faults(text), fault + "\n") << text;
-  EXPECT_TRUE(faults("[http\n").starts_with("1: ")) << "TOML's own errors have a line too";
+  for (const char *broken : {"[http\n", "[[ = 1\n"})
+    EXPECT_TRUE(faults(broken).starts_with("1: ")) << "TOML's own errors have a line too";
   EXPECT_EQ(faults(std::string("[log]\n[\0x]", 10)), "2: holds a NUL byte\n");
+  EXPECT_EQ(faults("\xEF\xBB\xBF[log] # \u00fc\ndebug_tag = '\u00fc'\n\u021c = 1"),
+            "3: a character that is not ASCII stands outside quotes; put the text it belongs to in quotes\n");
   for (const char *nothing : {"", "# log.ports = true\n[log]\n"})
     EXPECT_TRUE(faults(nothing).find("holds no setting, which would lift every list") < 2) << nothing;
 }
