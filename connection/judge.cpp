@@ -30,6 +30,26 @@ bool isListed(const char *text, const char *file) {
   return path && inVirusWhiteList_hash(text, path.get()) != 0;
 }
 
+void skipScan(Cycle &cycle, const char *why) {
+  cycle.skipScan = true;
+  std::snprintf(virwhite_reason, sizeof virwhite_reason, "%s", why);
+}
+
+/* Those of viruswhite_dom.conf. */
+void skipListedHost(Cycle &cycle) {
+  const char *host = cycle.request.hostname.c_str();
+  if (!isListed(host, "viruswhite_dom.conf")) return;
+  dprintf(7, "Virus Sacnning is skipped.[Reason::The domain (%s) is whitelisted]\n", peerText(host));
+  skipScan(cycle, "Tunneling the whitelisted domain...\n");
+}
+
+/* Those of viruswhite.conf, while VirWL_MimeType is on. */
+void skipListedType(Cycle &cycle) {
+  if (!cycle.contentType || VirWL_MimeType == 0 || !isListed(cycle.contentType.get(), "viruswhite.conf")) return;
+  dprintf(7, "Virus scanning is skipped.[Reason::content is whitelisted]\n");
+  skipScan(cycle, "Tunneling the whitelisted content type...\n");
+}
+
 }  // namespace
 
 Next readDate(Connection &, Cycle &cycle) {
@@ -38,8 +58,9 @@ Next readDate(Connection &, Cycle &cycle) {
   return Next::step;
 }
 
-Next refuseType(Connection &connection, const Cycle &cycle) {
+Next checkContentType(Connection &connection, const Cycle &cycle) {
   const char *type = cycle.contentType.get();
+  if (type == nullptr || isBannedContentType(type) == 0 || cycle.isWhite) return Next::step;
   dprintf(4, "blocking content %s\n", peerText(type));
   return refuse(connection, cycle,
                 {.reason = sentenceFor(Why::contentType, type),
@@ -57,22 +78,17 @@ void traceMiss(const Cycle &cycle) {
           peerText(url), peerText(url), peerText(cycle.contentType.get()));
 }
 
-void skipScan(Cycle &cycle, const char *why) {
-  cycle.skipScan = true;
-  std::snprintf(virwhite_reason, sizeof virwhite_reason, "%s", why);
-}
-
-void skipListedHost(Cycle &cycle) {
-  const char *host = cycle.request.hostname.c_str();
-  if (!isListed(host, "viruswhite_dom.conf")) return;
-  dprintf(7, "Virus Sacnning is skipped.[Reason::The domain (%s) is whitelisted]\n", peerText(host));
-  skipScan(cycle, "Tunneling the whitelisted domain...\n");
-}
-
-void skipListedType(Cycle &cycle) {
-  if (!cycle.contentType || VirWL_MimeType == 0 || !isListed(cycle.contentType.get(), "viruswhite.conf")) return;
-  dprintf(7, "Virus scanning is skipped.[Reason::content is whitelisted]\n");
-  skipScan(cycle, "Tunneling the whitelisted content type...\n");
+void applySkipRules(Cycle &cycle, bool skipsStyleSheets) {
+  if (virusscan == 0) return;
+  const std::string &url = cycle.request.url;
+  if (VirWL_Domain != 0) {
+    skipListedHost(cycle);
+  } else if (skipsStyleSheets && url.ends_with(".css")) {
+    dprintf(7, "Virus Sacnning is skipped.[Reason::The file is .css %s]\n", peerText(url.c_str()));
+    skipScan(cycle, "Tunneling the .css file...\n");
+  } else {
+    skipListedType(cycle);
+  }
 }
 
 bool isNoCache() {

@@ -19,22 +19,17 @@ constexpr int verdictClean = NETSIFT_CACHED_CLEAN, verdictInfected = NETSIFT_CAC
 /* Step: takes the modification date, unless the cache is off. */
 Next readDate(Connection &connection, Cycle &cycle);
 
-/* Refuses the response for its content type. */
-Next refuseType(Connection &connection, const Cycle &cycle);
+/* Refuses the response for a content type of `blockedcontent`, but not of a whitelisted site. */
+Next checkContentType(Connection &connection, const Cycle &cycle);
 
 /* The line that every response leaves that is not answered from the verdict cache, at level 7. */
 void traceMiss(const Cycle &cycle);
 
 /* -- what is not scanned -- */
 
-/* The response is not scanned; `virwhite_reason` says why. */
-void skipScan(Cycle &cycle, const char *why);
-
-/* The rule for hosts: those of viruswhite_dom.conf. While it is on (VirWL_Domain), no other rule is asked. */
-void skipListedHost(Cycle &cycle);
-
-/* The rule for content types: those of viruswhite.conf, while VirWL_MimeType is on. */
-void skipListedType(Cycle &cycle);
+/* Marks a response that a rule takes out of the scan; `virwhite_reason` says which. While the rule for hosts is on
+   (VirWL_Domain), those for style sheets and content types are not asked. */
+void applySkipRules(Cycle &cycle, bool skipsStyleSheets);
 
 /* -- the verdict cache -- */
 

@@ -13,6 +13,7 @@
 #include "http/requestUrl.h"
 #include "log/debugLog.h"
 #include "log/peerText.h"
+#include "policy/attachFile.h"
 #include "policy/urlList.h"
 #include "scan/tunnel.h"
 #include "state/connection.h"
@@ -21,6 +22,8 @@
 
 namespace netsift {
 namespace {
+
+constexpr unsigned uncheckedUploadPort = 8100;
 
 /* A plain prefix comparison up to the pattern's "*", or of all its 16 characters; "*" alone matches every host. */
 bool matchesPattern(const IpPattern &node, const char *host) {
@@ -135,6 +138,12 @@ Next relayMessenger(Connection &connection) {
     tunnel(ends.client, ends.upstream, noTimeout);
   }
   return endCall(connection, callEnded);
+}
+
+bool checksUploads(const Request &request) {
+  if (blockupload == 0 || request.port == uncheckedUploadPort) return false;
+  return checkUrl(request.url.c_str()) == 0 ||
+         (!request.resolvedUrl.empty() && checkUrl(request.resolvedUrl.c_str()) == 0);
 }
 
 Next applyIpPatterns(Connection &, Cycle &cycle) {

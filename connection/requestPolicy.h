@@ -22,6 +22,10 @@ bool isMessenger(const Request &request);
 /* Its relay, without a time limit, with a transcript when `logtunnel` is on; the call ends with 1. */
 Next relayMessenger(Connection &connection);
 
+/* Whether the request's body is looked through for files: not on port 8100, nor when both forms of the URL are those of
+   a site that takes uploads. */
+bool checksUploads(const Request &request);
+
 Next applyIpPatterns(Connection &connection, Cycle &cycle);
 Next checkPort(Connection &connection, Cycle &cycle);
 Next checkIpHost(Connection &connection, Cycle &cycle);

@@ -20,7 +20,6 @@ namespace netsift {
 namespace {
 
 constexpr unsigned bodyChunk = 10240;
-constexpr unsigned uncheckedUploadPort = 8100;
 constexpr unsigned httpPort = 80, httpsPort = 443;
 
 /* Filtering switched off beside an upstream proxy: nothing is read at all. */
@@ -137,7 +136,7 @@ Next forwardHead(Connection &connection, Cycle &cycle) {
 /* One chunk of the body on its way: checked where uploads are, then sent. */
 Next forwardChunk(Connection &connection, const Cycle &cycle, char *chunk, unsigned length) {
   int cut = 0;
-  if (blockupload != 0 && cycle.request.port != uncheckedUploadPort && checkUrl(cycle.request.url.c_str()) == 0) {
+  if (checksUploads(cycle.request)) {
     cut = blockAttachment(static_cast<int>(length), chunk);
   }
   const int kept = static_cast<int>(length) - cut;

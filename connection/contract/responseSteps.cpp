@@ -56,18 +56,8 @@ Next readType(Connection &, Cycle &cycle) {
   return Next::step;
 }
 
-/* The rules for style sheets and content types apply only while the rule for hosts is off. */
-Next applySkipRules(Connection &, Cycle &cycle) {
-  if (virusscan == 0) return Next::step;
-  const std::string &url = cycle.request.url;
-  if (VirWL_Domain != 0) {
-    skipListedHost(cycle);
-  } else if (url.ends_with(".css")) {
-    dprintf(7, "Virus Sacnning is skipped.[Reason::The file is .css %s]\n", peerText(url.c_str()));
-    skipScan(cycle, "Tunneling the .css file...\n");
-  } else {
-    skipListedType(cycle);
-  }
+Next skipRules(Connection &, Cycle &cycle) {
+  applySkipRules(cycle, true);
   return Next::step;
 }
 
@@ -144,11 +134,7 @@ Next readTransferCoding(Connection &, Cycle &cycle) {
   return Next::step;
 }
 
-Next checkType(Connection &connection, Cycle &cycle) {
-  const char *type = cycle.contentType.get();
-  const bool isBanned = type != nullptr && isBannedContentType(type) != 0 && !cycle.isWhite;
-  return isBanned ? refuseType(connection, cycle) : Next::step;
-}
+Next checkType(Connection &connection, Cycle &cycle) { return checkContentType(connection, cycle); }
 
 Next relayConnect(Connection &connection, Cycle &cycle) {
   if (!cycle.request.isConnect) return Next::step;
@@ -161,7 +147,7 @@ constexpr Step steps[] = {
     {"head only", answerHeadOnly},
     {"date", readDate},
     {"type", readType},
-    {"skip rules", applySkipRules},
+    {"skip rules", skipRules},
     {"scan threshold", deriveThreshold},
     {"whitelisted relay", relayWhitelisted},
     {"response code", readCode},

@@ -19,7 +19,6 @@ constexpr size_t forwardPiece = 65536;
 constexpr size_t uploadWindow = 65536;
 constexpr size_t uploadOverlap = 16384 + 32; /* of two windows: the longest field that is looked at, and its name */
 constexpr uint64_t greatestChecked = 256ULL << 20; /* what is collected to be looked through */
-constexpr unsigned uncheckedUploadPort = 8100;
 
 /* Reads the next piece of the request's body: as much as there is room for, or what has arrived. False when the client
    stalls or breaks off. */
@@ -64,12 +63,6 @@ bool inviteBody(const Connection &connection, const Cycle &cycle) {
   constexpr char invitation[] = "HTTP/1.1 100 Continue\r\n\r\n";
   if (!cycle.expectsContinue) return true;
   return sendHTTPBody(connection.ends.client, invitation, sizeof invitation - 1, clientTimeoutSeconds) >= 0;
-}
-
-bool checksUpload(const Cycle &cycle) {
-  if (blockupload == 0 || cycle.bodyLength == 0 || cycle.request.port == uncheckedUploadPort) return false;
-  return checkUrl(cycle.request.url.c_str()) == 0 ||
-         (!cycle.request.resolvedUrl.empty() && checkUrl(cycle.request.resolvedUrl.c_str()) == 0);
 }
 
 Upload spoolUpload(const Connection &connection, Cycle &cycle) {

@@ -10,8 +10,6 @@ namespace netsift {
 /* Asks a client that holds its body back for it. False when the client is gone. */
 bool inviteBody(const Connection &connection, const Cycle &cycle);
 
-bool checksUpload(const Cycle &cycle);
-
 enum class Upload { clean, found, failed, tooLarge };
 
 /* Collects the body in cycle.requestSpool, a file without a name, and looks for uploads in windows that overlap. */

@@ -205,7 +205,7 @@ void limitWhatIsAskedFor() {
 /* An upload that the check finds is refused before anything has gone upstream. */
 Next checkUpload(Connection &connection, Cycle &cycle) {
   tracePassed(cycle.request);
-  if (!checksUpload(cycle)) return Next::step;
+  if (cycle.bodyLength == 0 || !checksUploads(cycle.request)) return Next::step;
   switch (spoolUpload(connection, cycle)) {
     case Upload::clean:
       return Next::step;

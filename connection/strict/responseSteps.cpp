@@ -100,13 +100,8 @@ Next exemptWhitelisted(Connection &, Cycle &cycle) {
   return Next::step;
 }
 
-Next applySkipRules(Connection &, Cycle &cycle) {
-  if (virusscan == 0) return Next::step;
-  if (VirWL_Domain != 0) {
-    skipListedHost(cycle);
-  } else {
-    skipListedType(cycle);
-  }
+Next skipRules(Connection &, Cycle &cycle) {
+  applySkipRules(cycle, false);
   return Next::step;
 }
 
@@ -122,10 +117,8 @@ Next consultCache(Connection &connection, Cycle &cycle) {
 
 Next checkType(Connection &connection, Cycle &cycle) {
   traceMiss(cycle);
-  if (cycle.framing.kind == BodyKind::none || cycle.isKnownClean || cycle.isWhite || !cycle.contentType) {
-    return Next::step;
-  }
-  return isBannedContentType(cycle.contentType.get()) != 0 ? refuseType(connection, cycle) : Next::step;
+  const bool isExamined = cycle.framing.kind != BodyKind::none && !cycle.isKnownClean;
+  return isExamined ? checkContentType(connection, cycle) : Next::step;
 }
 
 constexpr Step steps[] = {
@@ -134,7 +127,7 @@ constexpr Step steps[] = {
     {"refused CONNECT", frameRefusedConnect},
     {"date", readDate},
     {"type", readType},
-    {"skip rules", applySkipRules},
+    {"skip rules", skipRules},
     {"whitelisted", exemptWhitelisted},
     {"verdict cache", consultCache},
     {"content type", checkType},

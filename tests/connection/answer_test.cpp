@@ -1,9 +1,9 @@
 #include "pages/answer.h"
 
-#include "pages/htmlTemplate.h"
 #include "connection/verdict.h"
 #include "content/phraseList.h"
 #include "content/phraseScan.h"
+#include "pages/htmlTemplate.h"
 #include "tests/support/support.h"
 
 using namespace netsift;
