@@ -47,6 +47,11 @@ struct UpstreamUse {
   unsigned port = 0;
 };
 
+/* What a host that is an address resolves to, and the URL as that name would have it; empty for none. */
+struct ReverseName {
+  std::string host, url;
+};
+
 /* Lives for the whole call of connectionHandle. */
 struct Connection {
   const Road &road;
@@ -61,6 +66,9 @@ struct Connection {
   uint32_t scanThreshold = 0; /* bytes collected before the next scan; doubled by every scan */
   uint32_t receivedTotal = 0; /* body bytes read from upstream over all cycles, modulo 2^32 */
   bool alreadyCached = false; /* an infected verdict has been stored */
+  size_t bufferUsed = 0;      /* the most of `httpbody` that a body of this call has filled */
+  ReverseName reverse;        /* the last one found, which the blacklists are asked for ever after; StrictHttp: of this
+                                 request */
 
   uint8_t configuredBlockip = 0, configuredUrlcheck = 0; /* StrictHttp: as the host set them */
   UpstreamUse upstream;
@@ -72,8 +80,7 @@ struct Request {
   std::string url;      /* normalised: host and path, no scheme, no port */
   std::string hostname; /* as the lists know it */
   std::string method;
-  std::string resolvedUrl;             /* StrictHttp: `url` as servers may read it, where that differs */
-  std::string reverseHost, reverseUrl; /* of a host that is an address and has a name; else empty */
+  std::string resolvedUrl; /* StrictHttp: `url` as servers may read it, where that differs */
   unsigned port = 0;
   bool isAddress = false, isHead = false, isConnect = false, hasQuery = false;
 };

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "state/connection.h"
 
@@ -26,9 +27,16 @@ bool publishRequest(const Request &from) {
 void publishAddress(const Request &from, hostent *reverse) {
   isipaddr = static_cast<uint8_t>(from.isAddress);
   reqhost = reverse;
-  if (from.reverseHost.empty()) return;
-  replaceText(reshostname, from.reverseHost);
-  replaceText(resurl, from.reverseUrl);
+}
+
+void publishReverseName(const ReverseName &name) {
+  replaceText(reshostname, name.host);
+  replaceText(resurl, name.url);
+}
+
+void publishTrimmedHost(const Request &from) {
+  if (hostname != nullptr && from.hostname.c_str() != std::string_view(hostname))
+    replaceText(hostname, from.hostname.c_str());
 }
 
 void retractRequest() {

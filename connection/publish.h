@@ -12,9 +12,14 @@ namespace netsift {
 /* Sets `url`, `hostname` and `request`. False when memory is short. */
 bool publishRequest(const Request &request);
 
-/* Sets `isipaddr` and what the host's address resolved to: `reqhost`, null for nothing, and where there is a name
-   `reshostname` and `resurl`. */
+/* Sets `isipaddr` and `reqhost`, what the host's address resolved to, null for nothing. */
 void publishAddress(const Request &request, hostent *reverse);
+
+/* Sets `reshostname` and `resurl`. */
+void publishReverseName(const ReverseName &name);
+
+/* Sets `hostname` to what a look-up in the lists leaves of it: no white space around it. */
+void publishTrimmedHost(const Request &request);
 
 /* The end of a request: `url` and `hostname` freed and null. */
 void retractRequest();

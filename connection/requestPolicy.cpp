@@ -53,49 +53,55 @@ bool isMessengerUrl(const char *url) {
 }
 
 /* The URL as the reverse-resolved host would have it. The URL begins with the host, unless decoding shortened it. */
-std::string urlOnHost(const std::string &url, const Request &request) {
-  return request.reverseHost + url.substr(std::min(request.hostname.size(), url.size()));
+std::string urlOnHost(const std::string &name, const std::string &url, const Request &request) {
+  return name + url.substr(std::min(request.hostname.size(), url.size()));
 }
 
 /* The entry that `reqhost` becomes; null when the address has no name. */
-hostent *lookUpReverse(Request &request) {
+hostent *lookUpReverse(const Request &request, ReverseName &name) {
   static HostEntry reverse;
   in_addr address;
   if (inet_aton(request.hostname.c_str(), &address) == 0) return nullptr;
   hostent *found = copyHostEntry(reverse, gethostbyaddr(&address, sizeof address, AF_INET));
   if (found == nullptr || *found->h_name == '\0') return nullptr;
-  request.reverseHost = found->h_name;
-  request.reverseUrl = urlOnHost(request.url, request);
-  dprintf(4, "resolved host is [%s]\n", peerText(request.reverseHost.c_str()));
-  dprintf(4, "resolved url is [%s]\n", peerText(request.reverseUrl.c_str()));
+  name.host = found->h_name;
+  name.url = urlOnHost(name.host, request.url, request);
+  publishReverseName(name);
+  dprintf(4, "resolved host is [%s]\n", peerText(name.host.c_str()));
+  dprintf(4, "resolved url is [%s]\n", peerText(name.url.c_str()));
   return found;
 }
 
-/* One list's answer for a form of the URL, or for the name that the host's address resolves to. */
+/* One list's answer for a form of the URL or, where `name` is not null, for what that name makes of it. */
 template <typename InList>
-int listedAs(const std::string &url, Request &request, InList inList) {
+int listedAs(const std::string &url, Request &request, ReverseName *name, const std::string &namedUrl, InList inList) {
   int answer = static_cast<uint8_t>(inList(url.c_str(), request.hostname.data(), request.isAddress ? 1 : 0));
-  if (request.reverseHost.empty()) return answer;
-  const std::string named = urlOnHost(url, request);
-  answer |= static_cast<uint8_t>(inList(named.c_str(), request.reverseHost.data(), 0));
+  if (name != nullptr) answer |= static_cast<uint8_t>(inList(namedUrl.c_str(), name->host.data(), 0));
   return answer;
 }
 
 template <typename InList>
-int listed(Request &request, InList inList) {
-  return listedAs(request.url, request, inList);
+int listed(Request &request, ReverseName *name, InList inList) {
+  return listedAs(request.url, request, name, name == nullptr ? "" : name->url, inList);
 }
 
 /* The list's answer for the URL as servers may read it, where that differs: what blocks is looked for in either, and
    what exempts must be found in both. */
 template <typename InList>
-int listedResolved(Request &request, InList inList) {
-  return request.resolvedUrl.empty() ? 0 : listedAs(request.resolvedUrl, request, inList);
+int listedResolved(Request &request, ReverseName *name, InList inList) {
+  const std::string &url = request.resolvedUrl;
+  if (url.empty()) return 0;
+  return listedAs(url, request, name, name == nullptr ? "" : urlOnHost(name->host, url, request), inList);
 }
 
 template <typename InList>
-bool exempts(Request &request, InList inList) {
-  return listed(request, inList) != 0 && (request.resolvedUrl.empty() || listedResolved(request, inList) != 0);
+bool exempts(Request &request, ReverseName *name, InList inList) {
+  return listed(request, name, inList) != 0 &&
+         (request.resolvedUrl.empty() || listedResolved(request, name, inList) != 0);
+}
+
+ReverseName *nameFound(Connection &connection) {
+  return connection.reverse.host.empty() ? nullptr : &connection.reverse;
 }
 
 /* Two different category numbers combine bit by bit, possibly to one that no category has: the first then names it. */
@@ -180,7 +186,7 @@ Next checkIpHost(Connection &connection, Cycle &cycle) {
     dprintf(2, "NULL url\n");
     return endCall(connection, callFailed);
   }
-  hostent *reverse = request.isAddress && blockip == 0 ? lookUpReverse(request) : nullptr;
+  hostent *reverse = request.isAddress && blockip == 0 ? lookUpReverse(request, connection.reverse) : nullptr;
   publishAddress(request, reverse);
   if (!request.isAddress || blockip == 0) return Next::step;
   return refuse(connection, cycle,
@@ -192,12 +198,14 @@ Next checkIpHost(Connection &connection, Cycle &cycle) {
                  .result = callEnded});
 }
 
-Next consultLists(Connection &, Cycle &cycle) {
+Next consultLists(Connection &connection, Cycle &cycle) {
   Request &request = cycle.request;
-  cycle.isAdServer = blockad == 1 && (listed(request, inADList) | listedResolved(request, inADList)) != 0;
-  cycle.isWhite = enable_whitelist == 1 && exempts(request, inWhiteList);
+  ReverseName *name = request.isAddress ? nameFound(connection) : nullptr;
+  cycle.isAdServer = blockad == 1 && (listed(request, name, inADList) | listedResolved(request, name, inADList)) != 0;
+  cycle.isWhite = enable_whitelist == 1 && exempts(request, name, inWhiteList);
   if (enable_whitelist == 1) dprintf(7, "in whitelist: %d\n", cycle.isWhite);
-  cycle.isPopupSite = blockpopup == 1 && exempts(request, inPOPUPList);
+  cycle.isPopupSite = blockpopup == 1 && exempts(request, name, inPOPUPList);
+  publishTrimmedHost(request);
   return Next::step;
 }
 
@@ -212,17 +220,19 @@ Next checkAdServer(Connection &connection, Cycle &cycle) {
 
 Next checkBlackLists(Connection &connection, Cycle &cycle) {
   if (urlcheck != 1 || cycle.isWhite) return Next::step;
-  int category = listed(cycle.request, inBlackLists);
-  if (category == 0) category = listedResolved(cycle.request, inBlackLists);
+  ReverseName *name = nameFound(connection); /* an earlier request's too, where the road keeps it */
+  int category = listed(cycle.request, name, inBlackLists);
+  if (category == 0) category = listedResolved(cycle.request, name, inBlackLists);
+  publishTrimmedHost(cycle.request);
   if (category == 0) return Next::step;
-  const char *name = categoryName(category, cycle.request);
+  const char *categoryText = categoryName(category, cycle.request);
   /* The category as the record's first text: administrators' filters know it there. */
   return refuse(connection, cycle,
-                {.reason = reasonFor(Why::blacklisted, name),
+                {.reason = reasonFor(Why::blacklisted, categoryText),
                  .isRecorded = logurl != 0,
-                 .kind = name,
+                 .kind = categoryText,
                  .what = "BlackListed",
-                 .line = std::string("BlackListed:") + peerText(name),
+                 .line = std::string("BlackListed:") + peerText(categoryText),
                  .result = callFailed}); /* of the blocks this one alone answers -1 */
 }
 

@@ -87,6 +87,7 @@ Next readRequestHead(Connection &connection, Cycle &cycle) {
   destroyHeader(&respheader);
   request[0] = '\0';
   blockip = connection.configuredBlockip; /* an exemption holds for one request */
+  connection.reverse = {};
   urlcheck = connection.configuredUrlcheck;
   HeadScan scan;
   const HeadRead read = readStrictHead(connection.ends.client, scan, reqheader, clientTimeoutSeconds);

@@ -78,6 +78,15 @@ TEST_F(CycleTest, callsEndEachWithItsResult) {
   }
 }
 
+TEST_F(CycleTest, lookUpsTrimTheHost) {
+  static char entry[] = "other", *domains[] = {entry, nullptr};
+  enable_whitelist = 1;
+  whitelist = listOf("h/x");
+  whitelist.domains = domains;
+  serve("HEAD http://h/p HTTP/1.0\r\nHost: h\t\r\n\r\n", {page}); /* the road on which it outlasts the cycle */
+  EXPECT_STREQ(hostname, "h");
+}
+
 TEST_F(CycleTest, uploadsAreCutBeforeTheirFile) {
   blockupload = 1;
   const std::string body = "Content-Disposition: form-data; name=\"f\"; filename=\"secret\"\r\n\r\nDATA";
@@ -99,6 +108,22 @@ TEST_F(CycleTest, addressesAreLookedUpUnderTheirNameToo) {
   EXPECT_NE(answer.find("in category Games"), std::string::npos) << "1 and 2 make 3, which none is" << answer;
   serve("GET http://h HTTP/1.0\r\nHost: 127.0.0.1\r\n\r\n", {page}); /* the URL is shorter than the host */
   EXPECT_TRUE(log.has("resolved url is [localhost]")) << log.text();
+
+  /* The name found last goes on being asked for, but not on the strict road. */
+  static UrlList named = listOf("localhost/y");
+  categories = &named;
+  numcategories = enable_whitelist = 1;
+  whitelist = listOf("127.0.0.1/y");
+  for (const int32_t strict : {0, 1}) {
+    StrictHttp = strict;
+    const std::string kept = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n1.";
+    const std::string both = serve(
+        "GET http://127.0.0.1/y HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n"
+        "GET http://h/z HTTP/1.1\r\nHost: h \r\n\r\n",
+        {kept, page});
+    EXPECT_TRUE(both.find("\r\n\r\n1.") < both.find("Listed") || strict != 0) << both;
+    EXPECT_EQ(both.find("Black Listed URL") == both.npos, strict != 0) << both;
+  }
 }
 
 /* With StrictHttp for its request alone. */
