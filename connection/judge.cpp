@@ -136,8 +136,8 @@ void prepareContentFilter() {
   iniContentFilter();
 }
 
-void noticePopups(Cycle &cycle, const char *piece, size_t length) {
-  if (memmem(piece, length, "window.open", 11) == nullptr) return;
+void noticePopups(Cycle &cycle, const char *buffer, size_t length) {
+  if (memmem(buffer, length, "window.open", 11) == nullptr) return;
   cycle.cacheEligible = false;
   dprintf(7, "POPUP caught and blocked for site %s\n", peerText(cycle.request.url.c_str()));
 }
@@ -182,10 +182,13 @@ void refuseUnscanned(Connection &connection, const Cycle &cycle, int32_t verdict
          {.reason = reasonFor(verdict == NETSIFT_SCAN_NOT_RUNNING ? Why::noEngine : Why::scanFailed)});
 }
 
+bool sendScript(const Connection &connection, Send send) {
+  return send(connection, popupblocker, static_cast<size_t>(std::max(popuplen, 0)));
+}
+
 bool sendWithScript(const Connection &connection, Send send, const char *bytes, size_t length, size_t index) {
-  if (index > 0 && !send(connection, bytes, index)) return false;
-  if (popuplen > 0 && !send(connection, popupblocker, static_cast<size_t>(popuplen))) return false;
-  return index == length || send(connection, bytes + index, length - index);
+  return send(connection, bytes, index) && sendScript(connection, send) &&
+         send(connection, bytes + index, length - index);
 }
 
 }  // namespace netsift

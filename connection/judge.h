@@ -61,8 +61,8 @@ void storeClean(const Cycle &cycle, const char *file, int line);
 /* Makes the phrase filter ready for a new body. */
 void prepareContentFilter();
 
-/* A page that opens windows is not remembered as clean. */
-void noticePopups(Cycle &cycle, const char *piece, size_t length);
+/* A page is not remembered as clean when what its body was read into opens windows. */
+void noticePopups(Cycle &cycle, const char *buffer, size_t length);
 
 /* All that checkAllRight does, but for the page: whether the chunk is to be blocked, with `reason`, records, result
    line and the stored verdict as it leaves them. */
@@ -86,7 +86,10 @@ void refuseUnscanned(Connection &connection, const Cycle &cycle, int32_t verdict
 /* Sends to the client; false when it is gone. */
 using Send = bool (*)(const Connection &connection, const char *bytes, size_t length);
 
-/* Sends the bytes with the pop-up script at `index` of them. Nothing is sent of what is empty. */
+/* Sends the pop-up script. */
+bool sendScript(const Connection &connection, Send send);
+
+/* Sends the bytes before `index`, the script and the rest, each by one call even where it is empty. */
 bool sendWithScript(const Connection &connection, Send send, const char *bytes, size_t length, size_t index);
 
 }  // namespace netsift

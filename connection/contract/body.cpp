@@ -36,7 +36,6 @@ struct Body {
   bool lastChunk = false, chunkContinues = false;
   int32_t chunkRest = 0;
   int popupIndex = -1;
-  bool popupSent = false;
   uint64_t delivered = 0; /* bytes of the scan file that the client has */
   int32_t callResult = callFailed;
   char virusName[virusNameSize] = "";
@@ -49,6 +48,7 @@ Flow fail(Body &body, Flow flow) {
   return flow;
 }
 
+/* False for a send of nothing too: it counts as one that the client did not take. */
 bool sendToClient(const Connection &connection, const char *bytes, size_t length) {
   return sendHTTPBody(connection.ends.client, bytes, static_cast<int>(length), clientTimeoutSeconds) >= 0;
 }
@@ -106,8 +106,10 @@ Flow readFraming(Body &body) {
 
 Flow readPiece(Body &body) {
   body.readStatus = getHTTPBody(body.connection.ends.upstream, httpbody, &body.size, PROXY_TIMEOUT, body.remaining);
-  noticePopups(body.cycle, httpbody, body.size);
-  body.connection.receivedTotal += body.size;
+  Connection &connection = body.connection;
+  connection.bufferUsed = std::max<size_t>(connection.bufferUsed, body.size);
+  noticePopups(body.cycle, httpbody, connection.bufferUsed);
+  connection.receivedTotal += body.size;
   const uint32_t rest = body.cycle.hasLength ? static_cast<uint32_t>(body.remaining) - body.size : body.size;
   body.remaining = static_cast<int32_t>(rest);
   if (body.readStatus != NETSIFT_READ_TIMED_OUT && body.readStatus != NETSIFT_READ_FAILED) return Flow::on;
@@ -213,11 +215,8 @@ Flow trickleByte(Body &body) {
   closeSpool(file);
   if (!sendToClient(body.connection, &byte, 1)) dprintf(7, "Client closed connection while receiving body\n");
   body.delivered += count;
-  if (body.popupIndex < 0 || body.delivered != static_cast<uint64_t>(body.popupIndex) || body.popupSent) {
-    return Flow::on;
-  }
-  body.popupSent = true;
-  return sendWithScript(body.connection, sendToClient, nullptr, 0, 0) ? Flow::on : fail(body, Flow::leave);
+  if (body.popupIndex < 0 || body.delivered != static_cast<uint64_t>(body.popupIndex)) return Flow::on;
+  return sendScript(body.connection, sendToClient) ? Flow::on : fail(body, Flow::leave);
 }
 
 Flow deliverPiece(Body &body) {
@@ -255,10 +254,9 @@ Flow handlePiece(Body &body) {
 
 bool sendSpoolBlock(Body &body, const char *block, size_t count) {
   const uint64_t index = static_cast<uint64_t>(body.popupIndex);
-  const bool spans =
-      body.popupIndex >= 0 && !body.popupSent && body.delivered <= index && index <= body.delivered + count;
+  body.connection.bufferUsed = std::max(body.connection.bufferUsed, count);
+  const bool spans = body.popupIndex >= 0 && body.delivered < index && index <= body.delivered + count;
   if (!spans) return sendToClient(body.connection, block, count);
-  body.popupSent = true;
   return sendWithScript(body.connection, sendToClient, block, count, static_cast<size_t>(index - body.delivered));
 }
 

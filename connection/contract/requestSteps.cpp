@@ -139,11 +139,9 @@ Next forwardChunk(Connection &connection, const Cycle &cycle, char *chunk, unsig
   if (checksUploads(cycle.request)) {
     cut = blockAttachment(static_cast<int>(length), chunk);
   }
+  /* A send of nothing fails, be it that nothing was read or that all was cut. */
   const int kept = static_cast<int>(length) - cut;
-  const bool nothingKept = kept == 0 && cut > 0; /* a send of nothing would count as a failure */
-  if (!nothingKept && sendHTTPBody(connection.ends.upstream, chunk, kept, PROXY_TIMEOUT) < 0) {
-    return endCall(connection, callFailed);
-  }
+  if (sendHTTPBody(connection.ends.upstream, chunk, kept, PROXY_TIMEOUT) < 0) return endCall(connection, callFailed);
   if (cut <= 0) return Next::step;
   dprintf(2, "Upload/Attachment is BLOCKED.\n");
   return answer(connection, cycle, {.result = callEnded}); /* the part before the cut has already gone upstream */

@@ -7,6 +7,7 @@
 
 using namespace netsift;
 using namespace netsift::test;
+using namespace std::string_literals;
 
 TEST_F(CycleTest, keptAliveConnectionServesOneRequestAfterTheOtherUntilAnAnswerCloses) {
   const std::string big(70000, 'x');
@@ -65,6 +66,9 @@ TEST_F(CachedTest, cleanPagesAreStoredWhenTheyAreWhole) {
   }
   emptyCache();
   StrictHttp = 0;
+  const std::string opens = response("", "x longer than the next page x window.open x");
+  serve("GET http://h/first HTTP/1.0\r\nHost: h\r\n\r\n"s + get, {opens, page});
+  EXPECT_EQ(verdict(), -1) << "the body buffer still holds what opens windows";
   const size_t before = log.messages().size();
   serve(get, {page});
   const std::vector<std::string> lines = log.messages();
@@ -148,6 +152,13 @@ TEST_F(ScanTest, popupScriptGoesBehindTheHtmlTagAndIntoTheLengthOnEveryRoad) {
       const std::string answer = serve(get, {page});
       EXPECT_TRUE(answer.ends_with(whole)) << road << answer;
     }
+  }
+  virusscan = 0;
+  const std::string start = "<html" + std::string(65530, ' ') + ">";
+  for (const int32_t strict : {0, 1}) { /* a send of the nothing behind the tag counts as a client that is gone */
+    StrictHttp = strict;
+    const std::string answer = serve(get, {response(fields + "Connection: close\r\n", start + "<p>x")});
+    EXPECT_TRUE(answer.ends_with(start + script + (strict == 0 ? "" : "<p>x"))) << strict;
   }
 }
 
