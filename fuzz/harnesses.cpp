@@ -2,11 +2,8 @@
 #include <zlib.h>
 
 #include <algorithm>
-#include <climits>
 #include <memory>
-#include <vector>
 
-#include "content/phraseAutomaton.h"
 #include "fuzz/harness.h"
 #include "http/strictChunk.h"
 #include "http/strictCoding.h"
@@ -35,72 +32,27 @@ void gzipSocket(Bytes bytes) {
   gzclose(stream);
 }
 
-/* A chunk's size line as it comes from the socket. */
-void chunkLine(Bytes bytes) {
-  SocketPair pair;
-  pair.send(bytes);
-  pair.closeFar();
-  unsigned length = 0;
-  unsigned char status = 0;
-  const Text line(getSocketLine1(pair.near, &length, &status));
-  check(length == bytes.size() && line.get()[length] == '\0');
-  getChunkSize(line.get());
-}
-
-/* A phrase file, a line "==" and a text: an index without its look-up tables must score as the one with them, and so
-   must the automaton. */
-void phraseScan(Bytes input) {
-  const Bytes phrases = parts(input).first, page = parts(input).second;
-  if (phrases.empty()) return;
-  FILE *stream = fmemopen(const_cast<char *>(phrases.data()), phrases.size(), "r");
-  PhraseNode *list = nullptr;
-  for (PhraseNode **end = &list; (*end = readPhrase(stream)) != nullptr;) end = &(*end)->next;
-  fclose(stream);
-  InitialEntry *index = buildIniList(list);
-  std::vector<InitialEntry> walked(256);
-  for (size_t i = 0; index[i].firstByte != 0; i++) walked[i] = index[i];
-
-  numcategories1 = 1;
-  uniqueoccur = input.size() % 2;
-  allowedweight = input.size() % 3 == 0 ? 20 : INT_MAX;
-  const GuardedText text(page);
-  const auto scan = [&](const InitialEntry *by) {
-    check(iniContentFilter() == 1);
-    const int reached = calcWeight(text.get(), static_cast<int>(page.size()), by, 0);
-    return std::pair(reached, totalweight);
-  };
-  const auto expected = scan(index);
-  check(expected == scan(walked.data()));
-  phraselists = &list;
-  initiallists = &index;
-  buildPhraseAutomaton();
-  check(iniContentFilter() == 1);
-  isOffensiveContent(text.get(), static_cast<int>(page.size()));
-  check(expected.second == totalweight);
-  phraselists = nullptr;
-  initiallists = nullptr;
-  freePhraseAutomaton();
-  relContentFilter();
-  free(index);
-  freeList(list);
-}
-
-/* HTML to text: the page can only shrink, and what is left over is cleared. */
-void htmlToText(Bytes page) {
-  const GuardedText text(page);
-  auto length = static_cast<int32_t>(page.size());
-  ConvertHTMLToText(text.get(), &length);
-  check(length >= 0 && static_cast<size_t>(length) <= page.size());
-  check(std::all_of(text.get() + length, text.get() + page.size() + 1, [](char c) { return c == '\0'; }));
-}
-
-/* Rating labels: the text must be as before afterwards. */
-void ratings(Bytes head) {
+/* A page's text, a form or a line: each reader keeps to it. Labels leave it as it was, HTML to text can only shrink it
+   and clears what is left over, and a file's name and type close up inside their form. */
+void texts(Bytes input) {
+  const GuardedText page(input), form(input), unended(input, false);
+  const auto size = static_cast<int>(input.size());
+  getChunkSize(page.get());
   icraenable = rsacenable = safesurfenable = 1;
   std::fill_n(icra, std::size(icra), 10); /* so that the later vocabularies are reached */
-  const GuardedText text(head);
-  checkPICSRating(text.get());
-  check(Bytes(text.get(), head.size()) == head);
+  checkPICSRating(page.get());
+  check(Bytes(page.get(), input.size()) == input);
+  int length = size;
+  ConvertHTMLToText(page.get(), &length);
+  check(length >= 0 && length <= size);
+  check(std::all_of(page.get() + length, page.get() + size + 1, [](char c) { return c == '\0'; }));
+  const Text folded(preProcessBody(unended.get(), size, &length));
+  check(length <= size && folded.get()[length] == '\0');
+  const int less = blockAttachment(size, form.get());
+  check(less >= 0 && less <= size && form.get()[size] == '\0');
+  const Bytes plain = "\r\nContent-Disposition: form-data; filename=\"f\"\r\n";
+  check(namesUpload({unended.get(), input.size()}) || input.find(plain) == Bytes::npos);
+  check(namesUpload(string(input) + string(plain))); /* whatever stands before it */
 }
 
 /* A head as a peer sends it: read, asked everything, rewritten, sent on. */
@@ -169,12 +121,23 @@ bool scan(Bytes text, bool response, Header &header) {
   return true;
 }
 
+/* What is looked up of a target is bounded, and resolved where servers would. */
+void checkResolved(const StrictTarget &target) {
+  const string asItCame = strictUrl(target), resolved = resolvedUrl(target);
+  check(asItCame.starts_with(target.host) && asItCame.size() <= 503 && resolved != asItCame);
+  if (resolved.empty()) return;
+  check(resolved.starts_with(target.host) && resolved.size() <= 503);
+  if (resolved.find('?') != string::npos) return; /* a query may hold what it likes */
+  check((resolved + "/").find("/../") == string::npos && (resolved + "/").find("/./") == string::npos);
+}
+
 void forwardRequest(Header &header) {
   StrictTarget target, again;
   RequestFraming framing, framingAgain;
   if (requestFraming(header.first, framing).status != 0) return;
   if (parseStrictTarget(header.first, target).status != 0) return;
   check(!target.host.empty() && target.port >= 1 && target.port <= 65535 && !strictUrl(target).empty());
+  checkResolved(target);
   (target.form == TargetForm::authority ? rewriteForProxy : rewriteForOrigin)(header, target);
   addVia(header, target.minorVersion);
   check(parseStrictTarget(header.first, again).status == 0 && again.host == target.host && again.port == target.port);
@@ -182,6 +145,11 @@ void forwardRequest(Header &header) {
 }
 
 void forwardResponse(Header &header) {
+  string type;
+  if (readMediaType(header.first, type)) {
+    check(std::none_of(type.begin(), type.end(), [](char c) { return (c >= 'A' && c <= 'Z') || c == ';'; }));
+    check(type.empty() || (type.front() != ' ' && type.back() != ' '));
+  }
   readContentCoding(header.first);
   const ResponseFraming framing = responseFraming(header.first, false);
   if (framing.fault.status != 0) return;
@@ -270,87 +238,11 @@ void codings(Bytes input) {
     check(whole.text == Bytes(inflated.get(), length));
 }
 
-/* A request's path: what is looked up of it is bounded, and resolved where servers would. */
-void resolution(Bytes path) {
-  Header header;
-  if (!scan("GET http://h/" + string(path) + " HTTP/1.1\r\nHost: h\r\n\r\n", false, header)) return;
-  StrictTarget target;
-  const bool parsed = parseStrictTarget(header.first, target).status == 0;
-  destroyHeader(&header);
-  if (!parsed) return;
-  const string asItCame = strictUrl(target), resolved = resolvedUrl(target);
-  check(asItCame.starts_with(target.host) && asItCame.size() <= 503 && resolved != asItCame);
-  if (resolved.empty()) return;
-  check(resolved.starts_with(target.host) && resolved.size() <= 503);
-  if (resolved.find('?') != string::npos) return; /* a query may hold what it likes */
-  check((resolved + "/").find("/../") == string::npos && (resolved + "/").find("/./") == string::npos);
-}
-
-/* A piece of a form: a file's name and type close up inside it. */
-void uploads(Bytes input) {
-  const GuardedText unended(input, false), body(input);
-  const bool named = namesUpload({unended.get(), input.size()});
-  const int less = blockAttachment(static_cast<int>(input.size()), body.get());
-  check(less >= 0 && static_cast<size_t>(less) <= input.size());
-  check(body.get()[input.size()] == '\0');
-  const Bytes plain = "\r\nContent-Disposition: form-data; filename=\"f\"\r\n";
-  check(named || input.find(plain) == Bytes::npos);
-  check(namesUpload(string(input) + string(plain))); /* whatever stands before it */
-}
-
-/* A type as a field has it: read without case, parameters and blanks. */
-void mediaType(Bytes input) {
-  Header header;
-  if (scan("HTTP/1.1 200 OK\r\nContent-Type:" + string(input) + "\r\n\r\n", true, header)) {
-    string type;
-    if (readMediaType(header.first, type)) {
-      check(std::none_of(type.begin(), type.end(), [](char c) { return (c >= 'A' && c <= 'Z') || c == ';'; }));
-      check(type.empty() || (type.front() != ' ' && type.back() != ' '));
-    }
-    destroyHeader(&header);
-  }
-}
-
-/* The form that phrases are looked for in, against its definition. */
-void normalForm(Bytes body) {
-  const auto isWhite = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
-  string expected;
-  for (const char c : body) {
-    if (c == '\0' || (isWhite(c) && expected.ends_with(' '))) continue;
-    expected += isWhite(c) ? ' ' : c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
-  }
-  if (expected.ends_with(' ')) expected.pop_back();
-  const GuardedText unended(body, false);
-  int length = -1;
-  const Text text(preProcessBody(unended.get(), static_cast<int>(body.size()), &length));
-  check(Bytes(text.get(), static_cast<size_t>(length)) == expected && text.get()[length] == '\0');
-}
-
-/* Reads back a text that was escaped for the log. */
-string unescaped(Bytes text) {
-  string plain;
-  for (size_t i = 0; i < text.size(); i++) {
-    if (text[i] != '\\') {
-      plain += text[i];
-      continue;
-    }
-    const char kind = text.at(++i);
-    if (kind == 'x') {
-      plain += static_cast<char>(std::stoi(string(text.substr(i + 1, 2)), nullptr, 16));
-      i += 2;
-    } else {
-      plain += kind == 'r' ? '\r' : kind == 'n' ? '\n' : kind == 't' ? '\t' : kind;
-    }
-  }
-  return plain;
-}
-
 /* Peers' text in a page, in a quoted field and in a line of the log: nothing in it ends one of these. */
 void escaping(Bytes input) {
   const string page = htmlEscape(input), field = logEscape(input), text(input.substr(0, input.find('\0')));
   check(page.find_first_of("<>\"'") == string::npos);
   check(std::none_of(field.begin(), field.end(), [](char c) { return (c >= 0 && c < 0x20) || c == 0x7F; }));
-  check(unescaped(field) == input);
   EscapeText = 1;
   check(strlen(peerText(text.c_str())) <= 283);
   const LogCapture log(7);

@@ -18,40 +18,9 @@
 
 using namespace netsift::host;
 
-/* A peer that says its piece to whoever connects, and reads until that one leaves. */
-struct Peer {
-  int listener, ends[2];
-  std::thread thread;
-
-  explicit Peer(const sockaddr *address, socklen_t size) : listener(socket(address->sa_family, SOCK_STREAM, 0)) {
-    check(bind(listener, address, size) == 0 && listen(listener, 16) == 0 && pipe(ends) == 0);
-  }
-
-  void start(string answer) {
-    thread = std::thread([this, answer = std::move(answer)] {
-      for (pollfd waiting[] = {{listener, POLLIN, 0}, {ends[0], POLLIN, 0}}; poll(waiting, 2, -1) > 0;) {
-        if (waiting[0].revents == 0) break; /* all who had connected are served */
-        const int fd = accept(listener, nullptr, nullptr);
-        say(fd, answer);
-        shutdown(fd, SHUT_WR);
-        readToEnd(fd);
-        close(fd);
-      }
-    });
-  }
-
-  void finish() {
-    char byte = 0;
-    check(write(ends[1], &byte, 1) == 1);
-    thread.join();
-    check(read(ends[0], &byte, 1) == 1);
-  }
-};
-
-Peer &engine(const string &root, const char *name) {
-  sockaddr_un address{AF_UNIX, {}};
-  (root + "/opt/Velmora/var/run/" + name).copy(address.sun_path, sizeof address.sun_path - 1);
-  return *new Peer(reinterpret_cast<sockaddr *>(&address), sizeof address);
+/* What a peer does that says its piece to whoever connects, and reads until that one leaves. */
+ScriptedDaemon::Script saying(Bytes answer) {
+  return [answer](int fd) { say(fd, answer), shutdown(fd, SHUT_WR), readToEnd(fd); };
 }
 
 int lowestFree() {
@@ -64,18 +33,19 @@ int lowestFree() {
    open. */
 void engines(Bytes input) {
   static const ScratchRoot root;
-  static Peer &primary = engine(root.path(), "vlav"), &second = engine(root.path(), "vlcavd.sock");
   const int how = static_cast<unsigned char>(input[0]) % 3, before = lowestFree();
   StrictHttp = input[0] < 0 ? STRICT_HTTP : 0;
-  Peer &peer = how == 2 ? second : primary;
   MAX_TIME_FOR_VLAV = 1;
   const std::unique_ptr<char[]> shortName(new char[256]()), longName(new char[2047]());
-  peer.start(string(input.substr(1)));
-  const int32_t verdict = how == 0   ? Scan("/file", shortName.get())
-                          : how == 1 ? isInfected("/file", longName.get())
-                                     : isInfectedclam("/file");
-  if (StrictHttp == 0) close(before); /* the first that was opened, where it is left to its process's end */
-  peer.finish();
+  int32_t verdict = 0;
+  {
+    const ScriptedDaemon engine(root, how == 2 ? "vlcavd.sock" : "vlav", saying(input.substr(1)));
+    const int first = lowestFree();
+    verdict = how == 0   ? Scan("/file", shortName.get())
+              : how == 1 ? isInfected("/file", longName.get())
+                         : isInfectedclam("/file");
+    if (StrictHttp == 0) close(first); /* where it is left to its process's end */
+  }
   check(lowestFree() == before);
   check(verdict >= NETSIFT_SCAN_GAVE_UP && verdict <= NETSIFT_SCAN_INFECTED);
   check(memchr(shortName.get(), 0, 256) != nullptr && memchr(longName.get(), 0, 2047) != nullptr);
@@ -156,6 +126,10 @@ void configuration(Bytes input) {
     readConfiguration(config, problems);
   } else if (what == 1) {
     checkPhrases(text, "file", problems);
+    writeFile(root.config("c.phrase"), text);
+    PhraseNode *list = buildList("c");
+    free(buildIniList(list));
+    freeList(list);
   } else {
     writeFile(config, "");
     check(readConfiguration(config, problems));
@@ -191,7 +165,7 @@ struct Choices {
   bool head, again, judges, scans, infected, inserts;
 };
 
-const string &deliverySetting() {
+const ScratchRoot &deliverySetting() {
   static const ScratchRoot root;
   static char name[] = "sample", *names[] = {name};
   static char *none[] = {nullptr};
@@ -208,22 +182,22 @@ const string &deliverySetting() {
   allowedweight = 50;
   PROXY_TIMEOUT = 1;
   snprintf(VIRFILE_DIR, sizeof VIRFILE_DIR, "%s/", root.path().c_str());
-  return root.path();
+  return root;
 }
 
 /* The client's side of one connection: the requests go out, and what came back is returned. */
-string servedBy(Peer &upstream, Peer &scanner, const Choices &choices, Bytes response) {
+string servedBy(const ScratchRoot &root, const Choices &choices, Bytes response) {
+  static char local[] = "127.0.0.1";
   const string line = (choices.head ? "HEAD" : "GET") + string(" http://h/p HTTP/1.1\r\nHost: h\r\n");
-  upstream.start(string(response));
-  scanner.start(choices.infected ? "f: X FOUND\n" : "f: OK\n");
+  const ScriptedDaemon upstream(saying(response));
+  const ScriptedDaemon scanner(root, "vlcavd.sock", saying(choices.infected ? "f: X FOUND\n" : "f: OK\n"));
+  proxyip = local;
+  proxyport = upstream.port;
   proxysock = -1;
-  string received = answerTo((choices.again ? line + "\r\n" : "") + line + "Connection: close\r\n\r\n", [] {
+  return answerTo((choices.again ? line + "\r\n" : "") + line + "Connection: close\r\n\r\n", [] {
     connectionHandle();
     if (proxysock >= 0) close(proxysock); /* the host's to close, as the client's is */
   });
-  upstream.finish();
-  scanner.finish();
-  return received;
 }
 
 /* What a text would be judged as by itself. */
@@ -266,15 +240,7 @@ Bytes checkAnswer(Bytes received, const Choices &choices, unsigned &status) {
 /* A response as it comes from upstream; the first byte chooses request and checks. The client gets whole heads, one
    final answer for each request and nothing behind it, and no descriptor stays open. */
 void delivery(Bytes input) {
-  static const string root = deliverySetting();
-  static sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-  static Peer upstream(reinterpret_cast<sockaddr *>(&address), sizeof address);
-  static Peer &scanner = engine(root, "vlcavd.sock");
-  static char local[] = "127.0.0.1";
-  socklen_t size = sizeof address;
-  getsockname(upstream.listener, reinterpret_cast<sockaddr *>(&address), &size);
-  proxyip = local;
-  proxyport = ntohs(address.sin_port);
+  static const ScratchRoot &root = deliverySetting();
   const auto bit = [&](int n) { return (input[0] >> n & 1) != 0; };
   const Choices choices = {bit(0), bit(1), bit(2), bit(3), bit(4), bit(5)};
   contentcheck = choices.judges;
@@ -282,7 +248,7 @@ void delivery(Bytes input) {
   blockpopup = choices.inserts;
   StrictHttp = STRICT_HTTP;
   const int before = lowestFree();
-  const string received = servedBy(upstream, scanner, choices, input.substr(1));
+  const string received = servedBy(root, choices, input.substr(1));
   check(lowestFree() == before);
   unsigned finals = 0;
   for (Bytes rest = received; !rest.empty();) {

@@ -7,7 +7,6 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-#include <atomic>
 #include <functional>
 
 #include "tests/support/support.h"
@@ -18,14 +17,14 @@ namespace netsift::test {
    served: what the script recorded may be read afterwards. */
 struct ScriptedDaemon {
   using Script = std::function<void(int fd)>;
-  std::atomic<bool> finishing = false;
   std::thread thread;
-  int port = 0;
+  int port = 0, ends[2]; /* of a pipe that is closed at the end */
 
   /* In the root's folder for sockets. */
   ScriptedDaemon(const ScratchRoot &root, const char *name, Script script) {
     sockaddr_un address{AF_UNIX, {}};
     (root.path() + "/opt/Velmora/var/run/" + name).copy(address.sun_path, sizeof address.sun_path - 1);
+    unlink(address.sun_path);
     start(address, std::move(script));
   }
   /* On a free loopback port. */
@@ -36,24 +35,22 @@ struct ScriptedDaemon {
     start(address, std::move(script));
     port = ntohs(address.sin_port);
   }
-  ~ScriptedDaemon() { finishing = true, thread.join(); }
+  ~ScriptedDaemon() { close(ends[1]), thread.join(); }
 
  private:
   void start(auto &address, Script script) {
     auto *const plain = reinterpret_cast<sockaddr *>(&address);
     const int listener = socket(plain->sa_family, SOCK_STREAM, 0);
     socklen_t size = sizeof address;
-    if (bind(listener, plain, size) != 0 || listen(listener, 64) != 0) std::abort();
+    if (bind(listener, plain, size) != 0 || listen(listener, 64) != 0 || pipe(ends) != 0) std::abort();
     getsockname(listener, plain, &size);
     thread = std::thread([this, listener, script = std::move(script)] {
-      pollfd waiting = {listener, POLLIN, 0};
-      for (bool last = false, ready = false; !last || ready;) {
-        last = finishing;
-        ready = poll(&waiting, 1, 5) > 0;
-        const int fd = ready ? accept(listener, nullptr, nullptr) : -1;
-        if (ready) script(fd), close(fd);
+      for (pollfd waiting[] = {{listener, POLLIN, 0}, {ends[0], 0, 0}}; poll(waiting, 2, -1) > 0;) {
+        if (waiting[0].revents == 0) break; /* all who had connected are served */
+        const int fd = accept(listener, nullptr, nullptr);
+        script(fd), close(fd);
       }
-      close(listener);
+      close(listener), close(ends[0]);
     });
   }
 };
