@@ -1,4 +1,5 @@
 """Processes that serve one connection after another: how many there are and how long, and what they keep."""
+import itertools
 import os
 import pathlib
 import random
@@ -49,7 +50,9 @@ def private(process):
 
 class Workers(Road):
     settings = {"requests.blocked_ports": [25], "content.blocked_types": ["x-forbidden"], "popups.block": True,
-                "cache.enabled": False}
+                "requests.block_ip_hosts": True, "requests.allowed_ip_hosts": ["127.0.0.*"],
+                "requests.pass_messengers": True, "requests.messenger_urls": ["/gateway.dll  "],
+                "content.report_urls": False, "cache.enabled": False}
 
     @classmethod
     def setUpClass(cls):
@@ -58,6 +61,7 @@ class Workers(Road):
         cls.origin.put("page.html", b"<html><head></head><body>" + b"plain words " * 3000 + b"</body></html>")
         cls.origin.put("big.bin", words.randbytes(600_000))
         cls.origin.put("x.forbidden", b"x")
+        cls.origin.put("words.html", (TOP / "share/site/words.html").read_bytes())
 
     def kinds(self):
         """Connections of every kind: what the client sends, and what it waits for: the whole answer, the same after
@@ -79,6 +83,9 @@ class Workers(Road):
         yield "port", f"GET http://{self.host}:25/ {head}{end}", "whole"
         yield "type", f"GET {self.base}/x.forbidden {head}{end}", "whole"
         yield "address", f"GET http://127.0.0.1:{self.origin.port}/page.html {head}{end}", "whole"
+        yield "address that is not exempt", f"GET http://10.0.0.1/ HTTP/1.1\r\nHost: 10.0.0.1\r\n{end}", "whole"
+        yield "words", f"GET {self.base}/words.html {head}{end}", "whole"
+        yield "messenger", f"GET {self.base}/gateway.dll {head}{end}", "whole"
         yield "nowhere", f"GET http://127.0.0.1:1/ HTTP/1.1\r\nHost: 127.0.0.1:1\r\n{end}", "whole"
         yield "tunnel", f"CONNECT {self.host}:{self.origin.port} HTTP/1.1\r\n\r\nGET / HTTP/1.0\r\n\r\n", "whole"
 
@@ -96,8 +103,8 @@ class Workers(Road):
             answer = re.sub(rb"Content-Length: \d+", b"", answer)
         return re.sub(stamp + rb"|\w+, \d+ \w+ \d+ [\d:]+ GMT", b"", answer)
 
-    def one(self):
-        filtering = self.filter(ONE)
+    def one(self, settings=None):
+        filtering = self.filter(ONE | (settings or {}))
         wait_until(lambda: len(filtering.processes()) == 1, "the one process")
         return filtering, filtering.processes()[0]
 
@@ -117,7 +124,9 @@ class Workers(Road):
     def test_every_writable_variable_has_a_lifetime_and_keeps_it(self):
         table = lifetimes()
         self.assertEqual(sorted({name for name, _, _ in variables()} ^ table.keys()), [])
-        filtering, process = self.one()
+        filtering, process = self.one({"scanning.scan": True})
+        replies = itertools.cycle((b"x: OK\n", b"x: Made.Up FOUND\n"))
+        self.peer(lambda asked: asked.recv(300) and asked.sendall(next(replies)), filtering.run / "vlcavd.sock")
         self.idle(process)
         before = self.memory(process)
         for kind, sent, waits in self.kinds():
