@@ -99,7 +99,7 @@ TEST(Verdict, ratingsAreTestedOnTheFirstChunkAlone) {
   const SocketPair client;
   clientsock = client.near;
   const std::tuple<int32_t, uint8_t, int32_t, std::string> cases[] = {
-      {0, 1, 0, ""}, {1, 1, -1, "RSAC rating violated"}, {1, 0, -1, "SafeSurf rating violated"}};
+      {0, 1, NETSIFT_PAGE_PASSES, ""}, {1, 1, -1, "RSAC rating violated"}, {1, 0, -1, "SafeSurf rating violated"}};
   for (const auto &[first, logged, expected, why] : cases) {
     url = strdup("h/p");
     reason[0] = '\0';
@@ -118,22 +118,18 @@ TEST(Verdict, aCategoryBeyondThe127thIsNamed) {
   const ScratchRoot root;
   const SocketPair client;
   clientsock = client.near;
-  char none[] = "none", late[] = "late", name[] = "Late";
   writeFile(root.config("none.phrase"), "<zz>1\n<zzz>1\n");
-  writeFile(root.config("late.phrase"), "<vexatious>10\n<zzz>1\n");
-  std::vector<char *> files(200, none), names(200, none);
-  files[130] = late;
-  names[130] = name;
-  categfiles1 = files.data();
-  categname1 = names.data();
-  numcategories1 = 200;
+  writeFile(root.config("Late.phrase"), "<vexatious>10\n<zzz>1\n");
+  std::vector<std::string> files(200, "none");
+  files[130] = "Late";
+  nameCategories(files);
   contentcheck = 1;
   allowedweight = 10;
   ASSERT_EQ(makePhraseLists(), 1);
-  ASSERT_EQ(iniContentFilter(), 1);
+  ASSERT_EQ(iniContentFilter(), NETSIFT_LOADED);
   url = strdup("h/p");
   std::string page = "<p>a vexatious page</p>";
-  EXPECT_EQ(checkAllRight(page.data(), static_cast<int32_t>(page.size()), 1), -1);
+  EXPECT_EQ(checkAllRight(page.data(), static_cast<int32_t>(page.size()), 1), NETSIFT_PAGE_BLOCKED);
   EXPECT_NE(std::string(reason).find("category Late"), std::string::npos) << reason;
   take(std::exchange(url, nullptr));
   freePhraseLists();

@@ -30,10 +30,16 @@ class CycleTest : public testing::Test {
      received. */
   std::string serve(const std::string &requests, const std::vector<std::string> &answers) {
     ScriptedDaemon upstream = answering(answers);
-    ProxyPresent = 1;
-    proxyip = address_;
-    proxyport = upstream.port;
+    goThrough(upstream.port);
     return serveDirect(requests);
+  }
+
+  /* Makes that local port the upstream proxy's. */
+  void goThrough(int port) {
+    static char address[] = "127.0.0.1";
+    ProxyPresent = 1;
+    proxyip = address;
+    proxyport = port;
   }
 
   /* On every connection it answers one head after the other with the next answer, as long as there is one, and then
@@ -93,9 +99,6 @@ class CycleTest : public testing::Test {
   std::string forwarded;    /* what the upstream received */
   int connections = 0;      /* and over how many connections */
   bool endsRequests = true; /* the client says that it is done; a relay would end at that */
-
- private:
-  char address_[10] = "127.0.0.1";
 };
 
 inline constexpr char get[] = "GET http://h/p HTTP/1.1\r\nHost: h\r\n\r\n";

@@ -153,10 +153,7 @@ TEST_F(CycleTest, exemptAddressSwitchesBothChecksOffForTheConnection) {
 
 /* A sixth attempt is the last, and the error page waits for a request. */
 TEST_F(CycleTest, anUpstreamProxyThatRefusesIsTriedSixTimes) {
-  char address[] = "127.0.0.1";
-  ProxyPresent = 1;
-  proxyip = address;
-  proxyport = 1;
+  goThrough(1);
   EXPECT_NE(serveDirect(get).find("<e>Proxy Server Not Running</e>"), std::string::npos);
   size_t failures = 0;
   for (const std::string &line : log.messages()) failures += line.starts_with("error opening connection to proxy");
@@ -180,16 +177,13 @@ TEST_F(CycleTest, aSilentAddressLeavesTimeForTheNext) {
   PROXY_TIMEOUT = 4;
   const ScriptedDaemon origin = answering({page});
   const int silent = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<uint16_t>(origin.port));
-  address.sin_addr.s_addr = htonl(0x7F000002);
-  ASSERT_EQ(bind(silent, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+  const sockaddr_in address{AF_INET, htons(static_cast<uint16_t>(origin.port)), {htonl(0x7F000002)}, {}};
+  ASSERT_EQ(bind(silent, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
   ASSERT_EQ(listen(silent, 0), 0);
   int waiting[2]; /* fill its queue: the next one is not answered */
   for (int &fd : waiting) {
     fd = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0);
-    (void)!connect(fd, reinterpret_cast<sockaddr *>(&address), sizeof address);
+    (void)!connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address);
   }
   const auto start = std::chrono::steady_clock::now();
   const std::string answer = serveDirect("GET http://two.test:" + std::to_string(origin.port) + "/ HTTP/1.0\r\n\r\n");

@@ -1,14 +1,11 @@
 #include "host/tunnelRelay.h"
 
-#include <netinet/in.h>
 #include <sys/mman.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 
 #include "host/clock.h"
 #include "host/handOver.h"
 #include "host/hostConfig.h"
-#include "http/wait.h"
 #include "netsift.h"
 #include "tests/support/scriptedDaemon.h"
 
@@ -53,34 +50,6 @@ class TunnelRelay : public testing::Test {
     return false;
   }
 
-  static void overTcp(SocketPair &pair) {
-    const int listener = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    listen(listener, 1); /* at a free port */
-    getsockname(listener, reinterpret_cast<sockaddr *>(&address), &length);
-    close(pair.near);
-    pair.closeFar();
-    pair.far = socket(AF_INET, SOCK_STREAM, 0);
-    EXPECT_EQ(connect(pair.far, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
-    pair.near = accept(listener, nullptr, nullptr);
-    close(listener);
-  }
-
-  /* What arrives within a moment. */
-  static std::string arriving(int fd) {
-    std::string all;
-    while (netsift::waitReadable(fd, all.empty() ? 2000 : 50) == netsift::Wait::ready) {
-      char block[65536];
-      const ssize_t count = recv(fd, block, sizeof block, MSG_DONTWAIT);
-      if (count <= 0) return all + "<end>";
-      all.append(block, static_cast<size_t>(count));
-    }
-    return all;
-  }
-
   Board *board;
   pid_t relay;
 };
@@ -118,13 +87,15 @@ TEST_F(TunnelRelay, LosesNothingToSlowReceivers) {
 
 /* So much that it is taken in turns, over TCP, where nothing more happens that would tell of the rest. */
 TEST_F(TunnelRelay, TakesAllThatWaitedBeforeItCame) {
-  SocketPair client, upstream;
-  for (SocketPair *pair : {&client, &upstream}) overTcp(*pair);
+  SocketPair client(AF_INET), upstream(AF_INET);
   const std::string much(600'000, 'x');
   for (size_t sent = 0; sent < much.size();)
     sent += static_cast<size_t>(std::max<ssize_t>(0, send(client.far, &much[sent], much.size() - sent, MSG_DONTWAIT)));
   ASSERT_TRUE(give(client, upstream));
-  EXPECT_EQ(arriving(upstream.far).size(), much.size());
+  const timeval patience{5, 0};
+  setsockopt(upstream.far, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+  std::string received(much.size(), '\0');
+  EXPECT_EQ(recv(upstream.far, received.data(), received.size(), MSG_WAITALL), static_cast<ssize_t>(much.size()));
 }
 
 TEST_F(TunnelRelay, AnIdleTunnelEndsAndABusyOneDoesNot) {

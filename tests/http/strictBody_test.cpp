@@ -1,5 +1,4 @@
 #include "http/strictChunk.h"
-#include "http/strictCoding.h"
 #include "tests/support/support.h"
 
 using namespace netsift;
@@ -54,23 +53,6 @@ TEST(DecodeChunks, RefusesAtTheByteThatSpoilsOrGoesBeyondBounds) {
   for (const auto &[input, expected] : cases) EXPECT_EQ(dechunked(input), expected) << input;
 }
 
-/* The text; behind it "!" when it was not whole. */
-string decode(Coding coding, const string &body, size_t pieceSize, size_t room) {
-  CodingDecoder decoder;
-  decoder.coding = coding;
-  Parse answer = Parse::more;
-  string text, out(room, '\0');
-  for (size_t at = 0, used = 0, produced = 0; answer != Parse::bad && (at < body.size() || produced == room);
-       at += used) {
-    const std::string_view piece = std::string_view(body).substr(at, pieceSize);
-    answer = decodeCoding(decoder, piece, used, out.data(), room, produced);
-    text.append(out, 0, produced);
-  }
-  if (answer != Parse::bad) answer = finishCoding(decoder);
-  endCoding(decoder);
-  return text + (answer == Parse::done ? "" : "!");
-}
-
 TEST(DecodeCoding, DecodesPieceByPieceAndTellsWholeFromBroken) {
   string page;
   for (int i = 0; i < 3000; i++) page += std::to_string(i * 7919 % 1013);
@@ -90,17 +72,17 @@ TEST(DecodeCoding, DecodesPieceByPieceAndTellsWholeFromBroken) {
                                                       {deflate, "\x78\x9E", "!"}};
   for (const auto &[coding, body, text] : cases) {
     for (const size_t size : {1, 997, 1 << 20})
-      EXPECT_TRUE(decode(coding, body, size, size) == text) << testing::PrintToString(body) << " by " << size;
+      EXPECT_TRUE(decoded(coding, body, size, size) == text) << testing::PrintToString(body) << " by " << size;
   }
 }
 
 TEST(DecodeCoding, RefusesBombsButNotShortRepetitiveTexts) {
   const string megabyte(1 << 20, 'a');
-  EXPECT_EQ(decode(Coding::gzip, compressed(megabyte, 31), 4096, 4096).size(), megabyte.size());
-  EXPECT_EQ(decode(Coding::gzip, compressed(megabyte + megabyte, 31), 4096, 4096), megabyte + string(4096, 'a') + "!");
+  EXPECT_EQ(decoded(Coding::gzip, compressed(megabyte, 31), 4096, 4096).size(), megabyte.size());
+  EXPECT_EQ(decoded(Coding::gzip, compressed(megabyte + megabyte, 31), 4096, 4096), megabyte + string(4096, 'a') + "!");
   string mixed = megabyte + megabyte;
   for (size_t i = 0; i < mixed.size(); i += 64) mixed[i] = static_cast<char>(i * 2654435761u >> 24);
-  EXPECT_TRUE(decode(Coding::deflate, compressed(mixed, 15), 4096, 65536) == mixed);
+  EXPECT_TRUE(decoded(Coding::deflate, compressed(mixed, 15), 4096, 65536) == mixed);
   CodingDecoder decoder;
   decoder.given = decoder.taken = (256u << 20) - 1; /* bytes that came before, at an honest ratio */
   size_t used = 0, produced = 0;

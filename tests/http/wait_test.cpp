@@ -1,7 +1,5 @@
 #include "http/wait.h"
 
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <sys/time.h>
 
 #include <cerrno>
@@ -16,23 +14,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/* Makes the pair a TCP connection: only there a reset is one. */
-void overTcp(SocketPair &pair) {
-  const int listener = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof address;
-  auto *any = reinterpret_cast<sockaddr *>(&address);
-  ASSERT_EQ(bind(listener, any, size) | listen(listener, 1) | getsockname(listener, any, &size), 0);
-  const int client = socket(AF_INET, SOCK_STREAM, 0);
-  ASSERT_EQ(connect(client, any, size), 0);
-  const int accepted = accept(listener, nullptr, nullptr);
-  dup2(client, pair.far);
-  dup2(accepted, pair.near);
-  for (const int fd : {listener, client, accepted}) close(fd);
-}
-
 enum class Client { stays, closes, resets };
 
 TEST(Wait, NoticesAClientThatLeaves) {
@@ -45,9 +26,8 @@ TEST(Wait, NoticesAClientThatLeaves) {
       {Client::resets, true, true, Wait::ready, true}};
   for (const auto &[does, tcp, answered, expected, isGone] : cases) {
     SCOPED_TRACE(testing::Message() << static_cast<int>(does) << tcp << answered);
-    SocketPair peer, client;
-    if (tcp) overTcp(client);
-    client.send("GET"); /* what it has sent and nobody has read changes nothing */
+    SocketPair peer, client(tcp ? AF_INET : AF_UNIX); /* only over TCP a reset is one */
+    client.send("GET");                               /* what it has sent and nobody has read changes nothing */
     if (answered) peer.send("x");
     const linger none{1, 0};
     if (does == Client::resets) setsockopt(client.far, SOL_SOCKET, SO_LINGER, &none, sizeof none);

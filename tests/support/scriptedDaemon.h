@@ -29,9 +29,7 @@ struct ScriptedDaemon {
   }
   /* On a free loopback port. */
   explicit ScriptedDaemon(Script script) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
     start(address, std::move(script));
     port = ntohs(address.sin_port);
   }

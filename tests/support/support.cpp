@@ -1,7 +1,6 @@
 #include "tests/support/support.h"
 
 #include <sys/mman.h>
-#include <sys/socket.h>
 #include <zlib.h>
 
 #include <filesystem>
@@ -67,9 +66,21 @@ bool LogCapture::has(std::string_view message) const {
   return std::find(all.begin(), all.end(), message) != all.end();
 }
 
-SocketPair::SocketPair() {
+SocketPair::SocketPair(int family) {
   int ends[2];
-  if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) std::abort();
+  if (family == AF_INET) {
+    const int listener = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+    auto *any = reinterpret_cast<sockaddr *>(&address);
+    socklen_t size = sizeof address;
+    ends[1] = socket(AF_INET, SOCK_STREAM, 0);
+    if (bind(listener, any, size) | listen(listener, 1) | getsockname(listener, any, &size)) std::abort();
+    if (connect(ends[1], any, size) != 0) std::abort();
+    ends[0] = accept(listener, nullptr, nullptr);
+    close(listener);
+  } else if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) {
+    std::abort();
+  }
   near = ends[0];
   far = ends[1];
 }
@@ -119,6 +130,16 @@ std::string readFile(const std::string &path) {
   return {std::istreambuf_iterator(file), {}};
 }
 
+void nameCategories(std::vector<std::string> files) {
+  static std::vector<std::string> kept;
+  static std::vector<char *> names;
+  kept = std::move(files);
+  names.clear();
+  for (std::string &file : kept) names.push_back(file.data());
+  categfiles1 = categname1 = names.data();
+  numcategories1 = static_cast<uint8_t>(names.size());
+}
+
 Header makeHeader(std::initializer_list<std::string_view> lines) {
   const SocketPair pair;
   for (const std::string_view line : lines) pair.send(std::string(line) + "\r\n");
@@ -140,6 +161,24 @@ std::string compressed(const std::string &text, int windowBits) {
   out.resize(stream.total_out);
   deflateEnd(&stream);
   return out;
+}
+
+std::string decoded(Coding coding, std::string_view body, size_t pieceSize, size_t roomSize) {
+  CodingDecoder decoder;
+  decoder.coding = coding;
+  Parse answer = Parse::more;
+  std::string text, room(roomSize, '\0');
+  for (size_t produced = 0; answer != Parse::bad && (!body.empty() || produced == roomSize);) {
+    const std::string_view piece = body.substr(0, pieceSize);
+    size_t used = 0;
+    answer = decodeCoding(decoder, piece, used, room.data(), roomSize, produced);
+    if (used > piece.size() || produced > roomSize) std::abort();
+    text.append(room, 0, produced);
+    body.remove_prefix(used);
+  }
+  if (answer != Parse::bad) answer = finishCoding(decoder);
+  endCoding(decoder);
+  return text + (answer == Parse::done ? "" : "!");
 }
 
 std::string take(char *text) {

@@ -3,6 +3,8 @@
 #define NETSIFT_TESTS_SUPPORT_H
 
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,8 +19,10 @@
 #include <utility>
 #include <vector>
 
+#include "http/strictCoding.h"
 #include "state/connection.h"
 #include "state/records.h"
+#include "state/results.h"
 #include "state/settings.h"
 
 namespace netsift::test {
@@ -55,10 +59,11 @@ class LogCapture {
   FILE *stream_;
 };
 
-/* A connected pair of stream sockets: `near` for the code under test, `far` for the test. Closed with the object. */
+/* A connected pair of stream sockets, over TCP with AF_INET: `near` for the code under test, `far` for the test. Closed
+   with the object. */
 struct SocketPair {
   int near, far;
-  SocketPair();
+  explicit SocketPair(int family = AF_UNIX);
   ~SocketPair();
   SocketPair(const SocketPair &) = delete;
   void send(std::string_view bytes) const; /* far writes */
@@ -83,11 +88,18 @@ class GuardedText {
 void writeFile(const std::string &path, std::string_view content);
 std::string readFile(const std::string &path); /* empty when there is none */
 
+/* Makes these files the categories of words, each named like its file; makePhraseLists loads them. */
+void nameCategories(std::vector<std::string> files);
+
 /* A head made of the given lines, each ended by CR LF, followed by the empty line; to be destroyed by destroyHeader. */
 Header makeHeader(std::initializer_list<std::string_view> lines);
 
 /* The text compressed in one piece. windowBits 15: zlib, 31: gzip, -15: raw deflate. */
 std::string compressed(const std::string &text, int windowBits);
+
+/* The text of a coded body that comes in pieces of a size, through room of a size; "!" behind it when it was broken off
+   or grew beyond bounds. */
+std::string decoded(Coding coding, std::string_view body, size_t pieceSize, size_t roomSize);
 
 /* A malloc'ed text taken over as a string; "<none>" for null. */
 std::string take(char *text);
