@@ -24,10 +24,4 @@ inline void check(bool holds, int line = __builtin_LINE()) {
   std::abort();
 }
 
-/* The input before and behind the first line "==", without it; all of it before when there is none. */
-inline std::pair<Bytes, Bytes> parts(Bytes input) {
-  const size_t divider = input.find("\n==\n");
-  return {input.substr(0, divider), divider == Bytes::npos ? "" : input.substr(divider + 4)};
-}
-
 #endif

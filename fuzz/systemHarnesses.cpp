@@ -1,7 +1,5 @@
-/* Harnesses over what has peers and files: engines, the host's socket, templates, configuration, cache, and a whole
-   response on its way through. */
-#include <gdbm.h>
-
+/* Harnesses over what has peers and files: engines, the host's socket, configuration, and a whole response on its way
+   through. */
 #include <memory>
 
 #include "fuzz/harness.h"
@@ -75,44 +73,6 @@ void notification(Bytes message) {
   URL_CACHESIZE = 0;
 }
 
-/* What a client that sends these bytes is answered. */
-template <class Serve>
-string answerTo(Bytes sent, Serve serve) {
-  const SocketPair client;
-  clientsock = client.near;
-  string received;
-  std::thread reader([&] { received = readToEnd(client.far); });
-  client.send(sent);
-  serve();
-  shutdown(client.near, SHUT_RDWR);
-  reader.join();
-  return received;
-}
-
-/* A template, a line "==" and a text that a peer chose: the page has the length that its head says, and what is put
-   into it opens no tag and ends no attribute. */
-void blockPages(Bytes input) {
-  static const ScratchRoot root;
-  constexpr Bytes plain = "<p title='%u'>%r%a%e</p>";
-  const Bytes content = parts(input).first, rest = parts(input).second;
-  string hostile(rest.substr(0, std::min(rest.find('\0'), size_t{300})));
-  EscapeText = StrictHttp = 1;
-  mailto = errorcode = hostile.data();
-  for (const Bytes shown : {content.substr(0, 500), plain}) {
-    snprintf(reason, sizeof reason, "%s", hostile.c_str());
-    url = strdup(hostile.c_str());
-    const bool messenger = hostile.find("/Messenger.") != string::npos;
-    if (messenger) writeFile(root.config("template"), shown);
-    writeFile(root.config("template.htm"), shown);
-    const string answer = answerTo("", [] { blockConnection(clientsock, 1); });
-    const size_t body = answer.find("\r\n\r\n") + 4, length = answer.find("Content-Length: ");
-    check(body > 4 && length < body && std::stoul(answer.substr(length + 16)) == answer.size() - body);
-    const auto count = [&](char c) { return std::count(answer.begin() + ptrdiff_t(body), answer.end(), c); };
-    if (shown == plain) check(count('<') == 2 && count('>') == 2 && count('\'') == 2 && count('"') == 0);
-  }
-  mailto = errorcode = nullptr;
-}
-
 /* A configuration, a phrase file or lists, as the first byte has it; what is said of them names lines that they have.
  */
 void configuration(Bytes input) {
@@ -144,21 +104,6 @@ void configuration(Bytes input) {
   check(std::none_of(json.begin(), json.end(), [](char c) { return c >= 0 && c < 0x20 && c != '\n'; }));
 }
 
-/* Bytes that stand for a verdict in the database: one that is told is the one there, of the page's date. */
-void cacheValue(Bytes value) {
-  static const ScratchRoot root;
-  static const string path = root.path() + "/opt/Velmora/var/nscache.db";
-  constexpr const char *date = "Sun, 06 Nov 1994 08:49:37 GMT";
-  char key[] = "h/p";
-  GDBM_FILE database = gdbm_open(path.c_str(), 0, GDBM_NEWDB, 0600, nullptr);
-  gdbm_store(database, {key, sizeof key}, {const_cast<char *>(value.data()), static_cast<int>(value.size())}, 0);
-  gdbm_close(database);
-  const int32_t verdict = if_url_scanned_check_ok(key, date);
-  check(verdict >= NETSIFT_NOT_CACHED && verdict <= NETSIFT_CACHED_OFFENSIVE);
-  const Bytes told = value.substr(0, value.find('\0'));
-  check(verdict == -1 || (told.starts_with(std::to_string(convertTimeToEpoch(date))) && told.back() - '0' == verdict));
-}
-
 /* -- a whole response -- */
 
 struct Choices {
@@ -167,15 +112,13 @@ struct Choices {
 
 const ScratchRoot &deliverySetting() {
   static const ScratchRoot root;
-  static char name[] = "sample", *names[] = {name};
   static char *none[] = {nullptr};
   writeFile(root.config("template.htm"), "<p>%r");
   writeFile(root.config("errortemplate.htm"), "<p>%r");
   writeFile(root.config("sample.phrase"), "<zonk>50\n<~~>0\n");
   writeFile(root.config("script"), "<script></script>");
   check(loadPopupScript(root.config("script")).empty());
-  numcategories1 = 1;
-  categfiles1 = categname1 = names;
+  nameCategories({"sample"});
   check(makePhraseLists() == 1);
   popuplist = {sym_create_table_(nullptr, 0), none, none};
   EscapeText = uniqueoccur = disableCache = DoClamScan = ProxyPresent = 1;
@@ -194,10 +137,16 @@ string servedBy(const ScratchRoot &root, const Choices &choices, Bytes response)
   proxyip = local;
   proxyport = upstream.port;
   proxysock = -1;
-  return answerTo((choices.again ? line + "\r\n" : "") + line + "Connection: close\r\n\r\n", [] {
-    connectionHandle();
-    if (proxysock >= 0) close(proxysock); /* the host's to close, as the client's is */
-  });
+  const SocketPair client;
+  clientsock = client.near;
+  string received;
+  std::thread reader([&] { received = readToEnd(client.far); });
+  client.send((choices.again ? line + "\r\n" : "") + line + "Connection: close\r\n\r\n");
+  connectionHandle();
+  shutdown(client.near, SHUT_RDWR);
+  reader.join();
+  if (proxysock >= 0) close(proxysock); /* the host's to close, as the client's is */
+  return received;
 }
 
 /* What a text would be judged as by itself. */
