@@ -197,7 +197,7 @@ class Bench:
         known = {folder.name for folder in (TOP / "tests").iterdir() if list(folder.glob("*_test.cpp"))}
         words = set(re.findall(r"\w+", self.tests))
         self.targets = sorted({f"test_{word}" for word in words & known} | ({"netsiftd"} if "e2e" in words else set()) |
-                              ({"netsift", "api_host", "api_names"} if "api" in words else set()))
+                              ({"netsift", "api_host"} if "api" in words else set()))
         self.test_seconds = options.test_seconds
 
     def need(self, argv, what):

@@ -27,7 +27,11 @@ TEST(ZlibDecompress, InflatesWholePiecemealAndDamaged) {
     inflateEnd(&stream);
     EXPECT_TRUE(codes == statuses && out == expected) << codes << out.size();
   }
-  EXPECT_EQ(isCompressed("x-gzip") + isCompressed("gzip, identity") + isCompressed("compress, deflate"), 1 + 0 + 2);
+  const std::pair<const char *, int> codings[] = {{"x-gzip", NETSIFT_CODING_GZIP},
+                                                  {"gzip, identity", NETSIFT_CODING_IDENTITY},
+                                                  {"compress, deflate", NETSIFT_CODING_DEFLATE},
+                                                  {"compress", NETSIFT_CODING_COMPRESS}};
+  for (const auto &[coding, kind] : codings) EXPECT_EQ(isCompressed(coding), kind) << coding;
 }
 
 TEST(OpenGzStream, ReadsFromTheSocketOrTimesOut) {

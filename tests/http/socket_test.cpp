@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/resource.h>
-#include <sys/time.h>
 
 #include <chrono>
 #include <climits>
@@ -21,7 +20,7 @@ using Line = std::pair<string, int>; /* the text with its terminator, and the st
 
 char *untilEnd(int fd, unsigned *length, unsigned char *status, int) { return getSocketLine1(fd, length, status); }
 
-Line line(string text, int status = 0) { return {text + '\0', status}; }
+Line line(string text, int status = NETSIFT_LINE_READ) { return {text + '\0', status}; }
 
 Line lineFrom(ReadLine readLine, int fd, unsigned max, int limit = 0) {
   unsigned char status = 77;
@@ -80,15 +79,15 @@ TEST(SocketLine, CountsAFailedReadAsAByte) {
   ASSERT_EQ(write(ends[1], "a\nb", 3), 3);
   close(ends[1]);
   EXPECT_EQ(lineFrom(getSocketLine, ends[0], 100), line("a\n"));
-  EXPECT_EQ(lineFrom(getSocketLine, ends[0], 100), line("b", 1));
+  EXPECT_EQ(lineFrom(getSocketLine, ends[0], 100), line("b", NETSIFT_LINE_ENDED));
   close(ends[0]);
-  EXPECT_EQ(lineFrom(getSocketLine, ends[0], 100), Line("<none>", 254));
+  EXPECT_EQ(lineFrom(getSocketLine, ends[0], 100), Line("<none>", NETSIFT_LINE_FAILED));
 }
 
 TEST(SocketLine, LimitsTheWaitForTheFirstByteOnly) {
   const SocketPair pair;
   const auto start = std::chrono::steady_clock::now();
-  EXPECT_EQ(lineFrom(getSocketLine, pair.near, 0, 1), Line("<none>", 255));
+  EXPECT_EQ(lineFrom(getSocketLine, pair.near, 0, 1), Line("<none>", NETSIFT_LINE_TIMED_OUT));
   EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(990));
   pair.send("GET / HT");
   std::thread late([&] { std::this_thread::sleep_for(milliseconds(1200)), pair.send("TP/1.0\n"); });
@@ -99,8 +98,11 @@ TEST(SocketLine, LimitsTheWaitForTheFirstByteOnly) {
 TEST(BlockRead, StopsWhereItShould) {
   const rlimit descriptors{2000, 2000};
   setrlimit(RLIMIT_NOFILE, &descriptors);
-  const std::tuple<unsigned, int, unsigned, int> cases[] = {
-      {10, 4, 10, 0}, {4, 99, 4, 0}, {99, 11, 10, 2}, {99, 10, 10, 1}, {99, -1, 10, 1}};
+  const std::tuple<unsigned, int, unsigned, int> cases[] = {{10, 4, 10, NETSIFT_READ_FILLED},
+                                                            {4, 99, 4, NETSIFT_READ_FILLED},
+                                                            {99, 11, 10, NETSIFT_READ_TIMED_OUT},
+                                                            {99, 10, 10, NETSIFT_READ_ENDED},
+                                                            {99, -1, 10, NETSIFT_READ_ENDED}};
   for (const auto &[length, datalen, count, expected] : cases) {
     SocketPair pair;
     pair.send("0123456789");
@@ -111,7 +113,7 @@ TEST(BlockRead, StopsWhereItShould) {
     EXPECT_EQ(status, expected) << length << ' ' << datalen;
     close(high);
     EXPECT_EQ(readFromSocket(high, buffer.get(), length, &status, -1, datalen), 0u);
-    EXPECT_EQ(status, 3);
+    EXPECT_EQ(status, NETSIFT_READ_FAILED);
   }
 }
 
@@ -124,13 +126,13 @@ TEST(Send, SendsAllOrSaysWhy) {
     for (char piece[4096]; left > 0;) left -= static_cast<int>(read(pair.far, piece, sizeof piece));
   });
   fcntl(pair.near, F_SETFL, O_NONBLOCK); /* so that a write takes a part only */
-  EXPECT_EQ(sendToSocket(pair.near, big.data(), size, 5), 0);
+  EXPECT_EQ(sendToSocket(pair.near, big.data(), size, 5), NETSIFT_SEND_DONE);
   peer.join();
   EXPECT_EQ(sendSocketLine(pair.near, "line\n", 0), 5);
   EXPECT_EQ(pair.receive(), "line\n");
-  EXPECT_EQ(sendToSocket(pair.near, "", 0, 0), -3);
-  EXPECT_EQ(sendToSocket(pair.near, "", INT_MIN, 0), -2);
-  EXPECT_EQ(sendToSocket(pair.near, big.data(), size, 0), -1);
+  EXPECT_EQ(sendToSocket(pair.near, "", 0, 0), NETSIFT_SEND_NOTHING_TAKEN);
+  EXPECT_EQ(sendToSocket(pair.near, "", INT_MIN, 0), NETSIFT_SEND_FAILED);
+  EXPECT_EQ(sendToSocket(pair.near, big.data(), size, 0), NETSIFT_SEND_TIMED_OUT);
   EXPECT_EQ(sendSocketLine(pair.near, "line\n", 0), 0);
   pair.closeFar();
   EXPECT_EQ(sendToSocket(pair.near, "a", 1, -1), -2);
@@ -146,29 +148,12 @@ TEST(Chunks, EndIsNeverFoundAndSizesAreFoldedByTens) {
   unsigned length = 9;
   unsigned char status = 9;
   std::free(getSocketLine1(-1, &length, &status)); /* what only fails gets no more memory in the end */
-  EXPECT_TRUE(length == (1 << 20) - 1 && status == 254) << length << ' ' << int{status};
+  EXPECT_TRUE(length == (1 << 20) - 1 && status == NETSIFT_LINE_FAILED) << length << ' ' << int{status};
   const LogCapture log(7);
   const std::pair<const char *, int> sizes[] = {{"1a\r\n", 20}, {"1F 9\r", 25}, {"", 0},
                                                 {"9;", 62},     {"\xff", -88},  {"2147483648 ", INT_MIN}};
   for (const auto &[text, size] : sizes) EXPECT_EQ(getChunkSize(GuardedText(text).get()), size) << text;
   EXPECT_TRUE(log.has("inside getChunkSize") && log.has("exiting getChunkSize: 25"));
-}
-
-TEST(Chunks, AnInterruptedReadCountsAsAByte) {
-  struct sigaction action = {}; /* one that restarts nothing */
-  action.sa_handler = [](int) {};
-  sigaction(SIGALRM, &action, nullptr);
-  const itimerval once{{0, 0}, {0, 50'000}};
-  SocketPair pair;
-  pair.send("1");
-  sigset_t alarm; /* is this thread's */
-  sigemptyset(&alarm), sigaddset(&alarm, SIGALRM);
-  pthread_sigmask(SIG_BLOCK, &alarm, nullptr);
-  std::thread late([&] { std::this_thread::sleep_for(milliseconds(300)), pair.send("a\r\n"), pair.closeFar(); });
-  pthread_sigmask(SIG_UNBLOCK, &alarm, nullptr);
-  setitimer(ITIMER_REAL, &once, nullptr);
-  EXPECT_EQ(lineFrom(untilEnd, pair.near, 0), line(string("1\0a\r\n", 5), 1));
-  late.join();
 }
 
 }  // namespace

@@ -80,7 +80,7 @@ TEST(UrlList, NumbersCategoriesAndSurvivesFailedLoads) {
   EXPECT_EQ(inBlackLists("b.com", host, 0), static_cast<signed char>(131));
   freeBlackLists();
   names[5] = missing;
-  EXPECT_EQ(makeBlackLists(), -1);
+  EXPECT_EQ(makeBlackLists(), NETSIFT_LOAD_FAILED);
   freeBlackLists();
 }
 

@@ -3,8 +3,16 @@
 #include "util/stringIntHash.h"
 #include "util/symbolTable.h"
 #include "util/text.h"
+#include "util/version.h"
 
 using namespace netsift;
+
+TEST(Version, IsThatOfItsParts) {
+  const int parts[] = {NETSIFT_VERSION_MAJOR, NETSIFT_VERSION_MINOR, NETSIFT_VERSION_PATCH};
+  std::string joined;
+  for (const int part : parts) joined += "." + std::to_string(part);
+  EXPECT_EQ(joined.substr(1), netsift_version());
+}
 
 TEST(Escape, LeavesNothingThatEndsItsPlace) {
   EXPECT_EQ(htmlEscape("a&<b>\"'\xC3\xA4"), "a&amp;&lt;b&gt;&quot;&#39;\xC3\xA4");
