@@ -1,10 +1,9 @@
 """What a page says: its visible words against a category's threshold."""
-import os
 import signal
 
 from harness import TOP, Road, wait_until
 
-SITE = {name: (TOP / f"share/site/{name}.html").read_bytes() for name in ("words", "hidden", "index")}
+SITE = {name: (TOP / f"share/site/{name}.html").read_bytes() for name in ("words", "hidden")}
 CLEAN, OFFENSIVE = 0, 2  # verdicts as the cache keeps them
 
 
@@ -45,16 +44,6 @@ class Content(Road):
         self.assertIn(content[:65536], answer)
         self.assertNotIn(content[-100:], answer)
         self.assertIn(f"URL:{self.host}/late.html,STATUS:BLOCKED,offensive content", self.filtering.results())
-
-    def test_the_verdict_holds_until_the_page_changes(self):
-        for changed, content, blocked in ((1_700_000_000, SITE["words"], True), (1_700_000_000, SITE["index"], True),
-                                          (1_700_000_001, SITE["index"], False)):
-            self.origin.put("kept.html", content)
-            os.utime(self.origin.www / "kept.html", (changed, changed))
-            answer = self.filtering.fetch(f"{self.base}/kept.html")
-            self.assert_page(answer, "block") if blocked else self.assertEqual(answer.body, content)
-        line = f"URL:{self.host}/kept.html,STATUS:BLOCKED,Offensive content.(In cache db)"
-        self.assertIn(line, self.filtering.lines())
 
     def test_a_condemned_page_joins_the_blacklist(self):
         self.origin.put("reported.html", SITE["words"])

@@ -123,26 +123,6 @@ TEST(ListIndex, AnswersAsTheWalkDoes) {
   if (!HasFatalFailure()) compare(root, 1000, 4000, 150);
 }
 
-/* Of a run the first 111 bytes count: a text that ends there has all of it. */
-TEST(ListIndex, LongRunsCountInPart) {
-  const ScratchRoot root;
-  for (size_t length = 109; length <= 113; length++) {
-    const string run = string(length - 1, 'x') + "q", alike = string(length - 1, 'x') + "/";
-    Reference walked{{"*" + run, "*" + alike, "*" + alike}, {run}}; /* of three, the "q" is the rarest */
-    writeFile(root.config("n.url"), linesOf(walked.urls));
-    writeFile(root.config("n.dom"), linesOf(walked.domains));
-    UrlList list;
-    ASSERT_EQ(buildURLList("n", &list), 1);
-    for (size_t kept = length - 3; kept <= length; kept++) {
-      string url = run.substr(0, kept), host = "a." + url, left = host;
-      EXPECT_EQ(inURLList(list.table, list.wildcards, list.domains, url.c_str()), walked.hasUrl(url)) << kept;
-      EXPECT_EQ(inDomainList(list.table, list.wildcards, list.domains, host.data(), 0), walked.hasHost(left, 0))
-          << kept;
-    }
-    freeURLList(&list);
-  }
-}
-
 TEST(ListIndex, IsOnlyForTheArraysItWasMadeFor) {
   const ScratchRoot root;
   writeFile(root.config("n.url"), "a.com/*\n");
