@@ -18,17 +18,25 @@ UrlList listOf(const char *entry) {
   return list;
 }
 
-/* Their lines and records: tests/e2e/blocks_test.py. The pattern's row is the last: it clears urlcheck for good. */
-TEST_F(CycleTest, blocksEndTheCallEachWithItsResult) {
-  char *names[] = {const_cast<char *>("Games"), const_cast<char *>("Sport")};
+/* Two categories that hold an URL each. */
+void blockUrls(const char *games, const char *sport) {
+  static char first[] = "Games", second[] = "Sport", *names[] = {first, second};
+  static UrlList lists[2];
+  lists[0] = listOf(games);
+  lists[1] = listOf(sport);
+  categories = lists;
   categname = names;
   numcategories = 2;
-  static UrlList lists[] = {listOf("h/other"), listOf("h/a b")};
-  categories = lists;
+  urlcheck = 1;
+}
+
+/* Their lines and records: tests/e2e/blocks_test.py. The pattern's row is the last: it clears urlcheck for good. */
+TEST_F(CycleTest, blocksEndTheCallEachWithItsResult) {
+  blockUrls("h/other", "h/a b");
   static IpPattern pattern{{'1', '0', '.', '*'}, nullptr};
   BLACKIPINURL = &pattern;
   whitelist = listOf("h/x");
-  block_ports = urlcheck = enable_whitelist = 1;
+  block_ports = enable_whitelist = 1;
   /* Request, host, the two address checks, result and reason. */
   const std::tuple<std::string, std::string, uint8_t, uint8_t, int32_t, std::string> cases[] = {
       {"GET http://h:443/x", "h", 0, 0, 1, "access to port:443 not allowed"},
@@ -48,10 +56,8 @@ TEST_F(CycleTest, blocksEndTheCallEachWithItsResult) {
 }
 
 TEST_F(CycleTest, dotSegmentsNeitherHideNorExempt) {
-  StrictHttp = urlcheck = enable_whitelist = numcategories = 1;
-  static UrlList bad = listOf("h/bad");
-  sym_create_symbol_(bad.table, "h/p/../good", "", nullptr, 0);
-  categories = &bad;
+  blockUrls("h/bad", "h/p/../good");
+  StrictHttp = enable_whitelist = 1;
   whitelist = listOf("h/good");
   sym_create_symbol_(whitelist.table, "h/w/../bad", "", nullptr, 0);
   for (const auto &[path, blocked] :
@@ -98,12 +104,7 @@ TEST_F(CycleTest, uploadsAreCutBeforeTheirFile) {
 
 /* 127.0.0.1 is localhost wherever there is a hosts file. */
 TEST_F(CycleTest, addressesAreLookedUpUnderTheirNameToo) {
-  static UrlList lists[] = {listOf("127.0.0.1/x"), listOf("localhost/x")};
-  char *names[] = {const_cast<char *>("Games"), const_cast<char *>("Sport")};
-  categories = lists;
-  categname = names;
-  numcategories = 2;
-  urlcheck = 1;
+  blockUrls("127.0.0.1/x", "localhost/x");
   const std::string answer = serve("GET http://127.0.0.1/x HTTP/1.0\r\n\r\n", {page});
   EXPECT_NE(answer.find("in category Games"), std::string::npos) << "1 and 2 make 3, which none is" << answer;
   serve("GET http://h HTTP/1.0\r\nHost: 127.0.0.1\r\n\r\n", {page}); /* the URL is shorter than the host */
@@ -138,10 +139,8 @@ TEST_F(CycleTest, exemptAddressSwitchesBothChecksOffForTheConnection) {
   EXPECT_EQ(answer.substr(answer.size() - 2), "ok");
   EXPECT_EQ(blockip | urlcheck, 0) << "the settings themselves";
 
-  StrictHttp = blockip = urlcheck = 1;
-  static UrlList bad = listOf("h/bad");
-  categories = &bad;
-  numcategories = 1;
+  StrictHttp = blockip = 1;
+  blockUrls("h/bad", "h/worse");
   const std::string kept = "HTTP/1.0 200 OK\r\nConnection: keep-alive\r\nContent-Length: 2\r\n\r\n1.";
   for (const char *second : {"http://10.0.0.1/", "http://h/bad"}) {
     const std::string strict = serve(

@@ -42,8 +42,7 @@ TEST_F(StrictTest, everyFramingIsReadToItsEndAndNoFurther) {
        "HTTP/1.1 200 OK\r\nConnection: keep-alive\r\nVia: 1.1 netsift\r\nContent-Length: 2\r\n\r\nok", true},
       {"GET", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2;x=y\r\nok\r\n1\r\n!\r\n0\r\nT: x\r\n\r\n", "ok!",
        false},
-      {"GET", "HTTP/1.0 200 OK\r\nX-Will: close\r\n\r\nto the end", "to the end", false},
-  };
+      {"GET", "HTTP/1.0 200 OK\r\nX-Will: close\r\n\r\nto the end", "to the end", false}};
   for (const auto &c : cases) {
     const std::string request = std::string(c.method) + " http://h/p HTTP/1.1\r\nHost: h\r\n\r\n";
     const std::string answer = serve(request + get, {c.answer, last});
@@ -61,8 +60,7 @@ TEST_F(StrictTest, brokenAnswersAreToldOrCutShort) {
       {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\nclose", "502 Bad Gateway"},
       {"HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\nhalf close", "Content-Length: 50\r\n\r\nhalf close"},
       {"HTTP/1.1 200 OK\r\nX: close\r\n", "502 Bad Gateway"},
-      {"HTTP/1.1 101 Switching Protocols\r\nUpgrade: x\r\n\r\nclose", "502 Bad Gateway"},
-  };
+      {"HTTP/1.1 101 Switching Protocols\r\nUpgrade: x\r\n\r\nclose", "502 Bad Gateway"}};
   for (const auto &[sent, expected] : cases) {
     const std::string answer = serve(std::string(get) + get, {sent});
     EXPECT_NE(answer.find(expected), std::string::npos) << sent << answer;
@@ -85,8 +83,7 @@ TEST_F(StrictTest, refusedRequestsReachNobody) {
       {"GET ftp://h/ HTTP/1.1\r\nHost: h\r\n\r\n", 501},
       {"GET http://h/ HTTP/1.1\r\nHost: h\r\nVia: 1.1 netsift, 1.1 netsift\r\nVia: 1.1 netsift, 1.0 netsift\r\n\r\n",
        508},
-      {"GET http://h/ HTTP/1.1\r\nHost: h\r\nX: " + std::string(70000, 'x') + "\r\n\r\n", 431},
-  };
+      {"GET http://h/ HTTP/1.1\r\nHost: h\r\nX: " + std::string(70000, 'x') + "\r\n\r\n", 431}};
   for (const auto &[request, status] : cases) {
     const std::string answer = serve(request + get, {response("", "reached")});
     EXPECT_EQ(answer.find("HTTP/1.1 " + std::to_string(status) + " "), 0U) << request.substr(0, 90) << answer;

@@ -138,11 +138,6 @@ struct RandomLists {
       file += "<" + string(phrase.c_str()) + ">" + std::to_string(int(below(20)) - 5);
     return file;
   }
-
-  void newSettings() {
-    uniqueoccur = static_cast<uint8_t>(below(2));
-    allowedweight = below(2) == 0 ? 1000000 : static_cast<int>(below(60));
-  }
 };
 
 /* An index without its look-up tables is walked phrase by phrase, which is how the scan is defined. Short texts are read
@@ -158,7 +153,8 @@ TEST(PhraseScan, EqualsTheWalkOfEachListOneByOneAndInOnePass) {
     const size_t longest = 1 + lists.below(round % 2 == 0 ? 10 : 130);
     for (string &file : files) file = lists.file(lists.below(round % 4 == 0 ? 150 : 12), longest);
     loaded.load(files);
-    lists.newSettings();
+    uniqueoccur = static_cast<uint8_t>(lists.below(2));
+    allowedweight = lists.below(2) == 0 ? 1000000 : static_cast<int>(lists.below(60));
     /* Every category's weight, up to the first that reaches the threshold, and its number, of both texts. */
     std::vector<int> judged;
     iniContentFilter();

@@ -36,8 +36,7 @@ TEST(ConfigRead, TellsLineKeyAndWhatIsExpected) {
        "4: requests.blocked_ports: expected list of at most 100 port numbers, 1 to 65535, not 65536"},
       {"[[lists.category]]\nname = \"a\"", "1: lists.category.file: is missing"},
       {"[log]\nports = 1\n[http]\nstrict = 2", /* in the order of the lines, not of the settings */
-       "2: log.ports: expected true or false, not 1\n4: http.strict: unknown key; did you mean http.strict_http?"},
-  };
+       "2: log.ports: expected true or false, not 1\n4: http.strict: unknown key; did you mean http.strict_http?"}};
   for (const auto &[text, fault] : cases) EXPECT_EQ(faults(text), fault + "\n") << text;
   for (const char *broken : {"[http\n", "[[ = 1\n"})
     EXPECT_TRUE(faults(broken).starts_with("1: ")) << "TOML's own errors have a line too";
@@ -55,17 +54,15 @@ TEST(ConfigRead, KeysOfManyPartsAreRefusedBeforeTheyAreParsed) {
     deep += "a.";
     quoted += "\"=\".' ' . ";
   }
-  const std::pair<std::string, int> cases[] = {
-      {deep + "a = 1", 1},
-      {"\n[" + deep + "a]", 2},
-      {"[log]\nx = {y = [{" + quoted + "b = 1}]}", 2},
-      {"x = {y = '\\', " + deep + "a = 1}", 1},
-      {"x = {y = \"\\\"\", " + deep + "a = 1}", 1},
-      {"x = {y = \"\"\"z\"\"\"\", " + deep + "a = 1}", 1},
-      {"x = \"\"\"\\\"\"\"\na\"\"\"\"\"\n# \"\n" + deep + "a = 1", 4},
-      {"x = '''\n''''\n\"\"." + deep + "a = 1", 3},
-      {"a.b.c.d.e.f.g.h.i = 1", 1},
-  };
+  const std::pair<std::string, int> cases[] = {{deep + "a = 1", 1},
+                                               {"\n[" + deep + "a]", 2},
+                                               {"[log]\nx = {y = [{" + quoted + "b = 1}]}", 2},
+                                               {"x = {y = '\\', " + deep + "a = 1}", 1},
+                                               {"x = {y = \"\\\"\", " + deep + "a = 1}", 1},
+                                               {"x = {y = \"\"\"z\"\"\"\", " + deep + "a = 1}", 1},
+                                               {"x = \"\"\"\\\"\"\"\na\"\"\"\"\"\n# \"\n" + deep + "a = 1", 4},
+                                               {"x = '''\n''''\n\"\"." + deep + "a = 1", 3},
+                                               {"a.b.c.d.e.f.g.h.i = 1", 1}};
   for (const auto &[text, line] : cases)
     EXPECT_EQ(faults(text),
               std::to_string(line) + ": a key of more than 8 parts; those of the settings have 3 at most\n");

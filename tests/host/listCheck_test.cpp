@@ -65,8 +65,7 @@ TEST(ListCheck, NamesEachEntryThatCanNeverMatchAndRefusesWhatWouldNotBeLoaded) {
        "1" + capital + "2" + capital + "3" + slash + "4" + front + "5" + end + "6" + end},
       {"popup.url.orig", "a\n\n\xFF", "!3" + ended + "3 the last line has no line end|"},
       {"popup.phrase", "<a \xFF>1\n<b\xFF>1\n<~>0\n", "!2" + ended}, /* a record with a blank makes no pattern */
-      {"popup.reported.url.orig", "a/x\n\xFF\n", "!2" + ended},
-  };
+      {"popup.reported.url.orig", "a/x\n\xFF\n", "!2" + ended}};
   for (const auto &[name, text, expected] : cases) {
     const std::string kept = readFile(root.config(name));
     writeFile(root.config(name), text);

@@ -76,11 +76,9 @@ TEST(MadeLists, WhatCannotBeMadeIsUsedAsItStandsWithWhatWasReported) {
 /* A limit on the size of files does what a full disk does, and needs no rights. */
 TEST(MadeLists, ADiskThatTakesNoMoreRefusesTheListAndLeavesTheOldOne) {
   std::signal(SIGXFSZ, SIG_IGN);
-  const std::pair<const char *, size_t> cases[] = {
-      {"popup.url.orig", 60000},
-      {"popup.url.orig", 8192}, /* all but the empty line at the end */
-      {"popup.reported.url.orig", 8192},
-  };
+  const std::pair<const char *, size_t> cases[] = {{"popup.url.orig", 60000},
+                                                   {"popup.url.orig", 8192}, /* all but the empty line at the end */
+                                                   {"popup.reported.url.orig", 8192}};
   for (const auto &[name, size] : cases) {
     Lists lists;
     lists.write("popup.url", "old\n");

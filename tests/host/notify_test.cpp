@@ -31,8 +31,7 @@ TEST(Notify, EachMessageDoesItsPartAndAnythingElseIsRefused) {
       {"ADD:first\0"s, ""},
       {"ADD:second\0"s, ""},
       {"DEL:\0"s + std::string(11, '\0'), ""},
-      {"UR", "what is no message"},
-  };
+      {"UR", "what is no message"}};
   for (const auto &[message, fault] : cases) EXPECT_EQ(handleMessage(message), fault) << message;
   EXPECT_EQ(readFile(root.config("sample.reported.url.orig")), "bad.example/page\n");
   EXPECT_EQ(readFile(root.config("sample.url.orig")), "") << "the administrator's own";
