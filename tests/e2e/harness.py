@@ -134,7 +134,7 @@ class Filter:
 
     def written(self, file):
         """What a file holds when nobody is served any more: much is written after the answer."""
-        wait_until(lambda: not self.connections(), "the connections' processes to end")
+        wait_until(lambda: not self.waiting() and not self.connections(), "the connections' processes to end")
         return file.read_bytes().decode("latin-1") if file.exists() else ""
 
     def lines(self):
@@ -181,10 +181,13 @@ class Filter:
         return [pid for pid in self.served_by() if self.is_worker(pid)]
 
     @staticmethod
-    def is_worker(pid):
-        with contextlib.suppress(OSError):
-            return Path(f"/proc/{pid}/comm").read_text() == "netsiftd-worker\n"
-        return False
+    def name(pid):
+        with contextlib.suppress(OSError):  # it has ended meanwhile
+            return Path(f"/proc/{pid}/comm").read_text().rstrip("\n")
+        return ""
+
+    def is_worker(self, pid):
+        return self.name(pid) == "netsiftd-worker"
 
     def served_by(self):
         """The workers and the processes that hold tunnels."""
@@ -195,16 +198,32 @@ class Filter:
         return [pid for server in children(self.process.pid) for pid in children(server)]
 
     def connections(self):
-        """Those of them that serve a client now: who holds a socket whose own end is the listening port."""
-        rows = [line.split() for line in Path("/proc/net/tcp").read_text().splitlines()[1:]]
-        sockets = {f"socket:[{row[9]}]" for row in rows
-                   if row[1].endswith(f":{self.port:04X}") and row[3] != "0A" and row[9] != "0"}  # 0A: the listener
+        """Those of them that serve a client now: who holds a socket that is neither the listener nor a local one. A
+        client's cannot be told by its port: once the client has reset it, the kernel lists it no longer."""
+        listeners = {row[9] for row in self.client_rows() if row[3] == "0A"}
+        local = {row.split()[6] for row in Path("/proc/net/unix").read_text().splitlines()[1:]}
+        own = {f"socket:[{inode}]" for inode in listeners | local}
+        return [pid for pid in self.served_by() if self.sockets(pid) - own]
 
-        def serves(pid):
-            with contextlib.suppress(OSError):
-                return any(os.readlink(f"/proc/{pid}/fd/{fd}") in sockets for fd in os.listdir(f"/proc/{pid}/fd"))
-            return False
-        return [pid for pid in self.served_by() if serves(pid)] if sockets else []
+    @staticmethod
+    def sockets(pid):
+        found = set()
+        with contextlib.suppress(OSError):  # process or descriptor is gone meanwhile
+            for descriptor in Path(f"/proc/{pid}/fd").iterdir():
+                with contextlib.suppress(OSError):
+                    found.add(os.readlink(descriptor))
+        return {name for name in found if name.startswith("socket:")}
+
+    def waiting(self):
+        """Whether a client's socket is open that no process holds: one that nobody has taken yet, or that is on its way
+        to the process that holds tunnels."""
+        return any(row[3] != "0A" and (row[9] != "0" or row[3] in ("01", "08")) for row in self.client_rows())
+
+    def client_rows(self):
+        """The kernel's lines about the listener and its clients' sockets, in words: the 4th is the state, the 10th the
+        inode. Established (01) or left by the client (08) without an inode are those that wait to be accepted."""
+        rows = [line.split() for line in Path("/proc/net/tcp").read_text().splitlines()[1:]]
+        return [row for row in rows if row[1].endswith(f":{self.port:04X}")]
 
 
 class Peer(socketserver.ThreadingTCPServer):

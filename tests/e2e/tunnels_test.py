@@ -32,7 +32,7 @@ class Tunnels(Case):
 
     def holder(self, filtering):
         """The one process that holds tunnels now."""
-        holders = [pid for pid in filtering.served_by() if not filtering.is_worker(pid)]
+        holders = [pid for pid in filtering.served_by() if filtering.name(pid) == "netsiftd-relay"]
         self.assertEqual(len(holders), 1)
         return int(holders[0])
 

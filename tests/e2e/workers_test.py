@@ -173,6 +173,7 @@ class Workers(Road):
         clients = [filtering.connect() for _ in range(10)]
         wait_until(lambda: len(filtering.processes()) == 16 and len(filtering.connections()) == 10, "more processes")
         clients.pop().close()
+        wait_until(lambda: len(filtering.connections()) == 9, "the connection's end")
         os.kill(int(filtering.connections()[0]), signal.SIGKILL)  # costs one connection
         wait_until(lambda: "ended by signal 9" in filtering.output.read_text(), "the word of it")
         self.assertEqual(sum(not client.recv(1, socket.MSG_DONTWAIT | socket.MSG_PEEK) for client in clients
