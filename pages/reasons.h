@@ -10,6 +10,7 @@ enum class Why {
   proxyDown,
   noAnswer,
   port,
+  connectPort,
   address,
   adServer,
   blacklisted,
