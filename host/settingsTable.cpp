@@ -91,6 +91,10 @@ const Setting requestSettings[] = {
     {"requests", "tunnel_idle_seconds", Number{&TunnelIdleSeconds, 1, longestLoad, "seconds"}, "900",
      "How long a tunnel, or a connection that has changed its protocol, may be without traffic while strict_http is "
      "on."},
+    {"requests", "local_addresses", Bit{&RefuseLocalAddresses, 1, "\"pass\"", "\"refuse\""}, "\"refuse\"",
+     "What happens, while strict_http is on, to requests for loopback and link-local addresses and those of this "
+     "machine, the filter's own among them. Before an upstream proxy only addresses and the name localhost are known "
+     "for that; to other names it is the proxy that must refuse."},
     {"requests", "pass_messengers", Flag{&tunnelmessengers}, "false",
      "Relay requests whose URL contains one of messenger_urls unfiltered, with all that follows on the connection; "
      "untouched, but for the head's connection fields while strict_http is on."},
@@ -199,7 +203,7 @@ const Setting logSettings[] = {
     {"log", "access_file", LibraryText{&logfilename, 100, true}, "\"netsift-access.log\"",
      "Its name in /var/Velmora/var/log/ under the root."},
     {"log", "ports", Flag{&logport}, "true", "Blocks by port, and tunnels that do not begin as they have to."},
-    {"log", "ip_hosts", Flag{&logip}, "true", "Blocks of addresses as hosts."},
+    {"log", "ip_hosts", Flag{&logip}, "true", "Blocks of addresses as hosts, and of the machine's own."},
     {"log", "urls", Flag{&logurl}, "true", "Blocks by a blacklist."},
     {"log", "types", Flag{&logmime}, "true", "Blocks by content type."},
     {"log", "ratings", Flag{&lograting}, "true", "Blocks by rating label."},

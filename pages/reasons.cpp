@@ -23,6 +23,7 @@ constexpr Reason reasons[] = {
     {Why::noAnswer, {"Timeout while getting response from server.\n", ""}, {"The server did not answer in time.", ""}},
     {Why::port, {"access to port:", " not allowed"}, {"Connections to port ", " are not allowed."}},
     {Why::connectPort, {"", ""}, {"Encrypted connections to port ", " are not allowed."}},
+    {Why::localAddress, {"", ""}, {"The address leads to the filter itself or its own network.", ""}},
     {Why::address,
      {"access to IP based URLS not allowed", ""},
      {"Sites may not be called by their address in numbers, only by name.", ""}},

@@ -11,6 +11,7 @@ enum class Why {
   noAnswer,
   port,
   connectPort,
+  localAddress,
   address,
   adServer,
   blacklisted,

@@ -8,7 +8,7 @@ int32_t tunnelmessengers, ALLOWALLIP, whiteclientipinurl1, block_ports, enable_w
 uint8_t logtunnel, blockip, urlcheck, blockad, blockpopup, numcategories;
 char tunnellist[100][100], uploadwhitelist[100][100];
 int32_t blockedports[100], connectports[100];
-int32_t TunnelTlsOnly, ClientHelloSeconds, MatchServerName, TunnelIdleSeconds;
+int32_t TunnelTlsOnly, ClientHelloSeconds, MatchServerName, TunnelIdleSeconds, RefuseLocalAddresses;
 IpPattern *WhiteIP1, *BLACKIPINURL;
 char **categfiles, **categname;
 UrlList whitelist, adlist, popuplist, *categories;

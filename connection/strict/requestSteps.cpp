@@ -18,6 +18,7 @@
 #include "http/strictFraming.h"
 #include "http/strictWire.h"
 #include "log/debugLog.h"
+#include "log/peerText.h"
 #include "state/connection.h"
 #include "state/settings.h"
 
@@ -65,11 +66,23 @@ bool isLoggedIn() {
   return false;
 }
 
+Next refuseLocal(Connection &connection, const Cycle &cycle) {
+  const std::string &host = cycle.request.hostname;
+  return refuse(connection, cycle,
+                {.reason = reasonFor(Why::localAddress),
+                 .isRecorded = logip != 0,
+                 .kind = "Local Address",
+                 .what = host,
+                 .line = std::string("Local Address:") + peerText(host.c_str()),
+                 .result = callEnded});
+}
+
 /* Connects; a request that could not be sent again does not go out on a used connection, unless it is bound to that. */
 Next connectFor(Connection &connection, Cycle &cycle) {
   if (!isRepeatable(cycle) && connection.upstream.used && !isLoggedIn()) closeUpstream(connection);
   const int status = openUpstream(connection, cycle);
   if (status == clientHasLeft) return leave(connection);
+  if (status == targetIsLocal) return refuseLocal(connection, cycle);
   return status == 0 ? Next::step : refuseWithError(connection, cycle, status, nullptr);
 }
 

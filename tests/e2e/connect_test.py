@@ -83,6 +83,23 @@ class Connect(Case):
             client.settimeout(PATIENCE)
             self.assertEqual(client.recv(1), b"")
 
+    def test_the_filters_own_machine_is_no_site(self):
+        origin = Nginx(self.addCleanup)
+        origin.put("page", b"secret")
+        squid = Squid(self.addCleanup)
+        for proxy in ("", f"127.0.0.1:{squid.port}"):
+            filtering = self.filter({"requests.local_addresses": "refuse", "upstream.proxy": proxy})
+            v6 = ("[::1]", "[::ffff:127.0.0.1]") if proxy else ()
+            for host in ("localhost", "127.0.0.1", "0.0.0.0", "0x7f.1", *v6):
+                for port in (origin.port, filtering.port):
+                    plain = filtering.exchange(f"GET http://{host}:{port}/page HTTP/1.1\r\nHost: x\r\n\r\n".encode())
+                    self.assertIn(b" 403 ", plain, host)
+                    client, head = connect(filtering, f"{host}:{port}")
+                    with client:
+                        self.assertIn(" 403 ", head, host)
+            self.assertIn("URL:0.0.0.0,STATUS:BLOCKED,Local Address:0.0.0.0", filtering.results())
+            self.assertIn(("127.0.0.1/page", "Local Address", "127.0.0.1"), filtering.blocks())
+
 
 class Names(Case):
     """The lists' names resolve nowhere: all sites are this machine's."""

@@ -99,7 +99,7 @@ class Filter:
         subprocess.run([TOP / "scripts/layout.sh", self.root], check=True)
         config = (self.etc / "netsiftd.toml").read_text()
         changes = {"log.debug_level": 7, "upstream.timeout": 5, "scanning.spool_folder": f"{self.spool}/",
-                   "requests.connect_ports": []}  # where the peers are
+                   "requests.local_addresses": "pass", "requests.connect_ports": []}  # where the peers are
         if "NETSIFT_CONNECTIONS_PER_PROCESS" in os.environ:
             changes["listen.connections_per_process"] = int(os.environ["NETSIFT_CONNECTIONS_PER_PROCESS"])
         for name, value in (changes | (settings or {})).items():
