@@ -68,6 +68,7 @@ Next judgeName(Connection &connection, Cycle &cycle, Cycle &named) {
   const uint8_t hostChecked = urlcheck;
   blockip = connection.configuredBlockip;
   urlcheck = connection.configuredUrlcheck;
+  connection.reverse = {}; /* the host's, which was judged with it */
   const bool isHostNamed = !cycle.request.isAddress;
   Next next = runAll(nameSteps, connection, named);
   if (next != Next::step) return next;
