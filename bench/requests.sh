@@ -67,6 +67,7 @@ for name in netsiftd judging lists; do
   free_port && proxies[$name]=$port
   scripts/layout.sh "$folder/$name"
   config=$folder/$name/opt/Velmora/etc/netsift/netsiftd.toml
+  sed -i 's/^local_addresses = .*/local_addresses = "pass"/' "$config"
   [ "$name" = netsiftd ] || sed -i '/^\[cache\]/,/^enabled/s/^enabled = .*/enabled = false/' "$config"
   if [ "$name" = lists ]; then
     seq -f 'host%.0f.example.com' 1000000 >>"${config%/*}/sample.dom"

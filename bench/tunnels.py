@@ -107,7 +107,7 @@ def main(count):
         origin = Nginx(stack.callback)
         origin.put("page.html", b"<html><body>" + b"plain words " * 84 + b"</body></html>")
         page = f"http://localhost:{origin.port}/page.html"
-        quiet = {"log.debug_level": 1}
+        quiet = {"log.debug_level": 1, "requests.connect_any_protocol": True}
         ways = {"netsiftd": (Filter(stack.callback, quiet), count),
                 "netsiftd, max_tunnels 0": (Filter(stack.callback, quiet | {"listen.max_tunnels": 0}), KEPT),
                 "squid": (Squid(stack.callback, descriptors=2 * count + 500), count)}

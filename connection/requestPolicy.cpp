@@ -169,10 +169,13 @@ Next applyIpPatterns(Connection &, Cycle &cycle) {
 
 Next checkPort(Connection &connection, Cycle &cycle) {
   const int32_t port = static_cast<int32_t>(cycle.request.port);
-  if (block_ports == 0 || isBlockedPort(port) == 0) return Next::step;
-  const std::string text = std::to_string(port);
+  return block_ports == 0 || isBlockedPort(port) == 0 ? Next::step : refusePort(connection, cycle, Why::port);
+}
+
+Next refusePort(Connection &connection, const Cycle &cycle, Why why) {
+  const std::string text = std::to_string(cycle.request.port);
   return refuse(connection, cycle,
-                {.reason = reasonFor(Why::port, text),
+                {.reason = reasonFor(why, text),
                  .isRecorded = logport != 0,
                  .kind = "Port Blocked",
                  .what = text,

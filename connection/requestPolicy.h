@@ -3,6 +3,7 @@
 #define NETSIFT_CONNECTION_REQUESTPOLICY_H
 
 #include "connection/cycle.h"
+#include "pages/reasons.h"
 
 namespace netsift {
 
@@ -25,6 +26,9 @@ Next relayMessenger(Connection &connection);
 /* Whether the request's body is looked through for files: not on port 8100, nor when both forms of the URL are those of
    a site that takes uploads. */
 bool checksUploads(const Request &request);
+
+/* Refuses the request for its port. */
+Next refusePort(Connection &connection, const Cycle &cycle, Why why);
 
 Next applyIpPatterns(Connection &connection, Cycle &cycle);
 Next checkPort(Connection &connection, Cycle &cycle);

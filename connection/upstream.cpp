@@ -33,12 +33,12 @@ void setProxyAddress() {
   setUpstreamAddress(address, static_cast<unsigned>(proxyport));
 }
 
-Next relayUnfiltered(Connection &connection, bool headSent) {
+Next relayUnfiltered(Connection &connection, bool headSent, int idleSeconds) {
   if (!headSent) {
     dprintf(2, "Timeout while sending header to proxy\n");
     return endCall(connection, callFailed);
   }
-  tunnel(connection.ends.client, connection.ends.upstream, relayIdleSeconds);
+  tunnel(connection.ends.client, connection.ends.upstream, idleSeconds);
   return endCall(connection, callEnded);
 }
 

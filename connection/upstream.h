@@ -20,7 +20,7 @@ bool resolveHost(const std::string &host);
 void setProxyAddress();
 
 /* The relay of a request to an origin while filtering is switched off, once its head has gone there. */
-Next relayUnfiltered(Connection &connection, bool headSent);
+Next relayUnfiltered(Connection &connection, bool headSent, int idleSeconds = relayIdleSeconds);
 
 }  // namespace netsift
 

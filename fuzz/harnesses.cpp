@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "fuzz/harness.h"
+#include "http/clientHello.h"
 #include "http/strictChunk.h"
 #include "http/strictForward.h"
 #include "http/strictFraming.h"
@@ -140,6 +141,35 @@ void strictHead(Bytes input) {
   check(passes || header.lineCount > 95);
   if (passes) destroyHeader(&again);
   destroyHeader(&header);
+}
+
+/* The first bytes of a tunnel; the first byte chooses how large the records are that the same message is cut into. What
+   is said of a part stays true of the whole, and the name does not depend on the records. */
+void clientHello(Bytes input) {
+  const size_t each = 1 + size_t{static_cast<unsigned char>(input[0])};
+  const GuardedText guarded(input.substr(1), false);
+  const Bytes bytes(guarded.get(), input.size() - 1);
+  ClientHello whole, part;
+  const Parse parse = readClientHello(bytes, whole);
+  for (size_t size = 0; size < bytes.size(); size = std::max(size + 1, part.needed)) {
+    const Parse now = readClientHello(bytes.substr(0, size), part);
+    check(now == Parse::more ? part.needed > size && part.needed <= mostHelloBytes
+                             : now == parse && part.serverName == whole.serverName);
+    check(parse != Parse::more || part.needed <= whole.needed);
+    ClientHello shorter;
+    if (now == Parse::more) check(readClientHello(bytes.substr(0, part.needed - 1), shorter) != Parse::done);
+  }
+  if (parse != Parse::done || bytes.size() < 6) return;
+  const size_t length = static_cast<unsigned char>(bytes[3]) * size_t{256} + static_cast<unsigned char>(bytes[4]);
+  string cut;
+  for (Bytes message = bytes.substr(5, length); !message.empty();
+       message.remove_prefix(std::min(each, message.size()))) {
+    const Bytes fragment = message.substr(0, each);
+    cut += {'\x16', 3, 1, static_cast<char>(fragment.size() >> 8), static_cast<char>(fragment.size())};
+    cut += fragment;
+  }
+  const Parse again = readClientHello(cut, part); /* of the first record alone, where there were several */
+  if (again != Parse::more && cut.size() + 5 <= mostHelloBytes) check(part.serverName == whole.serverName);
 }
 
 /* A response's fields; the first byte chooses its status line. One Content-Length, or one "chunked" of HTTP/1.1, and

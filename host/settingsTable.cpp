@@ -47,7 +47,9 @@ const Setting serviceSettings[] = {
      "Read and address requests as RFC 9110 and 9112 say. Needed for today's sites, above all without an upstream "
      "proxy; false keeps the behaviour of old."},
     {"http", "block_status", Bit{&StrictHttp, STRICT_BLOCK_WITH_200, "403", "200"}, "403",
-     "The status of block pages while strict_http is on. 200 makes programs take them for what they asked for."},
+     "The status of block pages while strict_http is on. 200 makes programs take them for what they asked for; the "
+     "answer "
+     "to a CONNECT is 403 all the same."},
     {"http", "unjudged_text", Bit{&StrictHttp, STRICT_PASS_UNJUDGED, "\"block\"", "\"pass\""}, "\"block\"",
      "What happens, while strict_http is on, to text in a coding that cannot be read (anything but gzip and deflate, "
      "or text that grows beyond bounds when it is unpacked) and so cannot be judged."},
@@ -74,6 +76,25 @@ const Setting requestSettings[] = {
     {"requests", "block_ports", Flag{&block_ports}, "true", "Refuse requests to the ports of blocked_ports."},
     {"requests", "blocked_ports", Ports{&blockedports}, "[19, 22, 23, 25, 110, 143, 445, 465, 587]",
      "The ports refused while block_ports is on, also on whitelisted sites."},
+    {"requests", "connect_ports", Ports{&connectports}, "[443]",
+     "The ports to which CONNECT, which browsers use for HTTPS, may open a tunnel while strict_http is on. Empty: "
+     "every "
+     "port that is not refused above."},
+    {"requests", "connect_any_protocol", Flag{&TunnelTlsOnly, true}, "false",
+     "Let tunnels carry whatever they like, unread. When false, while strict_http is on, a tunnel begins with TLS, and "
+     "the server's name in it is held against the lists as the CONNECT's host was; anything else is ended."},
+    {"requests", "client_hello_seconds", Number{&ClientHelloSeconds, 1, mostSeconds, "seconds"}, "10",
+     "In which a client has to begin with TLS after its CONNECT was answered."},
+    {"requests", "match_server_name", Flag{&MatchServerName}, "false",
+     "End tunnels whose server name is another than the host of their CONNECT, or that have none; those to an address "
+     "are judged by the name. An encrypted ClientHello shows an outer name, and is ended then too."},
+    {"requests", "tunnel_idle_seconds", Number{&TunnelIdleSeconds, 1, longestLoad, "seconds"}, "900",
+     "How long a tunnel, or a connection that has changed its protocol, may be without traffic while strict_http is "
+     "on."},
+    {"requests", "local_addresses", Bit{&RefuseLocalAddresses, 1, "\"pass\"", "\"refuse\""}, "\"refuse\"",
+     "What happens, while strict_http is on, to requests for loopback and link-local addresses and those of this "
+     "machine, the filter's own among them. Before an upstream proxy only addresses and the name localhost are known "
+     "for that; to other names it is the proxy that must refuse."},
     {"requests", "pass_messengers", Flag{&tunnelmessengers}, "false",
      "Relay requests whose URL contains one of messenger_urls unfiltered, with all that follows on the connection; "
      "untouched, but for the head's connection fields while strict_http is on."},
@@ -181,8 +202,8 @@ const Setting logSettings[] = {
     {"log", "access_log", Flag{&logenable}, "true", "Write a line for every block of the kinds below, and of viruses."},
     {"log", "access_file", LibraryText{&logfilename, 100, true}, "\"netsift-access.log\"",
      "Its name in /var/Velmora/var/log/ under the root."},
-    {"log", "ports", Flag{&logport}, "true", "Blocks by port."},
-    {"log", "ip_hosts", Flag{&logip}, "true", "Blocks of addresses as hosts."},
+    {"log", "ports", Flag{&logport}, "true", "Blocks by port, and tunnels that do not begin as they have to."},
+    {"log", "ip_hosts", Flag{&logip}, "true", "Blocks of addresses as hosts, and of the machine's own."},
     {"log", "urls", Flag{&logurl}, "true", "Blocks by a blacklist."},
     {"log", "types", Flag{&logmime}, "true", "Blocks by content type."},
     {"log", "ratings", Flag{&lograting}, "true", "Blocks by rating label."},

@@ -205,6 +205,14 @@ StrictFault parseStrictTarget(const HeaderLine *first, StrictTarget &target) {
   return none;
 }
 
+bool readHostName(std::string_view name, std::string &host) {
+  constexpr size_t longestName = 255; /* RFC 1035 section 2.3.4 */
+  if (!isHost(name) || name.size() > longestName) return false;
+  host = name;
+  normaliseHost(host);
+  return true;
+}
+
 std::string strictUrl(const StrictTarget &target) {
   std::string whole = target.host;
   if (target.form != TargetForm::authority) whole += target.path;

@@ -40,6 +40,9 @@ StrictFault parseRequestLine(std::string_view line, RequestLine &parts);
    Host field beside a target that names its own host must be well-formed, and is not used. */
 StrictFault parseStrictTarget(const HeaderLine *first, StrictTarget &target);
 
+/* Makes a name that stands alone a target's host, in the form that the lists know. False: it is none. */
+bool readHostName(std::string_view name, std::string &host);
+
 /* The normalised URL: host and path, one trailing "/" dropped, cut to 500 characters and "..." when longer, then
    percent-decoded but for "%00", which stays as it is written. */
 std::string strictUrl(const StrictTarget &target);

@@ -54,7 +54,11 @@ const char *statusText(int status) {
   return "Error";
 }
 
-int blockStatus() { return (StrictHttp & STRICT_BLOCK_WITH_200) != 0 ? 200 : blockedStatus; }
+/* A 200 would be the begin of a tunnel. */
+int blockStatus() {
+  const bool asWanted = (StrictHttp & STRICT_BLOCK_WITH_200) != 0 && std::strcmp(request, "CONNECT") != 0;
+  return asWanted ? 200 : blockedStatus;
+}
 
 /* The three lines that every answer begins with, then its own, in one send. Without StrictHttp every answer is a 200,
    so that the browser shows the filter's page and not one of its own. */

@@ -22,6 +22,8 @@ constexpr Reason reasons[] = {
     {Why::proxyDown, {"Proxy Server Not Running", nullptr}, {"The upstream proxy cannot be reached: ", "."}},
     {Why::noAnswer, {"Timeout while getting response from server.\n", ""}, {"The server did not answer in time.", ""}},
     {Why::port, {"access to port:", " not allowed"}, {"Connections to port ", " are not allowed."}},
+    {Why::connectPort, {"", ""}, {"Encrypted connections to port ", " are not allowed."}},
+    {Why::localAddress, {"", ""}, {"The address leads to the filter itself or its own network.", ""}},
     {Why::address,
      {"access to IP based URLS not allowed", ""},
      {"Sites may not be called by their address in numbers, only by name.", ""}},

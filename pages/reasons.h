@@ -10,6 +10,8 @@ enum class Why {
   proxyDown,
   noAnswer,
   port,
+  connectPort,
+  localAddress,
   address,
   adServer,
   blacklisted,

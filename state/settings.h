@@ -52,6 +52,14 @@ NETSIFT_API extern char **categfiles, **categname; /* base names and display nam
 NETSIFT_API extern UrlList whitelist, adlist, popuplist;
 NETSIFT_API extern UrlList *categories; /* numcategories lists, made by makeBlackLists */
 
+/* Tunnels and where requests lead: with StrictHttp. */
+NETSIFT_API extern int32_t connectports[100]; /* where a CONNECT may go; the first 0 ends the list; none: every port */
+NETSIFT_API extern int32_t TunnelTlsOnly;     /* 1: what goes through begins with a ClientHello, whose name is judged */
+NETSIFT_API extern int32_t ClientHelloSeconds;   /* in which that is to be whole; 0: as a request's head */
+NETSIFT_API extern int32_t MatchServerName;      /* 1: that name is the CONNECT's host, unless that is an address */
+NETSIFT_API extern int32_t TunnelIdleSeconds;    /* of a relay without traffic; 0: 100 */
+NETSIFT_API extern int32_t RefuseLocalAddresses; /* 1: nothing is asked of this machine's own addresses */
+
 /* Response policy and content. */
 NETSIFT_API extern char blockedcontent[100][100];    /* substrings of refused content types */
 NETSIFT_API extern int32_t testforratings;           /* nonzero: judge PICS labels */

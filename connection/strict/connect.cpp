@@ -11,6 +11,7 @@
 #include "connection/publish.h"
 #include "connection/refuse.h"
 #include "connection/upstream.h"
+#include "http/localAddress.h"
 #include "http/peerSocket.h"
 #include "state/connection.h"
 #include "state/settings.h"
@@ -51,6 +52,17 @@ int failToConnect(const char *host, int32_t port) {
   return errno == ETIMEDOUT ? gatewayTimeout : badGateway;
 }
 
+/* A name with a single such address is no site's. */
+bool leadsHere() {
+  for (char **entry = remote_host->h_addr_list; *entry != nullptr; entry++) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    std::memcpy(&address.sin_addr, *entry, sizeof address.sin_addr);
+    if (isLocalAddress(reinterpret_cast<const sockaddr *>(&address))) return true;
+  }
+  return false;
+}
+
 /* Each address in its turn; the time left is shared out, so that a silent one leaves time for the next. */
 int openOrigin(Connection &connection, const Request &request, const ConnectLimit &limit) {
   proxyport = static_cast<int32_t>(request.port);
@@ -77,6 +89,7 @@ int openUpstream(Connection &connection, Cycle &cycle) {
   const UpstreamUse &use = connection.upstream;
   const Request &request = cycle.request;
   const bool direct = ProxyPresent != 1;
+  if (!direct && RefuseLocalAddresses != 0 && isLocalHost(request.hostname)) return targetIsLocal;
   const bool sameHost = use.host == request.hostname && use.port == request.port;
   cycle.upstreamReused = use.open && (sameHost || !direct) && isQuiet(connection.ends.upstream);
   if (cycle.upstreamReused) return 0;
@@ -89,7 +102,10 @@ int openUpstream(Connection &connection, Cycle &cycle) {
     setReason(reasonFor(Why::proxyDown, strerror(errno)));
     return errno == ETIMEDOUT ? gatewayTimeout : badGateway;
   }
-  if (resolveHost(request.hostname)) return openOrigin(connection, request, limit);
+  if (resolveHost(request.hostname)) {
+    const bool isRefused = RefuseLocalAddresses != 0 && leadsHere();
+    return isRefused ? targetIsLocal : openOrigin(connection, request, limit);
+  }
   std::snprintf(reason, sizeof reason, "The host %.120s could not be found.", request.hostname.c_str());
   return badGateway;
 }

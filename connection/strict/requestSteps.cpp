@@ -7,6 +7,7 @@
 #include "connection/strict/connect.h"
 #include "connection/strict/requestBody.h"
 #include "connection/strict/steps.h"
+#include "connection/strict/tunnel.h"
 #include "connection/upstream.h"
 #include "http/httpBody_iter.h"
 #include "http/httpHeader.h"
@@ -17,8 +18,7 @@
 #include "http/strictFraming.h"
 #include "http/strictWire.h"
 #include "log/debugLog.h"
-#include "log/resultLine.h"
-#include "scan/handOverRelay.h"
+#include "log/peerText.h"
 #include "state/connection.h"
 #include "state/settings.h"
 
@@ -66,11 +66,23 @@ bool isLoggedIn() {
   return false;
 }
 
+Next refuseLocal(Connection &connection, const Cycle &cycle) {
+  const std::string &host = cycle.request.hostname;
+  return refuse(connection, cycle,
+                {.reason = reasonFor(Why::localAddress),
+                 .isRecorded = logip != 0,
+                 .kind = "Local Address",
+                 .what = host,
+                 .line = std::string("Local Address:") + peerText(host.c_str()),
+                 .result = callEnded});
+}
+
 /* Connects; a request that could not be sent again does not go out on a used connection, unless it is bound to that. */
 Next connectFor(Connection &connection, Cycle &cycle) {
   if (!isRepeatable(cycle) && connection.upstream.used && !isLoggedIn()) closeUpstream(connection);
   const int status = openUpstream(connection, cycle);
   if (status == clientHasLeft) return leave(connection);
+  if (status == targetIsLocal) return refuseLocal(connection, cycle);
   return status == 0 ? Next::step : refuseWithError(connection, cycle, status, nullptr);
 }
 
@@ -78,7 +90,7 @@ Next connectFor(Connection &connection, Cycle &cycle) {
 Next passEverything(Connection &connection, Cycle &cycle) {
   if (ProxyPresent != 1 || DisableNetsiftService != 1) return Next::step;
   const Next next = connectFor(connection, cycle);
-  return next == Next::step ? relayUnfiltered(connection, true) : next;
+  return next == Next::step ? relayUnfiltered(connection, true, tunnelIdleSeconds()) : next;
 }
 
 /* Reads the head and refuses what RFC 9112 does not allow. */
@@ -109,20 +121,6 @@ bool asksToSwitch(const Cycle &cycle) {
   const HeaderLine *line = reqheader.first->next;
   while (line != nullptr && !isField(line, "Upgrade:")) line = line->next;
   return line != nullptr && cycle.target.minorVersion > 0;
-}
-
-/* What the lists are asked about: method, host, port and URL from the request line and the Host field. */
-void fillRequest(Request &read, const StrictTarget &target) {
-  read.method = target.method;
-  read.port = target.port;
-  read.isConnect = target.form == TargetForm::authority;
-  read.isHead = target.method == "HEAD";
-  read.hostname = target.host;
-  read.url = strictUrl(target);
-  read.resolvedUrl = resolvedUrl(target);
-  read.hasQuery = read.url.find('?') != read.url.npos;
-  const bool isBracketed = target.host.starts_with('['); /* an IPv6 address */
-  read.isAddress = isBracketed || isAnIP(target.host.c_str()) == 1;
 }
 
 Next identify(Connection &connection, Cycle &cycle) {
@@ -164,7 +162,7 @@ Next passDirect(Connection &connection, Cycle &cycle) {
   if (DisableNetsiftService != 1) return Next::step;
   const Next next = openRelay(connection, cycle);
   if (next != Next::step) return next;
-  return relayUnfiltered(connection, sendRelayHead(connection, cycle));
+  return relayUnfiltered(connection, sendRelayHead(connection, cycle), tunnelIdleSeconds());
 }
 
 Next passMessenger(Connection &connection, Cycle &cycle) {
@@ -181,10 +179,7 @@ Next connect(Connection &connection, Cycle &cycle) { return connectFor(connectio
 Next serveConnect(Connection &connection, Cycle &cycle) {
   if (!cycle.request.isConnect || ProxyPresent == 1) return Next::step;
   const Next next = answerConnect(connection);
-  if (next != Next::step) return next;
-  logTunneled(cycle.request.url.c_str());
-  handOverRelay(connection.ends.client, connection.ends.upstream, relayIdleSeconds, cycle.request.url.c_str());
-  return endCall(connection, callTunneled);
+  return next == Next::step ? runTunnel(connection, cycle) : next;
 }
 
 /* A site is asked for bytes as they are, and for one part of them at most: several come in a type of their own, in
@@ -237,6 +232,7 @@ constexpr Step steps[] = {
     {"messenger", passMessenger},
     {"address patterns", applyIpPatterns},
     {"port", checkPort},
+    {"CONNECT port", checkConnectPort},
     {"address host", checkIpHost},
     {"lists", consultLists},
     {"ad server", checkAdServer},
@@ -251,6 +247,19 @@ constexpr Step steps[] = {
 }  // namespace
 
 std::span<const Step> strictRequestSteps() { return steps; }
+
+void fillRequest(Request &read, const StrictTarget &target) {
+  read.method = target.method;
+  read.port = target.port;
+  read.isConnect = target.form == TargetForm::authority;
+  read.isHead = target.method == "HEAD";
+  read.hostname = target.host;
+  read.url = strictUrl(target);
+  read.resolvedUrl = resolvedUrl(target);
+  read.hasQuery = read.url.find('?') != read.url.npos;
+  const bool isBracketed = target.host.starts_with('['); /* an IPv6 address */
+  read.isAddress = isBracketed || isAnIP(target.host.c_str()) == 1;
+}
 
 Next leave(Connection &connection) {
   dprintf(2, "The client left before the server answered.\n");

@@ -5,12 +5,12 @@
 #include "connection/judge.h"
 #include "connection/refuse.h"
 #include "connection/strict/steps.h"
+#include "connection/strict/tunnel.h"
 #include "http/httpHeader.h"
 #include "http/requestUrl.h"
 #include "http/strictForward.h"
 #include "http/strictWire.h"
 #include "log/debugLog.h"
-#include "log/resultLine.h"
 #include "scan/handOverRelay.h"
 #include "state/connection.h"
 #include "state/settings.h"
@@ -69,10 +69,10 @@ Next relayTunnel(Connection &connection, Cycle &cycle) {
     return refuseWithError(connection, cycle, badGateway,
                            "The server changes to a protocol that it was not asked for.");
   }
-  if (connected) logTunneled(cycle.request.url.c_str());
   sendWholeHead(connection.ends.client, respheader, clientTimeoutSeconds);
-  handOverRelay(connection.ends.client, connection.ends.upstream, relayIdleSeconds, cycle.request.url.c_str());
-  return endCall(connection, connected ? callTunneled : callEnded);
+  if (connected) return runTunnel(connection, cycle);
+  handOverRelay(connection.ends.client, connection.ends.upstream, tunnelIdleSeconds(), cycle.request.url.c_str());
+  return endCall(connection, callEnded);
 }
 
 /* A refused CONNECT is answered as to any other request; its body is not the tunnel's. */

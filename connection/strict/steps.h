@@ -13,6 +13,9 @@ namespace netsift {
 std::span<const Step> strictRequestSteps();
 std::span<const Step> strictResponseSteps();
 
+/* What the lists are asked about: method, host, port and URL of a target. */
+void fillRequest(Request &request, const StrictTarget &target);
+
 /* Ends the call for a client that is not there any more. */
 Next leave(Connection &connection);
 

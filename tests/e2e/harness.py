@@ -98,7 +98,8 @@ class Filter:
         self.logs, self.spool = self.root / "var/Velmora/var/log", self.root / "sp"
         subprocess.run([TOP / "scripts/layout.sh", self.root], check=True)
         config = (self.etc / "netsiftd.toml").read_text()
-        changes = {"log.debug_level": 7, "upstream.timeout": 5, "scanning.spool_folder": f"{self.spool}/"}
+        changes = {"log.debug_level": 7, "upstream.timeout": 5, "scanning.spool_folder": f"{self.spool}/",
+                   "requests.local_addresses": "pass", "requests.connect_ports": []}  # where the peers are
         if "NETSIFT_CONNECTIONS_PER_PROCESS" in os.environ:
             changes["listen.connections_per_process"] = int(os.environ["NETSIFT_CONNECTIONS_PER_PROCESS"])
         for name, value in (changes | (settings or {})).items():

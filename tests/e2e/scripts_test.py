@@ -42,6 +42,10 @@ class RunScript(Case):
         with socket.create_connection(("127.0.0.1", int(port))) as client:
             client.sendall(b"GET http://blocked.example/ HTTP/1.1\r\nHost: blocked.example\r\nConnection: close\r\n\r\n")
             self.assert_page(read_all(client), "block", "blocked.example")
+        site = re.search(r"localhost:\d+", text)[0]
+        with socket.create_connection(("127.0.0.1", int(port))) as client:
+            client.sendall(f"GET http://{site}/ HTTP/1.1\r\nHost: {site}\r\nConnection: close\r\n\r\n".encode())
+            self.assertIn(b" 200 OK\r\n", read_all(client))
 
     def test_a_port_that_is_taken_is_said_in_place_of_what_to_try(self):
         with socket.create_server(("127.0.0.1", 0)) as taken:

@@ -11,7 +11,7 @@ ASK = b"GET http://localhost:25/ HTTP/1.1\r\nHost: localhost:25\r\nConnection: c
 
 
 class Tunnels(Case):
-    settings = {"listen.max_connections": 1, "listen.spare_processes": 1}
+    settings = {"listen.max_connections": 1, "listen.spare_processes": 1, "requests.connect_any_protocol": True}
 
     def echoing(self):
         """A peer that says back what it hears, and at the end of it how much that was."""

@@ -13,7 +13,8 @@ from harness import NETSIFTD, TOP, Road, read_all, wait_until
 
 LIBRARY = pathlib.Path(os.environ.get("NETSIFT_LIBRARY") or pathlib.Path(NETSIFTD).with_name("libnetsift.so"))
 MIXED = int(os.environ.get("NETSIFT_MIXED_CONNECTIONS", "250"))  # 20000 for an evening
-ONE = {"listen.max_connections": 1, "listen.spare_processes": 1, "listen.connections_per_process": 1_000_000}
+ONE = {"listen.max_connections": 1, "listen.spare_processes": 1, "listen.connections_per_process": 1_000_000,
+       "requests.connect_any_protocol": True}
 
 
 def lifetimes():
