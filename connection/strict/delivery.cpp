@@ -16,8 +16,6 @@
 namespace netsift {
 namespace {
 
-constexpr int headMilliseconds = 100; /* a body that is this slow is waited for by a client that has the head */
-
 Flow judgePiece(Delivery &delivery) {
   noticePopups(delivery.cycle, httpbody, delivery.size);
   if (delivery.first && delivery.inserts) {
@@ -102,12 +100,9 @@ Flow plan(Delivery &delivery) {
   return clearSpool() ? Flow::on : handleUnscanned(delivery, NETSIFT_SCAN_FAILED);
 }
 
-/* A stream of events, and what nothing is looked for in, is passed as it comes; its head does not wait for its body. */
-bool beginDelivery(Delivery &delivery) {
-  const bool isEvents = isExactly(delivery.cycle, "text/event-stream");
-  delivery.gathers = (delivery.judges || delivery.inserts) && !isEvents;
-  if (delivery.gathers || delivery.scans || delivery.source.ended) return true;
-  return arrivesWithin(delivery.connection.ends.upstream, headMilliseconds) || sendClientHead(delivery);
+/* A stream of events, and what nothing is looked for in, is passed as it comes. */
+bool gathers(const Delivery &delivery) {
+  return (delivery.judges || delivery.inserts) && !isExactly(delivery.cycle, "text/event-stream");
 }
 
 Flow handlePieces(Delivery &delivery) {
@@ -177,7 +172,8 @@ bool passesUnexamined(Delivery &delivery, int32_t passBit, const char *what) {
 Next deliver(Connection &connection, Cycle &cycle) {
   Delivery delivery{connection, cycle};
   Flow flow = plan(delivery);
-  if (flow == Flow::on) flow = beginDelivery(delivery) ? handlePieces(delivery) : Flow::gone;
+  delivery.gathers = gathers(delivery);
+  if (flow == Flow::on) flow = handlePieces(delivery);
   if (flow == Flow::finished || flow == Flow::cut) flow = finishDelivery(delivery, flow);
   if (delivery.decodes) endCoding(delivery.decoder);
   closeSpool(delivery.spool);

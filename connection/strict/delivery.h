@@ -61,8 +61,8 @@ Flow readPiece(Delivery &delivery);
 /* Whether the client is told how much comes. */
 bool isKnownLength(const Delivery &delivery);
 
-/* The client's head, once. False when the client is gone. */
-bool sendClientHead(Delivery &delivery);
+/* The client's head, once; `flags` as sendWholeHead has them. False when the client is gone. */
+bool sendClientHead(Delivery &delivery, int flags = 0);
 
 /* Releases bytes of the body that stand at `delivered` of it, with the script where it belongs. */
 bool release(Delivery &delivery, const char *bytes, size_t length);

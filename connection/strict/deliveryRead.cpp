@@ -14,6 +14,7 @@ using Clock = std::chrono::steady_clock;
 /* Text is judged in pieces as large as can be had within this time, so that a page that grows slowly is seen to
    grow. */
 constexpr int gatherMilliseconds = 1000;
+constexpr int headMilliseconds = 100; /* a body that is this slow is waited for by a client that has the head */
 
 enum class Read { piece, end, timedOut, broken, unreadable, clientLeft };
 
@@ -69,6 +70,17 @@ int gatherLeft(Clock::time_point begun) {
   return static_cast<int>(std::clamp<int64_t>(gatherMilliseconds - passed, 0, gatherMilliseconds));
 }
 
+/* The first bytes of a piece. The head of what is passed as it comes does not wait for a slow body. */
+Read readFirst(Delivery &delivery, size_t &count) {
+  const bool headWaits = delivery.gathers || delivery.scans || delivery.cycle.responseBegun;
+  if (!headWaits) {
+    const Read read = readMore(delivery, count, headMilliseconds);
+    if (read != Read::timedOut) return read;
+    if (!sendClientHead(delivery)) return Read::clientLeft;
+  }
+  return readMore(delivery, count, upstreamMilliseconds());
+}
+
 }  // namespace
 
 Flow readPiece(Delivery &delivery) {
@@ -78,7 +90,7 @@ Flow readPiece(Delivery &delivery) {
   while (delivery.size < pieceSize) {
     const bool begins = delivery.size == delivery.fresh;
     size_t count = 0;
-    const Read read = readMore(delivery, count, begins ? upstreamMilliseconds() : gatherLeft(begun));
+    const Read read = begins ? readFirst(delivery, count) : readMore(delivery, count, gatherLeft(begun));
     if (begins) begun = Clock::now();
     delivery.size += count;
     if (read == Read::end) return Flow::finished;

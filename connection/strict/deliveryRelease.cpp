@@ -1,10 +1,11 @@
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <string>
 #include <string_view>
 
 #include "connection/judge.h"
 #include "connection/strict/delivery.h"
-#include "http/httpBody_iter.h"
 #include "http/strictField.h"
 #include "http/strictForward.h"
 #include "log/debugLog.h"
@@ -15,7 +16,7 @@ namespace netsift {
 namespace {
 
 bool sendToClient(const Connection &connection, const char *bytes, size_t length) {
-  return length == 0 || sendHTTPBody(connection.ends.client, bytes, static_cast<int>(length), patientSeconds) >= 0;
+  return sendWhole(connection.ends.client, {bytes, length}, patientSeconds);
 }
 
 /* What described the bytes as the origin sent them. */
@@ -50,18 +51,19 @@ bool isKnownLength(const Delivery &delivery) {
   return delivery.source.kind == BodyKind::none || (delivery.source.kind == BodyKind::length && !delivery.decodes);
 }
 
-bool sendClientHead(Delivery &delivery) {
+bool sendClientHead(Delivery &delivery, int flags) {
   Cycle &cycle = delivery.cycle;
   if (cycle.responseBegun) return true;
   prepareClientHead(delivery);
   cycle.responseBegun = true;
-  if (sendWholeHead(delivery.connection.ends.client, respheader, clientTimeoutSeconds)) return true;
+  if (sendWholeHead(delivery.connection.ends.client, respheader, clientTimeoutSeconds, flags)) return true;
   dprintf(7, "Client closed connection while receiving reponse header\n");
   return false;
 }
 
 bool release(Delivery &delivery, const char *bytes, size_t length) {
-  if (!sendClientHead(delivery)) return false;
+  if (!sendClientHead(delivery, length > 0 ? MSG_MORE : 0))
+    return false; /* one packet for both wakes the client once */
   const Connection &connection = delivery.connection;
   const uint64_t start = delivery.delivered;
   const uint64_t index = static_cast<uint64_t>(delivery.popupIndex);
