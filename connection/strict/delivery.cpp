@@ -17,7 +17,7 @@ namespace netsift {
 namespace {
 
 Flow judgePiece(Delivery &delivery) {
-  noticePopups(delivery.cycle, httpbody, delivery.size);
+  if (mayStore(delivery.cycle)) noticePopups(delivery.cycle, httpbody, delivery.size);
   if (delivery.first && delivery.inserts) {
     delivery.popupIndex = delivery.size == 0 ? -1 : getPopUpIndex(httpbody, static_cast<int>(delivery.size));
   }
