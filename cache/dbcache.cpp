@@ -20,8 +20,8 @@ namespace {
 
 using netsift::installPath;
 using netsift::Text;
+using netsift::verdictFile;
 
-constexpr const char *cacheFile = "/opt/Velmora/var/nscache.db";
 constexpr size_t maxKey = 256;
 constexpr int blockSize = 2048, mode = 0666;
 
@@ -73,7 +73,7 @@ int32_t convertTimeToEpoch(const char *date) {
 int32_t if_url_scanned_check_ok(const char *url, const char *date) {
   dprintf(7, "inside if_url_scanned_check_ok\n");
   if (url == nullptr || date == nullptr) return -1;
-  const Text path = installPath({cacheFile});
+  const Text path = installPath({verdictFile});
   const Text stored(SearchTok(url, path.get()));
   if (!stored) {
     dprintf(7, "URL Not found in Cache.\n");
@@ -100,7 +100,7 @@ int32_t addto_urlcache_db(const char *url, const char *date, int flag) {
   char value[3 * sizeof "-9223372036854775808"];
   std::snprintf(value, sizeof value, "%ld%ld%d", static_cast<long>(convertTimeToEpoch(date)),
                 static_cast<long>(std::time(nullptr)), flag);
-  return InsertTok(url, value, installPath({cacheFile}).get());
+  return InsertTok(url, value, installPath({verdictFile}).get());
 }
 
 char *SearchTok(const char *key, const char *database) {

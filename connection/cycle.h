@@ -3,6 +3,8 @@
 #ifndef NETSIFT_CONNECTION_CYCLE_H
 #define NETSIFT_CONNECTION_CYCLE_H
 
+#include <netdb.h>
+
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -71,6 +73,8 @@ struct Connection {
                                  request */
 
   uint8_t configuredBlockip = 0, configuredUrlcheck = 0; /* StrictHttp: as the host set them */
+  std::string resolvedAddress;                           /* StrictHttp: the host whose name was looked up last, */
+  hostent *resolvedEntry = nullptr;                      /* and what was found */
   UpstreamUse upstream;
 };
 

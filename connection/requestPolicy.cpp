@@ -18,6 +18,7 @@
 #include "scan/tunnel.h"
 #include "state/connection.h"
 #include "state/settings.h"
+#include "state/strict.h"
 #include "util/hostEntry.h"
 
 namespace netsift {
@@ -57,12 +58,21 @@ std::string urlOnHost(const std::string &name, const std::string &url, const Req
   return name + url.substr(std::min(request.hostname.size(), url.size()));
 }
 
-/* The entry that `reqhost` becomes; null when the address has no name. */
-hostent *lookUpReverse(const Request &request, ReverseName &name) {
+/* The resolver's answer, which may take it seconds; with StrictHttp it is asked once for what a connection asks for in
+   a row. */
+hostent *entryOf(Connection &connection, const Request &request, in_addr address) {
   static HostEntry reverse;
+  if (strictHttp() && connection.resolvedAddress == request.hostname) return connection.resolvedEntry;
+  connection.resolvedAddress = request.hostname;
+  return connection.resolvedEntry = copyHostEntry(reverse, gethostbyaddr(&address, sizeof address, AF_INET));
+}
+
+/* The entry that `reqhost` becomes; null when the address has no name. */
+hostent *lookUpReverse(Connection &connection, const Request &request) {
   in_addr address;
   if (inet_aton(request.hostname.c_str(), &address) == 0) return nullptr;
-  hostent *found = copyHostEntry(reverse, gethostbyaddr(&address, sizeof address, AF_INET));
+  ReverseName &name = connection.reverse;
+  hostent *found = entryOf(connection, request, address);
   if (found == nullptr || *found->h_name == '\0') return nullptr;
   name.host = found->h_name;
   name.url = urlOnHost(name.host, request.url, request);
@@ -189,7 +199,7 @@ Next checkIpHost(Connection &connection, Cycle &cycle) {
     dprintf(2, "NULL url\n");
     return endCall(connection, callFailed);
   }
-  hostent *reverse = request.isAddress && blockip == 0 ? lookUpReverse(request, connection.reverse) : nullptr;
+  hostent *reverse = request.isAddress && blockip == 0 ? lookUpReverse(connection, request) : nullptr;
   publishAddress(request, reverse);
   if (!request.isAddress || blockip == 0) return Next::step;
   return refuse(connection, cycle,

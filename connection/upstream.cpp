@@ -18,10 +18,14 @@ void setUpstreamAddress(in_addr address, unsigned port) {
   proxyaddr.sin_addr = address;
 }
 
-/* Copied, since a later look-up reuses the resolver's record. */
+/* Copied, since a later look-up reuses the resolver's record. An address is its own answer. */
 bool resolveHost(const std::string &host) {
   static HostEntry origin;
-  remote_host = copyHostEntry(origin, gethostbyname(host.c_str()));
+  in_addr address;
+  char *addresses[] = {reinterpret_cast<char *>(&address), nullptr};
+  const hostent numeric{const_cast<char *>(host.c_str()), nullptr, AF_INET, sizeof address, addresses};
+  const bool isNumeric = inet_pton(AF_INET, host.c_str(), &address) == 1;
+  remote_host = copyHostEntry(origin, isNumeric ? &numeric : gethostbyname(host.c_str()));
   if (remote_host != nullptr) return true;
   dprintf(1, "error in resolving client address[ %s ]\n", peerText(host.c_str()));
   return false;

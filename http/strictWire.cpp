@@ -10,7 +10,6 @@
 #include <chrono>
 #include <string>
 
-#include "http/httpBody_iter.h"
 #include "http/wait.h"
 
 namespace netsift {
@@ -33,10 +32,10 @@ HeadRead feedHead(int fd, HeadScan &scan) {
 }
 
 /* Takes raw bytes off the socket: 0 when the peer has closed, -1 when it broke off. */
-ssize_t receive(int fd, char *out, size_t room) {
+ssize_t receive(int fd, char *out, size_t room, int flags) {
   ssize_t count;
   do {
-    count = recv(fd, out, room, 0);
+    count = recv(fd, out, room, flags);
   } while (count < 0 && errno == EINTR);
   return count;
 }
@@ -47,7 +46,7 @@ BodyRead spoil(BodySource &source, size_t count) {
   return count > 0 ? BodyRead::piece : BodyRead::broken;
 }
 
-/* Waits for more of a body; `piece` when there is some. */
+/* Waits for more of a body; `piece` when there is some, or its end. */
 BodyRead awaitBody(int fd, int waitMilliseconds, int client) {
   switch (waitReadable(fd, waitMilliseconds, client)) {
     case Wait::ready:
@@ -59,6 +58,22 @@ BodyRead awaitBody(int fd, int waitMilliseconds, int client) {
     default:
       return BodyRead::broken;
   }
+}
+
+/* What has arrived, for which it waits only where nothing has. A read that left room has most likely taken all that
+   there was: the next one waits first. */
+BodyRead receiveBody(int fd, BodySource &source, char *out, size_t room, ssize_t &received, int waitMilliseconds,
+                     int client) {
+  received = -1;
+  if (source.hasMore) received = receive(fd, out, room, MSG_DONTWAIT);
+  if (received < 0) {
+    if (source.hasMore && errno != EAGAIN) return BodyRead::broken;
+    const BodyRead awaited = awaitBody(fd, waitMilliseconds, client);
+    if (awaited != BodyRead::piece) return awaited;
+    received = receive(fd, out, room, 0);
+  }
+  source.hasMore = received == static_cast<ssize_t>(room);
+  return received < 0 ? BodyRead::broken : BodyRead::piece;
 }
 
 BodyRead readChunked(int fd, BodySource &source, char *out, size_t room, size_t &count, int waitMilliseconds,
@@ -77,10 +92,11 @@ BodyRead readChunked(int fd, BodySource &source, char *out, size_t room, size_t 
       }
       if (count > 0) return BodyRead::piece;
     }
-    const BodyRead awaited = awaitBody(fd, waitMilliseconds, client);
-    if (awaited != BodyRead::piece) return awaited;
-    const ssize_t received = receive(fd, source.raw.data(), source.raw.size());
-    if (received <= 0) return BodyRead::broken;
+    ssize_t received = 0;
+    const BodyRead read =
+        receiveBody(fd, source, source.raw.data(), source.raw.size(), received, waitMilliseconds, client);
+    if (read != BodyRead::piece) return read;
+    if (received == 0) return BodyRead::broken;
     source.rawStart = 0;
     source.rawEnd = static_cast<size_t>(received);
   }
@@ -88,11 +104,12 @@ BodyRead readChunked(int fd, BodySource &source, char *out, size_t room, size_t 
 
 BodyRead readPlain(int fd, BodySource &source, char *out, size_t room, size_t &count, int waitMilliseconds,
                    int client) {
-  const BodyRead awaited = awaitBody(fd, waitMilliseconds, client);
-  if (awaited != BodyRead::piece) return awaited;
   const bool counted = source.kind == BodyKind::length;
-  const ssize_t received = receive(fd, out, counted ? std::min<uint64_t>(room, source.remaining) : room);
-  if (received < 0 || (received == 0 && counted)) return BodyRead::broken;
+  if (counted) room = std::min<uint64_t>(room, source.remaining);
+  ssize_t received = 0;
+  const BodyRead read = receiveBody(fd, source, out, room, received, waitMilliseconds, client);
+  if (read != BodyRead::piece) return read;
+  if (received == 0 && counted) return BodyRead::broken;
   count = static_cast<size_t>(received);
   source.ended = count == 0;
   if (source.ended) return BodyRead::end;
@@ -130,10 +147,22 @@ bool answersFirst(int upstream, int client, int seconds) {
   return !isInterim;
 }
 
-bool sendWholeHead(int fd, const Header &header, int seconds) {
+bool sendWhole(int fd, std::string_view bytes, int seconds, int flags) {
+  for (int mode = MSG_DONTWAIT; !bytes.empty(); mode = 0) {
+    const ssize_t sent = send(fd, bytes.data(), bytes.size(), flags | mode | MSG_NOSIGNAL);
+    const bool isFull = sent < 0 && mode != 0 && errno == EAGAIN;
+    if (sent == 0 || (sent < 0 && !isFull && errno != EINTR)) return false;
+    if (sent > 0) bytes.remove_prefix(static_cast<size_t>(sent));
+    const int64_t limit = seconds < 0 ? -1 : int64_t{seconds} * 1000;
+    if (!bytes.empty() && waitWritable(fd, limit) != Wait::ready) return false;
+  }
+  return true;
+}
+
+bool sendWholeHead(int fd, const Header &header, int seconds, int flags) {
   std::string joined;
   for (const HeaderLine *line = header.first; line != nullptr; line = line->next) joined += line->text;
-  return !joined.empty() && sendHTTPBody(fd, joined.data(), static_cast<int>(joined.size()), seconds) >= 0;
+  return !joined.empty() && sendWhole(fd, joined, seconds, flags);
 }
 
 void breakOff(int fd, int seconds) {
@@ -144,8 +173,6 @@ void breakOff(int fd, int seconds) {
   const sockaddr none{AF_UNSPEC, {}};
   static_cast<void>(connect(fd, &none, sizeof none));
 }
-
-bool arrivesWithin(int fd, int milliseconds) { return waitReadable(fd, milliseconds) == Wait::ready; }
 
 void startBody(BodySource &source, const ResponseFraming &framing) {
   source.kind = framing.kind;

@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 
 #include "http/strictChunk.h"
 #include "http/strictFraming.h"
@@ -28,6 +29,7 @@ struct BodySource {
   bool ended = false;  /* read to its end, by its own framing */
   bool broken = false; /* it turned out to be no body; nothing more is read of it */
   bool excess = false; /* bytes came that are no part of it: the connection carries no further message */
+  bool hasMore = true; /* bytes are likely to have arrived that were not read yet */
   std::array<char, 16384> raw;
   size_t rawStart = 0, rawEnd = 0;
 };
@@ -36,15 +38,14 @@ struct BodySource {
    client's next bytes are there, and after the time. */
 bool answersFirst(int upstream, int client, int seconds);
 
-/* Sends a head, the whole of it. */
-bool sendWholeHead(int fd, const Header &header, int seconds);
+/* Sends the whole of it; false when the peer is gone or takes nothing for so long. A wait comes only where there is no
+   room. With MSG_MORE in `flags` it may stay back to go out with the next bytes, which are sent at once. */
+bool sendWhole(int fd, std::string_view bytes, int seconds, int flags = 0);
+bool sendWholeHead(int fd, const Header &header, int seconds, int flags = 0);
 
 /* Ends a connection so that its peer sees a failure, not an end: by a reset, once the peer has received what was sent
    to it or after the time. */
 void breakOff(int fd, int seconds);
-
-/* Whether bytes (or the end) of what comes next are there within the time. */
-bool arrivesWithin(int fd, int milliseconds);
 
 void startBody(BodySource &source, const ResponseFraming &framing);
 

@@ -12,6 +12,7 @@ namespace netsift {
 
 constexpr const char *configFolder = "/opt/Velmora/etc/netsift/";
 constexpr const char *logFolder = "/var/Velmora/var/log/";
+constexpr const char *verdictFile = "/opt/Velmora/var/nscache.db";
 
 /* `installroot` followed by the pieces, joined; none when memory is short. A null piece counts as empty. */
 Text installPath(std::initializer_list<const char *> pieces);

@@ -2,6 +2,7 @@
 #include <cstring>
 #include <string>
 
+#include "cache/recalledVerdicts.h"
 #include "connection/judge.h"
 #include "connection/refuse.h"
 #include "connection/strict/steps.h"
@@ -108,7 +109,7 @@ Next skipRules(Connection &, Cycle &cycle) {
 /* A page that is known to be clean still travels framed: a raw relay would let the next request by unread. */
 Next consultCache(Connection &connection, Cycle &cycle) {
   if (cycle.isExempt || cycle.framing.kind == BodyKind::none || !mayConsultCache(cycle)) return Next::step;
-  const int32_t verdict = knownVerdict(cycle);
+  const int32_t verdict = recallVerdict(cycle.request.url, cycle.date.get());
   if (verdict == verdictInfected || verdict == verdictOffensive) return refuseKnown(connection, cycle, verdict);
   cycle.isExempt = cycle.isKnownClean = verdict == verdictClean;
   if (verdict != verdictClean) noteUnknown(cycle, "responseSteps.cpp", __LINE__);

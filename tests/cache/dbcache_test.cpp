@@ -1,9 +1,12 @@
 #include "cache/dbcache.h"
 
 #include <gdbm.h>
+#include <sys/file.h>
 
+#include <ctime>
 #include <filesystem>
 
+#include "cache/recalledVerdicts.h"
 #include "tests/support/support.h"
 
 using namespace netsift::test;
@@ -68,6 +71,25 @@ TEST(DbCache, ADateInAnHourThatComesTwiceHasOneNumber) {
   EXPECT_EQ(convertTimeToEpoch(twice), first);
   EXPECT_EQ(convertTimeToEpoch("Thu, 01 Jan 2015 00:00:00 GMT"), 1420059600);
   EXPECT_EQ(convertTimeToEpoch(twice), first);
+}
+
+/* Nothing but what was recalled is told of a file that is locked. */
+TEST(DbCache, AVerdictIsRecalledWithoutTheFileUntilThatChanges) {
+  const Cache cache;
+  for (int flag : {0, 1}) {
+    ASSERT_EQ(addto_urlcache_db("host", date, flag), 1);
+    int asked = -1;
+    for (const time_t end = time(nullptr) + 20; asked < 0 && time(nullptr) < end; usleep(10'000)) {
+      ASSERT_EQ(netsift::recallVerdict("host", date), flag); /* not recalled later while it has just changed */
+      GDBM_FILE file = cache.open(GDBM_READER);
+      flock(gdbm_fdesc(file), LOCK_EX);
+      asked = netsift::recallVerdict("host", date);
+      gdbm_close(file);
+    }
+    EXPECT_EQ(asked, flag);
+    EXPECT_EQ(netsift::recallVerdict("host", "Sun, 06 Nov 1994 08:49:38 GMT"), -1);
+    EXPECT_EQ(netsift::recallVerdict("ghost", date), -1);
+  }
 }
 
 TEST(DbCache, LockedCutShortOrMissingFilesAreMissesAndNothingWorse) {

@@ -1,0 +1,110 @@
+#include <algorithm>
+#include <chrono>
+#include <string_view>
+
+#include "connection/strict/delivery.h"
+#include "log/debugLog.h"
+#include "state/settings.h"
+
+namespace netsift {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/* Text is judged in pieces as large as can be had within this time, so that a page that grows slowly is seen to
+   grow. */
+constexpr int gatherMilliseconds = 1000;
+constexpr int headMilliseconds = 100; /* a body that is this slow is waited for by a client that has the head */
+
+enum class Read { piece, end, timedOut, broken, unreadable, clientLeft };
+
+int upstreamMilliseconds() { return PROXY_TIMEOUT <= 0 || PROXY_TIMEOUT > 86400 ? -1 : PROXY_TIMEOUT * 1000; }
+
+Read asRead(BodyRead read) {
+  switch (read) {
+    case BodyRead::piece:
+      return Read::piece;
+    case BodyRead::end:
+      return Read::end;
+    case BodyRead::timedOut:
+      return Read::timedOut;
+    case BodyRead::clientLeft:
+      return Read::clientLeft;
+    default:
+      return Read::broken;
+  }
+}
+
+Read readDecoded(Delivery &delivery, char *out, size_t room, size_t &count, int waitMilliseconds) {
+  for (;;) {
+    if (delivery.codedStart < delivery.codedEnd || delivery.decoderHoldsOutput) {
+      size_t used = 0;
+      const std::string_view in(delivery.coded.data() + delivery.codedStart, delivery.codedEnd - delivery.codedStart);
+      if (decodeCoding(delivery.decoder, in, used, out, room, count) == Parse::bad) return Read::unreadable;
+      delivery.codedStart += used;
+      delivery.decoderHoldsOutput = count == room;
+      if (count > 0) return Read::piece;
+    }
+    size_t coded = 0;
+    const Ends &ends = delivery.connection.ends;
+    const BodyRead read = readBody(ends.upstream, delivery.source, delivery.coded.data(), codedPiece, coded,
+                                   waitMilliseconds, ends.client);
+    delivery.codedStart = 0;
+    delivery.codedEnd = coded;
+    if (read == BodyRead::end && finishCoding(delivery.decoder) == Parse::bad) return Read::unreadable;
+    if (read != BodyRead::piece) return asRead(read);
+  }
+}
+
+Read readMore(Delivery &delivery, size_t &count, int waitMilliseconds) {
+  char *out = httpbody + delivery.size;
+  const size_t room = pieceSize - delivery.size;
+  if (delivery.decodes) return readDecoded(delivery, out, room, count, waitMilliseconds);
+  const Ends &ends = delivery.connection.ends;
+  return asRead(readBody(ends.upstream, delivery.source, out, room, count, waitMilliseconds, ends.client));
+}
+
+/* How long to wait for more of a piece that began at `begun`. */
+int gatherLeft(Clock::time_point begun) {
+  const auto passed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begun).count();
+  return static_cast<int>(std::clamp<int64_t>(gatherMilliseconds - passed, 0, gatherMilliseconds));
+}
+
+/* The first bytes of a piece. The head of what is passed as it comes does not wait for a slow body. */
+Read readFirst(Delivery &delivery, size_t &count) {
+  const bool headWaits = delivery.gathers || delivery.scans || delivery.cycle.responseBegun;
+  if (!headWaits) {
+    const Read read = readMore(delivery, count, headMilliseconds);
+    if (read != Read::timedOut) return read;
+    if (!sendClientHead(delivery)) return Read::clientLeft;
+  }
+  return readMore(delivery, count, upstreamMilliseconds());
+}
+
+}  // namespace
+
+Flow readPiece(Delivery &delivery) {
+  const bool grows = delivery.gathers && delivery.size < pieceSize;
+  delivery.fresh = delivery.size = grows ? delivery.size : 0;
+  Clock::time_point begun;
+  while (delivery.size < pieceSize) {
+    const bool begins = delivery.size == delivery.fresh;
+    size_t count = 0;
+    const Read read = begins ? readFirst(delivery, count) : readMore(delivery, count, gatherLeft(begun));
+    if (begins) begun = Clock::now();
+    delivery.size += count;
+    if (read == Read::end) return Flow::finished;
+    if (read == Read::unreadable) return Flow::unjudged;
+    if (read == Read::clientLeft) return Flow::gone;
+    if (read == Read::timedOut && !begins) return Flow::on;
+    if (read != Read::piece) {
+      delivery.timedOut = read == Read::timedOut;
+      dprintf(2, "Error %d while recieving http body\n", delivery.timedOut ? 2 : 3);
+      return Flow::cut;
+    }
+    if (!delivery.gathers) return Flow::on;
+  }
+  return Flow::on;
+}
+
+}  // namespace netsift

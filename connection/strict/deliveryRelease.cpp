@@ -1,0 +1,77 @@
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+
+#include "connection/judge.h"
+#include "connection/strict/delivery.h"
+#include "http/strictField.h"
+#include "http/strictForward.h"
+#include "log/debugLog.h"
+#include "log/resultLine.h"
+#include "state/settings.h"
+
+namespace netsift {
+namespace {
+
+bool sendToClient(const Connection &connection, const char *bytes, size_t length) {
+  return sendWhole(connection.ends.client, {bytes, length}, patientSeconds);
+}
+
+/* What described the bytes as the origin sent them. */
+void removeDescriptions() {
+  for (const char *field : {"ETag:", "Accept-Ranges:", "Content-MD5:", "Digest:", "Content-Digest:", "Repr-Digest:"}) {
+    removeField(respheader, field);
+  }
+}
+
+void prepareClientHead(Delivery &delivery) {
+  Cycle &cycle = delivery.cycle;
+  const std::string_view statusLine = respheader.first->text; /* its version is this hop's (RFC 9110 section 7.7) */
+  setLine(respheader.first, "HTTP/1.1" + std::string(statusLine.substr(8, statusLine.find('\r') - 8)));
+  cleanResponseHead(respheader, ProxyPresent == 1);
+  addVia(respheader, cycle.framing.line.minorVersion);
+  if (delivery.decodes) removeField(respheader, "Content-Encoding:");
+  if (delivery.decodes || delivery.popupIndex >= 0) removeDescriptions();
+  if (!isKnownLength(delivery)) {
+    removeContentLengthFields(respheader);
+  } else if (delivery.popupIndex >= 0) {
+    setContentLength(respheader, cycle.framing.length + static_cast<uint64_t>(std::max(popuplen, 0)));
+    dprintf(5, "Content length modified\n");
+  }
+  const bool closes = !isKnownLength(delivery) || !cycle.target.keepAlive || cycle.bodyUnsent;
+  setConnection(respheader, closes);
+  if (closes) delivery.connection.stop = true;
+}
+
+}  // namespace
+
+bool isKnownLength(const Delivery &delivery) {
+  return delivery.source.kind == BodyKind::none || (delivery.source.kind == BodyKind::length && !delivery.decodes);
+}
+
+bool sendClientHead(Delivery &delivery, int flags) {
+  Cycle &cycle = delivery.cycle;
+  if (cycle.responseBegun) return true;
+  prepareClientHead(delivery);
+  cycle.responseBegun = true;
+  if (sendWholeHead(delivery.connection.ends.client, respheader, clientTimeoutSeconds, flags)) return true;
+  dprintf(7, "Client closed connection while receiving reponse header\n");
+  return false;
+}
+
+bool release(Delivery &delivery, const char *bytes, size_t length) {
+  if (!sendClientHead(delivery, length > 0 ? MSG_MORE : 0))
+    return false; /* one packet for both wakes the client once */
+  const Connection &connection = delivery.connection;
+  const uint64_t start = delivery.delivered;
+  const uint64_t index = static_cast<uint64_t>(delivery.popupIndex);
+  delivery.delivered += length;
+  const bool holdsIndex = delivery.popupIndex >= 0 && start < index && index <= delivery.delivered;
+  if (!holdsIndex) return sendToClient(connection, bytes, length);
+  logDelivered(delivery.cycle.request.url.c_str(), static_cast<long>(length) + popuplen);
+  return sendWithScript(connection, sendToClient, bytes, length, index - start);
+}
+
+}  // namespace netsift

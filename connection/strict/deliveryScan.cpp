@@ -1,0 +1,75 @@
+#include <cstdlib>
+
+#include "connection/judge.h"
+#include "connection/strict/delivery.h"
+#include "log/debugLog.h"
+#include "state/results.h"
+#include "state/settings.h"
+#include "util/ownedText.h"
+
+namespace netsift {
+namespace {
+
+constexpr size_t spoolBlock = 65536;
+
+Flow releaseCollected(Delivery &delivery) {
+  if (delivery.delivered == delivery.spooled) return Flow::on;
+  const Text block(static_cast<char *>(std::malloc(spoolBlock)));
+  uint64_t sent = delivery.delivered;
+  const bool taken =
+      block && releaseSpool(delivery.spool, sent, delivery.spooled, block.get(), spoolBlock,
+                            [&](const char *bytes, size_t count) { return release(delivery, bytes, count); });
+  if (taken && sent == delivery.spooled) return Flow::on;
+  if (taken) dprintf(1, "error reading the virus scan file\n");
+  return Flow::gone;
+}
+
+/* The engines' verdict on all that was collected, which they read by the file's name. */
+int32_t askEngines(Delivery &delivery) {
+  if (!isSpoolInPlace(delivery.spool, delivery.spooled)) return NETSIFT_SCAN_FAILED;
+  return scanSpoolByAll(delivery.virusName);
+}
+
+}  // namespace
+
+Flow handleUnscanned(Delivery &delivery, int32_t verdict) {
+  traceUnscanned(verdict);
+  if (!passesUnexamined(delivery, STRICT_PASS_UNSCANNED, "unscanned")) {
+    refuseUnscanned(delivery.connection, delivery.cycle, verdict);
+    return Flow::blocked;
+  }
+  delivery.scans = false;
+  return Flow::on;
+}
+
+Flow scanCollected(Delivery &delivery) {
+  if (delivery.scanned < delivery.spooled) {
+    const int32_t verdict = askEngines(delivery);
+    if (verdict == NETSIFT_SCAN_INFECTED) {
+      refuseInfected(delivery.connection, delivery.cycle, delivery.virusName);
+      return Flow::blocked;
+    }
+    if (hasLeft(delivery.watch)) return Flow::gone;
+    const Flow flow = verdict == NETSIFT_SCAN_CLEAN ? Flow::on : handleUnscanned(delivery, verdict);
+    if (flow != Flow::on) return flow;
+    delivery.scanned = delivery.spooled;
+  }
+  return releaseCollected(delivery);
+}
+
+Flow collectPiece(Delivery &delivery, const char *piece, size_t length) {
+  if (hasLeft(delivery.watch)) return Flow::gone;
+  if (delivery.spool < 0) delivery.spool = createSpool();
+  if (delivery.spool >= 0 && writeSpool(delivery.spool, delivery.spooled, piece, length)) {
+    delivery.spooled += length;
+    if (delivery.threshold == 0 || delivery.spooled < delivery.threshold) return Flow::on;
+    while (delivery.threshold <= delivery.spooled) delivery.threshold *= 2;
+    return scanCollected(delivery);
+  }
+  Flow flow = handleUnscanned(delivery, NETSIFT_SCAN_FAILED);
+  if (flow == Flow::on) flow = releaseCollected(delivery);
+  if (flow != Flow::on) return flow;
+  return release(delivery, piece, length) ? Flow::on : Flow::gone;
+}
+
+}  // namespace netsift
