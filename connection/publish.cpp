@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
 #include "state/connection.h"
 
@@ -35,8 +34,8 @@ void publishReverseName(const ReverseName &name) {
 }
 
 void publishTrimmedHost(const Request &from) {
-  if (hostname != nullptr && from.hostname.c_str() != std::string_view(hostname))
-    replaceText(hostname, from.hostname.c_str());
+  const char *trimmed = from.hostname.c_str(); /* a look-up ends it with a NUL */
+  if (hostname != nullptr && std::strcmp(hostname, trimmed) != 0) replaceText(hostname, trimmed);
 }
 
 void retractRequest() {
