@@ -73,6 +73,31 @@ TEST(MadeLists, WhatCannotBeMadeIsUsedAsItStandsWithWhatWasReported) {
   EXPECT_EQ(lists.said() + lists.read("popup.url"), "0a.example/old");
 }
 
+TEST(MadeLists, AListInAFormatIsLoadedInItsMeaning) {
+  Lists lists;
+  const std::string written = "\xEF\xBB\xBF# format: urls\nhttp://A.example/x%20y/ # z\n# nothing\n";
+  lists.write("popup.url.orig", written);
+  lists.write("popup.dom", "! format: adblock\n||D.example^\n");
+  lists.write("popup.phrase", "<zonk>5\n");
+  const MadeLists made = makeLists(lists.problems);
+  char other[] = "b.example", listed[] = "www.d.example";
+  for (const char *url : {"a.example/x y", "zonk.example"}) EXPECT_TRUE(loads(made.root, url, other)) << url;
+  EXPECT_TRUE(loads(made.root, "", listed) && !loads(made.root, "# nothing", other));
+  placeLists(made, lists.problems);
+  dropLists(made);
+  EXPECT_EQ(lists.said() + lists.read("popup.url"), "0a.example/x y\nzonk*\nwww.zonk*\n\n");
+  EXPECT_EQ(lists.read("popup.url.orig"), written);
+
+  std::filesystem::remove(lists.root.config("popup.phrase")); /* popup.url is taken as it is */
+  lists.write("popup.url", written);
+  const MadeLists standing = makeLists(lists.problems);
+  EXPECT_TRUE(loads(standing.root, "a.example/x y", other));
+  dropLists(standing);
+  lists.write("popup.dom", "# format: urls\n");
+  dropLists(makeLists(lists.problems));
+  EXPECT_TRUE(lists.said().starts_with(lists.root.config("popup.dom") + ": names a format of URLs")) << lists.said();
+}
+
 /* A limit on the size of files does what a full disk does, and needs no rights. */
 TEST(MadeLists, ADiskThatTakesNoMoreRefusesTheListAndLeavesTheOldOne) {
   std::signal(SIGXFSZ, SIG_IGN);
