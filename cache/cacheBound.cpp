@@ -20,7 +20,8 @@ constexpr uint32_t storesShare = 256, roomShare = 64, mostStores = 1000;
 
 datum datumOf(std::string &bytes) { return {bytes.data(), static_cast<int>(bytes.size())}; }
 
-/* The keys that follow one in the database's own order, and behind its end those from its start. */
+/* The keys that follow one in the database's own order, and behind its end those from its start: fewer than there are,
+   so that the one itself is not among them. */
 std::vector<std::string> keysBehind(GDBM_FILE file, const std::string &first, size_t count) {
   std::vector<std::string> keys;
   std::string key = first;
@@ -30,7 +31,6 @@ std::vector<std::string> keysBehind(GDBM_FILE file, const std::string &first, si
     if (next.dptr == nullptr) break;
     key.assign(next.dptr, static_cast<size_t>(next.dsize));
     std::free(next.dptr);
-    if (key == first) break;
     keys.push_back(key);
   }
   return keys;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "http/listForm.h"
 #include "http/strictField.h"
@@ -171,7 +172,10 @@ std::vector<std::string> urlReadings(const StrictTarget &target) {
   const size_t end = std::min(whole.find('?'), whole.size());
   const std::string query = percentDecoded(whole.substr(end));
   std::vector<std::string> urls = pathReadings(whole.substr(0, end));
-  for (std::string &url : urls) url = trimmedUrl(target.host + url + query);
+  for (std::string &url : urls) {
+    url.insert(0, target.host).append(query);
+    url = trimmedUrl(std::move(url));
+  }
   std::erase(urls, asItCame);
   return urls;
 }

@@ -144,13 +144,13 @@ TEST_F(StrictTest, uploadsAreFoundWhateverTheyAreCodedInAndWhereverTheyGo) {
                     field = "Content-Disposition: form-data; name=f\r\n\r\n", gzip = "Content-Encoding: gzip\r\n",
                     form = "Content-Type: Multipart/Form-Data; boundary=b", big(100000, '-');
   std::string wide, noise;
-  for (const char c : big + file) wide += std::string(1, c) + '\0';
+  for (const char c : file) wide += std::string(1, c) + '\0';
   for (unsigned i = 0; i < 40000; i++) noise += static_cast<char>(' ' + (i * 2654435761U >> 26));
   const std::string whole = compressed(noise + field, 31);
   const std::tuple<std::string, std::string, std::string, bool> cases[] = {
       {":8100", "", file, false},
-      {"", "", wide, false},
-      {"", "", std::string(1, '\0') + wide, false},
+      {"", "", std::string(65535, '-') + wide, false}, /* its first zero byte in another piece than its first letter */
+      {"", "", big + std::string(1, '\0') + wide, false},
       {"", gzip, compressed(noise + file, 31), false},
       {"", gzip, compressed(noise, 31) + compressed(wide, 31), false},
       {"", gzip, whole, true},

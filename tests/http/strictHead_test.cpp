@@ -185,6 +185,7 @@ TEST(StrictTarget, HasOneHostHoweverItIsWrittenAndEveryPathThatServersMayRead) {
       {"http://h/x%2fy/../l", "h/x/y/../l h/x/l h/l"},
       {"http://h/x/..\\l", "h/x/..\\l h/l"},
       {"http://h/x//..;/../l", "h/x//..;/../l h/x//l h/l h/x/l"},
+      {"http://h/x%2fy//../l", "h/x/y//../l h/x/y/l h/x/l h/l"},
       {"http://h/;a/l", "h/;a/l h//l h/l"},
   };
   for (const auto &[address, expected] : cases) {
