@@ -39,6 +39,7 @@
 #include "http/decompression.h"
 #include "http/httpBody_iter.h"
 #include "http/httpHeader.h"
+#include "http/listForm.h"
 #include "http/requestUrl.h"
 #include "http/socket.h"
 #include "log/accessLog.h"

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "cache/cacheBound.h"
 #include "log/debugLog.h"
 #include "log/peerText.h"
 #include "util/installPath.h"
@@ -100,7 +101,10 @@ int32_t addto_urlcache_db(const char *url, const char *date, int flag) {
   char value[3 * sizeof "-9223372036854775808"];
   std::snprintf(value, sizeof value, "%ld%ld%d", static_cast<long>(convertTimeToEpoch(date)),
                 static_cast<long>(std::time(nullptr)), flag);
-  return InsertTok(url, value, installPath({verdictFile}).get());
+  const Text path = installPath({verdictFile});
+  const int answer = InsertTok(url, value, path.get());
+  if (answer == 1) netsift::boundCache(path.get(), url);
+  return answer;
 }
 
 char *SearchTok(const char *key, const char *database) {

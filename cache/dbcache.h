@@ -25,7 +25,8 @@ NETSIFT_API int32_t convertTimeToEpoch(const char *date);
    cannot be read, has another date or an unknown verdict, and for a null argument (a page without a date). */
 NETSIFT_API int32_t if_url_scanned_check_ok(const char *url, const char *date);
 
-/* Stores or replaces the URL's verdict: 1, or -1 when that fails or an argument is null. */
+/* Stores or replaces the URL's verdict: 1, or -1 when that fails or an argument is null. With CacheMaxEntries, others
+   may go for it. */
 NETSIFT_API int32_t addto_urlcache_db(const char *url, const char *date, int flag);
 
 /* The value stored under the key, terminated, which the caller frees; null when there is none, the key has more than

@@ -10,6 +10,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "http/strictFraming.h"
 #include "http/strictTarget.h"
@@ -84,7 +85,7 @@ struct Request {
   std::string url;      /* normalised: host and path, no scheme, no port */
   std::string hostname; /* as the lists know it */
   std::string method;
-  std::string resolvedUrl; /* StrictHttp: `url` as servers may read it, where that differs */
+  std::vector<std::string> readings; /* StrictHttp: `url` as servers may read it, where that differs */
   unsigned port = 0;
   bool isAddress = false, isHead = false, isConnect = false, hasQuery = false;
 };

@@ -100,8 +100,17 @@ bool mayConsultCache(const Cycle &cycle) {
   return cycle.responseCode == 200 && !cycle.skipScan && !cycle.request.hasQuery && disableCache != 1 && !isNoCache();
 }
 
+std::string verdictKey(const Cycle &cycle) {
+  const StrictTarget &target = cycle.target;
+  const std::string &url = cycle.request.url;
+  if (target.scheme.empty() || (target.scheme == "http" && target.port == 80)) return url;
+  const std::string scheme = target.scheme == "http" ? "" : target.scheme + "://";
+  return scheme + target.host + ":" + std::to_string(target.port) +
+         url.substr(std::min(target.host.size(), url.size()));
+}
+
 int32_t knownVerdict(const Cycle &cycle) {
-  return if_url_scanned_check_ok(cycle.request.url.c_str(), cycle.date.get());
+  return if_url_scanned_check_ok(verdictKey(cycle).c_str(), cycle.date.get());
 }
 
 void noteUnknown(Cycle &cycle, const char *file, int line) {
@@ -111,7 +120,7 @@ void noteUnknown(Cycle &cycle, const char *file, int line) {
 
 Next refuseKnown(Connection &connection, Cycle &cycle, int verdict) {
   const char *url = cycle.request.url.c_str();
-  addto_urlcache_db(url, cycle.date.get(), verdict);
+  addto_urlcache_db(verdictKey(cycle).c_str(), cycle.date.get(), verdict);
   const Why why = verdict == verdictInfected ? Why::infected : Why::knownOffensive;
   const Next next = refuse(connection, cycle, {.reason = sentenceFor(why), .result = callEnded});
   logKnown(url, verdict == verdictInfected ? "INFECTED" : "Offensive content.");
@@ -121,7 +130,7 @@ Next refuseKnown(Connection &connection, Cycle &cycle, int verdict) {
 bool mayStore(const Cycle &cycle) { return cycle.cacheEligible && disableCache != 1; }
 
 bool storeVerdict(const Cycle &cycle, int verdict) {
-  return addto_urlcache_db(cycle.request.url.c_str(), cycle.date.get(), verdict) == 1;
+  return addto_urlcache_db(verdictKey(cycle).c_str(), cycle.date.get(), verdict) == 1;
 }
 
 void storeClean(const Cycle &cycle, const char *file, int line) {

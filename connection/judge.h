@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "connection/cycle.h"
 #include "state/results.h"
@@ -37,6 +38,10 @@ bool isNoCache();
 
 /* A 200 of a URL without a query, not skipped and not marked "Pragma: no-cache", while the cache is on. */
 bool mayConsultCache(const Cycle &cycle);
+
+/* What a verdict is kept under: the URL, with the port where that is not 80 and the scheme where that is not http, as
+   what one port of a server has is no verdict on another's. The contract's road reads no scheme: there it is the URL. */
+std::string verdictKey(const Cycle &cycle);
 
 /* What the cache says of the page in its present state: a verdict, or another number for none. */
 int32_t knownVerdict(const Cycle &cycle);

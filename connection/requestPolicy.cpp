@@ -24,8 +24,6 @@
 namespace netsift {
 namespace {
 
-constexpr unsigned uncheckedUploadPort = 8100;
-
 /* A plain prefix comparison up to the pattern's "*", or of all its 16 characters; "*" alone matches every host. */
 bool matchesPattern(const IpPattern &node, const char *host) {
   const size_t size = strnlen(node.pattern, sizeof node.pattern);
@@ -95,19 +93,28 @@ int listed(Request &request, ReverseName *name, InList inList) {
   return listedAs(request.url, request, name, name == nullptr ? "" : name->url, inList);
 }
 
-/* The list's answer for the URL as servers may read it, where that differs: what blocks is looked for in either, and
-   what exempts must be found in both. */
+/* The list's answer for a URL that servers may read the request's as. */
 template <typename InList>
-int listedResolved(Request &request, ReverseName *name, InList inList) {
-  const std::string &url = request.resolvedUrl;
-  if (url.empty()) return 0;
+int listedReading(const std::string &url, Request &request, ReverseName *name, InList inList) {
   return listedAs(url, request, name, name == nullptr ? "" : urlOnHost(name->host, url, request), inList);
 }
 
+/* What blocks is looked for in every form of the URL: the first answer that some form has. */
+template <typename InList>
+int blocks(Request &request, ReverseName *name, InList inList) {
+  int answer = listed(request, name, inList);
+  for (const std::string &url : request.readings) {
+    if (answer == 0) answer = listedReading(url, request, name, inList);
+  }
+  return answer;
+}
+
+/* What exempts must be found in all of them. */
 template <typename InList>
 bool exempts(Request &request, ReverseName *name, InList inList) {
-  return listed(request, name, inList) != 0 &&
-         (request.resolvedUrl.empty() || listedResolved(request, name, inList) != 0);
+  return listed(request, name, inList) != 0 && std::ranges::all_of(request.readings, [&](const std::string &url) {
+           return listedReading(url, request, name, inList) != 0;
+         });
 }
 
 ReverseName *nameFound(Connection &connection) {
@@ -143,7 +150,7 @@ void tracePassed(const Request &request) {
 
 bool isMessenger(const Request &request) {
   if (tunnelmessengers == 0 || !isMessengerUrl(request.url.c_str())) return false;
-  return request.resolvedUrl.empty() || isMessengerUrl(request.resolvedUrl.c_str());
+  return std::ranges::all_of(request.readings, [](const std::string &url) { return isMessengerUrl(url.c_str()); });
 }
 
 Next relayMessenger(Connection &connection) {
@@ -157,9 +164,9 @@ Next relayMessenger(Connection &connection) {
 }
 
 bool checksUploads(const Request &request) {
-  if (blockupload == 0 || request.port == uncheckedUploadPort) return false;
-  return checkUrl(request.url.c_str()) == 0 ||
-         (!request.resolvedUrl.empty() && checkUrl(request.resolvedUrl.c_str()) == 0);
+  if (blockupload == 0) return false;
+  const auto takesNone = [](const std::string &url) { return checkUrl(url.c_str()) == 0; };
+  return takesNone(request.url) || std::ranges::any_of(request.readings, takesNone);
 }
 
 Next applyIpPatterns(Connection &, Cycle &cycle) {
@@ -214,7 +221,7 @@ Next checkIpHost(Connection &connection, Cycle &cycle) {
 Next consultLists(Connection &connection, Cycle &cycle) {
   Request &request = cycle.request;
   ReverseName *name = request.isAddress ? nameFound(connection) : nullptr;
-  cycle.isAdServer = blockad == 1 && (listed(request, name, inADList) | listedResolved(request, name, inADList)) != 0;
+  cycle.isAdServer = blockad == 1 && blocks(request, name, inADList) != 0;
   cycle.isWhite = enable_whitelist == 1 && exempts(request, name, inWhiteList);
   if (enable_whitelist == 1) dprintf(7, "in whitelist: %d\n", cycle.isWhite);
   cycle.isPopupSite = blockpopup == 1 && exempts(request, name, inPOPUPList);
@@ -234,8 +241,7 @@ Next checkAdServer(Connection &connection, Cycle &cycle) {
 Next checkBlackLists(Connection &connection, Cycle &cycle) {
   if (urlcheck != 1 || cycle.isWhite) return Next::step;
   ReverseName *name = nameFound(connection); /* an earlier request's too, where the road keeps it */
-  int category = listed(cycle.request, name, inBlackLists);
-  if (category == 0) category = listedResolved(cycle.request, name, inBlackLists);
+  const int category = blocks(cycle.request, name, inBlackLists);
   publishTrimmedHost(cycle.request);
   if (category == 0) return Next::step;
   const char *categoryText = categoryName(category, cycle.request);

@@ -15,16 +15,16 @@ void traceHost(const Request &request);
 /* URL, port and host of a request that policy has passed. */
 void tracePassed(const Request &request);
 
-/* Messenger traffic, which passes untouched: whether an entry of `tunnellist` occurs in the URL, and in what servers
-   may make of it too. Entries lose their trailing blanks in place; the first one that is then empty ends the list, else
+/* Messenger traffic, which passes untouched: whether an entry of `tunnellist` occurs in the URL, and in all that servers
+   may make of it. Entries lose their trailing blanks in place; the first one that is then empty ends the list, else
    the hundredth. */
 bool isMessenger(const Request &request);
 
 /* Its relay, without a time limit, with a transcript when `logtunnel` is on; the call ends with 1. */
 Next relayMessenger(Connection &connection);
 
-/* Whether the request's body is looked through for files: not on port 8100, nor when both forms of the URL are those of
-   a site that takes uploads. */
+/* Whether the request's body is looked through for files: not when all forms of the URL are those of a site that takes
+   uploads. */
 bool checksUploads(const Request &request);
 
 /* Refuses the request for its port. */

@@ -18,6 +18,7 @@
 #include "pages/reasons.h"
 #include "state/connection.h"
 #include "state/settings.h"
+#include "state/strict.h"
 #include "util/ownedText.h"
 
 namespace netsift {
@@ -49,6 +50,7 @@ bool violatesRatings(char *text) {
 }
 
 void storeOffensive() {
+  if (strictHttp()) return; /* the cycle does, under a key that has the port */
   if (disableCache == 1 || dateAndTime1 == nullptr) return;
   if (addto_urlcache_db(url, dateAndTime1, 2) == 1) {
     dprintf(7, "URL Added in Cache.\n");

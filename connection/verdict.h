@@ -12,7 +12,7 @@ NETSIFT_BEGIN
    phrases in its visible text. 0: it may pass. -1: the page is blocked; the block page has been sent, `url` and
    `hostname` are null and both heads destroyed. `length` bytes of `buffer`, which are as they were on return and need
    no NUL; when memory for the normalised text is short, the text as it stands is judged, less its last byte.
-   A negative `length` is nothing to judge. The phrase filter must have been initialised (iniContentFilter) when
+   StrictHttp: no verdict is stored here. A negative `length` is nothing to judge. The phrase filter must have been initialised (iniContentFilter) when
    contentcheck is on. */
 NETSIFT_API int32_t checkAllRight(char *buffer, int32_t length, int32_t first);
 

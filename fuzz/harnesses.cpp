@@ -94,12 +94,14 @@ bool scan(Bytes text, bool response, Header &header) {
 
 /* What is looked up of a target is bounded, and resolved where servers would. */
 void checkResolved(const StrictTarget &target) {
-  const string asItCame = strictUrl(target), resolved = resolvedUrl(target);
-  check(asItCame.starts_with(target.host) && asItCame.size() <= 503 && resolved != asItCame);
-  if (resolved.empty()) return;
-  check(resolved.starts_with(target.host) && resolved.size() <= 503);
-  if (resolved.find('?') != string::npos) return; /* a query may hold what it likes */
-  check((resolved + "/").find("/../") == string::npos && (resolved + "/").find("/./") == string::npos);
+  const string asItCame = strictUrl(target);
+  const std::vector<string> readings = urlReadings(target);
+  check(asItCame.starts_with(target.host) && asItCame.size() <= 503 && readings.size() <= 64);
+  for (const string &url : readings) {
+    check(url.starts_with(target.host) && url.size() <= 503 && url != asItCame);
+    if (url.find('?') != string::npos || url.size() > 500) continue; /* a query may hold what it likes */
+    check((url + "/").find("/../") == string::npos && (url + "/").find("/./") == string::npos);
+  }
 }
 
 void forwardRequest(Header &header) {

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -110,6 +111,24 @@ bool readWholeFile(const std::string &path, size_t largest, std::string *content
   if (count >= 0 && content->size() > largest)
     *error = "is larger than " + std::to_string(largest) + " bytes; make it smaller";
   return count >= 0 && content->size() <= largest;
+}
+
+std::string startOfFile(const std::string &path, size_t size) {
+  std::string bytes(size, '\0'), unused;
+  int fd = openToRead(path);
+  ssize_t count = regularSize(fd, &unused) < 0 ? 0 : read(fd, bytes.data(), size);
+  if (fd >= 0) close(fd);
+  bytes.resize(static_cast<size_t>(std::max<ssize_t>(count, 0)));
+  return bytes;
+}
+
+std::string writeNewFile(const std::string &path, std::string_view bytes) {
+  int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644);
+  if (fd < 0) return systemTrouble("cannot be made");
+  std::string error;
+  if (!writeAll(fd, bytes) || fsync(fd) != 0) error = systemTrouble("cannot be written");
+  if (close(fd) != 0 && error.empty()) error = systemTrouble("cannot be written");
+  return error;
 }
 
 std::string appendFiles(const std::string &path, const std::vector<std::string> &parts) {

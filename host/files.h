@@ -35,6 +35,12 @@ std::string fileTrouble(const std::string &path, bool mayBeEmpty);
    is larger. */
 bool readWholeFile(const std::string &path, size_t largest, std::string *content, std::string *error);
 
+/* Its first bytes, at most `size`; none where it is no regular file or cannot be read. */
+std::string startOfFile(const std::string &path, size_t size);
+
+/* Writes a new file. Returns what is wrong, "" when it is whole and on the disk. */
+std::string writeNewFile(const std::string &path, std::string_view bytes);
+
 /* Writes regular files, one behind the other, to the end of a file that is made when missing; a last line without line
    end gets one. Returns what is wrong, "" when all of it is on the disk. */
 std::string appendFiles(const std::string &path, const std::vector<std::string> &parts);

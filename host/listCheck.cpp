@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <functional>
 #include <optional>
 #include <set>
 #include <string>
@@ -12,6 +11,7 @@
 
 #include "host/files.h"
 #include "host/listFiles.h"
+#include "host/listFormat.h"
 #include "host/phraseCheck.h"
 #include "state/settings.h"
 
@@ -20,7 +20,8 @@ namespace netsift::host {
 namespace {
 
 constexpr size_t longestDomain = 1021;
-constexpr char endByte = '\xFF'; /* ends a list of URLs or domains, wherever it stands */
+constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF"; /* warned of as such */
+constexpr char endByte = '\xFF';                           /* ends a list of URLs or domains, wherever it stands */
 
 void warn(Problems &problems, const std::string &path, int line, const std::string &message) {
   problems.push_back({false, path, line, "", message});
@@ -42,19 +43,9 @@ std::optional<std::string> readText(const std::string &path, Problems &problems)
     refuse(problems, path, 0, "is UTF-16 or no text, and would be as good as empty; save it as UTF-8");
     return {};
   }
-  if (content.starts_with("\xEF\xBB\xBF"))
+  if (content.starts_with(byteOrderMark) && listFormat(content) == ListFormat::none)
     warn(problems, path, 1, "a byte order mark makes the first entry another one; save the file without it");
   return content;
-}
-
-/* Calls for each line that is not empty, with its number; LF or CR ends a line. */
-void eachLine(std::string_view text, const std::function<void(std::string_view line, int number)> &call) {
-  for (int number = 1; !text.empty();) {
-    size_t end = std::min(text.find_first_of("\r\n"), text.size());
-    if (end > 0) call(text.substr(0, end), number);
-    number += end < text.size() && text[end] == '\n';
-    text.remove_prefix(std::min(end + 1, text.size()));
-  }
 }
 
 bool hasCapital(std::string_view text) {
@@ -68,27 +59,86 @@ bool endsList(std::string_view line, const std::string &path, int number, Proble
   return ends;
 }
 
-/* Why a domain never matches, null when it may. Hosts are looked up in lower case, without port and last ".". */
+/* What people write into lists, and what it takes to have it read. */
+const char *writtenFault(std::string_view line) {
+  if (line.starts_with('#'))
+    return "is an entry, and matches nothing, unless the first line of the file names a format, as \"# format: "
+           "domains\"";
+  if (line.starts_with("||")) return "never matches; let the first line of the file be \"# format: adblock\"";
+  return nullptr;
+}
+
+/* The same of an entry's host. Hosts are looked up in lower case, without port and last ".". */
+const char *hostFault(std::string_view host) {
+  const size_t last = host.find_last_not_of(" \t"); /* a blank at an end makes no difference to a domain */
+  const size_t blank = host.find_first_of(" \t", std::min(host.find_first_not_of(" \t"), host.size()));
+  if (last != host.npos && blank < last)
+    return "never matches with a blank in it; of a hosts file, let the first line be \"# format: hosts\"";
+  if (host.find(':') != host.npos && !host.starts_with('['))
+    return "never matches with a port, which is not looked up; an IPv6 address stands in brackets";
+  const bool isAscii = std::ranges::all_of(host, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+  if (!isAscii && !host.starts_with(byteOrderMark) && (StrictHttp & STRICT_HTTP) != 0)
+    return "matches no host, since requests have theirs in ASCII; write \"xn--\" and so on, or let the first line name "
+           "a "
+           "format";
+  return nullptr;
+}
+
+/* Why a domain never matches, null when it may. */
 const char *domainFault(std::string_view line) {
+  if (const char *fault = writtenFault(line)) return fault;
   if (line.find_first_of("/*") != line.npos) return "a domain has no \"/\" and no \"*\"; it never matches";
   if (line.size() > longestDomain) return "a domain of more than 1021 bytes never matches; shorten it";
   if (line.starts_with('.')) return "never matches with a \".\" at its front; without, all hosts below match too";
   if (line.ends_with('.')) return "never matches with a \".\" at its end; leave it out";
   if (hasCapital(line)) return "matches no host, since requests have theirs in lower case; write it so";
-  return nullptr;
+  return hostFault(line);
+}
+
+bool isHexadecimal(char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'); }
+
+bool hasEscape(std::string_view text) {
+  for (size_t at = text.find('%'); at != text.npos && at + 2 < text.size(); at = text.find('%', at + 1)) {
+    if (isHexadecimal(text[at + 1]) && isHexadecimal(text[at + 2])) return true;
+  }
+  return false;
 }
 
 /* The same of an entry of URLs: host and path, without what the request's URL has taken off. */
 const char *urlFault(std::string_view line) {
+  if (const char *fault = writtenFault(line)) return fault;
   if (line.starts_with("http://") || line.starts_with("https://"))
     return "an entry begins with the host, without \"http://\"; it never matches";
-  std::string_view host = line.substr(0, line.find_first_of("/*"));
-  bool exact = line.find('*') == line.npos, hostEnds = host.size() == line.size() || line[host.size()] == '/';
+  std::string_view host = line.substr(0, line.find_first_of("/*?"));
+  bool exact = line.find('*') == line.npos, hostEnds = host.size() == line.size() || line[host.size()] != '*';
   if (host.starts_with('.')) return "never matches with a \".\" at its front; leave it out, or put \"*\" before it";
   if (host.ends_with('.') && hostEnds) return "never matches with a \".\" at its host's end; leave it out";
   if (hasCapital(host)) return "matches no host, since requests have theirs in lower case; write its host so";
+  if (const char *fault = hostFault(host)) return fault;
   if (exact && line.ends_with('/')) return "never matches with a \"/\" at its end; leave it out, or write \"/*\"";
+  if (hostEnds && line.substr(host.size()).starts_with('?') && (StrictHttp & STRICT_HTTP) != 0)
+    return "never matches with a \"?\" right behind its host; put a \"/\" before it";
+  if (exact && hasEscape(line))
+    return "is compared with URLs whose percent-encoding is undone; write what it stands for";
   return nullptr;
+}
+
+/* A text whose first line names a format, and what of it has no meaning then. False: it names none. */
+bool checkFormat(const std::string &path, std::string_view text, bool isUrls, bool blocks, Problems &problems) {
+  constexpr size_t mostNamed = 20;
+  const ListFormat format = listFormat(text);
+  if (format == ListFormat::none) return false;
+  if (const char *fault = formatFault(format, isUrls)) {
+    refuse(problems, path, 1, fault);
+    return true;
+  }
+  const std::vector<LeftOut> leftOut = convertList(text, format, blocks).leftOut;
+  for (size_t i = 0; i < std::min(leftOut.size(), mostNamed); i++)
+    warn(problems, path, leftOut[i].line, std::string("left out: ") + leftOut[i].why);
+  if (leftOut.size() > mostNamed)
+    warn(problems, path, leftOut[mostNamed].line,
+         "left out: this line and " + std::to_string(leftOut.size() - mostNamed - 1) + " more");
+  return true;
 }
 
 void checkEntries(const std::string &path, std::string_view text, const char *(*fault)(std::string_view),
@@ -99,14 +149,15 @@ void checkEntries(const std::string &path, std::string_view text, const char *(*
   });
 }
 
-void checkDomains(const std::string &path, Problems &problems) {
-  if (auto text = readText(path, problems)) checkEntries(path, *text, domainFault, problems);
+void checkDomains(const std::string &path, bool blocks, Problems &problems) {
+  auto text = readText(path, problems);
+  if (text && !checkFormat(path, *text, false, blocks, problems)) checkEntries(path, *text, domainFault, problems);
 }
 
 /* A last line without line end: what is made of the phrases is joined to it, and it is no pattern where nothing is. */
-void checkUrls(const std::string &path, bool patternsFollow, Problems &problems) {
+void checkUrls(const std::string &path, bool patternsFollow, bool blocks, Problems &problems) {
   auto text = readText(path, problems);
-  if (!text) return;
+  if (!text || checkFormat(path, *text, true, blocks, problems)) return;
   checkEntries(path, *text, urlFault, problems);
   if (text->empty() || text->back() == '\n') return;
   int line = static_cast<int>(std::ranges::count(*text, '\n')) + 1;
@@ -133,20 +184,21 @@ void checkStanding(const ListFiles &files, Problems &problems) {
        "is used as it stands: it is made anew only when it and its folder can be written, and " + files.original +
            " and " + files.phrase + " can be read and written");
   bool known = stat(files.url.c_str(), &standing) == 0 && stat(files.original.c_str(), &original) == 0;
-  if (known && standing.st_size < original.st_size)
+  bool isCopied = listFormatOf(files.original) == ListFormat::none; /* and not made shorter as it is read */
+  if (known && isCopied && standing.st_size < original.st_size)
     refuse(problems, files.url, 0,
            "is shorter than " + files.original + ", of which it is made; let it be made anew, or remove both sources");
 }
 
-void checkUrlFiles(const ListFiles &files, Problems &problems) {
-  if (exists(files.reported)) checkUrls(files.reported, true, problems);
+void checkUrlFiles(const ListFiles &files, bool blocks, Problems &problems) {
+  if (exists(files.reported)) checkUrls(files.reported, true, blocks, problems);
   if (canBeMade(files)) {
     checkPatterns(files.phrase, problems);
-    return checkUrls(files.original, true, problems);
+    return checkUrls(files.original, true, blocks, problems);
   }
   if (exists(files.url)) {
     if (hasSources(files)) checkStanding(files, problems);
-    return checkUrls(files.url, false, problems);
+    return checkUrls(files.url, false, blocks, problems);
   }
   const char *cause = hasSources(files)
                           ? "does not exist and cannot be made from .url.orig and .phrase: all need reading and "
@@ -205,8 +257,8 @@ void dropRepeated(Problems &problems) {
 void checkLists(Problems &problems) {
   for (const std::string &name : loadedLists()) {
     ListFiles files = listFiles(name);
-    checkUrlFiles(files, problems);
-    checkDomains(files.domain, problems);
+    checkUrlFiles(files, isBlocking(name), problems);
+    checkDomains(files.domain, isBlocking(name), problems);
   }
   for (int i = 0; i < numcategories1; i++) checkPhraseFile(i, problems);
   checkSharedPlaces(problems);

@@ -24,6 +24,8 @@ std::vector<std::string> loadedLists() {
   return names;
 }
 
+bool isBlocking(std::string_view name) { return name != "whitelist" && name != "popup"; }
+
 bool hasSources(const ListFiles &files) { return exists(files.original) && exists(files.phrase); }
 
 bool canBeMade(const ListFiles &files) {

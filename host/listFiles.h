@@ -24,6 +24,9 @@ ListFiles listFiles(std::string_view name);
 /* "whitelist", "adserver", "popup" and the categories of URLs of the configuration just read, each once. */
 std::vector<std::string> loadedLists();
 
+/* Whether what the list names is refused; the others exempt from something. */
+bool isBlocking(std::string_view name);
+
 /* Whether both files that a list's .url file is made of stand, and whether it can be made of them: both can be read and
    written, as the library opens them, and so can the folder and what stands in the .url file's place. */
 bool hasSources(const ListFiles &files);

@@ -10,6 +10,7 @@
 
 #include "host/files.h"
 #include "host/listFiles.h"
+#include "host/listFormat.h"
 #include "netsift.h"
 #include "util/installPath.h"
 
@@ -38,6 +39,21 @@ void keepOwner(const std::string &place, const std::string &fresh) {
   if (chown(fresh.c_str(), status.st_uid, status.st_gid) == 0) chmod(fresh.c_str(), status.st_mode & 07777);
 }
 
+/* A source as the library reads it: the file itself or, where its first line names a format, what it means then, written
+   to `place`. */
+struct Source {
+  std::string path, trouble;
+};
+
+Source sourceOf(const std::string &file, const std::string &place, bool isUrls, bool blocks) {
+  ListFormat format = listFormatOf(file);
+  if (format == ListFormat::none) return {file, ""};
+  if (const char *fault = formatFault(format, isUrls)) return {"", fault};
+  std::string text, error;
+  if (!readWholeFile(file, largestList, &text, &error)) return {"", error};
+  return {place, writeNewFile(place, convertList(text, format, blocks).entries)};
+}
+
 /* Makes the file beside its place. Returns what is wrong, "" when it is whole. */
 std::string makeBeside(const ListFiles &files) {
   std::string fresh = freshName(files.url);
@@ -63,8 +79,15 @@ void show(const std::string &target, const std::string &place, Problems &problem
 void makeList(const std::string &name, MadeLists &lists, Problems &problems) {
   ListFiles files = listFiles(name);
   std::string shown = lists.root + configFolder + name, trouble;
-  show(files.domain, shown + ".dom", problems);
-  if (canBeMade(files)) {
+  const bool blocks = isBlocking(name), made = canBeMade(files);
+  const Source domain = sourceOf(files.domain, shown + ".dom", false, blocks);
+  if (!domain.trouble.empty()) return report(problems, files.domain, domain.trouble);
+  if (domain.path == files.domain) show(files.domain, shown + ".dom", problems);
+  std::string &urls = made ? files.original : files.url;
+  const Source source = sourceOf(urls, shown + ".written", true, blocks);
+  if (!source.trouble.empty()) return report(problems, urls, source.trouble);
+  urls = source.path;
+  if (made) {
     lists.made.push_back(files.url);
     trouble = makeBeside(files);
     show(freshName(files.url), shown + ".url", problems);

@@ -102,7 +102,9 @@ const Setting requestSettings[] = {
     {"requests", "log_messengers", Flag{&logtunnel}, "false",
      "Keep a transcript of relayed messenger traffic in the log folder."},
     {"requests", "block_uploads", Flag{&blockupload}, "false",
-     "Take files out of forms sent to sites. While strict_http is on, the whole request is refused instead."},
+     "Take files out of forms sent to sites. While strict_http is on, the whole request is refused instead, also when "
+     "its body cannot be looked through: coded in anything but gzip and deflate, or a form in a character set like "
+     "UTF-16; and port 8100 is no exception then."},
     {"requests", "upload_sites", Texts{&uploadwhitelist}, "[]",
      "Pieces of URLs to which files may be sent while block_uploads is on. \"www.\" at the front is disregarded."},
 
@@ -184,6 +186,9 @@ const Setting scanSettings[] = {
 
     {"cache", "enabled", Flag{&disableCache, true}, "true",
      "Remember verdicts on pages, so that an unchanged page is not judged twice."},
+    {"cache", "max_entries", Number{&CacheMaxEntries, 0, 10000000, "verdicts"}, "200000",
+     "So many verdicts are kept, some hundredths more at times; when there are more, any of them go. 0: all are kept, "
+     "and the file only grows."},
     {"cache", "keep_on_load", Flag{&hostConfig.keepCache}, "false",
      "Keep the verdicts at a start and at SIGHUP, also those that changed lists and settings would turn. When false, "
      "each loading begins with none, but connections that were served before it may still add theirs."},

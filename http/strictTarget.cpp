@@ -1,11 +1,12 @@
 #include "http/strictTarget.h"
 
-#include <arpa/inet.h>
-
 #include <algorithm>
+#include <cstring>
+#include <utility>
 
-#include "http/requestUrl.h"
+#include "http/listForm.h"
 #include "http/strictField.h"
+#include "http/strictForm.h"
 
 namespace netsift {
 namespace {
@@ -25,18 +26,6 @@ constexpr StrictFault userInformation{400, "Addresses with a user name in them a
 
 bool isTargetCharacter(char c) { return static_cast<unsigned char>(c) > ' ' && c != 0x7F; }
 
-/* RFC 3986 section 3.2.2: a registered name or IPv4 address, or an IPv6 address in brackets. No percent-encoding:
-   whether it is decoded differs from one reader to the next. */
-bool isHost(std::string_view host) {
-  const bool bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
-  const std::string_view marks = bracketed ? ":." : "-._~!$&'()*+,;=";
-  if (bracketed) host = host.substr(1, host.size() - 2);
-  const bool emptyLabel = host.starts_with('.') || host.find("..") != host.npos; /* names that no list entry equals */
-  return !host.empty() && !emptyLabel && std::all_of(host.begin(), host.end(), [marks](char c) {
-    return isAlphanumeric(c) || marks.find(c) != std::string_view::npos;
-  });
-}
-
 /* RFC 9112 section 2.3 */
 bool isVersion(std::string_view text) {
   return text.size() == 8 && text.starts_with("HTTP/") && text[5] >= '0' && text[5] <= '9' && text[6] == '.' &&
@@ -45,14 +34,6 @@ bool isVersion(std::string_view text) {
 
 void toLower(std::string &text) {
   for (char &c : text) c = c >= 'A' && c <= 'Z' ? static_cast<char>(c + ('a' - 'A')) : c;
-}
-
-/* The forms of an address that a resolver takes for one ("127.1", "0x7f000001") in the one that policy knows. */
-void normaliseHost(std::string &host) {
-  toLower(host);
-  if (host.size() > 1 && host.back() == '.') host.pop_back();
-  in_addr address;
-  if (inet_aton(host.c_str(), &address) != 0) host = inet_ntoa(address);
 }
 
 /* "host" or "host:port" (RFC 3986 section 3.2). The port stays 0 when none is named. */
@@ -70,9 +51,7 @@ StrictFault parseAuthority(std::string_view authority, std::string &host, unsign
     }
     if (!digits.empty() && (port == 0 || port > 65535)) return badPort;
   }
-  if (!isHost(name)) return name.empty() ? noHost : badHost;
-  host = name;
-  normaliseHost(host);
+  if (!readHostName(name, host)) return name.empty() ? noHost : badHost;
   return none;
 }
 
@@ -125,40 +104,16 @@ bool classify(std::string_view target, StrictTarget &parsed, std::string_view &a
   return !authority.empty();
 }
 
-/* "%00" stays: a text ends at what it stands for. */
-std::string percentDecoded(std::string_view text) {
-  std::string decoded;
-  for (size_t i = 0; i < text.size(); i++) {
-    const bool escape = text[i] == '%' && i + 2 < text.size() && isHex(text[i + 1]) != 0 && isHex(text[i + 2]) != 0;
-    const char byte =
-        escape ? hexToChar(static_cast<char>(text[i + 1] | 0x20), static_cast<char>(text[i + 2] | 0x20)) : text[i];
-    decoded += byte == '\0' ? text[i] : byte;
-    if (escape && byte != '\0') i += 2;
-  }
-  return decoded;
-}
-
 std::string trimmedUrl(std::string url) {
   if (url.back() == '/') url.pop_back();
   if (url.size() > longestUrl) url.replace(longestUrl, url.npos, "...");
   return url;
 }
 
-/* RFC 3986 section 5.2.4, for a path that begins with "/" or is empty or "*". */
-std::string withoutDotSegments(std::string_view path) {
-  std::string kept;
-  for (size_t end = 0; !path.empty(); path.remove_prefix(end)) {
-    end = std::min(path.find('/', 1), path.size());
-    const std::string_view segment = path.substr(0, end);
-    const bool isLast = end == path.size(), isUp = segment == "/..";
-    if (isUp) kept.erase(std::min(kept.rfind('/'), kept.size()));
-    if (!isUp && segment != "/.") {
-      kept += segment;
-    } else if (isLast) {
-      kept += '/';
-    }
-  }
-  return kept;
+/* A path that is empty is forwarded as "/". */
+std::string wholePath(const StrictTarget &target) {
+  const bool isEmpty = target.path.empty() || target.path.front() == '?';
+  return isEmpty ? "/" + target.path : target.path;
 }
 
 }  // namespace
@@ -205,26 +160,34 @@ StrictFault parseStrictTarget(const HeaderLine *first, StrictTarget &target) {
   return none;
 }
 
-bool readHostName(std::string_view name, std::string &host) {
-  constexpr size_t longestName = 255; /* RFC 1035 section 2.3.4 */
-  if (!isHost(name) || name.size() > longestName) return false;
-  host = name;
-  normaliseHost(host);
-  return true;
-}
-
 std::string strictUrl(const StrictTarget &target) {
   std::string whole = target.host;
-  if (target.form != TargetForm::authority) whole += target.path;
+  if (target.form != TargetForm::authority) whole += wholePath(target);
   return percentDecoded(trimmedUrl(whole));
 }
 
-std::string resolvedUrl(const StrictTarget &target) {
-  if (target.form == TargetForm::authority) return "";
-  const std::string_view path = std::string_view(target.path).substr(0, target.path.find('?'));
-  const std::string query = percentDecoded(std::string_view(target.path).substr(path.size()));
-  std::string resolved = trimmedUrl(target.host + withoutDotSegments(percentDecoded(path)) + query);
-  return resolved == strictUrl(target) ? "" : resolved;
+std::vector<std::string> urlReadings(const StrictTarget &target) {
+  if (target.form == TargetForm::authority) return {};
+  const std::string whole = wholePath(target), asItCame = strictUrl(target);
+  const size_t end = std::min(whole.find('?'), whole.size());
+  const std::string query = percentDecoded(whole.substr(end));
+  std::vector<std::string> urls = pathReadings(whole.substr(0, end));
+  for (std::string &url : urls) {
+    url.insert(0, target.host).append(query);
+    url = trimmedUrl(std::move(url));
+  }
+  std::erase(urls, asItCame);
+  return urls;
 }
 
 }  // namespace netsift
+
+char *netsift_listForm(const char *address) {
+  const std::string_view whole = address == nullptr ? "" : address;
+  const size_t end = std::min(whole.find_first_of("/?#"), whole.size());
+  netsift::StrictTarget target;
+  target.form = netsift::TargetForm::absolute;
+  target.path = whole.substr(end, whole.find('#', end) - end);
+  if (netsift::parseAuthority(whole.substr(0, end), target.host, target.port).status != 0) return nullptr;
+  return strdup(netsift::strictUrl(target).c_str());
+}

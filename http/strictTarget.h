@@ -5,6 +5,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "http/strictParse.h"
 #include "state/records.h"
@@ -18,7 +19,7 @@ struct StrictTarget {
   std::string method;
   TargetForm form = TargetForm::origin;
   std::string scheme;     /* lower-cased; "http" when the target names none */
-  std::string host;       /* lower-cased, without port and trailing dot; IPv4 dotted, IPv6 in its brackets */
+  std::string host;       /* as readHostName has it */
   unsigned port = 0;      /* 1 to 65535: the target's, else the Host field's, else 443 for CONNECT and https, else 80 */
   unsigned usualPort = 0; /* what `port` would be had none been named */
   std::string path;       /* path and query as they came; may be empty, or begin with "?" */
@@ -40,16 +41,13 @@ StrictFault parseRequestLine(std::string_view line, RequestLine &parts);
    Host field beside a target that names its own host must be well-formed, and is not used. */
 StrictFault parseStrictTarget(const HeaderLine *first, StrictTarget &target);
 
-/* Makes a name that stands alone a target's host, in the form that the lists know. False: it is none. */
-bool readHostName(std::string_view name, std::string &host);
-
-/* The normalised URL: host and path, one trailing "/" dropped, cut to 500 characters and "..." when longer, then
-   percent-decoded but for "%00", which stays as it is written. */
+/* The normalised URL: host and path, which is "/" where a query follows the host, one trailing "/" dropped, cut to 500
+   characters and "..." when longer, then percent-decoded but for "%00", which stays as it is written. */
 std::string strictUrl(const StrictTarget &target);
 
-/* The URL decoded first, its "." and ".." segments resolved, then trimmed and cut: many servers read it so, though it
-   is forwarded as it came (RFC 9110 section 7.7). Empty where that is no other URL. */
-std::string resolvedUrl(const StrictTarget &target);
+/* The URL as servers may read it, where that differs: decoded first and resolved in each way of pathReadings, then
+   trimmed and cut. It is forwarded as it came (RFC 9110 section 7.7). Mostly there is none. */
+std::vector<std::string> urlReadings(const StrictTarget &target);
 
 }  // namespace netsift
 

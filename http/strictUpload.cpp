@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "http/strictField.h"
+#include "http/strictForward.h"
 
 namespace netsift {
 namespace {
@@ -47,7 +48,72 @@ bool namesFile(std::string_view field) {
   return false;
 }
 
+constexpr size_t overlap = longestField + 32; /* of two windows: the longest field, and its name */
+
+/* The next bytes of a window, of which then only the overlap is kept. */
+bool addToWindow(UploadWindow &window, std::string &bytes, std::string_view piece) {
+  bytes.append(piece);
+  const bool found = namesUpload(bytes);
+  window.sawField = window.sawField || findIgnoringCase(bytes, fieldName, 0) != bytes.npos;
+  if (bytes.size() > overlap) bytes.erase(0, bytes.size() - overlap);
+  return found;
+}
+
+bool lookThrough(UploadWindow &window, std::string_view piece) {
+  if (!window.sawZero && piece.find('\0') != piece.npos) {
+    window.sawZero = true;
+    window.withoutZeros = window.bytes;
+  }
+  if (addToWindow(window, window.bytes, piece)) return true;
+  if (!window.sawZero) return false;
+  std::string rest(piece);
+  std::erase(rest, '\0');
+  return addToWindow(window, window.withoutZeros, rest);
+}
+
+bool lookThroughDecoded(UploadLook &look, std::string_view piece) {
+  char text[16384];
+  for (size_t used = 0, produced = sizeof text; !piece.empty() || produced == sizeof text;) {
+    const Parse answer = decodeCoding(look.decoder, piece, used, text, sizeof text, produced);
+    if (answer == Parse::bad || lookThrough(look.decoded, {text, produced})) return true;
+    piece.remove_prefix(used);
+  }
+  return false;
+}
+
+/* Whether a type's character set, where it names one, writes ASCII as ASCII. */
+bool isAsciiBased(std::string_view type) {
+  const size_t name = findIgnoringCase(type, "charset", 0);
+  if (name == type.npos) return true;
+  std::string_view value = type.substr(name + std::string_view("charset").size());
+  value.remove_prefix(std::min(value.find_first_not_of(" \t=\"'*"), value.size()));
+  constexpr std::string_view sets[] = {"utf-8", "utf8", "us-ascii", "iso-8859-", "windows-125"};
+  return std::any_of(std::begin(sets), std::end(sets),
+                     [value](std::string_view set) { return equalsIgnoringCase(value.substr(0, set.size()), set); });
+}
+
 }  // namespace
+
+void beginLook(UploadLook &look, const HeaderLine *first) {
+  look.decoder.coding = look.coding = readContentCoding(first);
+  std::string type;
+  look.counts = look.coding == Coding::unknown || !readMediaType(first, type);
+  look.isForm = type == "multipart/form-data";
+  if (!type.starts_with("multipart/")) return;
+  for (const HeaderLine *line = first->next; line != nullptr; line = line->next) {
+    if (isField(line, "Content-Type:") && !isAsciiBased(fieldValue(line, "Content-Type:"))) look.counts = true;
+  }
+}
+
+bool showsUpload(UploadLook &look, std::string_view piece) {
+  if (look.counts || lookThrough(look.asItCame, piece)) return true;
+  return look.coding != Coding::identity && lookThroughDecoded(look, piece);
+}
+
+bool endsUnread(const UploadLook &look) {
+  if (look.coding == Coding::identity) return look.isForm && !look.asItCame.sawField;
+  return finishCoding(look.decoder) == Parse::bad || (look.isForm && !look.decoded.sawField);
+}
 
 bool namesUpload(std::string_view bytes) {
   for (size_t at = 0; (at = findIgnoringCase(bytes, fieldName, at)) != bytes.npos; at++) {

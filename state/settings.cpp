@@ -24,7 +24,7 @@ InitialEntry **initiallists;
 
 uint8_t virusscan, DoVlavScan, DoClamScan;
 int32_t VirWL_Domain, VirWL_MimeType, vs_tunnel, startScanSize, MAX_TIME_FOR_VLAV, EngineTimeout, disableCache,
-    URL_CACHESIZE;
+    CacheMaxEntries, URL_CACHESIZE;
 char VIRFILE_DIR[1024], viruswhitelist[100][100];
 TextNode *URL_CACHE;
 

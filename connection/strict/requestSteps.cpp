@@ -255,7 +255,7 @@ void fillRequest(Request &read, const StrictTarget &target) {
   read.isHead = target.method == "HEAD";
   read.hostname = target.host;
   read.url = strictUrl(target);
-  read.resolvedUrl = resolvedUrl(target);
+  read.readings = urlReadings(target);
   read.hasQuery = read.url.find('?') != read.url.npos;
   const bool isBracketed = target.host.starts_with('['); /* an IPv6 address */
   read.isAddress = isBracketed || isAnIP(target.host.c_str()) == 1;

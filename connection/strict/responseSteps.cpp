@@ -109,7 +109,7 @@ Next skipRules(Connection &, Cycle &cycle) {
 /* A page that is known to be clean still travels framed: a raw relay would let the next request by unread. */
 Next consultCache(Connection &connection, Cycle &cycle) {
   if (cycle.isExempt || cycle.framing.kind == BodyKind::none || !mayConsultCache(cycle)) return Next::step;
-  const int32_t verdict = recallVerdict(cycle.request.url, cycle.date.get());
+  const int32_t verdict = recallVerdict(verdictKey(cycle), cycle.date.get());
   if (verdict == verdictInfected || verdict == verdictOffensive) return refuseKnown(connection, cycle, verdict);
   cycle.isExempt = cycle.isKnownClean = verdict == verdictClean;
   if (verdict != verdictClean) noteUnknown(cycle, "responseSteps.cpp", __LINE__);

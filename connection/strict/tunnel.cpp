@@ -8,6 +8,7 @@
 #include "connection/strict/steps.h"
 #include "http/clientHello.h"
 #include "http/httpBody_iter.h"
+#include "http/strictForm.h"
 #include "log/debugLog.h"
 #include "log/peerText.h"
 #include "log/resultLine.h"

@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "cache/recalledVerdicts.h"
+#include "state/settings.h"
 #include "tests/support/support.h"
 
 using namespace netsift::test;
@@ -89,6 +90,27 @@ TEST(DbCache, AVerdictIsRecalledWithoutTheFileUntilThatChanges) {
     EXPECT_EQ(asked, flag);
     EXPECT_EQ(netsift::recallVerdict("host", "Sun, 06 Nov 1994 08:49:38 GMT"), -1);
     EXPECT_EQ(netsift::recallVerdict("ghost", date), -1);
+  }
+}
+
+TEST(DbCache, KeepsNoMoreThanItsBoundAndTheNewestAlways) {
+  const Cache cache;
+  const std::pair<int32_t, gdbm_count_t> cases[] = {{0, 300}, {1000, 600}, {130, 130}, {1, 1}};
+  int number = 0;
+  for (const auto &[bound, most] : cases) {
+    CacheMaxEntries = bound;
+    std::string url;
+    for (int i = 0; i < 300; i++) {
+      url = "h/" + std::to_string(number++);
+      ASSERT_EQ(addto_urlcache_db(url.c_str(), date, 0), 1);
+      ASSERT_EQ(if_url_scanned_check_ok(url.c_str(), date), 0) << bound;
+    }
+    GDBM_FILE file = cache.open(GDBM_READER);
+    gdbm_count_t count = 0;
+    gdbm_count(file, &count);
+    gdbm_close(file);
+    EXPECT_LE(count, most) << bound;
+    EXPECT_GE(count + 3, most) << bound; /* a 64th went too */
   }
 }
 

@@ -138,6 +138,58 @@ TEST_F(StrictTest, uploadsAreRefusedBeforeAnythingGoesUpstream) {
   }
 }
 
+TEST_F(StrictTest, uploadsAreFoundWhateverTheyAreCodedInAndWhereverTheyGo) {
+  blockupload = 1;
+  const std::string file = "content-disposition: form-data; name=f; filename=x\r\n\r\n",
+                    field = "Content-Disposition: form-data; name=f\r\n\r\n", gzip = "Content-Encoding: gzip\r\n",
+                    form = "Content-Type: Multipart/Form-Data; boundary=b", big(100000, '-');
+  std::string wide, noise;
+  for (const char c : file) wide += std::string(1, c) + '\0';
+  for (unsigned i = 0; i < 40000; i++) noise += static_cast<char>(' ' + (i * 2654435761U >> 26));
+  const std::string whole = compressed(noise + field, 31);
+  const std::tuple<std::string, std::string, std::string, bool> cases[] = {
+      {":8100", "", file, false},
+      {"", "", std::string(65535, '-') + wide, false}, /* its first zero byte in another piece than its first letter */
+      {"", "", big + std::string(1, '\0') + wide, false},
+      {"", gzip, compressed(noise + file, 31), false},
+      {"", gzip, compressed(noise, 31) + compressed(wide, 31), false},
+      {"", gzip, whole, true},
+      {"", gzip, whole.substr(0, whole.size() - 20), false},
+      {"", gzip, file, false},
+      {"", gzip, compressed(std::string(4 << 20, 'a'), 31), false},
+      {"", "Content-Encoding: deflate\r\n", compressed(file, 15), false},
+      {"", "Content-Encoding: br\r\n", "?", false},
+      {"", form + "\r\n", field, true},
+      {"", form + "\r\n", "--b\r\n\xC3\x96", false},
+      {"", form + "; Charset = \"UTF-8\"\r\n", field, true},
+      {"", form + ";charset=ibm037\r\n", field, false},
+      {"", "Content-Type: text/plain; charset=utf-16\r\n", "x", true},
+      {"", "Content-Type: text/plain, multipart/form-data\r\n", "x", false}};
+  for (const auto &[port, fields, body, allowed] : cases) {
+    const std::string length = "Content-Length: " + std::to_string(body.size());
+    const std::string answer =
+        serve("POST http://h" + port + "/x HTTP/1.1\r\nHost: h\r\n" + fields + length + "\r\n\r\n" + body,
+              {response("", "ok")});
+    EXPECT_EQ(answer.find(allowed ? "HTTP/1.1 200 " : "HTTP/1.1 403 "), 0U) << port << fields << body.substr(0, 60);
+    EXPECT_TRUE(allowed ? bodyOf(forwarded) == body : forwarded.empty()) << port << fields;
+  }
+}
+
+/* An engine that is not asked again says that the verdict was known. */
+TEST_F(StrictTest, aVerdictIsThatOfOnePortAndScheme) {
+  virusscan = 1;
+  startScanSize = 64;
+  engine({"OK", "OK", "OK"});
+  const std::string text = response(dated, "text");
+  const std::pair<const char *, size_t> cases[] = {{"http://h", 1},     {"http://h:80", 1}, {"http://h:81", 2},
+                                                   {"https://h:80", 3}, {"http://h:81", 3}, {"https://h:80", 3}};
+  for (const auto &[origin, asked] : cases) {
+    serve("GET " + std::string(origin) + "/p HTTP/1.1\r\nHost: h\r\n\r\n", {text});
+    EXPECT_EQ(scans, asked) << origin;
+  }
+  EXPECT_EQ(if_url_scanned_check_ok("h:81/p", date) + if_url_scanned_check_ok("https://h:80/p", date), 0);
+}
+
 TEST_F(StrictTest, textIsJudgedWhateverItCameIn) {
   blockWord();
   std::strcpy(blockedcontent[0], "X-Program");

@@ -36,7 +36,8 @@ class Content(Road):
                     self.assertEqual(blocks, [(url, "Sample category", "Offensive Content")])
                 else:
                     self.assertEqual((answer.body, results, blocks), (content, [], []))
-                self.assertEqual(self.filtering.verdict(url), verdict)
+                key = url if self.of_old else f"{self.host}:{self.origin.port}/{name}"
+                self.assertEqual(self.filtering.verdict(key), verdict)
 
     def test_a_page_that_is_found_out_late(self):
         content = self.origin.put("late.html", page("harmless " * 8000) + SITE["words"])

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "state/settings.h"
 #include "tests/support/support.h"
 
 using namespace netsift::host;
@@ -44,6 +45,7 @@ std::string saidOfReadOnly(const ScratchRoot &root, const std::string &source) {
 
 TEST(ListCheck, NamesEachEntryThatCanNeverMatchAndRefusesWhatWouldNotBeLoaded) {
   const ScratchRoot root;
+  StrictHttp = STRICT_HTTP;
   writeLists(root);
   const std::string utf16 = "!0 is UTF-16 or no text|", ended = " a byte of 255 ends the list|",
                     mark = "1 a byte order mark makes the first entry another one|", capital = " matches no host|",
@@ -64,6 +66,17 @@ TEST(ListCheck, NamesEachEntryThatCanNeverMatchAndRefusesWhatWouldNotBeLoaded) {
       {"popup.url.orig", "A/x\nbB*\nc/\n.d/x\ne./x\nf.\n",
        "1" + capital + "2" + capital + "3" + slash + "4" + front + "5" + end + "6" + end},
       {"popup.url.orig", "a\n\n\xFF", "!3" + ended + "3 the last line has no line end|"},
+      {"popup.dom", "#x\n0.0.0.0 a\n||a^\nb:80\n[::1]\n\xC3\xBC.a\n c.d \n",
+       "1 is an entry|2 never matches with a blank in it|3 never matches|4 never matches with a port|"
+       "6 matches no host|"},
+      {"popup.url.orig", "#x\n||a^\nb:80/x\n[::1]/x\n\xC3\xBC.a/x\na/\xC3\xBC 100% a\na?b\nc/a%20b\nc/%20*\n",
+       "1 is an entry|2 never matches|3 never matches with a port|5 matches no host|"
+       "7 never matches with a \"?\" right behind its host|8 is compared with URLs whose percent-encoding is undone|"},
+      {"popup.dom", "\xEF\xBB\xBF# Format: Hosts\n0.0.0.0 A.example\n10.0.0.1 b.example\n0.0.0.0 a/b\n",
+       "3 left out|4 left out|"},
+      {"popup.dom", "# format: host\n", "!1 names a format that is none|"},
+      {"popup.dom", "# format: urls\n", "!1 names a format of URLs|"},
+      {"popup.url.orig", "! format: adblock\n", "!1 names a format of hosts|"},
       {"popup.phrase", "<a \xFF>1\n<b\xFF>1\n<~>0\n", "!2" + ended}, /* a record with a blank makes no pattern */
       {"popup.reported.url.orig", "a/x\n\xFF\n", "!2" + ended}};
   for (const auto &[name, text, expected] : cases) {

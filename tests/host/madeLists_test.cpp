@@ -51,7 +51,7 @@ TEST(MadeLists, WhatIsMadeIsLoadedFirstAndThenTakesItsPlace) {
   char other[] = "b.example", listed[] = "d.example";
   for (const char *url : {"a.example/x", "zonk.example", "c.example/y"})
     EXPECT_TRUE(loads(made.root, url, other)) << url;
-  EXPECT_TRUE(loads(made.root, "", listed) && !loads(made.root, "old", other));
+  EXPECT_TRUE(loads(made.root, "none", listed) && !loads(made.root, "old", other));
   EXPECT_EQ(lists.read("popup.url"), "old\n") << "not before all is loaded";
   placeLists(made, lists.problems);
   dropLists(made);
@@ -71,6 +71,36 @@ TEST(MadeLists, WhatCannotBeMadeIsUsedAsItStandsWithWhatWasReported) {
   placeLists(made, lists.problems);
   dropLists(made);
   EXPECT_EQ(lists.said() + lists.read("popup.url"), "0a.example/old");
+}
+
+TEST(MadeLists, AListInAFormatIsLoadedInItsMeaning) {
+  Lists lists;
+  const std::string written = "\xEF\xBB\xBF# format: urls\nhttp://A.example/x%20y/ # z\n# nothing\n";
+  lists.write("popup.url.orig", written);
+  lists.write("popup.dom", "! format: adblock\n||D.example^\n||www.e.example^\n");
+  lists.write("popup.phrase", "<zonk>5\n");
+  const MadeLists made = makeLists(lists.problems);
+  char other[] = "e.example", listed[] = "www.d.example"; /* what exempts is not widened */
+  for (const char *url : {"a.example/x y", "zonk.example"}) EXPECT_TRUE(loads(made.root, url, other)) << url;
+  EXPECT_TRUE(loads(made.root, "none", listed) && !loads(made.root, "# nothing", other) &&
+              !loads(made.root, "none", other));
+  placeLists(made, lists.problems);
+  dropLists(made);
+  EXPECT_EQ(lists.said() + lists.read("popup.url"), "0a.example/x y\nzonk*\nwww.zonk*\n\n");
+  EXPECT_EQ(lists.read("popup.url.orig"), written);
+
+  std::filesystem::remove(lists.root.config("popup.phrase")); /* popup.url is taken as it is */
+  lists.write("popup.url", written);
+  const MadeLists standing = makeLists(lists.problems);
+  EXPECT_TRUE(loads(standing.root, "a.example/x y", other));
+  dropLists(standing);
+  lists.write("popup.url", "# format: hosts\n");
+  dropLists(makeLists(lists.problems));
+  EXPECT_TRUE(lists.said().starts_with(lists.root.config("popup.url") + ": names a format of hosts")) << lists.said();
+  lists.problems.clear();
+  lists.write("popup.dom", "# format: urls\n");
+  dropLists(makeLists(lists.problems));
+  EXPECT_TRUE(lists.said().starts_with(lists.root.config("popup.dom") + ": names a format of URLs")) << lists.said();
 }
 
 /* A limit on the size of files does what a full disk does, and needs no rights. */

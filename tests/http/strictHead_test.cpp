@@ -94,10 +94,10 @@ string read(const string &lines, bool answersHead = false) {
     StrictFault fault = parseStrictTarget(head.first, target);
     if (fault.status == 0) fault = requestFraming(head.first, framing);
     if (fault.status != 0) return std::to_string(fault.status);
-    const string resolved = resolvedUrl(target);
-    return target.scheme + " " + target.host + " " + std::to_string(target.port) + " " + strictUrl(target) +
-           (resolved.empty() ? "" : " or " + resolved) + (target.keepAlive ? " keep" : "") +
-           (framing.length > 0 ? " body " + std::to_string(framing.length) : "") +
+    string resolved;
+    for (const string &url : urlReadings(target)) resolved += " or " + url;
+    return target.scheme + " " + target.host + " " + std::to_string(target.port) + " " + strictUrl(target) + resolved +
+           (target.keepAlive ? " keep" : "") + (framing.length > 0 ? " body " + std::to_string(framing.length) : "") +
            (framing.expectsContinue ? " expects" : "");
   }
   const ResponseFraming framing = responseFraming(head.first, answersHead);
@@ -115,7 +115,7 @@ TEST(StrictHead, SaysWhatIsAddressedAndWhereTheBodyEnds) {
       {"GET /a/?q#f HTTP/1.1\r\nHost: H.Example.:81", "http h.example 81 h.example/a/?q keep"},
       {"GET / HTTP/1.0\r\nHost: h:", "http h 80 h"},
       {"GET HTTPS://H HTTP/1.0\r\nConnection: keep-alive", "https h 443 h keep"},
-      {"GET http://a:65535?x HTTP/1.1\r\nHost: b", "http a 65535 a?x keep"},
+      {"GET http://a:65535?x HTTP/1.1\r\nHost: b", "http a 65535 a/?x keep"},
       {"GET http://[::1]:8/%41%2f%00%4 HTTP/1.2\r\nHost: b\r\nConnection: CLOSE", "http [::1] 8 [::1]/A/%00%4"},
       {"GET /\xC3\xA4 HTTP/1.1\r\nHost: 0x7F.1", "http 127.0.0.1 80 127.0.0.1/\xC3\xA4 keep"},
       {"GET /a/./b/../%2E%2e/c/. HTTP/1.0\r\nHost: h", "http h 80 h/a/./b/../../c/. or h/c"},
@@ -147,6 +147,58 @@ TEST(StrictHead, SaysWhatIsAddressedAndWhereTheBodyEnds) {
   EXPECT_EQ(read(ok + "Transfer-Encoding: chunked", true), "none persists");
 }
 
+/* The host and the URL, and what servers may read for it, of a target as people and programs write it. */
+TEST(StrictTarget, HasOneHostHoweverItIsWrittenAndEveryPathThatServersMayRead) {
+  const std::pair<string, string> cases[] = {
+      {"http://017700000001/", "127.0.0.1"},
+      {"http://127.1./", "127.0.0.1"},
+      {"http://2130706433/", "127.0.0.1"},
+      {"http://[::ffff:7F00:1]/", "127.0.0.1"},
+      {"http://[2001:0:0::0DB8]/", "[2001::db8]"},
+      {"http://h%2E/", "h"},
+      {"http://%68%41/", "ha"},
+      {"http://B\xC3\x9C"
+       "cher.example/",
+       "xn--bcher-kva.example"},
+      {"http://b%c3%bccher%E3%80%82example/", "xn--bcher-kva.example"},
+      {"http://XN--Bcher-KVA.example/", "xn--bcher-kva.example"},
+      {"http://\xEF\xBD\x81.example/", "a.example"}, /* a full-width letter */
+      {"http://\xFF.example/", "400"},
+      {"http://a%E2%84%80.example/", "400"}, /* a sign that becomes a/c */
+      {"http://08.0.0.1/", "400"},
+      {"http://1.2.3.4.5/", "400"},
+      {"http://h.0x/", "400"},
+      {"http://[::g]/", "400"},
+      {"http://[::1%25lo]/", "400"},
+      {"http://" + string(256, 'a') + "/", "400"},
+      {"http://h/a/%20b?%20//..;", "h/a/ b? //..;"},
+      {"http://h//l", "h//l h/l"},
+      {"http://h/.//l", "h/.//l h//l h/l"},
+      {"http://h/x//../l", "h/x//../l h/x/l h/l"},
+      {"http://h/%2fl", "h//l h/l"},
+      {"http://h/%2e%2fl", "h/./l h/l"},
+      {"http://h/x/..;a/l", "h/x/..;a/l h/l"},
+      {"http://h/l;a/", "h/l;a h/l"},
+      {"http://h/..%3b/l", "h/..;/l h/l"},
+      {"http://h/%256c", "h/%6c h/l"},
+      {"http://h/x%252f..%252fl", "h/x%2f..%2fl h/l"},
+      {"http://h/x%2fy/../l", "h/x/y/../l h/x/l h/l"},
+      {"http://h/x/..\\l", "h/x/..\\l h/l"},
+      {"http://h/x//..;/../l", "h/x//..;/../l h/x//l h/l h/x/l"},
+      {"http://h/x%2fy//../l", "h/x/y//../l h/x/y/l h/x/l h/l"},
+      {"http://h/;a/l", "h/;a/l h//l h/l"},
+  };
+  for (const auto &[address, expected] : cases) {
+    const ScannedHead head("GET " + address + " HTTP/1.0");
+    StrictTarget target;
+    const StrictFault fault = parseStrictTarget(head.first, target);
+    const bool pathCounts = expected.find('/') != expected.npos;
+    string found = fault.status != 0 ? std::to_string(fault.status) : pathCounts ? strictUrl(target) : target.host;
+    for (const string &url : urlReadings(target)) found += pathCounts ? " " + url : "";
+    EXPECT_EQ(found, expected) << address;
+  }
+}
+
 TEST(StrictHead, IsRefusedWhenItCanBeReadInTwoWays) {
   const string host = " HTTP/1.1\r\nHost: h", post = "POST /" + host + "\r\n";
   const struct {
@@ -157,7 +209,10 @@ TEST(StrictHead, IsRefusedWhenItCanBeReadInTwoWays) {
       {"400", "GET ", {"/ HTTP/1.1", "/ HTTP/1.1\r\nHost:", "http://h/ HTTP/1.1", "/ HTTP/1.0"}},
       {"400", "GET http://h/ HTTP/1.1\r\nHost: ", {"h\r\nhost: h", "a b", "u:p@h"}},
       {"400", "GET ", {"http://u@h/", "http://h:0/", "http://h:65536/", "http://h:4294967376/", "http://h:+80/"}, host},
-      {"400", "GET ", {"http:///", "://h/", "h/x", "http://h%2e/", "http://[::1/", "http://[::1]x/", "*"}, host},
+      {"400",
+       "GET ",
+       {"http:///", "://h/", "h/x", "http://h%2e%2e/", "http://h%2fx/", "http://[::1/", "http://[::1]x/", "*"},
+       host},
       {"400", "", {"GET http://h\\x/", "CONNECT h:443/x", "CONNECT h:https"}, host},
       {"400", post + "Content-Length: ", {"9223372036854775808", "18446744073709551621", "5\r\nContent-Length: 6"}},
       {"400", post + "Content-Length: ", {"5, 6", "5,", ",5", "+5", "-1", "0x5", "5 5", ""}},
