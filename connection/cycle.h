@@ -19,7 +19,8 @@
 
 namespace netsift {
 
-constexpr int clientTimeoutSeconds = 10; /* every read of a request, every send to the client but for the next: */
+constexpr int clientTimeoutSeconds = 10;    /* every read of a request, every send to the client but for the next: */
+constexpr int newClientMilliseconds = 1000; /* StrictHttp: for a first byte, before a client counts as an idle one */
 /* StrictHttp: a body, to a player whose buffer is full or a paused download; and what bounds each write to a client. */
 constexpr int patientSeconds = 300;
 constexpr int relayIdleSeconds = 100; /* relays end after this long without traffic */
@@ -77,6 +78,7 @@ struct Connection {
   std::string resolvedAddress;                           /* StrictHttp: the host whose name was looked up last, */
   hostent *resolvedEntry = nullptr;                      /* and what was found */
   UpstreamUse upstream;
+  bool used = false; /* StrictHttp: a request has come */
 };
 
 /* What is asked for. The texts live to the end of the cycle, whatever becomes of the interface's copies of them, which

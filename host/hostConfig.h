@@ -13,6 +13,7 @@ struct HostConfig {
   struct sockaddr_in listen {};      /* [listen] address, or --listen */
   int32_t loadSeconds = 0;           /* after which a loading is given up */
   int32_t maxConnections = 0;        /* served at once, over all generations of the server */
+  int32_t connectionsPerClient = 0;  /* at once; 0: as many as there are */
   int32_t connectionsPerProcess = 0; /* one after another */
   int32_t spareProcesses = 0;        /* that wait for clients */
   int32_t maxTunnels = 0;            /* 0: they stay with the process that served the request */

@@ -1,6 +1,7 @@
 #include "host/pool.h"
 
 #include <fcntl.h>
+#include <netinet/tcp.h>
 #include <sys/eventfd.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -13,10 +14,12 @@
 #include <string>
 #include <utility>
 
+#include "host/clientCount.h"
 #include "host/hostConfig.h"
 #include "host/problems.h"
 #include "host/tunnelRelay.h"
 #include "host/worker.h"
+#include "state/settings.h"
 
 namespace netsift::host {
 
@@ -25,6 +28,7 @@ namespace {
 constexpr int64_t otherGenerationsPause = 200; /* how often to look whether older generations made room */
 constexpr int64_t reducePause = 1000;
 constexpr int64_t tellPause = 60000;
+constexpr int64_t pressPause = 50, freedPause = 300; /* the latter where some made room, and are to take who waits */
 
 void wakeWorker(pid_t worker) { kill(worker, wakeSignal); }
 
@@ -53,7 +57,9 @@ bool makePool(Pool &pool) {
   pool.hangUpRead = ends[0];
   pool.hangUpWrite = ends[1];
   pool.poke = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
-  if (pool.poke < 0) return false;
+  pool.idleSemaphore = eventfd(0, EFD_SEMAPHORE | EFD_NONBLOCK | EFD_CLOEXEC);
+  if (pool.poke < 0 || pool.idleSemaphore < 0) return false;
+  IdleSemaphore = pool.idleSemaphore;
   if (hostConfig.maxTunnels == 0) return true;
   hostConfig.maxTunnels = std::min(hostConfig.maxTunnels, mostTunnels());
   if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) return false;
@@ -92,6 +98,7 @@ int takeSlot(Pool &pool, Board &board, int generation) {
 }
 
 void returnSlot(Pool &pool, Board &board, int generation, int slot) {
+  uncountClient(pool, pool.slots[slot]);
   if (pool.slots[slot].state.exchange(WorkerState::busy) == WorkerState::idle) pool.board->idle--;
   pool.freeSlots.push_back(slot);
   board.workers[generation]--;
@@ -123,6 +130,33 @@ void tellWaited(Pool &pool, int64_t now) {
   say("listen.max_connections is reached: " + std::to_string(count) + (count == 1 ? " client" : " clients") +
       " had to wait for a connection to end");
   pool.tellWaitedAt = now + tellPause;
+}
+
+bool isCrowded(Pool &pool, const Board &board) {
+  const auto look = [&] {
+    return !pool.board->closing && pool.board->idle <= 0 && allWorkers(board) >= hostConfig.maxConnections;
+  };
+  const bool crowded = look();
+  pool.board->watched = crowded;
+  return crowded || look(); /* the last worker may have become busy before it could see that nobody looks */
+}
+
+/* TCP_INFO of a listener gives its queue's length as what is unacknowledged. */
+void pressIdle(Pool &pool, int listener, int64_t now) {
+  const bool freed = releaseIdle(pool) > 0;
+  pool.pressAt = now + (freed ? freedPause : pressPause);
+  if (freed) return;
+  struct tcp_info info {};
+  socklen_t length = sizeof info;
+  const bool known = getsockopt(listener, IPPROTO_TCP, TCP_INFO, &info, &length) == 0 && info.tcpi_unacked > 0;
+  const uint64_t waiting = known ? info.tcpi_unacked : 1;
+  if (write(pool.idleSemaphore, &waiting, sizeof waiting) == sizeof waiting) pool.pressed = waiting;
+}
+
+uint64_t releaseIdle(Pool &pool) {
+  uint64_t one;
+  while (pool.pressed > 0 && read(pool.idleSemaphore, &one, sizeof one) == sizeof one) pool.pressed--;
+  return std::exchange(pool.pressed, 0);
 }
 
 void closePool(Pool &pool) {

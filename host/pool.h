@@ -30,8 +30,11 @@ enum class WorkerState : int32_t { idle, busy };
 
 struct alignas(64) WorkerSlot { /* a cache line each: they are written with every connection */
   std::atomic<WorkerState> state;
-  std::atomic<bool> leave; /* not needed any more */
+  std::atomic<bool> leave;      /* not needed any more */
+  std::atomic<uint64_t> client; /* whom it serves, as clientCount knows clients; 0: nobody that counts */
 };
+
+constexpr unsigned clientBucketBits = 12;
 
 /* In memory that the processes of one generation share. A slot for each of max_connections stands behind it. */
 struct alignas(64) PoolBoard {
@@ -39,12 +42,17 @@ struct alignas(64) PoolBoard {
   std::atomic<int32_t> waited; /* clients who had to wait until a worker was free since all that may run were busy */
   std::atomic<uint32_t> lists; /* changes to the lists: what a worker has is older than the latest */
   std::atomic<bool> closing;   /* no more clients are to be taken */
+  std::atomic<bool> watched;   /* the server looks for clients who have to wait */
+  std::atomic<int32_t> turnedAway;                     /* connections of clients who had too many */
+  std::atomic<uint32_t> lastTurnedAway;                /* and the address of the last, in network order */
+  std::atomic<int32_t> clients[1 << clientBucketBits]; /* connections, by a hash of the client */
 };
 
 struct Pool {
   PoolBoard *board = nullptr;
   WorkerSlot *slots = nullptr;
   int poke = -1;                          /* eventfd: workers are getting scarce, or somebody had to wait */
+  int idleSemaphore = -1;                 /* eventfd: one is taken by each idle connection that ends to make room */
   int hangUpRead = -1, hangUpWrite = -1;  /* a pipe whose end of file wakes the workers that wait */
   int offer = -1, take = -1;              /* sockets: workers offer tunnels, the relay process takes them */
   std::unordered_map<pid_t, int> workers; /* and their slots */
@@ -53,6 +61,9 @@ struct Pool {
   int64_t startFrom = 0;        /* later, after the system was out of processes or memory */
   int64_t reduceAt = INT64_MAX; /* when workers that nobody needs are ended */
   int64_t tellWaitedAt = 0;     /* not earlier is it told again how many had to wait */
+  int64_t tellTurnedAwayAt = 0; /* or were turned away */
+  int64_t pressAt = 0;          /* nor are idle connections asked again to make room */
+  uint64_t pressed = 0;         /* so many were asked */
 };
 
 /* Makes what is shared. False with errno when it cannot be had. */
@@ -73,6 +84,15 @@ void reducePool(Pool &pool, int64_t now, int64_t *wake);
 
 /* At most once a minute, how many clients had to wait. */
 void tellWaited(Pool &pool, int64_t now);
+
+/* Whether every worker that may run is busy, so that a further client has to wait. The workers are told whether the
+   server looks for such clients. */
+bool isCrowded(Pool &pool, const Board &board);
+
+/* Asks as many idle connections to end as clients wait at the listener; or none any more, which returns how many had
+   heard it. */
+void pressIdle(Pool &pool, int listener, int64_t now);
+uint64_t releaseIdle(Pool &pool);
 
 /* From now on workers take no more clients: those that wait end, the others after the connection they serve. */
 void closePool(Pool &pool);

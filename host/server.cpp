@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "host/clientCount.h"
 #include "host/clock.h"
 #include "host/hostConfig.h"
 #include "host/notify.h"
@@ -100,7 +101,7 @@ void startRelay(Server &server, int64_t *wake) {
   if (server.relay != 0) return;
   closeOwn(server);
   const Pool &pool = server.pool;
-  closeAll({server.sockets.listener, pool.poke, pool.hangUpRead, pool.offer});
+  closeAll({server.sockets.listener, pool.poke, pool.idleSemaphore, pool.hangUpRead, pool.offer});
   relayTunnels(pool.take, server.board->tunnels[server.slot]);
 }
 
@@ -210,18 +211,25 @@ void serveRound(Server &server) {
   startWorkers(server, &wake);
   reducePool(server.pool, now, &wake);
   tellWaited(server.pool, now);
+  tellTurnedAway(server.pool, now);
+  const bool crowded = isCrowded(server.pool, *server.board), presses = crowded && now >= server.pool.pressAt;
+  if (crowded && !presses) wake = std::min(wake, server.pool.pressAt);
+  if (!crowded) releaseIdle(server.pool);
   for (const Message &message : server.messages) wake = std::min(wake, message.deadline);
   bool messages = server.messages.size() < mostMessages;
   std::vector<struct pollfd> polled = {{server.signals, POLLIN, 0},
                                        {server.sockets.control, POLLIN, 0},
                                        {server.pool.poke, POLLIN, 0},
-                                       {messages ? server.sockets.notify : -1, POLLIN, 0}};
+                                       {messages ? server.sockets.notify : -1, POLLIN, 0},
+                                       {presses ? server.sockets.listener : -1, POLLIN, 0}};
   size_t fixed = polled.size();
   for (const Message &message : server.messages) polled.push_back({message.sock, POLLIN, 0});
   if (poll(polled.data(), polled.size(), pollTimeout(now, wake)) > 0) {
     if (polled[1].revents != 0) obey(server);
     if (polled[0].revents != 0) reapChildren(server);
     if (uint64_t pokes; polled[2].revents != 0) static_cast<void>(!read(server.pool.poke, &pokes, sizeof pokes));
+    if (polled[4].revents != 0 && server.sockets.listener >= 0)
+      pressIdle(server.pool, server.sockets.listener, milliseconds());
     size_t i = fixed;
     std::erase_if(server.messages, [&](Message &message) { return polled[i++].revents != 0 && readMessage(message); });
     if (polled[3].revents != 0 && server.sockets.notify >= 0) acceptMessages(server.sockets.notify, server.messages);

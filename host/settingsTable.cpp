@@ -26,6 +26,14 @@ const Setting serviceSettings[] = {
      "Where clients connect. Port 0 takes a free one, which is printed. Read at start only; --listen goes before it."},
     {"listen", "max_connections", Number{&hostConfig.maxConnections, 1, 100000, "connections"}, "256",
      "Connections served at once, each by a process. Further clients wait until one ends."},
+    {"listen", "max_connections_per_client", Number{&hostConfig.connectionsPerClient, 0, 100000, "connections"}, "128",
+     "Of these, how many one address may have at once; a further one is answered 429. 0: all. Tunnels do not count. "
+     "Raise it where many clients come from one address, as behind another proxy."},
+    {"listen", "client_idle_seconds", Number{&ClientIdleSeconds, 1, mostSeconds, "seconds"}, "60",
+     "How long a client may keep a connection open without asking for anything, while strict_http is on. Where others "
+     "wait since max_connections is reached, such connections are ended at once."},
+    {"listen", "request_head_seconds", Number{&RequestHeadSeconds, 1, mostSeconds, "seconds"}, "20",
+     "How long the head of a request may take from its first byte to its end, while strict_http is on."},
     {"listen", "connections_per_process", Number{&hostConfig.connectionsPerProcess, 1, 1000000, "connections"}, "1000",
      "How many connections a process serves, one after another, before a fresh one takes its place. 1: each connection "
      "has a process of its own."},

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "host/child.h"
+#include "host/clientCount.h"
 #include "host/handOver.h"
 #include "host/hostConfig.h"
 #include "host/problems.h"
@@ -63,12 +64,14 @@ bool mustEnd(const Worker &worker) {
          worker.slot->leave;
 }
 
-/* The server is told when there are too few that wait and it may start more, or when it waits for them to end. */
+/* The server is told when there are too few that wait and it may start more, when it may not and is to look who waits,
+   or when it waits for them to end. */
 void becomeBusy(Worker &worker) {
   PoolBoard &board = *worker.pool.board;
   worker.slot->state = WorkerState::busy;
   int32_t left = --board.idle;
-  bool scarce = left < hostConfig.spareProcesses && allWorkers(*worker.board) < hostConfig.maxConnections;
+  bool mayStart = allWorkers(*worker.board) < hostConfig.maxConnections;
+  bool scarce = mayStart ? left < hostConfig.spareProcesses : left <= 0 && !board.watched;
   if (scarce || board.closing) poke(worker);
 }
 
@@ -131,6 +134,13 @@ void numberLines(const Worker &worker) {
   setDebugString((hostConfig.debugTag + "#" + std::to_string(number) + " ").c_str());
 }
 
+void serveClient(Worker &worker, int sock, const struct sockaddr_in &peer) {
+  numberLines(worker);
+  serveConnection(sock, peer);
+  netsift_resetState(worker.firstDescriptor);
+  worker.served++;
+}
+
 }  // namespace
 
 void work(int listener, const Pool &pool, Board *board, int slot) {
@@ -146,10 +156,12 @@ void work(int listener, const Pool &pool, Board *board, int slot) {
   while (getppid() == server) { /* it may have died before its death was to be told */
     struct sockaddr_in peer {};
     int sock = awaitClient(worker, &peer);
-    numberLines(worker);
-    serveConnection(sock, peer);
-    netsift_resetState(worker.firstDescriptor);
-    worker.served++;
+    if (countClient(pool, *worker.slot, peer)) {
+      serveClient(worker, sock, peer);
+    } else {
+      turnAway(pool, sock, peer);
+    }
+    uncountClient(pool, *worker.slot);
   }
   leave(worker);
 }

@@ -31,6 +31,13 @@ HeadRead feedHead(int fd, HeadScan &scan) {
   return parse == Parse::done ? HeadRead::done : HeadRead::timedOut;
 }
 
+/* `done` stands for: there is something to read. */
+HeadRead toHead(Wait wait) {
+  if (wait == Wait::ready) return HeadRead::done;
+  if (wait == Wait::timedOut) return HeadRead::timedOut;
+  return wait == Wait::clientLeft ? HeadRead::clientLeft : HeadRead::closed;
+}
+
 /* Takes raw bytes off the socket: 0 when the peer has closed, -1 when it broke off. */
 ssize_t receive(int fd, char *out, size_t room, int flags) {
   ssize_t count;
@@ -120,21 +127,40 @@ BodyRead readPlain(int fd, BodySource &source, char *out, size_t room, size_t &c
 
 }  // namespace
 
-HeadRead readStrictHead(int fd, HeadScan &scan, Header &header, int idleSeconds, int client) {
-  const bool limited = idleSeconds > 0;
-  const auto limit = std::chrono::seconds(idleSeconds);
-  Clock::time_point end = Clock::now() + limit;
-  bool begun = false;
+HeadRead readStrictHead(int fd, HeadScan &scan, Header &header, int seconds, int client) {
+  const HeadRead begun = toHead(waitReadable(fd, seconds > 0 ? int64_t{1000} * seconds : -1, client));
+  return begun == HeadRead::done ? readBegunHead(fd, scan, header, seconds, client) : begun;
+}
+
+HeadRead readBegunHead(int fd, HeadScan &scan, Header &header, int seconds, int client) {
+  const Clock::time_point end = Clock::now() + std::chrono::seconds(seconds);
   for (;;) {
-    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
-    const Wait wait = waitReadable(fd, limited ? std::max<int64_t>(left, 0) : -1, client);
-    if (wait == Wait::clientLeft) return HeadRead::clientLeft;
-    if (wait != Wait::ready) return wait == Wait::timedOut ? HeadRead::timedOut : HeadRead::closed;
-    if (!begun) end = Clock::now() + limit;
-    begun = true;
     const HeadRead read = feedHead(fd, scan);
     if (read == HeadRead::done) headToLines(scan, header);
     if (read != HeadRead::timedOut) return read;
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
+    const HeadRead more = toHead(waitReadable(fd, seconds > 0 ? std::max<int64_t>(left, 0) : -1, client));
+    if (more != HeadRead::done) return more;
+  }
+}
+
+bool awaitRequest(int client, int idleSeconds, int semaphore, int graceMilliseconds) {
+  const Clock::time_point end = Clock::now() + std::chrono::seconds(idleSeconds);
+  if (semaphore == 0) return waitReadable(client, int64_t{1000} * idleSeconds) == Wait::ready;
+  if (graceMilliseconds > 0) {
+    const Wait first = waitReadable(client, graceMilliseconds);
+    if (first != Wait::timedOut) return first == Wait::ready;
+  }
+  for (;;) {
+    pollfd waiting[] = {{client, POLLIN, 0}, {semaphore, POLLIN, 0}};
+    const int ready = waitOnce(waiting, std::max(end - Clock::now(), Clock::duration::zero()));
+    if (ready == 0 || (ready < 0 && errno != EINTR)) return false;
+    if (ready > 0 && waiting[0].revents != 0) return true;
+    uint64_t taken; /* by another, perhaps, meanwhile */
+    if (ready > 0 && read(semaphore, &taken, sizeof taken) == sizeof taken) {
+      shutdown(client, SHUT_RDWR); /* nobody need wait for what it may still send */
+      return false;
+    }
   }
 }
 

@@ -16,10 +16,17 @@ namespace netsift {
 
 enum class HeadRead { done, refused, timedOut, closed, clientLeft };
 
-/* Reads one head into `header` and not a byte beyond it: its first byte within `idleSeconds`, the whole of it within as
-   many again; without limit when that is 0 or less. `refused` leaves the fault in `scan`. `client` is watched for
+/* Reads one head into `header` and not a byte beyond it: its first byte within so many seconds, the whole of it within
+   as many again; without limit when that is 0 or less. `refused` leaves the fault in `scan`. `client` is watched for
    having left meanwhile, if anybody is. */
-HeadRead readStrictHead(int fd, HeadScan &scan, Header &header, int idleSeconds, int client = nobody);
+HeadRead readStrictHead(int fd, HeadScan &scan, Header &header, int seconds, int client = nobody);
+
+/* The same for one whose first byte, or the peer's end, has been waited for. */
+HeadRead readBegunHead(int fd, HeadScan &scan, Header &header, int seconds, int client = nobody);
+
+/* Waits for the first byte of a client's request, or its end, at most `idleSeconds`. Where `semaphore` is not 0 a client
+   that has been silent for `graceMilliseconds` is shut down once there is one to take from it. False when nothing came. */
+bool awaitRequest(int client, int idleSeconds, int semaphore, int graceMilliseconds);
 
 /* A message body on its way in, its transfer coding taken off. */
 struct BodySource {

@@ -1,7 +1,7 @@
 #include "state/settings.h"
 
 int32_t ProxyPresent, proxyport, PROXY_TIMEOUT, DisableNetsiftService, DoNotKeepConnectionAlive,
-    TunnelPacketsWithoutContentLength, StrictHttp, EscapeText;
+    TunnelPacketsWithoutContentLength, StrictHttp, ClientIdleSeconds, RequestHeadSeconds, IdleSemaphore, EscapeText;
 char *proxyip;
 
 int32_t tunnelmessengers, ALLOWALLIP, whiteclientipinurl1, block_ports, enable_whitelist, blockupload, phraseinurl;

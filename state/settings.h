@@ -26,7 +26,12 @@ NETSIFT_API extern int32_t PROXY_TIMEOUT; /* seconds, for every send to and read
 NETSIFT_API extern int32_t DisableNetsiftService;    /* 1: pass everything through, unread */
 NETSIFT_API extern int32_t DoNotKeepConnectionAlive; /* nonzero: persistence fields are taken out of requests */
 NETSIFT_API extern int32_t TunnelPacketsWithoutContentLength; /* 1: relay a kept-alive response without a length raw */
-NETSIFT_API extern int32_t StrictHttp; /* a sum of the STRICT_... bits; 0: everything as it always was */
+NETSIFT_API extern int32_t StrictHttp;         /* a sum of the STRICT_... bits; 0: everything as it always was */
+NETSIFT_API extern int32_t ClientIdleSeconds;  /* with StrictHttp: between two requests of a client; 0: 10 */
+NETSIFT_API extern int32_t RequestHeadSeconds; /* with StrictHttp: for the whole of a request's head; 0: 10 */
+/* With StrictHttp: an eventfd made with EFD_SEMAPHORE and EFD_NONBLOCK, 0 for none. A connection that waits for a request
+   takes one from it, when there is one, and ends. */
+NETSIFT_API extern int32_t IdleSemaphore;
 NETSIFT_API extern int32_t EscapeText; /* 1: peers' text is escaped in pages and logs; 0: as it is */
 
 /* Request policy. */

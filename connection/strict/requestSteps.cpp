@@ -93,6 +93,8 @@ Next passEverything(Connection &connection, Cycle &cycle) {
   return next == Next::step ? relayUnfiltered(connection, true, tunnelIdleSeconds()) : next;
 }
 
+int orUsual(int32_t seconds) { return seconds > 0 ? seconds : clientTimeoutSeconds; }
+
 /* Reads the head and refuses what RFC 9112 does not allow. */
 Next readRequestHead(Connection &connection, Cycle &cycle) {
   destroyHeader(&reqheader);
@@ -101,8 +103,12 @@ Next readRequestHead(Connection &connection, Cycle &cycle) {
   blockip = connection.configuredBlockip; /* an exemption holds for one request */
   connection.reverse = {};
   urlcheck = connection.configuredUrlcheck;
+  const int grace = connection.used ? 0 : newClientMilliseconds;
+  const int idleSeconds = orUsual(ClientIdleSeconds);
+  if (!awaitRequest(connection.ends.client, idleSeconds, IdleSemaphore, grace)) return endCall(connection, callFailed);
+  connection.used = true;
   HeadScan scan;
-  const HeadRead read = readStrictHead(connection.ends.client, scan, reqheader, clientTimeoutSeconds);
+  const HeadRead read = readBegunHead(connection.ends.client, scan, reqheader, orUsual(RequestHeadSeconds));
   if (read == HeadRead::refused) return refuseWithError(connection, cycle, scan.fault.status, scan.fault.text);
   if (read != HeadRead::done) return endCall(connection, callFailed);
   RequestFraming framing;

@@ -1,0 +1,90 @@
+"""Clients that hold connections and send nothing, or hold many: what they may keep others from."""
+import os
+import signal
+import socket
+import time
+from contextlib import closing
+
+from harness import PATIENCE, Case, read_all, wait_until
+
+TAKEN, TURNED_AWAY = b"HTTP/1.1 204 ", b"HTTP/1.1 429 "
+TWO = {"listen.max_connections": 2, "listen.spare_processes": 2}
+
+
+def serve(connection):
+    while connection.recv(65536):
+        connection.sendall(b"HTTP/1.1 204 No Content\r\n\r\n")
+
+
+class Limits(Case):
+    def setUp(self):
+        place = f"127.0.0.1:{self.peer(serve).port}"
+        self.request = f"GET http://{place}/ HTTP/1.1\r\nHost: {place}\r\n\r\n".encode()
+
+    def client(self, filtering, address="127.0.0.1"):
+        client = socket.create_connection(("127.0.0.1", filtering.port), PATIENCE, (address, 0))
+        self.addCleanup(client.close)
+        return client
+
+    def ask(self, client):
+        """The status line's begin, of an answer on a connection that stays."""
+        client.sendall(self.request)
+        return client.recv(65536)[:13]
+
+    @staticmethod
+    def is_open(client):
+        client.setblocking(False)
+        try:
+            return client.recv(1) != b""
+        except BlockingIOError:
+            return True
+        finally:
+            client.settimeout(PATIENCE)
+
+    def test_one_address_gets_so_many_and_no_more(self):
+        filtering = self.filter({"listen.max_connections_per_client": 2, "listen.connections_per_process": 1000})
+        held = [self.client(filtering) for _ in range(2)]
+        self.assertEqual([self.ask(client) for client in held], [TAKEN] * 2)
+        for _ in range(3):
+            with closing(self.client(filtering)) as further:
+                self.assertTrue(read_all(further).startswith(TURNED_AWAY))
+        self.assertEqual(self.ask(self.client(filtering, "127.0.0.2")), TAKEN)
+        held.pop().close()
+        wait_until(lambda: self.ask(self.client(filtering)) == TAKEN, "room for another")
+        self.assertEqual(self.ask(held[0]), TAKEN)
+        self.assertRegex(filtering.output.read_text(), r"max_connections_per_client is reached: .* from 127\.0\.0\.1\n")
+
+    def test_a_killed_worker_gives_back_what_its_client_had(self):
+        filtering = self.filter({"listen.max_connections_per_client": 1})
+        with closing(self.client(filtering)) as client:
+            self.ask(client)
+            os.kill(int(filtering.connections()[0]), signal.SIGKILL)
+        wait_until(lambda: self.ask(self.client(filtering)) == TAKEN, "room again")
+
+    def test_idle_connections_are_the_first_to_go_when_others_wait(self):
+        filtering = self.filter({"listen.max_connections": 4, "listen.spare_processes": 4})
+        idle = [self.client(filtering) for _ in range(4)]
+        self.assertEqual([self.ask(client) for client in idle], [TAKEN] * 4)
+        began = time.monotonic()
+        self.assertEqual(self.ask(self.client(filtering)), TAKEN)
+        self.assertLess(time.monotonic() - began, 10)
+        self.assertIn(sum(map(self.is_open, idle)), (2, 3))
+
+    def test_silent_ones_go_too_and_those_in_use_stay(self):
+        filtering = self.filter(TWO)
+        silent, busy = self.client(filtering), self.client(filtering)
+        busy.sendall(self.request[:20])
+        self.assertEqual(self.ask(self.client(filtering)), TAKEN)
+        self.assertEqual(silent.recv(1), b"")
+        busy.sendall(self.request[20:])
+        self.assertEqual(busy.recv(65536)[:13], TAKEN)
+
+    def test_time_limits_between_requests_and_within_a_head(self):
+        filtering = self.filter({"listen.client_idle_seconds": 1, "listen.request_head_seconds": 2})
+        idle, slow, began = self.client(filtering), self.client(filtering), time.monotonic()
+        slow.sendall(self.request[:-2])
+        self.assertEqual(idle.recv(1), b"")
+        at_idle = time.monotonic() - began
+        self.assertEqual(slow.recv(1), b"")
+        self.assertGreater(at_idle, 0.9)
+        self.assertGreater(time.monotonic() - began, 1.9)
