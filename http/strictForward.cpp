@@ -11,8 +11,7 @@ namespace netsift {
 namespace {
 
 /* RFC 9110 section 7.6.1 */
-constexpr std::string_view hopByHop[] = {
-    "Connection:", "Keep-Alive:", "Proxy-Connection:", "TE:", "Trailer:", "Upgrade:"};
+constexpr std::string_view hopByHop[] = {"Connection:", "Keep-Alive:", "Proxy-Connection:", "TE:", "Upgrade:"};
 
 /* The names that Connection fields list, each with its colon. */
 std::string connectionOptions(const Header &header) {
@@ -67,6 +66,7 @@ void rewriteRequest(Header &header, const StrictTarget &target, const std::strin
   const bool http11 = std::strstr(header.first->text, " HTTP/1.1") != nullptr;
   setLine(header.first, target.method + " " + address + (http11 ? " HTTP/1.1" : " HTTP/1.0"));
   removeHopByHop(header);
+  removeField(header, "Trailer:");
   removeField(header, "Expect:");
   removeField(header, "Host:");
   unifyContentLength(header);
@@ -114,6 +114,12 @@ void cleanResponseHead(Header &header, bool fromProxy) {
   if (fromProxy) return;
   removeField(header, "Proxy-Authenticate:");
   removeField(header, "Proxy-Authentication-Info:");
+}
+
+void setFraming(Header &header, bool chunked) {
+  if (!chunked) return removeField(header, "Trailer:");
+  removeContentLengthFields(header);
+  insertField(header, "Transfer-Encoding: chunked");
 }
 
 void setConnection(Header &header, bool close) {

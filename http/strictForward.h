@@ -30,12 +30,16 @@ int countHops(const HeaderLine *first);
 /* Takes out of a response's head the hop-by-hop fields and those that Connection names, as above, and
    Transfer-Encoding; Content-Length after 1xx and 204, else repeated ones are made one. The proxy's challenge
    (Proxy-Authenticate) stays when the response came from the upstream proxy; an origin has none to make. Not for a 101,
-   whose Upgrade the client needs. Connection is to be set afterwards. */
+   whose Upgrade the client needs. Framing and connection are to be set afterwards. */
 void cleanResponseHead(Header &header, bool fromProxy);
 
 /* The media type that the Content-Type fields give, lower-cased and without parameters; empty when there is none. False
    when fields or list elements give different ones. */
 bool readMediaType(const HeaderLine *first, std::string &type);
+
+/* Says, in a head whose Transfer-Encoding is gone, that the body goes out in chunks, with what `Trailer` announces behind
+   them; or otherwise, and then nothing is announced. */
+void setFraming(Header &header, bool chunked);
 
 /* Sets the one "Connection: close" or "Connection: keep-alive" of the next hop. */
 void setConnection(Header &header, bool close);

@@ -273,16 +273,21 @@ TEST(CleanResponseHead, LeavesWhatTheClientNeeds) {
   ScannedHead origin(line + fields), proxy(line + fields), empty("HTTP/1.1 204 x\r\n" + fields);
   cleanResponseHead(origin, false);
   addVia(origin, 1);
+  setFraming(origin, false);
   EXPECT_EQ(origin.text(),
             line + "Via: 1.1 netsift\r\nContent-Encoding: gzip\r\nContent-Length: 7\r\nSet-Cookie: b\r\n\r\n");
   cleanResponseHead(proxy, true);
   setConnection(proxy, true);
   setContentLength(proxy, 18446744073709551615u);
-  EXPECT_EQ(proxy.text(),
-            line + "Connection: close\r\nContent-Encoding: gzip\r\nContent-Length: 18446744073709551615\r\n" +
-                "Set-Cookie: b\r\n" + challenge + "\r\n");
+  EXPECT_EQ(
+      proxy.text(),
+      line + "Connection: close\r\nContent-Encoding: gzip\r\nTrailer: a\r\nContent-Length: 18446744073709551615\r\n" +
+          "Set-Cookie: b\r\n" + challenge + "\r\n");
   cleanResponseHead(empty, false);
-  EXPECT_EQ(empty.text(), "HTTP/1.1 204 x\r\nContent-Encoding: gzip\r\nSet-Cookie: b\r\n\r\n");
+  setFraming(empty, true);
+  EXPECT_EQ(empty.text(),
+            "HTTP/1.1 204 x\r\nTransfer-Encoding: chunked\r\nContent-Encoding: gzip\r\nTrailer: a\r\n"
+            "Set-Cookie: b\r\n\r\n");
 }
 
 }  // namespace
