@@ -5,6 +5,7 @@
 
 #include <netdb.h>
 
+#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -43,12 +44,11 @@ struct Ends {
   int upstream = -1;
 };
 
-/* StrictHttp: whether the upstream socket may carry the next request, and in direct mode to whom it leads. */
-struct UpstreamUse {
-  bool open = false;
-  bool used = false; /* it has carried a request */
-  std::string host;
+/* StrictHttp: one that requests of this connection went to, and the socket that is kept to it. */
+struct Upstream {
+  std::string host; /* none of the upstream proxy */
   unsigned port = 0;
+  int fd = -1; /* of an earlier cycle, and of this one once it is connected */
 };
 
 /* What a host that is an address resolves to, and the URL as that name would have it; empty for none. */
@@ -77,8 +77,10 @@ struct Connection {
   uint8_t configuredBlockip = 0, configuredUrlcheck = 0; /* StrictHttp: as the host set them */
   std::string resolvedAddress;                           /* StrictHttp: the host whose name was looked up last, */
   hostent *resolvedEntry = nullptr;                      /* and what was found */
-  UpstreamUse upstream;
-  bool used = false; /* StrictHttp: a request has come */
+  bool used = false;                 /* StrictHttp: a request has come */
+  std::array<Upstream, 4> upstreams; /* clients that send one proxy requests for several sites go back and forth */
+  size_t current = 0;                /* in it: to whom ends.upstream leads */
+  bool sendsChunks = false;          /* the response goes to the client in chunks */
 };
 
 /* What is asked for. The texts live to the end of the cycle, whatever becomes of the interface's copies of them, which
@@ -140,6 +142,7 @@ struct Road {
   std::span<const Step> requestSteps, responseSteps;
   void (*begin)(Connection &);             /* before the first cycle */
   void (*endCycle)(Connection &, Cycle &); /* after each, however it ended */
+  void (*end)(Connection &);               /* after the last */
 };
 
 /* The contract's road, and that of RFC 9110 and 9112, which StrictHttp chooses. */

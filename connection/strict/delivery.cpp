@@ -128,7 +128,7 @@ Flow finishDelivery(Delivery &delivery, Flow flow) {
     const Flow scanned = scanCollected(delivery);
     if (scanned != Flow::on) return scanned;
   }
-  if (flow == Flow::finished && !sendClientHead(delivery)) return Flow::gone;
+  if (flow == Flow::finished && !(sendClientHead(delivery) && sendEnd(delivery))) return Flow::gone;
   if (flow == Flow::cut && !cycle.responseBegun) {
     refuseWithError(delivery.connection, cycle, delivery.timedOut ? 504 : 502, "The server broke off its answer.");
   }
@@ -149,7 +149,7 @@ Next conclude(Delivery &delivery, Flow flow) {
   const bool whole = flow == Flow::finished;
   cycle.responseComplete = mayFollow(delivery);
   if (whole && mayStore(cycle) && cycle.date && delivery.trusted) storeClean(cycle, "delivery.cpp", __LINE__);
-  const bool looksWhole = cycle.responseBegun && !isKnownLength(delivery); /* to a client that waits for the close */
+  const bool looksWhole = cycle.responseBegun && endsWithConnection(delivery);
   if (flow == Flow::gone) dprintf(2, "The response did not reach its client.\n");
   if (!whole && looksWhole) breakOff(connection.ends.client, flow == Flow::gone ? 0 : clientTimeoutSeconds);
   retractRequest();

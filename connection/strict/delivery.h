@@ -61,8 +61,14 @@ Flow readPiece(Delivery &delivery);
 /* Whether the client is told how much comes. */
 bool isKnownLength(const Delivery &delivery);
 
+/* Whether the body ends for the client when its connection does. */
+bool endsWithConnection(const Delivery &delivery);
+
 /* The client's head, once; `flags` as sendWholeHead has them. False when the client is gone. */
 bool sendClientHead(Delivery &delivery, int flags = 0);
+
+/* Tells the client that the body is whole, where its framing has a way to. False when the client is gone. */
+bool sendEnd(const Delivery &delivery);
 
 /* Releases bytes of the body that stand at `delivered` of it, with the script where it belongs. */
 bool release(Delivery &delivery, const char *bytes, size_t length);

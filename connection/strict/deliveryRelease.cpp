@@ -15,8 +15,14 @@
 namespace netsift {
 namespace {
 
+bool sendBytes(const Connection &connection, std::string_view bytes) {
+  return sendWhole(connection.ends.client, bytes, patientSeconds);
+}
+
 bool sendToClient(const Connection &connection, const char *bytes, size_t length) {
-  return sendWhole(connection.ends.client, {bytes, length}, patientSeconds);
+  const std::string_view data(bytes, length);
+  const bool isChunk = connection.sendsChunks && length > 0;
+  return isChunk ? sendBytes(connection, asChunk(data)) : sendBytes(connection, data);
 }
 
 /* What described the bytes as the origin sent them. */
@@ -40,9 +46,12 @@ void prepareClientHead(Delivery &delivery) {
     setContentLength(respheader, cycle.framing.length + static_cast<uint64_t>(std::max(popuplen, 0)));
     dprintf(5, "Content length modified\n");
   }
-  const bool closes = !isKnownLength(delivery) || !cycle.target.keepAlive || cycle.bodyUnsent;
+  Connection &connection = delivery.connection;
+  connection.sendsChunks = !isKnownLength(delivery) && cycle.target.minorVersion > 0;
+  setFraming(respheader, connection.sendsChunks);
+  const bool closes = endsWithConnection(delivery) || !cycle.target.keepAlive || cycle.bodyUnsent;
   setConnection(respheader, closes);
-  if (closes) delivery.connection.stop = true;
+  if (closes) connection.stop = true;
 }
 
 }  // namespace
@@ -59,6 +68,18 @@ bool sendClientHead(Delivery &delivery, int flags) {
   if (sendWholeHead(delivery.connection.ends.client, respheader, clientTimeoutSeconds, flags)) return true;
   dprintf(7, "Client closed connection while receiving reponse header\n");
   return false;
+}
+
+bool endsWithConnection(const Delivery &delivery) {
+  return !isKnownLength(delivery) && delivery.cycle.target.minorVersion == 0;
+}
+
+/* Trailers tell of the body as it came. */
+bool sendEnd(const Delivery &delivery) {
+  const Connection &connection = delivery.connection;
+  if (!connection.sendsChunks) return true;
+  const bool isChanged = delivery.decodes || delivery.popupIndex >= 0;
+  return sendBytes(connection, endOfChunks(isChanged ? "" : delivery.source.chunks.trailerText));
 }
 
 bool release(Delivery &delivery, const char *bytes, size_t length) {

@@ -34,15 +34,16 @@ Next answerConnect(Connection &connection) {
   return sent >= 0 ? Next::step : endCall(connection, callFailed);
 }
 
-/* The head as the upstream gets it, in HTTP/1.0 so that its answer comes in the simplest framing. Once per request. */
-void rewriteHead(const Cycle &cycle) {
+/* The head as the upstream gets it, once per request: in this filter's own version, or in the client's where the answer
+   is relayed to that as it comes. */
+void rewriteHead(const Cycle &cycle, bool isRelayed) {
   if (ProxyPresent == 1) {
     rewriteForProxy(reqheader, cycle.target);
   } else {
     rewriteForOrigin(reqheader, cycle.target);
   }
   const std::string_view line = reqheader.first->text;
-  if (line.ends_with("1.1\r\n")) reqheader.first->text[line.size() - 3] = '0';
+  reqheader.first->text[line.size() - 3] = isRelayed && cycle.target.minorVersion == 0 ? '0' : '1';
   addVia(reqheader, cycle.target.minorVersion);
 }
 
@@ -79,8 +80,7 @@ Next refuseLocal(Connection &connection, const Cycle &cycle) {
 
 /* Connects; a request that could not be sent again does not go out on a used connection, unless it is bound to that. */
 Next connectFor(Connection &connection, Cycle &cycle) {
-  if (!isRepeatable(cycle) && connection.upstream.used && !isLoggedIn()) closeUpstream(connection);
-  const int status = openUpstream(connection, cycle);
+  const int status = openUpstream(connection, cycle, isRepeatable(cycle) || isLoggedIn());
   if (status == clientHasLeft) return leave(connection);
   if (status == targetIsLocal) return refuseLocal(connection, cycle);
   return status == 0 ? Next::step : refuseWithError(connection, cycle, status, nullptr);
@@ -154,7 +154,7 @@ Next openRelay(Connection &connection, Cycle &cycle) {
   if (next != Next::step) return next;
   if (cycle.request.isConnect) return ProxyPresent == 1 ? Next::step : answerConnect(connection);
   cycle.target.keepAlive = false;
-  rewriteHead(cycle);
+  rewriteHead(cycle, true);
   return inviteBody(connection, cycle) ? Next::step : endCall(connection, callFailed);
 }
 
@@ -224,8 +224,7 @@ Next checkUpload(Connection &connection, Cycle &cycle) {
 
 Next forwardHead(Connection &connection, Cycle &cycle) {
   limitWhatIsAskedFor();
-  rewriteHead(cycle);
-  connection.upstream.used = true;
+  rewriteHead(cycle, false);
   if (sendWholeHead(connection.ends.upstream, reqheader, PROXY_TIMEOUT) || cycle.upstreamReused) return Next::step;
   return refuseWithError(connection, cycle, 502, "The server closed the connection.");
 }
@@ -276,8 +275,7 @@ Next leave(Connection &connection) {
 bool sendAgain(Connection &connection, Cycle &cycle) {
   if (!cycle.upstreamReused || !isRepeatable(cycle) || !isClosedByPeer(connection.ends.upstream)) return false;
   closeUpstream(connection);
-  if (openUpstream(connection, cycle) != 0) return false;
-  connection.upstream.used = true;
+  if (openUpstream(connection, cycle, false) != 0) return false;
   return sendWholeHead(connection.ends.upstream, reqheader, PROXY_TIMEOUT);
 }
 
