@@ -32,14 +32,25 @@ void removeDescriptions() {
   }
 }
 
+/* In identity form for this client: whoever stores it is told that others may get another. */
+void removeCoding() {
+  removeField(respheader, "Content-Encoding:");
+  for (const HeaderLine *line = respheader.first->next; line != nullptr; line = line->next) {
+    if (isField(line, "Vary:") && hasListToken(fieldValue(line, "Vary:"), "Accept-Encoding")) return;
+  }
+  insertField(respheader, "Vary: Accept-Encoding");
+}
+
+bool isDecoded(const Delivery &delivery) { return delivery.decodes && !delivery.passesCoded; }
+
 void prepareClientHead(Delivery &delivery) {
   Cycle &cycle = delivery.cycle;
   const std::string_view statusLine = respheader.first->text; /* its version is this hop's (RFC 9110 section 7.7) */
   setLine(respheader.first, "HTTP/1.1" + std::string(statusLine.substr(8, statusLine.find('\r') - 8)));
   cleanResponseHead(respheader, ProxyPresent == 1);
   addVia(respheader, cycle.framing.line.minorVersion);
-  if (delivery.decodes) removeField(respheader, "Content-Encoding:");
-  if (delivery.decodes || delivery.popupIndex >= 0) removeDescriptions();
+  if (isChanged(delivery)) removeDescriptions();
+  if (isDecoded(delivery)) removeCoding();
   if (!isKnownLength(delivery)) {
     removeContentLengthFields(respheader);
   } else if (delivery.popupIndex >= 0) {
@@ -57,8 +68,10 @@ void prepareClientHead(Delivery &delivery) {
 }  // namespace
 
 bool isKnownLength(const Delivery &delivery) {
-  return delivery.source.kind == BodyKind::none || (delivery.source.kind == BodyKind::length && !delivery.decodes);
+  return delivery.source.kind == BodyKind::none || (delivery.source.kind == BodyKind::length && !isDecoded(delivery));
 }
+
+bool isChanged(const Delivery &delivery) { return isDecoded(delivery) || delivery.popupIndex >= 0; }
 
 bool sendClientHead(Delivery &delivery, int flags) {
   Cycle &cycle = delivery.cycle;
@@ -78,8 +91,7 @@ bool endsWithConnection(const Delivery &delivery) {
 bool sendEnd(const Delivery &delivery) {
   const Connection &connection = delivery.connection;
   if (!connection.sendsChunks) return true;
-  const bool isChanged = delivery.decodes || delivery.popupIndex >= 0;
-  return sendBytes(connection, endOfChunks(isChanged ? "" : delivery.source.chunks.trailerText));
+  return sendBytes(connection, endOfChunks(isChanged(delivery) ? "" : delivery.source.chunks.trailerText));
 }
 
 bool release(Delivery &delivery, const char *bytes, size_t length) {
@@ -93,6 +105,12 @@ bool release(Delivery &delivery, const char *bytes, size_t length) {
   if (!holdsIndex) return sendToClient(connection, bytes, length);
   logDelivered(delivery.cycle.request.url.c_str(), static_cast<long>(length) + popuplen);
   return sendWithScript(connection, sendToClient, bytes, length, index - start);
+}
+
+bool releasePiece(Delivery &delivery, const char *piece, size_t length) {
+  if (!delivery.passesCoded) return release(delivery, piece, length);
+  const std::string bytes = takeSettled(delivery);
+  return bytes.empty() || release(delivery, bytes.data(), bytes.size());
 }
 
 }  // namespace netsift

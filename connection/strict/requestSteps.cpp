@@ -13,6 +13,7 @@
 #include "http/httpHeader.h"
 #include "http/peerSocket.h"
 #include "http/requestUrl.h"
+#include "http/strictCoding.h"
 #include "http/strictField.h"
 #include "http/strictForward.h"
 #include "http/strictFraming.h"
@@ -188,17 +189,19 @@ Next serveConnect(Connection &connection, Cycle &cycle) {
   return next == Next::step ? runTunnel(connection, cycle) : next;
 }
 
-/* A site is asked for bytes as they are, and for one part of them at most: several come in a type of their own, in
-   which nothing is recognised (RFC 9110 section 14.2 lets a range be passed over). */
+/* A site is asked for codings that can be read here, but for a part of its bytes as they are; and for one part at most:
+   several come in a type of their own, in which nothing is recognised (RFC 9110 section 14.2 lets a range be passed
+   over). */
 void limitWhatIsAskedFor() {
-  removeField(reqheader, "Accept-Encoding:");
-  insertField(reqheader, "Accept-Encoding: identity");
   size_t ranges = 0;
   for (const HeaderLine *line = reqheader.first->next; line != nullptr; line = line->next) {
     if (!isField(line, "Range:")) continue;
     const std::string_view value = fieldValue(line, "Range:");
     ranges += 1 + static_cast<size_t>(std::count(value.begin(), value.end(), ','));
   }
+  const std::string codings = ranges == 1 ? "identity" : codingsToAskFor(reqheader.first);
+  removeField(reqheader, "Accept-Encoding:");
+  insertField(reqheader, "Accept-Encoding: " + codings);
   if (ranges < 2) return;
   removeField(reqheader, "Range:");
   removeField(reqheader, "If-Range:");

@@ -3,6 +3,7 @@
 
 #include "content/phraseList.h"
 #include "tests/connection/cycle_fixture.h"
+#include "tests/support/coded.h"
 
 using namespace netsift;
 using namespace netsift::test;
@@ -13,6 +14,16 @@ class StrictTest : public ScanTest {
     StrictHttp = STRICT_HTTP;
     virusscan = 0;
     startScanSize = 0;
+  }
+
+  /* One answer, whatever bytes are in it. */
+  std::string serveOne(const std::string &answer) {
+    const ScriptedDaemon upstream([&](int fd) {
+      readOnce(fd);
+      say(fd, answer);
+    });
+    const std::string host = "127.0.0.1:" + std::to_string(upstream.port);
+    return serveDirect("GET http://" + host + "/p HTTP/1.1\r\nHost: " + host + "\r\n\r\n");
   }
 
   /* A category that blocks pages with the word " vexatious ". */
@@ -212,7 +223,9 @@ TEST_F(StrictTest, uploadsAreFoundWhateverTheyAreCodedInAndWhereverTheyGo) {
       {"", gzip, file, false},
       {"", gzip, compressed(std::string(4 << 20, 'a'), 31), false},
       {"", "Content-Encoding: deflate\r\n", compressed(file, 15), false},
-      {"", "Content-Encoding: br\r\n", "?", false},
+      {"", "Content-Encoding: compress\r\n", "?", false},
+      {"", "Content-Encoding: br\r\n", "?", true},  /* a stream of no bytes, */
+      {"", "Content-Encoding: br\r\n", "/", false}, /* and the beginning of one */
       {"", form + "\r\n", field, true},
       {"", form + "\r\n", "--b\r\n\xC3\x96", false},
       {"", form + "; Charset = \"UTF-8\"\r\n", field, true},
@@ -255,8 +268,12 @@ TEST_F(StrictTest, textIsJudgedWhateverItCameIn) {
       {response(type, page), 1, "403 Forbidden"},
       {response(type, page, "404 Not Found"), 1, page},
       {response(gzip, compressed(page, 31)), 1, "403 Forbidden"},
-      {response(gzip, compressed(plain, 31)), 1, "Content-Type: text/html\r\n\r\n12\r\n" + plain},
+      {response(brotli, coded(Coding::brotli, page)), 1, "403 Forbidden"},
+      {response(type + "Content-Encoding: zstd\r\n", coded(Coding::zstd, page)), 1, "403 Forbidden"},
+      {response(gzip + brotli, coded(Coding::brotli, compressed(page, 31))), 1, "403 Forbidden"},
+      {response(gzip, compressed(plain, 31) + page), 1, "403 Forbidden"},
       {response(brotli, page), 1, "403 Forbidden"},
+      {response(type + "Content-Encoding: br, gzip, br\r\n", page), 1, "403 Forbidden"},
       {response(brotli, page), 1 | STRICT_PASS_UNJUDGED, page},
       {response("Content-Type: image/png\r\nContent-Encoding: br\r\n", page), 1, page},
       {response("Content-Type: Text/HTML\r\n", page), 1, "403 Forbidden"},
@@ -286,13 +303,54 @@ TEST_F(StrictTest, aPageThatGrowsIsWeighedAnewEachTime) {
   EXPECT_EQ(bodyOf(answer), "d\r\n<p>the first \r\n");
 }
 
+/* Also when it is scanned, with what the client would pass over; and cut where the text is. */
+TEST_F(StrictTest, whatWasJudgedIsDeliveredAsItCame) {
+  blockWord();
+  startScanSize = 64;
+  std::string noise, late;
+  for (unsigned i = 0; i < 40000; i++) noise += std::to_string(i * 2654435761u);
+  late = noise + " vexatious page";
+  for (const Coding coding : {Coding::gzip, Coding::deflate, Coding::brotli, Coding::zstd}) {
+    const char *name = std::array{"", "gzip", "deflate", "br", "zstd"}[static_cast<size_t>(coding)];
+    const std::string fields = "Content-Type: text/plain\r\nETag: x\r\nContent-Encoding: " + std::string(name) + "\r\n";
+    const std::string body = coded(coding, noise) + "rest", lateBody = coded(coding, late);
+    for (const int scanned : {0, 1}) {
+      virusscan = scanned;
+      engine(std::vector<std::string>(12, "OK"));
+      const std::string whole = serveOne(response(fields, body));
+      const std::string cut = serveOne(response(fields, lateBody));
+      engine({"FOUND"});
+      const std::string infected = serveOne(response(fields, body));
+      stopEngine();
+      EXPECT_TRUE(bodyOf(whole) == body) << name << scanned << bodyOf(whole).size() << " of " << body.size();
+      EXPECT_NE(whole.find("\r\n" + fields), std::string::npos) << whole.substr(0, 300);
+      EXPECT_TRUE(lateBody.starts_with(bodyOf(cut)) && bodyOf(cut).size() + 16 < lateBody.size()) << name << scanned;
+      EXPECT_EQ(infected.starts_with("HTTP/1.1 403"), scanned != 0) << name;
+    }
+  }
+}
+
+/* A coded stream may go on without end and say nothing. */
+TEST_F(StrictTest, codedBytesWithoutTextAreNotHeldForEver) {
+  blockWord();
+  const std::string empty = std::string("\0\0\0\xFF\xFF", 5); /* a stored block of no bytes */
+  std::string body = compressed("<p>text", -15);
+  std::string filler;
+  while (filler.size() < 600'000) filler += empty;
+  body = filler + body;
+  const std::string answer = serveOne(response("Content-Type: text/html\r\nContent-Encoding: deflate\r\n", body));
+  EXPECT_TRUE(bodyOf(answer) == body) << bodyOf(answer).size();
+}
+
 TEST_F(StrictTest, whatDescribedTheBytesIsTakenOutWithThem) {
   const std::string described = "Content-Type: text/html\r\nETag: \"x\"\r\nDigest: x\r\nContent-MD5: x\r\n",
                     page = "<html>x";
-  const std::string coded = described + "Content-Encoding: gzip\r\n";
-  const std::tuple<bool, uint8_t, std::string, bool> cases[] = {{false, 0, response(described, page), true},
-                                                                {true, 0, response(coded, compressed(page, 31)), false},
-                                                                {false, 1, response(described, page), false}};
+  const std::string coded = described + "Content-Encoding: gzip\r\n", packed = compressed(page, 31),
+                    plain = compressed("no page", 31);
+  const std::tuple<bool, uint8_t, std::string, bool> cases[] = {
+      {false, 0, response(described, page), true},  {true, 0, response(coded, packed), true},
+      {false, 1, response(described, page), false}, {false, 1, response(coded, packed), false},
+      {true, 1, response(coded, packed), false},    {false, 1, response(coded, plain), true}};
   blockPopups();
   for (const auto &[judges, inserts, sent, kept] : cases) {
     testforratings = judges ? 1 : 0;
@@ -301,6 +359,10 @@ TEST_F(StrictTest, whatDescribedTheBytesIsTakenOutWithThem) {
     for (const char *field : {"ETag:", "Digest:", "Content-MD5:"}) {
       EXPECT_EQ(answer.find(field) != std::string::npos, kept) << field << answer;
     }
+    const bool unpacked = sent.find("gzip") != sent.npos && !kept;
+    EXPECT_EQ(answer.find("Vary: Accept-Encoding\r\n") != answer.npos, unpacked) << answer;
+    EXPECT_EQ(answer.find("\r\n<html>") != answer.npos, !kept || sent.find("gzip") == sent.npos) << answer;
+    EXPECT_EQ(answer.find("gzip") != answer.npos, kept && sent.find("gzip") != sent.npos) << answer;
   }
 }
 

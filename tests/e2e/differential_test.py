@@ -54,7 +54,7 @@ class Differential(Case):
         while head := b"\r\n".join(iter(lambda: reader.readline().strip(b"\r\n"), b"")).decode("latin-1"):
             fields = dict(fields_of(head))
             if "via" in fields and (HOP - {"via", "connection"} & set(fields)
-                                    or fields.get("accept-encoding", "identity") != "identity"):
+                                    or fields.get("accept-encoding", "gzip") not in ("gzip", "identity")):
                 self.leaked.append(head)
             if "expect" in fields:
                 connection.sendall(b"HTTP/1.1 100 Continue\r\n\r\n")

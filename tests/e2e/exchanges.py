@@ -4,7 +4,7 @@ SIZES = (0, 0, 1, 2, 1000, 8192, 10240, 16384, 65535, 65536, 65537, 131073)
 METHODS = ("GET",) * 8 + ("POST",) * 4 + ("HEAD", "PUT", "DELETE", "PATCH", "OPTIONS")
 PATHS = ("", "/", "?a=%00&b=//c", "/a%2fb/../c;d", "/%c3%bc", "?" + "q" * 3000)
 REQUEST_FIELDS = ("Cookie: a=b; c=d", "X-Empty;", "Range: bytes=1-", 'If-None-Match: "e"', "Connection: close",
-                  "Connection: X-Hop, keep-alive\nX-Hop: 1", "TE: trailers", "Accept-Encoding: gzip",
+                  "Connection: X-Hop, keep-alive\nX-Hop: 1", "TE: trailers", "Accept-Encoding: sdch, gzip",
                   "Cache-Control: no-cache", "Authorization: Basic YTpi", "Upgrade-Insecure-Requests: 1")
 STATUSES = ("200 OK",) * 10 + (
     "201 Created", "202", "203 ", "204 No Content", "206 Partial Content", "301 Moved Permanently", "304 Not Modified",

@@ -104,9 +104,7 @@ string read(const string &lines, bool answersHead = false) {
   if (framing.fault.status != 0) return std::to_string(framing.fault.status);
   const string length = "length " + std::to_string(framing.length);
   const string kinds[] = {"none", length, "chunked", "close", "switching", "interim"};
-  const string codings[] = {"", " gzip", " deflate", " unknown"};
-  return kinds[static_cast<int>(framing.kind)] + codings[static_cast<int>(readContentCoding(head.first))] +
-         (framing.upstreamPersists ? " persists" : "");
+  return kinds[static_cast<int>(framing.kind)] + (framing.upstreamPersists ? " persists" : "");
 }
 
 TEST(StrictHead, SaysWhatIsAddressedAndWhereTheBodyEnds) {
@@ -131,13 +129,12 @@ TEST(StrictHead, SaysWhatIsAddressedAndWhereTheBodyEnds) {
       {post + "content-length: 5\r\nCONTENT-LENGTH: 5, 5", "http h 80 h keep body 5"},
       {"POST http://h HTTP/1.0\r\nExpect: 100-continue\r\nContent-Length: 3", "http h 80 h body 3"},
       {"HTTP/1.1 404\r\n" + length7 + "Connection: x, Close", "length 7"},
-      {"HTTP/1.0 200 OK\r\n" + length7 + "Content-Encoding: Identity, ,", "length 7"},
+      {"HTTP/1.0 200 OK\r\nContent-Length: 7", "length 7"},
       {"HTTP/1.0 999 \r\n" + length7 + "Connection: keep-alive", "length 7 persists"},
-      {ok + "Content-Length: 0\r\nContent-Encoding: X-GZIP", "length 0 gzip persists"},
-      {ok + "Content-Encoding: identity, deflate", "close deflate"},
-      {ok + "Transfer-Encoding: CHUNKED\r\nContent-Encoding: br", "chunked unknown persists"},
-      {ok + length7 + "Transfer-Encoding: chunked\r\nContent-Encoding: gzip, gzip", "chunked unknown"},
-      {ok + "Content-Encoding: gzip\r\ncontent-encoding: br", "close unknown"},
+      {ok + "Content-Length: 0", "length 0 persists"},
+      {"HTTP/1.1 200 OK", "close"},
+      {ok + "Transfer-Encoding: CHUNKED", "chunked persists"},
+      {ok + length7 + "Transfer-Encoding: chunked", "chunked"},
       {"HTTP/1.1 100 Continue\r\nContent-Length: x", "interim persists"},
       {"HTTP/1.1 101 Switching Protocols", "switching"},
       {"HTTP/1.1 204 No Content", "none persists"},
