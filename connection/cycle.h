@@ -48,7 +48,8 @@ struct Ends {
 struct Upstream {
   std::string host; /* none of the upstream proxy */
   unsigned port = 0;
-  int fd = -1; /* of an earlier cycle, and of this one once it is connected */
+  bool isHttp10 = false; /* it has answered so */
+  int fd = -1;           /* of an earlier cycle, and of this one once it is connected */
 };
 
 /* What a host that is an address resolves to, and the URL as that name would have it; empty for none. */
@@ -104,11 +105,14 @@ struct Cycle {
   /* StrictHttp: the request. */
   StrictTarget target;          /* what the request line addresses */
   uint64_t bodyLength = 0;      /* of the request */
+  bool bodyIsChunked = false;   /* then that is not known */
+  bool bodyWasSent = false;     /* some body went upstream */
   bool bodyUnsent = false;      /* upstream stopped taking the body; its answer ends the connection */
   bool expectsContinue = false; /* the client holds its body back until it is asked for it */
   bool asksToSwitch = false;    /* the client offers to go on in another protocol */
   bool upstreamReused = false;  /* the request went out on an earlier cycle's socket */
-  File requestSpool;            /* its body, where that was looked through before it is sent */
+  File requestSpool;            /* its body, where that was collected before it is sent */
+  std::string requestTrailers;  /* behind it */
 
   Text contentType, date; /* of the response; date is what dateAndTime1 points to */
   int responseCode = 0;

@@ -62,11 +62,17 @@ std::string absoluteForm(const StrictTarget &target) {
   return target.scheme + "://" + authority(target) + (path == "*" ? "" : path);
 }
 
+bool hasField(const Header &header, std::string_view nameWithColon) {
+  const HeaderLine *line = header.first->next;
+  while (line != nullptr && !isField(line, nameWithColon)) line = line->next;
+  return line != nullptr;
+}
+
 void rewriteRequest(Header &header, const StrictTarget &target, const std::string &address) {
   const bool http11 = std::strstr(header.first->text, " HTTP/1.1") != nullptr;
   setLine(header.first, target.method + " " + address + (http11 ? " HTTP/1.1" : " HTTP/1.0"));
   removeHopByHop(header);
-  removeField(header, "Trailer:");
+  if (!hasField(header, "Transfer-Encoding:")) removeField(header, "Trailer:");
   removeField(header, "Expect:");
   removeField(header, "Host:");
   unifyContentLength(header);
@@ -117,6 +123,7 @@ void cleanResponseHead(Header &header, bool fromProxy) {
 }
 
 void setFraming(Header &header, bool chunked) {
+  removeField(header, "Transfer-Encoding:");
   if (!chunked) return removeField(header, "Trailer:");
   removeContentLengthFields(header);
   insertField(header, "Transfer-Encoding: chunked");

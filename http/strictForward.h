@@ -14,7 +14,7 @@ namespace netsift {
 /* Addresses the request to the origin itself, with the target in origin form, or to the proxy upstream, in absolute
    form (the authority for CONNECT). One Host field names the target's host, and a Content-Length stands once. Gone are
    the hop-by-hop fields and those that Connection names, but for what frames or describes the content; Expect, which is
-   answered here; and towards an origin Proxy-Authorization. The "Connection" field of this hop says whether the
+   answered here; Trailer where nothing is chunked; and towards an origin Proxy-Authorization. The "Connection" field of this hop says whether the
    upstream is to keep the connection, as target.keepAlive. The request line keeps its version where that is 1.0 or
    1.1. */
 void rewriteForOrigin(Header &header, const StrictTarget &target);
@@ -37,7 +37,7 @@ void cleanResponseHead(Header &header, bool fromProxy);
    when fields or list elements give different ones. */
 bool readMediaType(const HeaderLine *first, std::string &type);
 
-/* Says, in a head whose Transfer-Encoding is gone, that the body goes out in chunks, with what `Trailer` announces behind
+/* Says that the body goes out in chunks, with what `Trailer` announces behind
    them; or otherwise, and then nothing is announced. */
 void setFraming(Header &header, bool chunked);
 

@@ -33,6 +33,7 @@ struct BodySource {
   BodyKind kind = BodyKind::none;
   uint64_t remaining = 0; /* of a body with a length */
   ChunkDecoder chunks;
+  bool exact = false;  /* the caller's to set: what follows the body stays on the socket */
   bool ended = false;  /* read to its end, by its own framing */
   bool broken = false; /* it turned out to be no body; nothing more is read of it */
   bool excess = false; /* bytes came that are no part of it: the connection carries no further message */

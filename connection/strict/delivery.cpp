@@ -165,7 +165,7 @@ Flow finishDelivery(Delivery &delivery, Flow flow) {
    request. A proxy is trusted to know where a body ends. */
 bool mayFollow(const Delivery &delivery) {
   const Cycle &cycle = delivery.cycle;
-  if (cycle.bodyUnsent || (cycle.bodyLength > 0 && ProxyPresent != 1)) return false;
+  if (cycle.bodyUnsent || (cycle.bodyWasSent && ProxyPresent != 1)) return false;
   return delivery.source.ended && !delivery.source.excess && cycle.framing.upstreamPersists;
 }
 

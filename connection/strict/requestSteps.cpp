@@ -52,8 +52,7 @@ void rewriteHead(const Cycle &cycle, bool isRelayed) {
  */
 bool isRepeatable(const Cycle &cycle) {
   constexpr std::string_view methods[] = {"GET", "HEAD", "OPTIONS", "TRACE", "DELETE"};
-  return cycle.bodyLength == 0 &&
-         std::find(std::begin(methods), std::end(methods), cycle.target.method) != std::end(methods);
+  return !hasBody(cycle) && std::find(std::begin(methods), std::end(methods), cycle.target.method) != std::end(methods);
 }
 
 /* A login to the next hop that belongs to the connection it was made on, and is lost with it. */
@@ -119,6 +118,7 @@ Next readRequestHead(Connection &connection, Cycle &cycle) {
     return refuseWithError(connection, cycle, 508, "The request goes round in a circle.");
   }
   cycle.bodyLength = framing.length;
+  cycle.bodyIsChunked = framing.isChunked;
   cycle.expectsContinue = framing.expectsContinue;
   return Next::step;
 }
@@ -207,22 +207,35 @@ void limitWhatIsAskedFor() {
   removeField(reqheader, "If-Range:");
 }
 
+/* Further with a body that was collected, or the answer to one that could not be. */
+Next goOnWith(Connection &connection, const Cycle &cycle, Collected collected) {
+  if (collected == Collected::all) return Next::step;
+  if (collected == Collected::noChunks) return refuseWithError(connection, cycle, 400, noChunks);
+  const bool tooLarge = collected == Collected::tooLarge;
+  return refuseWithError(connection, cycle, tooLarge ? 413 : 500,
+                         tooLarge ? "The request is too large to be collected or looked through for attachments."
+                                  : "The request could not be read to its end.");
+}
+
 /* An upload that the check finds is refused before anything has gone upstream. */
 Next checkUpload(Connection &connection, Cycle &cycle) {
   tracePassed(cycle.request);
-  if (cycle.bodyLength == 0 || !checksUploads(cycle.request)) return Next::step;
-  switch (spoolUpload(connection, cycle)) {
-    case Upload::clean:
-      return Next::step;
-    case Upload::tooLarge:
-      return refuseWithError(connection, cycle, 413, "The request is too large to be looked through for attachments.");
-    case Upload::failed:
-      return refuseWithError(connection, cycle, 500, "The request could not be read to its end.");
-    case Upload::found:
-      break;
-  }
+  if (!hasBody(cycle) || !checksUploads(cycle.request)) return Next::step;
+  const Collected collected = collectBody(connection, cycle, true);
+  if (collected != Collected::upload) return goOnWith(connection, cycle, collected);
   dprintf(2, "Upload/Attachment is BLOCKED.\n");
   return refuse(connection, cycle, {.reason = reasonFor(Why::upload), .result = callEnded});
+}
+
+/* Chunks are nothing for an upstream of HTTP/1.0: it is told the length. */
+Next frameBody(Connection &connection, Cycle &cycle) {
+  if (!cycle.bodyIsChunked || !connection.upstreams[connection.current].isHttp10) return Next::step;
+  const Collected collected = cycle.requestSpool ? Collected::all : collectBody(connection, cycle, false);
+  if (collected != Collected::all) return goOnWith(connection, cycle, collected);
+  cycle.bodyIsChunked = false;
+  setFraming(reqheader, false);
+  setContentLength(reqheader, cycle.bodyLength);
+  return Next::step;
 }
 
 Next forwardHead(Connection &connection, Cycle &cycle) {
@@ -248,6 +261,7 @@ constexpr Step steps[] = {
     {"connect", connect},
     {"CONNECT", serveConnect},
     {"upload", checkUpload},
+    {"frame body", frameBody},
     {"forward head", forwardHead},
     {"forward body", forwardBody},
 };

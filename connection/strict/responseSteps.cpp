@@ -55,6 +55,7 @@ Next readResponseHead(Connection &connection, Cycle &cycle) {
     }
     cycle.framing = framing;
     cycle.responseCode = framing.line.status;
+    connection.upstreams[connection.current].isHttp10 = framing.line.minorVersion == 0;
     if (framing.kind != BodyKind::interim) return Next::step;
     if (!passInterim(connection, cycle)) return endCall(connection, callFailed);
   }

@@ -2,6 +2,7 @@
 #include <list>
 
 #include "content/phraseList.h"
+#include "http/strictChunk.h"
 #include "tests/connection/cycle_fixture.h"
 #include "tests/support/coded.h"
 
@@ -92,7 +93,7 @@ TEST_F(StrictTest, aProtocolThatTheClientOfferedIsRelayed) {
 /* One for each place that refuses: nothing reaches the upstream, and the connection ends. */
 TEST_F(StrictTest, refusedRequestsReachNobody) {
   const std::pair<std::string, int> cases[] = {
-      {"POST http://h/ HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n", 411},
+      {"POST http://h/ HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: gzip, chunked\r\n\r\n0\r\n\r\n", 501},
       {"GET http://u@h/ HTTP/1.1\r\nHost: h\r\n\r\n", 400},
       {"GET ftp://h/ HTTP/1.1\r\nHost: h\r\n\r\n", 501},
       {"GET http://h/ HTTP/1.1\r\nHost: h\r\nVia: 1.1 netsift, 1.1 netsift\r\nVia: 1.1 netsift, 1.0 netsift\r\n\r\n",
@@ -116,6 +117,66 @@ TEST_F(StrictTest, requestBodiesAreTakenToTheByte) {
   EXPECT_EQ(bodyOf(answer.substr(answer.rfind("HTTP/1.1"))), "3");
   EXPECT_EQ(forwarded.find("Expect"), std::string::npos);
   EXPECT_NE(forwarded.find("\r\n\r\n" + body + "GET http://h/p HTTP/1.1\r\n"), std::string::npos);
+}
+
+/* The upstream has shown its version before, and the client goes on with another request. */
+TEST_F(StrictTest, chunksGoOnAsChunksOrWithALengthToWhomDoesNotKnowThem) {
+  const std::string big(70000, 'b'), text = "abc" + big + ".", length = "Content-Length: 70004\r\n";
+  const std::string coding = "Transfer-Encoding: chunked\r\n", announced = "Trailer: T\r\n" + coding;
+  const std::string sent = announced + "\r\n3;x=y\r\nabc\r\n" + asChunk(big + ".") + "0\r\nAge: 1\r\nT: x\r\n\r\n";
+  const struct {
+    int version;   /* of the upstream */
+    int32_t looks; /* for uploads */
+    std::string request, fields, text, end;
+  } cases[] = {{1, 0, sent, announced, text, "0\r\nT: x\r\n\r\n"},
+               {1, 1, sent, announced, text, "0\r\nT: x\r\n\r\n"},
+               {0, 0, sent, length, text, ""},
+               {0, 1, sent, length, text, ""},
+               {1, 0, coding + "\r\n0\r\n\r\n", coding, "", "0\r\n\r\n"},
+               {0, 0, coding + "\r\n0\r\n\r\n", "Content-Length: 0\r\n", "", ""},
+               {1, 0, coding + "\r\n1\r\na\r\nzz\r\n\r\n", "", "", ""},
+               {0, 0, coding + "\r\nzz\r\n\r\n", "", "", ""},
+               {1, 1, coding + "\r\nzz\r\n\r\n", "", "", ""}};
+  for (const auto &c : cases) {
+    blockupload = c.looks;
+    std::string received, answer;
+    {
+      const ScriptedDaemon upstream([&](int fd) {
+        std::string got, piece;
+        const auto isWhole = [&] { /* a head alone is, where no body is to follow */
+                                   const bool isHead = got.find("\r\n\r\n") + 4 == got.size();
+                                   return got.ends_with('.') ||
+                                          (got.ends_with("\r\n\r\n") &&
+                                           (!isHead || (got.find(coding) & got.find(length)) == got.npos));
+        };
+        while (!isWhole() && !(piece = readOnce(fd)).empty()) got += piece;
+        received += got;
+        if (isWhole())
+          say(fd, "HTTP/1." + std::to_string(c.version) + " 200 OK\r\nConnection: close\r\nContent-Length: 0\r\n\r\n");
+      });
+      const std::string site = "http://127.0.0.1:" + std::to_string(upstream.port), rest = " HTTP/1.1\r\nHost: h\r\n";
+      const std::string before = "GET " + site + "/1" + rest + "\r\n", after = "GET " + site + "/2" + rest + "\r\n";
+      answer = serveDirect(before + "POST " + site + "/p" + rest + c.request + after);
+      shutdown(proxysock, SHUT_RDWR);
+    }
+    const std::string which = c.request.substr(0, 60) + std::to_string(c.version) + answer;
+    const size_t from = std::min(received.find("POST /p HTTP/1.1"), received.size()),
+                 to = received.find("GET /2", from);
+    EXPECT_EQ(to == std::string::npos, c.fields.empty()) << which;
+    EXPECT_EQ(answer.find("HTTP/1.1 400") != std::string::npos, c.fields.empty()) << which;
+    if (c.fields.empty()) continue;
+    const std::string forward = received.substr(from, to - from), body = bodyOf(forward);
+    EXPECT_NE(forward.find("\r\n" + c.fields.substr(0, 14)), std::string::npos) << forward.substr(0, 300);
+    for (const char *field : {"Transfer-Encoding: chunked\r\n", "Trailer: T\r\n", "Content-Length: "})
+      EXPECT_EQ(forward.find(field) < forward.find("\r\n\r\n"), c.fields.find(field) != std::string::npos)
+          << field << which;
+    ChunkDecoder decoder;
+    std::string out(80000, '\0');
+    size_t used = 0, produced = body.size();
+    if (c.version == 1) decodeChunks(decoder, body, used, out.data(), out.size(), produced);
+    EXPECT_TRUE((c.version == 1 ? out.substr(0, produced) : body) == c.text) << which;
+    EXPECT_TRUE(body.ends_with(c.end)) << which;
+  }
 }
 
 TEST_F(StrictTest, requestsThatCannotBeRepeatedGoOutOnAFreshConnectionUnlessTheirLoginIsBoundToThat) {
@@ -200,6 +261,13 @@ TEST_F(StrictTest, uploadsAreRefusedBeforeAnythingGoesUpstream) {
     const std::string answer = serve(head + "\r\n\r\n" + body, {response("", "ok")});
     EXPECT_EQ(answer.find(allowed ? "HTTP/1.1 200 " : "HTTP/1.1 403 "), 0U) << answer;
     EXPECT_EQ(allowed ? bodyOf(forwarded) : forwarded, allowed ? body : "");
+    std::string chunks; /* of seven bytes, whose borders fall everywhere */
+    for (size_t at = 0; at < body.size(); at += 7) chunks += asChunk(body.substr(at, 7));
+    const std::string inChunks =
+        serve("POST http://h/x HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n" + chunks + "0\r\n\r\n",
+              {response("", "ok")});
+    EXPECT_EQ(inChunks.find(allowed ? "HTTP/1.1 200 " : "HTTP/1.1 403 "), 0U) << answer;
+    EXPECT_EQ(forwarded.empty(), !allowed);
   }
 }
 

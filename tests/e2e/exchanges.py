@@ -25,6 +25,14 @@ def chunked(noise, body):
     return wire + noise.choice((b"0\r\n\r\n", b"000;end\r\n\r\n", b"0\r\nX-Trailer: 1\r\n\r\n"))
 
 
+def read_chunks(reader):
+    """A chunked body, as far as it comes, and its trailers."""
+    body = b""
+    while (line := reader.readline().strip()) and (size := int(line, 16)):
+        body += reader.read(size + 2)[:size]
+    return body + b"".join(iter(reader.readline, b"\r\n" if line else b""))
+
+
 class Exchange:
     def __init__(self, noise, number):
         self.method, self.path = noise.choice(METHODS), f"/{number}" + noise.choice(PATHS)
@@ -32,6 +40,7 @@ class Exchange:
         self.upload = noise.choice(UPLOADS) if self.method in ("POST", "PUT", "PATCH") else None
         expects = self.upload and noise.random() < 0.2
         self.fields += ["Content-Type: application/x-made-up", "Expect: 100-continue" if expects else "Expect:"]
+        self.fields += ["Transfer-Encoding: chunked"] * bool(self.upload and not self.http10 and noise.random() < 0.3)
 
         status, framing = noise.choice(STATUSES), noise.choice(("length", "length", "chunked", "close"))
         version = "1.1" if framing == "chunked" else noise.choice(("1.1", "1.1", "1.1", "1.0"))

@@ -98,7 +98,7 @@ string read(const string &lines, bool answersHead = false) {
     for (const string &url : urlReadings(target)) resolved += " or " + url;
     return target.scheme + " " + target.host + " " + std::to_string(target.port) + " " + strictUrl(target) + resolved +
            (target.keepAlive ? " keep" : "") + (framing.length > 0 ? " body " + std::to_string(framing.length) : "") +
-           (framing.expectsContinue ? " expects" : "");
+           (framing.isChunked ? " chunked" : "") + (framing.expectsContinue ? " expects" : "");
   }
   const ResponseFraming framing = responseFraming(head.first, answersHead);
   if (framing.fault.status != 0) return std::to_string(framing.fault.status);
@@ -128,6 +128,7 @@ TEST(StrictHead, SaysWhatIsAddressedAndWhereTheBodyEnds) {
       {post + "Content-Length:\t007 \r\nExpect: 100-Continue", "http h 80 h keep body 7 expects"},
       {post + "content-length: 5\r\nCONTENT-LENGTH: 5, 5", "http h 80 h keep body 5"},
       {"POST http://h HTTP/1.0\r\nExpect: 100-continue\r\nContent-Length: 3", "http h 80 h body 3"},
+      {post + "Transfer-Encoding:\tChunked\r\nExpect: 100-continue", "http h 80 h keep chunked expects"},
       {"HTTP/1.1 404\r\n" + length7 + "Connection: x, Close", "length 7"},
       {"HTTP/1.0 200 OK\r\nContent-Length: 7", "length 7"},
       {"HTTP/1.0 999 \r\n" + length7 + "Connection: keep-alive", "length 7 persists"},
@@ -216,7 +217,7 @@ TEST(StrictHead, IsRefusedWhenItCanBeReadInTwoWays) {
       {"400", post + "Content-Length: 0\r\nTransfer-Encoding: ", {"chunked"}},
       {"400", "CONNECT h:443" + host + "\r\nContent-Length: ", {"1"}},
       {"400", "GET http://h HTTP/1.0\r\nTransfer-Encoding: ", {"chunked"}},
-      {"411", post + "Transfer-Encoding: ", {"Chunked"}},
+      {"400", "CONNECT h HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: ", {"chunked"}},
       {"417", post + "Expect: ", {"magic"}},
       {"501", post + "Transfer-Encoding: ", {"xchunked", "gzip, chunked", "chunked, chunked", "chunked;a=b", ""}},
       {"501", post + "Transfer-Encoding: ", {"identity", "chunked\r\nTransfer-Encoding: identity"}},
