@@ -5,6 +5,7 @@
 #include "connection/refuse.h"
 #include "connection/requestPolicy.h"
 #include "connection/strict/connect.h"
+#include "connection/strict/maxForwards.h"
 #include "connection/strict/requestBody.h"
 #include "connection/strict/steps.h"
 #include "connection/strict/tunnel.h"
@@ -258,6 +259,7 @@ constexpr Step steps[] = {
     {"lists", consultLists},
     {"ad server", checkAdServer},
     {"blacklists", checkBlackLists},
+    {"max forwards", checkMaxForwards},
     {"connect", connect},
     {"CONNECT", serveConnect},
     {"upload", checkUpload},
