@@ -129,6 +129,20 @@ void setFraming(Header &header, bool chunked) {
   insertField(header, "Transfer-Encoding: chunked");
 }
 
+bool acceptsWebSocket(const HeaderLine *first) {
+  bool accepts = false;
+  for (const HeaderLine *line = first->next; line != nullptr; line = line->next) {
+    if (isField(line, "Upgrade:")) accepts |= hasListToken(fieldValue(line, "Upgrade:"), "websocket");
+  }
+  return accepts;
+}
+
+void offerWebSocket(Header &header) {
+  removeField(header, "Connection:");
+  insertField(header, "Upgrade: websocket");
+  insertField(header, "Connection: Upgrade");
+}
+
 void setConnection(Header &header, bool close) {
   removeField(header, "Connection:");
   removeField(header, "Proxy-Connection:");

@@ -41,6 +41,12 @@ bool readMediaType(const HeaderLine *first, std::string &type);
    them; or otherwise, and then nothing is announced. */
 void setFraming(Header &header, bool chunked);
 
+/* Whether a head names "websocket" as what its sender goes on in. */
+bool acceptsWebSocket(const HeaderLine *first);
+
+/* Offers it to the next hop. */
+void offerWebSocket(Header &header);
+
 /* Sets the one "Connection: close" or "Connection: keep-alive" of the next hop. */
 void setConnection(Header &header, bool close);
 

@@ -124,11 +124,11 @@ Next readRequestHead(Connection &connection, Cycle &cycle) {
   return Next::step;
 }
 
-/* Upgrade is ignored in HTTP/1.0 (RFC 9110 section 7.8). */
+/* Upgrade is ignored in HTTP/1.0 (RFC 9110 section 7.8). One protocol is offered on: whatever else the site changed to
+   would be HTTP that nobody reads. */
 bool asksToSwitch(const Cycle &cycle) {
-  const HeaderLine *line = reqheader.first->next;
-  while (line != nullptr && !isField(line, "Upgrade:")) line = line->next;
-  return line != nullptr && cycle.target.minorVersion > 0;
+  return cycle.target.minorVersion > 0 && cycle.target.method == "GET" && !hasBody(cycle) &&
+         acceptsWebSocket(reqheader.first);
 }
 
 Next identify(Connection &connection, Cycle &cycle) {
@@ -242,6 +242,7 @@ Next frameBody(Connection &connection, Cycle &cycle) {
 Next forwardHead(Connection &connection, Cycle &cycle) {
   limitWhatIsAskedFor();
   rewriteHead(cycle, false);
+  if (cycle.asksToSwitch) offerWebSocket(reqheader);
   if (sendWholeHead(connection.ends.upstream, reqheader, PROXY_TIMEOUT) || cycle.upstreamReused) return Next::step;
   return refuseWithError(connection, cycle, 502, "The server closed the connection.");
 }

@@ -67,7 +67,7 @@ Next readResponseHead(Connection &connection, Cycle &cycle) {
 Next relayTunnel(Connection &connection, Cycle &cycle) {
   const bool connected = cycle.request.isConnect && cycle.responseCode >= 200 && cycle.responseCode <= 299;
   if (cycle.framing.kind != BodyKind::switching && !connected) return Next::step;
-  if (!connected && !cycle.asksToSwitch) {
+  if (!connected && !(cycle.asksToSwitch && acceptsWebSocket(respheader.first))) {
     return refuseWithError(connection, cycle, badGateway,
                            "The server changes to a protocol that it was not asked for.");
   }

@@ -75,7 +75,7 @@ TEST_F(StrictTest, brokenAnswersAreToldOrCutShort) {
       {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\nclose", "502 Bad Gateway"},
       {"HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\nhalf close", "Content-Length: 50\r\n\r\nhalf close"},
       {"HTTP/1.1 200 OK\r\nX: close\r\n", "502 Bad Gateway"},
-      {"HTTP/1.1 101 Switching Protocols\r\nUpgrade: x\r\n\r\nclose", "502 Bad Gateway"}};
+      {"HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\n\r\nclose", "502 Bad Gateway"}};
   for (const auto &[sent, expected] : cases) {
     const std::string answer = serve(std::string(get) + get, {sent});
     EXPECT_NE(answer.find(expected), std::string::npos) << sent << answer;
@@ -85,9 +85,9 @@ TEST_F(StrictTest, brokenAnswersAreToldOrCutShort) {
 }
 
 TEST_F(StrictTest, aProtocolThatTheClientOfferedIsRelayed) {
-  const std::string all = "HTTP/1.1 101 Switching Protocols\r\nUpgrade: x\r\n\r\nspoken until the close";
+  const std::string all = "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\n\r\nspoken until the close";
   endsRequests = false;
-  EXPECT_EQ(serve("GET http://h/p HTTP/1.1\r\nHost: h\r\nUpgrade: x\r\n\r\n", {all}), all);
+  EXPECT_EQ(serve("GET http://h/p HTTP/1.1\r\nHost: h\r\nUpgrade: websocket\r\n\r\n", {all}), all);
 }
 
 /* One for each place that refuses: nothing reaches the upstream, and the connection ends. */
