@@ -107,6 +107,7 @@ struct Cycle {
   uint64_t bodyLength = 0;      /* of the request */
   bool bodyIsChunked = false;   /* then that is not known */
   bool bodyWasSent = false;     /* some body went upstream */
+  unsigned interimHeads = 0;    /* that came for it */
   bool bodyUnsent = false;      /* upstream stopped taking the body; its answer ends the connection */
   bool expectsContinue = false; /* the client holds its body back until it is asked for it */
   bool asksToSwitch = false;    /* the client offers to go on in another protocol */

@@ -167,13 +167,14 @@ bool awaitRequest(int client, int idleSeconds, int semaphore, int graceMilliseco
   }
 }
 
-bool answersFirst(int upstream, int client, int seconds) {
+Word awaitWord(int upstream, int client, int milliseconds) {
   pollfd waiting[] = {{upstream, POLLIN, 0}, {client, POLLIN, 0}};
   char begin[10];
-  if (waitOnce(waiting, std::chrono::seconds(seconds)) <= 0 || waiting[1].revents != 0) return false;
+  if (waitOnce(waiting, std::chrono::milliseconds(milliseconds)) <= 0) return Word::none;
+  if (waiting[1].revents != 0) return Word::client;
   const bool isInterim =
       recv(upstream, begin, sizeof begin, MSG_PEEK | MSG_DONTWAIT) == sizeof begin && begin[9] == '1';
-  return !isInterim;
+  return isInterim ? Word::interim : Word::answer;
 }
 
 bool sendWhole(int fd, std::string_view bytes, int seconds, int flags) {

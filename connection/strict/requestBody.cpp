@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "connection/refuse.h"
+#include "connection/strict/steps.h"
 #include "http/httpBody_iter.h"
 #include "http/strictChunk.h"
 #include "http/strictUpload.h"
@@ -19,6 +20,7 @@
 namespace netsift {
 namespace {
 
+constexpr int invitationMilliseconds = 1000; /* what clients wait themselves, where they do not wait for ever */
 constexpr size_t forwardPiece = 65536;
 constexpr size_t uploadWindow = 65536;
 constexpr size_t uploadOverlap = 16384 + 32; /* of two windows: the longest field that is looked at, and its name */
@@ -102,6 +104,23 @@ bool sendPiece(const Connection &connection, const Cycle &cycle, std::string_vie
   return cycle.bodyIsChunked ? sendUpstream(connection, asChunk(piece)) : sendUpstream(connection, piece);
 }
 
+/* Listens to both while the body goes on: passes on what is interim, and asks the client for its body in the upstream's
+   place when that says nothing about one that is held back. False when the body is not to be sent: an answer is there. */
+bool isWanted(Connection &connection, Cycle &cycle) {
+  const Ends &ends = connection.ends;
+  for (;;) {
+    const Word word = awaitWord(ends.upstream, ends.client,
+                                cycle.expectsContinue ? invitationMilliseconds : clientTimeoutSeconds * 1000);
+    if (word == Word::answer) return false;
+    if (word == Word::none && cycle.expectsContinue && !inviteBody(connection, cycle)) return false;
+    if (word != Word::interim) break;
+    if (!relayInterim(connection, cycle)) return false;
+    if (cycle.responseCode == 100) cycle.expectsContinue = false;
+  }
+  cycle.expectsContinue = false;
+  return true;
+}
+
 }  // namespace
 
 bool inviteBody(const Connection &connection, const Cycle &cycle) {
@@ -127,12 +146,11 @@ Next forwardBody(Connection &connection, Cycle &cycle) {
   dprintf(2, "It is a  request requiring posting of data\n");
   const bool isCollected = cycle.requestSpool != nullptr;
   const Text piece(static_cast<char *>(std::malloc(forwardPiece)));
-  if (!piece || (!isCollected && !inviteBody(connection, cycle))) return endCall(connection, callFailed);
+  if (!piece) return endCall(connection, callFailed);
   cycle.bodyWasSent = true;
   for (BodySource source = bodyOf(cycle); !cycle.bodyUnsent;) {
-    const Ends &ends = connection.ends;
     const bool mayWait = !isCollected && !source.ended && !source.broken;
-    if (mayWait && answersFirst(ends.upstream, ends.client, clientTimeoutSeconds)) {
+    if (mayWait && !isWanted(connection, cycle)) {
       cycle.bodyUnsent = true;
       break;
     }

@@ -239,9 +239,21 @@ Next frameBody(Connection &connection, Cycle &cycle) {
   return Next::step;
 }
 
+/* A body that the client holds back is the upstream's to ask for, unless it was collected already or the upstream, of
+   HTTP/1.0, cannot ask. False when the client is gone. */
+bool passExpectation(const Connection &connection, Cycle &cycle) {
+  const bool isCollected = cycle.requestSpool != nullptr;
+  const bool cannotAsk = connection.upstreams[connection.current].isHttp10;
+  if (cannotAsk && !isCollected && !inviteBody(connection, cycle)) return false;
+  if (cannotAsk || isCollected) cycle.expectsContinue = false;
+  if (cycle.expectsContinue) insertField(reqheader, "Expect: 100-continue");
+  return true;
+}
+
 Next forwardHead(Connection &connection, Cycle &cycle) {
   limitWhatIsAskedFor();
   rewriteHead(cycle, false);
+  if (!passExpectation(connection, cycle)) return endCall(connection, callFailed);
   if (cycle.asksToSwitch) offerWebSocket(reqheader);
   if (sendWholeHead(connection.ends.upstream, reqheader, PROXY_TIMEOUT) || cycle.upstreamReused) return Next::step;
   return refuseWithError(connection, cycle, 502, "The server closed the connection.");

@@ -32,7 +32,8 @@ Next failToRead(Connection &connection, const Cycle &cycle, HeadRead read, const
 }
 
 /* An interim answer is news for a client of HTTP/1.1 and would confuse one of HTTP/1.0. */
-bool passInterim(const Connection &connection, const Cycle &cycle) {
+bool passInterim(const Connection &connection, Cycle &cycle) {
+  cycle.interimHeads++;
   if (cycle.target.minorVersion == 0) return true;
   cleanResponseHead(respheader, ProxyPresent == 1);
   addVia(respheader, cycle.framing.line.minorVersion);
@@ -40,13 +41,14 @@ bool passInterim(const Connection &connection, const Cycle &cycle) {
 }
 
 Next readResponseHead(Connection &connection, Cycle &cycle) {
-  for (unsigned interim = 0; interim <= mostInterimHeads; interim++) {
+  while (cycle.interimHeads <= mostInterimHeads) {
     destroyHeader(&respheader);
     HeadScan scan;
     scan.response = true;
     const Ends &ends = connection.ends;
     const HeadRead read = readStrictHead(ends.upstream, scan, respheader, PROXY_TIMEOUT, ends.client);
-    if (read == HeadRead::closed && scan.text.empty() && interim == 0 && sendAgain(connection, cycle)) continue;
+    if (read == HeadRead::closed && scan.text.empty() && cycle.interimHeads == 0 && sendAgain(connection, cycle))
+      continue;
     if (read != HeadRead::done) return failToRead(connection, cycle, read, scan.fault);
     const Request &request = cycle.request;
     const ResponseFraming framing = responseFraming(respheader.first, request.isHead || request.isConnect);
@@ -139,5 +141,17 @@ constexpr Step steps[] = {
 }  // namespace
 
 std::span<const Step> strictResponseSteps() { return steps; }
+
+bool relayInterim(Connection &connection, Cycle &cycle) {
+  const Ends &ends = connection.ends;
+  HeadScan scan;
+  scan.response = true;
+  destroyHeader(&respheader);
+  if (readStrictHead(ends.upstream, scan, respheader, PROXY_TIMEOUT, ends.client) != HeadRead::done) return false;
+  cycle.framing = responseFraming(respheader.first, false);
+  cycle.responseCode = cycle.framing.line.status;
+  return cycle.framing.kind == BodyKind::interim && cycle.interimHeads < mostInterimHeads &&
+         passInterim(connection, cycle);
+}
 
 }  // namespace netsift

@@ -75,7 +75,7 @@ TEST_F(StrictTest, brokenAnswersAreToldOrCutShort) {
       {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\nclose", "502 Bad Gateway"},
       {"HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\nhalf close", "Content-Length: 50\r\n\r\nhalf close"},
       {"HTTP/1.1 200 OK\r\nX: close\r\n", "502 Bad Gateway"},
-      {"HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\n\r\nclose", "502 Bad Gateway"}};
+      {"HTTP/1.1 101 Switching Protocols\r\nUpgrade: x\r\n\r\nclose", "502 Bad Gateway"}};
   for (const auto &[sent, expected] : cases) {
     const std::string answer = serve(std::string(get) + get, {sent});
     EXPECT_NE(answer.find(expected), std::string::npos) << sent << answer;
@@ -112,10 +112,9 @@ TEST_F(StrictTest, requestBodiesAreTakenToTheByte) {
       serve("POST http://h/p HTTP/1.1\r\nHost: h\r\nExpect: 100-continue\r\nContent-Length: 20480\r\n\r\n" + body +
                 get + "POST http://h/p HTTP/1.1\r\nHost: h\r\nContent-Length: 0\r\n\r\n",
             {response("", "1"), response("", "2"), response("", "3")});
-  EXPECT_EQ(answer.find("HTTP/1.1 100 Continue\r\n\r\nHTTP/1.0 200"), std::string::npos);
-  EXPECT_EQ(answer.find("HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200"), 0U) << answer;
+  EXPECT_EQ(answer.find("HTTP/1.1 200"), 0U) << answer; /* a body that is there need not be asked for */
   EXPECT_EQ(bodyOf(answer.substr(answer.rfind("HTTP/1.1"))), "3");
-  EXPECT_EQ(forwarded.find("Expect"), std::string::npos);
+  EXPECT_NE(forwarded.find("\r\nExpect: 100-continue\r\n"), std::string::npos);
   EXPECT_NE(forwarded.find("\r\n\r\n" + body + "GET http://h/p HTTP/1.1\r\n"), std::string::npos);
 }
 
