@@ -162,10 +162,13 @@ Flow finishDelivery(Delivery &delivery, Flow flow) {
 }
 
 /* A site that overlooks a request's body takes it for requests of their own, and their answers would meet the next
-   request. A proxy is trusted to know where a body ends. */
+   request. A proxy is trusted to know where a body ends, unless that came in chunks and the proxy turns out to speak
+   HTTP/1.0. */
 bool mayFollow(const Delivery &delivery) {
   const Cycle &cycle = delivery.cycle;
-  if (cycle.bodyUnsent || (cycle.bodyWasSent && ProxyPresent != 1)) return false;
+  const bool knowsChunks = cycle.framing.line.minorVersion > 0;
+  if (cycle.bodyWasSent && (ProxyPresent != 1 || (cycle.bodyIsChunked && !knowsChunks))) return false;
+  if (cycle.bodyUnsent) return false;
   return delivery.source.ended && !delivery.source.excess && cycle.framing.upstreamPersists;
 }
 
