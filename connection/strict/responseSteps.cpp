@@ -41,7 +41,7 @@ bool passInterim(const Connection &connection, Cycle &cycle) {
 }
 
 Next readResponseHead(Connection &connection, Cycle &cycle) {
-  while (cycle.interimHeads <= mostInterimHeads) {
+  for (;;) {
     destroyHeader(&respheader);
     HeadScan scan;
     scan.response = true;
@@ -59,9 +59,11 @@ Next readResponseHead(Connection &connection, Cycle &cycle) {
     cycle.responseCode = framing.line.status;
     connection.upstreams[connection.current].isHttp10 = framing.line.minorVersion == 0;
     if (framing.kind != BodyKind::interim) return Next::step;
+    if (cycle.interimHeads == mostInterimHeads) {
+      return refuseWithError(connection, cycle, badGateway, "The server does not come to an answer.");
+    }
     if (!passInterim(connection, cycle)) return endCall(connection, callFailed);
   }
-  return refuseWithError(connection, cycle, badGateway, "The server does not come to an answer.");
 }
 
 /* What follows a 101 is another protocol, and what follows a CONNECT that a proxy accepted is the client's own. A 101

@@ -43,6 +43,8 @@ ROWS = [
     ("`Range` for several parts", "GET / HTTP/1.1\r\nRange: bytes=0-1,3-4\r\nIf-Range: x", OK, r"\A(?!.*Range:)", "ok"),
     ("103 and other interim answers", "GET / HTTP/1.1", "HTTP/1.1 103 Early Hints\r\nLink: </s>\r\n\r\n" * 2 + OK, "",
      r"\A(HTTP/1.1 103 Early Hints\r\n([^\r]+\r\n)*Link: </s>\r\n\r\n){2}HTTP/1.1 200 "),
+    ("103 and other interim answers", "GET / HTTP/1.1", "HTTP/1.1 103 Early Hints\r\n\r\n" * 21 + OK, "",
+     r"\A(HTTP/1.1 103 [^/]*){20}HTTP/1.1 502 "),
     ("103 and other interim answers", "GET / HTTP/1.0", "HTTP/1.1 103 Early Hints\r\n\r\n" + OK, "", r"\AHTTP/1.1 200 "),
     ("trailers of an answer", "GET / HTTP/1.1\r\nTE: trailers", CHUNKS, r"\A(?!.*\r\nTE:)",
      r"\AHTTP/1.1 200 .*\r\nTrailer: T\r\n(.*\r\n)?\r\n2\r\nok\r\n0\r\nT: x\r\n\r\n\Z"),
