@@ -211,30 +211,91 @@ TEST_F(StrictTest, aConnectionIsKeptToEachOfFourSites) {
   EXPECT_EQ(openFiles(), before);
 }
 
+size_t occurrences(const std::string &text, std::string_view what) {
+  size_t found = 0;
+  for (size_t at = 0; (at = text.find(what, at)) != text.npos; at++) found++;
+  return found;
+}
+
 /* What a site does with a second request on the connection of the first, then with that on a new one. */
 TEST_F(StrictTest, aKeptConnectionThatFailsIsTriedOnceMoreAnewBeforeAnyAnswer) {
   const std::string good = "HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\n.", bad = "HTTP/1.1 502 Bad Gateway";
-  const std::tuple<std::string, std::string, std::string, int> cases[] = {
-      {"", good, good, 2}, {"", "", bad, 2}, {"HTTP/1.1 2", good, bad, 1}};
-  for (const auto &[again, anew, expected, count] : cases) {
+  const std::string hints = "HTTP/1.1 103 Early Hints\r\n\r\n", end = "\r\n\r\n";
+  const struct {
+    std::string method, rest, again, anew, expected;
+    int opened;
+    size_t asked;
+  } cases[] = {{"GET", end, "", good, good, 2, 3},
+               {"GET", end, "", "", bad, 2, 3},
+               {"GET", end, "HTTP/1.1 2", good, bad, 1, 2},
+               {"GET", end, hints, good, bad, 1, 2},
+               {"GET", end, "HTTP/1.1 200 OK" + end, good, "HTTP/1.1 200", 1, 2},
+               {"POST", "\r\nContent-Length: 0" + end, "", good, good, 2, 2},
+               {"PUT", "\r\nContent-Length: 1" + end + "b", "", good, good, 2, 2},
+               {"PUT", "\r\nContent-Length: 1" + end + "b", "", "", bad, 2, 2},
+               {"DELETE", "\r\nContent-Length: 1" + end + "b", "", good, good, 2, 2},
+               {"POST", "\r\nContent-Length: 0\r\nAuthorization: NTLM x" + end, "", good, bad, 1, 2}};
+  for (const auto &c : cases) {
     int opened = 0;
-    std::string answer;
+    std::string answer, heard;
     {
-      const ScriptedDaemon site([&, &again = again, &anew = anew](int fd) {
+      const ScriptedDaemon site([&](int fd) {
         opened++;
-        readOnce(fd);
-        say(fd, opened == 1 ? good : anew);
-        if (opened == 1 && !readOnce(fd).empty()) say(fd, again);
+        heard += readOnce(fd);
+        say(fd, opened == 1 ? good : c.anew);
+        const std::string second = opened == 1 ? readOnce(fd) : "";
+        if (!second.empty()) say(fd, c.again);
+        heard += second;
       });
       const std::string host = "127.0.0.1:" + std::to_string(site.port);
-      const std::string request = "GET http://" + host + "/ HTTP/1.1\r\nHost: " + host + "\r\n\r\n";
-      answer = serveDirect(request + request);
+      const std::string target = " http://" + host + "/ HTTP/1.1\r\nHost: " + host;
+      answer = serveDirect("GET" + target + end + c.method + target + c.rest);
       shutdown(proxysock, SHUT_RDWR);
     }
-    const size_t second = answer.find("HTTP/1.1", 1);
+    const std::string later = answer.substr(answer.find("HTTP/1.1", 1));
     EXPECT_EQ(answer.find("HTTP/1.1 200 OK"), 0U);
-    EXPECT_NE(answer.find(expected.substr(0, 12), second), std::string::npos) << again << answer;
-    EXPECT_EQ(opened, count) << again;
+    EXPECT_NE(later.find(c.expected.substr(0, 12)), std::string::npos) << c.method << c.rest << c.again << answer;
+    EXPECT_EQ(opened, c.opened) << c.method << c.rest << c.again;
+    EXPECT_EQ(occurrences(heard, "Host: "), c.asked) << c.method << c.rest << c.again;
+  }
+}
+
+/* Nobody's is what comes behind an answer, or behind one to a body that the next hop may have taken for requests. */
+TEST_F(StrictTest, aConnectionIsKeptWhereTheEndsOfBodyAndAnswerWereSeen) {
+  const std::string chunks = "Transfer-Encoding: chunked\r\n\r\n1\r\n.\r\n0\r\n\r\n", end = "\r\n\r\n",
+                    length = "Content-Length: 1\r\n\r\n.";
+  const struct {
+    bool isProxy;
+    std::string method, body, answer;
+    int opened;
+  } cases[] = {{true, "POST", chunks, "1.1 200 OK\r\n" + length, 1},
+               {true, "POST", chunks, "1.0 200 OK\r\nConnection: keep-alive\r\n" + length, 2},
+               {true, "POST", length, "1.0 200 OK\r\nConnection: keep-alive\r\n" + length, 1},
+               {false, "POST", length, "1.1 200 OK\r\n" + length, 2},
+               {false, "GET", "\r\n", "1.1 200 OK\r\n" + chunks, 1},
+               {false, "GET", "\r\n", "1.1 200 OK\r\n" + chunks + "H", 2},
+               {false, "GET", "\r\n", "1.1 200 OK\r\n" + length + "H", 2},
+               {false, "GET", "\r\n", "1.1 200 OK\r\nContent-Length: 9\r\n" + chunks, 2}};
+  for (const auto &c : cases) {
+    int opened = 0;
+    {
+      const ScriptedDaemon hop([&](int fd) {
+        opened++;
+        for (std::string got, piece; !(piece = readOnce(fd)).empty();) {
+          got += piece;
+          if (!got.ends_with(got.starts_with("GET") ? end : c.body.substr(c.body.size() - 5))) continue;
+          say(fd, "HTTP/" + c.answer);
+          got.clear();
+        }
+      });
+      if (c.isProxy) goThrough(hop.port);
+      const std::string target = " http://127.0.0.1:" + std::to_string(hop.port) + "/ HTTP/1.1\r\nHost: h\r\n";
+      const std::string answer = serveDirect(c.method + target + c.body + "GET" + target + "\r\n");
+      EXPECT_EQ(occurrences(answer, "HTTP/1.1 200 OK"), 2U) << c.method << c.body << c.answer << answer;
+      shutdown(proxysock, SHUT_RDWR);
+      ProxyPresent = 0;
+    }
+    EXPECT_EQ(opened, c.opened) << c.method << c.body << c.answer;
   }
 }
 

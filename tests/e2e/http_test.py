@@ -6,7 +6,8 @@ from exchanges import read_chunks
 from harness import TOP, Case, read_head
 
 OK = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok"
-CHUNKS = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\nTrailer: T\r\n\r\n2\r\nok\r\n0\r\nT: x\r\nSet-Cookie: y\r\n\r\n"
+CHUNKS = ("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\nTrailer: T\r\n\r\n"
+          "2\r\nok\r\n0\r\nT: x\r\nContent-Length: 9\r\nSet-Cookie: y\r\n\r\n")
 SWITCH = "HTTP/1.1 101 Switching Protocols\r\nConnection: Upgrade\r\nUpgrade: %s\r\n\r\nraw"
 NOBODY = r"\A\Z"  # nothing reaches the site
 BODY = "POST / HTTP/1.1\r\nExpect: 100-continue\r\nContent-Length: 4"
@@ -91,7 +92,8 @@ class Http(Case):
         with filtering.connect() as client:
             head = f"{method} {address} {rest}\r\nHost: {site}\r\n"
             close = "" if "Connection" in rest else "Connection: close\r\n"
-            client.sendall(f"{head}{close}\r\n".encode() + body * ("Expect" not in rest or "1.0" in rest) * (method == "POST"))
+            at_once = method == "POST" and ("Expect" not in rest or "1.0" in rest)
+            client.sendall(f"{head}{close}\r\n".encode() + body * at_once)
             while part := client.recv(65536):
                 received += part
                 if received.startswith(b"HTTP/1.1 100") and received.count(b"\r\n\r\n") == 1 and body:

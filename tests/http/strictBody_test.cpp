@@ -56,6 +56,15 @@ TEST(DecodeChunks, RefusesAtTheByteThatSpoilsOrGoesBeyondBounds) {
   for (const auto &[input, expected] : cases) EXPECT_EQ(dechunked(input), expected) << input;
 }
 
+TEST(EndOfChunks, HoldsNoTrailersWhereALineIsNoField) {
+  const std::pair<string, string> cases[] = {{"T: x\r\nAge: 1\r\nu:\r\n", "T: x\r\nu:\r\n"},
+                                             {"T: x\r\nContent-Length : 9\r\n", ""},
+                                             {"T: x\r\n Age: 1\r\n", ""},
+                                             {"T: x\r\nT: \x7F\r\n", ""},
+                                             {"T: x\r\nT\r\n", ""}};
+  for (const auto &[came, passed] : cases) EXPECT_EQ(endOfChunks(came), "0\r\n" + passed + "\r\n") << came;
+}
+
 string decode(const std::vector<Coding> &codings, const string &body, size_t pieceSize, size_t room,
               bool shown = false) {
   return decoded({{codings.front(), codings.back()}, codings.size()}, body, pieceSize, room, shown);
