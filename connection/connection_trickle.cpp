@@ -54,5 +54,6 @@ int32_t connectionHandle(void) {
   netsift::setUpConnection(connection);
   while (netsift::runCycle(connection) != netsift::Next::end) {
   }
+  connection.road.end(connection);
   return connection.result;
 }

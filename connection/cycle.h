@@ -5,6 +5,7 @@
 
 #include <netdb.h>
 
+#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -43,12 +44,12 @@ struct Ends {
   int upstream = -1;
 };
 
-/* StrictHttp: whether the upstream socket may carry the next request, and in direct mode to whom it leads. */
-struct UpstreamUse {
-  bool open = false;
-  bool used = false; /* it has carried a request */
-  std::string host;
+/* StrictHttp: one that requests of this connection went to, and the socket that is kept to it. */
+struct Upstream {
+  std::string host; /* none of the upstream proxy */
   unsigned port = 0;
+  bool isHttp10 = false; /* it has answered so */
+  int fd = -1;           /* of an earlier cycle, and of this one once it is connected */
 };
 
 /* What a host that is an address resolves to, and the URL as that name would have it; empty for none. */
@@ -77,8 +78,10 @@ struct Connection {
   uint8_t configuredBlockip = 0, configuredUrlcheck = 0; /* StrictHttp: as the host set them */
   std::string resolvedAddress;                           /* StrictHttp: the host whose name was looked up last, */
   hostent *resolvedEntry = nullptr;                      /* and what was found */
-  UpstreamUse upstream;
-  bool used = false; /* StrictHttp: a request has come */
+  bool used = false;                 /* StrictHttp: a request has come */
+  std::array<Upstream, 4> upstreams; /* clients that send one proxy requests for several sites go back and forth */
+  size_t current = 0;                /* in it: to whom ends.upstream leads */
+  bool sendsChunks = false;          /* the response goes to the client in chunks */
 };
 
 /* What is asked for. The texts live to the end of the cycle, whatever becomes of the interface's copies of them, which
@@ -102,11 +105,15 @@ struct Cycle {
   /* StrictHttp: the request. */
   StrictTarget target;          /* what the request line addresses */
   uint64_t bodyLength = 0;      /* of the request */
+  bool bodyIsChunked = false;   /* then that is not known */
+  bool bodyWasSent = false;     /* some body went upstream */
+  unsigned interimHeads = 0;    /* that came for it */
   bool bodyUnsent = false;      /* upstream stopped taking the body; its answer ends the connection */
   bool expectsContinue = false; /* the client holds its body back until it is asked for it */
   bool asksToSwitch = false;    /* the client offers to go on in another protocol */
   bool upstreamReused = false;  /* the request went out on an earlier cycle's socket */
-  File requestSpool;            /* its body, where that was looked through before it is sent */
+  File requestSpool;            /* its body, where that was collected before it is sent */
+  std::string requestTrailers;  /* behind it */
 
   Text contentType, date; /* of the response; date is what dateAndTime1 points to */
   int responseCode = 0;
@@ -140,6 +147,7 @@ struct Road {
   std::span<const Step> requestSteps, responseSteps;
   void (*begin)(Connection &);             /* before the first cycle */
   void (*endCycle)(Connection &, Cycle &); /* after each, however it ended */
+  void (*end)(Connection &);               /* after the last */
 };
 
 /* The contract's road, and that of RFC 9110 and 9112, which StrictHttp chooses. */

@@ -8,6 +8,7 @@
 #include "host/notify.h"
 #include "host/phraseCheck.h"
 #include "host/popupScript.h"
+#include "http/strictChunk.h"
 #include "http/strictCoding.h"
 #include "http/strictForward.h"
 #include "http/strictFraming.h"
@@ -158,6 +159,25 @@ bool isBlockedText(Bytes body) {
   return checkAllRight(text.data(), static_cast<int32_t>(text.size()), 1) != 0;
 }
 
+/* What comes in chunks that may be cut off, and how long they are. */
+string dechunked(Bytes bytes, size_t &used) {
+  ChunkDecoder decoder;
+  string out(bytes.size(), '\0');
+  size_t produced = 0;
+  check(decodeChunks(decoder, bytes, used, out.data(), out.size(), produced) != Parse::bad);
+  return out.substr(0, produced);
+}
+
+/* The text of a coded body, as far as a client could read it. */
+string unpacked(const ContentCodings &codings, Bytes body) {
+  CodingChain chain;
+  startCodings(chain, codings, true);
+  string text(70000, '\0');
+  size_t used = 0, produced = 0;
+  decodeCodings(chain, body, used, text.data(), text.size(), produced);
+  return text.substr(0, produced);
+}
+
 /* One answer of what the client received, and the rest of it. Nothing is delivered that would have been blocked. */
 Bytes checkAnswer(Bytes received, const Choices &choices, unsigned &status) {
   Header header;
@@ -168,18 +188,20 @@ Bytes checkAnswer(Bytes received, const Choices &choices, unsigned &status) {
   received.remove_prefix(used);
   headToLines(head, header);
   const ResponseFraming framing = responseFraming(header.first, choices.head);
-  check(framing.fault.status == 0 && framing.kind != BodyKind::chunked && framing.kind != BodyKind::switching);
+  check(framing.fault.status == 0 && framing.kind != BodyKind::switching);
   status = framing.line.status;
   const bool toEnd = framing.kind == BodyKind::untilClose;
   const bool none = framing.kind == BodyKind::none || framing.kind == BodyKind::interim;
-  const size_t length = none ? 0 : toEnd ? received.size() : std::min<uint64_t>(framing.length, received.size());
-  const Bytes body = received.substr(0, length);
+  size_t length = none ? 0 : toEnd ? received.size() : std::min<uint64_t>(framing.length, received.size());
+  const string data =
+      framing.kind == BodyKind::chunked ? dechunked(received, length) : string(received.substr(0, length));
   string type;
   check(readMediaType(header.first, type));
   const bool good = status >= 200 && status <= 299;
-  const bool coded = readContentCoding(header.first) != Coding::identity;
+  const ContentCodings codings = readContentCodings(header.first);
+  const string body = codings.known && codings.count > 0 ? unpacked(codings, data) : data;
   if (good && choices.scans && choices.infected) check(body.empty());
-  if (good && choices.judges) check(!coded || type.find("text") == string::npos);
+  if (good && choices.judges && type.find("text") != string::npos) check(codings.known);
   if (good && choices.judges && !choices.inserts && type.find("text") != string::npos && body.size() < 60000)
     check(!isBlockedText(body));
   destroyHeader(&header);

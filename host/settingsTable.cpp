@@ -59,8 +59,9 @@ const Setting serviceSettings[] = {
      "answer "
      "to a CONNECT is 403 all the same."},
     {"http", "unjudged_text", Bit{&StrictHttp, STRICT_PASS_UNJUDGED, "\"block\"", "\"pass\""}, "\"block\"",
-     "What happens, while strict_http is on, to text in a coding that cannot be read (anything but gzip and deflate, "
-     "or text that grows beyond bounds when it is unpacked) and so cannot be judged."},
+     "What happens, while strict_http is on, to text in a coding that cannot be read (anything but gzip, deflate, br "
+     "and "
+     "zstd, more than two of them, or text that grows beyond bounds when it is unpacked) and so cannot be judged."},
     {"http", "escape_text", Flag{&EscapeText}, "true",
      "Escape what clients and sites sent before it is shown in pages and written to logs."},
     {"http", "keep_alive", Flag{&DoNotKeepConnectionAlive, true}, "true",
@@ -111,7 +112,7 @@ const Setting requestSettings[] = {
      "Keep a transcript of relayed messenger traffic in the log folder."},
     {"requests", "block_uploads", Flag{&blockupload}, "false",
      "Take files out of forms sent to sites. While strict_http is on, the whole request is refused instead, also when "
-     "its body cannot be looked through: coded in anything but gzip and deflate, or a form in a character set like "
+     "its body cannot be looked through: coded in what cannot be read, or a form in a character set like "
      "UTF-16; and port 8100 is no exception then."},
     {"requests", "upload_sites", Texts{&uploadwhitelist}, "[]",
      "Pieces of URLs to which files may be sent while block_uploads is on. \"www.\" at the front is disregarded."},

@@ -1,8 +1,12 @@
 #include "http/strictChunk.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <limits>
+
+#include "http/strictField.h"
 
 namespace netsift {
 namespace {
@@ -47,8 +51,13 @@ Parse takeSizeLineByte(ChunkDecoder &decoder, char c) {
 Parse takeTrailerByte(ChunkDecoder &decoder, char c) {
   if (++decoder.bounded > longestTrailers || c == '\n' || c == '\0') return Parse::bad;
   const bool lineStarts = decoder.place == ChunkPlace::trailerStart;
-  if (c == '\r') return goTo(decoder, lineStarts ? ChunkPlace::lastLineFeed : ChunkPlace::trailerLineFeed);
+  if (c == '\r' && lineStarts) return goTo(decoder, ChunkPlace::lastLineFeed);
+  if (c == '\r') {
+    decoder.trailerText += "\r\n";
+    return goTo(decoder, ChunkPlace::trailerLineFeed);
+  }
   if (lineStarts && ++decoder.trailers > mostTrailers) return Parse::bad;
+  decoder.trailerText += c;
   return goTo(decoder, ChunkPlace::trailer);
 }
 
@@ -84,7 +93,82 @@ Parse takeByte(ChunkDecoder &decoder, char c) {
   }
 }
 
+constexpr std::string_view keptBack[] = {"Age",
+                                         "Authorization",
+                                         "Cache-Control",
+                                         "Connection",
+                                         "Content-Disposition",
+                                         "Content-Encoding",
+                                         "Content-Length",
+                                         "Content-Location",
+                                         "Content-Range",
+                                         "Content-Security-Policy",
+                                         "Content-Type",
+                                         "Cookie",
+                                         "Date",
+                                         "Expect",
+                                         "Expires",
+                                         "Host",
+                                         "If-Match",
+                                         "If-Modified-Since",
+                                         "If-None-Match",
+                                         "If-Range",
+                                         "If-Unmodified-Since",
+                                         "Keep-Alive",
+                                         "Location",
+                                         "Max-Forwards",
+                                         "Pragma",
+                                         "Proxy-Authenticate",
+                                         "Proxy-Authorization",
+                                         "Proxy-Connection",
+                                         "Range",
+                                         "Refresh",
+                                         "Retry-After",
+                                         "Set-Cookie",
+                                         "TE",
+                                         "Trailer",
+                                         "Transfer-Encoding",
+                                         "Upgrade",
+                                         "Vary",
+                                         "Via",
+                                         "WWW-Authenticate",
+                                         "Warning"};
+
+bool isPassable(std::string_view name) {
+  return std::none_of(std::begin(keptBack), std::end(keptBack),
+                      [name](std::string_view kept) { return equalsIgnoringCase(name, kept); });
+}
+
+bool isField(std::string_view line, size_t colon) {
+  return colon != line.npos && isToken(line.substr(0, colon)) && std::all_of(line.begin(), line.end(), [](char c) {
+           return c == '\t' || (static_cast<unsigned char>(c) >= ' ' && c != 0x7F);
+         });
+}
+
 }  // namespace
+
+std::string asChunk(std::string_view data) {
+  char size[24];
+  const int length = std::snprintf(size, sizeof size, "%zx\r\n", data.size());
+  std::string chunk;
+  chunk.reserve(sizeof size + data.size());
+  return chunk.append(size, static_cast<size_t>(length)).append(data).append("\r\n");
+}
+
+std::string endOfChunks(std::string_view trailerText) {
+  const std::string none = "0\r\n\r\n";
+  std::string end = "0\r\n";
+  for (size_t next = 0; !trailerText.empty(); trailerText.remove_prefix(next)) {
+    const size_t lineEnd = trailerText.find("\r\n");
+    if (lineEnd == trailerText.npos) return none;
+    next = lineEnd + 2;
+    const std::string_view line = trailerText.substr(0, lineEnd);
+    const size_t colon = line.find(':');
+    if (!isField(line, colon)) return none;
+    if (isPassable(line.substr(0, colon))) end.append(line).append("\r\n");
+  }
+  return end + "\r\n";
+}
 
 Parse decodeChunks(ChunkDecoder &decoder, std::string_view in, size_t &used, char *out, size_t room, size_t &produced) {
   used = produced = 0;

@@ -11,8 +11,7 @@ namespace netsift {
 namespace {
 
 /* RFC 9110 section 7.6.1 */
-constexpr std::string_view hopByHop[] = {
-    "Connection:", "Keep-Alive:", "Proxy-Connection:", "TE:", "Trailer:", "Upgrade:"};
+constexpr std::string_view hopByHop[] = {"Connection:", "Keep-Alive:", "Proxy-Connection:", "TE:", "Upgrade:"};
 
 /* The names that Connection fields list, each with its colon. */
 std::string connectionOptions(const Header &header) {
@@ -63,10 +62,17 @@ std::string absoluteForm(const StrictTarget &target) {
   return target.scheme + "://" + authority(target) + (path == "*" ? "" : path);
 }
 
+bool hasField(const Header &header, std::string_view nameWithColon) {
+  const HeaderLine *line = header.first->next;
+  while (line != nullptr && !isField(line, nameWithColon)) line = line->next;
+  return line != nullptr;
+}
+
 void rewriteRequest(Header &header, const StrictTarget &target, const std::string &address) {
   const bool http11 = std::strstr(header.first->text, " HTTP/1.1") != nullptr;
   setLine(header.first, target.method + " " + address + (http11 ? " HTTP/1.1" : " HTTP/1.0"));
   removeHopByHop(header);
+  if (!hasField(header, "Transfer-Encoding:")) removeField(header, "Trailer:");
   removeField(header, "Expect:");
   removeField(header, "Host:");
   unifyContentLength(header);
@@ -114,6 +120,27 @@ void cleanResponseHead(Header &header, bool fromProxy) {
   if (fromProxy) return;
   removeField(header, "Proxy-Authenticate:");
   removeField(header, "Proxy-Authentication-Info:");
+}
+
+void setFraming(Header &header, bool chunked) {
+  removeField(header, "Transfer-Encoding:");
+  if (!chunked) return removeField(header, "Trailer:");
+  removeContentLengthFields(header);
+  insertField(header, "Transfer-Encoding: chunked");
+}
+
+bool acceptsWebSocket(const HeaderLine *first) {
+  bool accepts = false;
+  for (const HeaderLine *line = first->next; line != nullptr; line = line->next) {
+    if (isField(line, "Upgrade:")) accepts |= hasListToken(fieldValue(line, "Upgrade:"), "websocket");
+  }
+  return accepts;
+}
+
+void offerWebSocket(Header &header) {
+  removeField(header, "Connection:");
+  insertField(header, "Upgrade: websocket");
+  insertField(header, "Connection: Upgrade");
 }
 
 void setConnection(Header &header, bool close) {

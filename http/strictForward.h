@@ -14,7 +14,7 @@ namespace netsift {
 /* Addresses the request to the origin itself, with the target in origin form, or to the proxy upstream, in absolute
    form (the authority for CONNECT). One Host field names the target's host, and a Content-Length stands once. Gone are
    the hop-by-hop fields and those that Connection names, but for what frames or describes the content; Expect, which is
-   answered here; and towards an origin Proxy-Authorization. The "Connection" field of this hop says whether the
+   answered here; Trailer where nothing is chunked; and towards an origin Proxy-Authorization. The "Connection" field of this hop says whether the
    upstream is to keep the connection, as target.keepAlive. The request line keeps its version where that is 1.0 or
    1.1. */
 void rewriteForOrigin(Header &header, const StrictTarget &target);
@@ -30,12 +30,22 @@ int countHops(const HeaderLine *first);
 /* Takes out of a response's head the hop-by-hop fields and those that Connection names, as above, and
    Transfer-Encoding; Content-Length after 1xx and 204, else repeated ones are made one. The proxy's challenge
    (Proxy-Authenticate) stays when the response came from the upstream proxy; an origin has none to make. Not for a 101,
-   whose Upgrade the client needs. Connection is to be set afterwards. */
+   whose Upgrade the client needs. Framing and connection are to be set afterwards. */
 void cleanResponseHead(Header &header, bool fromProxy);
 
 /* The media type that the Content-Type fields give, lower-cased and without parameters; empty when there is none. False
    when fields or list elements give different ones. */
 bool readMediaType(const HeaderLine *first, std::string &type);
+
+/* Says that the body goes out in chunks, with what `Trailer` announces behind
+   them; or otherwise, and then nothing is announced. */
+void setFraming(Header &header, bool chunked);
+
+/* Whether a head names "websocket" as what its sender goes on in. */
+bool acceptsWebSocket(const HeaderLine *first);
+
+/* Offers it to the next hop. */
+void offerWebSocket(Header &header);
 
 /* Sets the one "Connection: close" or "Connection: keep-alive" of the next hop. */
 void setConnection(Header &header, bool close);

@@ -15,8 +15,6 @@ constexpr StrictFault badLength{400, "The browser's request has no valid length.
 constexpr StrictFault twoFramings{400, "The browser's request has both a length and a transfer coding."};
 constexpr StrictFault codingInHttp10{400, "The browser's request has a transfer coding that its version lacks."};
 constexpr StrictFault connectWithBody{400, "The browser's request for a tunnel has a body."};
-constexpr StrictFault lengthNeeded{
-    411, "The browser sends a file or form without telling its length, which this filter needs."};
 constexpr StrictFault unknownCoding{501, "The browser's request has a transfer coding that is not known."};
 constexpr StrictFault unknownExpectation{417, "The browser's request expects what cannot be met."};
 constexpr StrictFault badStatusLine{502, "The web site's answer begins with a malformed line."};
@@ -53,7 +51,7 @@ StrictFault readExpectation(const HeaderLine *first, RequestFraming &framing) {
   for (const HeaderLine *line = first; line != nullptr; line = line->next) {
     if (!isField(line, "Expect:")) continue;
     if (!equalsIgnoringCase(fieldValue(line, "Expect:"), "100-continue")) return unknownExpectation;
-    framing.expectsContinue = framing.length > 0;
+    framing.expectsContinue = framing.length > 0 || framing.isChunked;
   }
   return none;
 }
@@ -113,9 +111,10 @@ StrictFault requestFraming(const HeaderLine *first, RequestFraming &framing) {
   if (coding != TransferCoding::absent) {
     if (lengths == Lengths::given) return twoFramings;
     if (line.minorVersion == 0) return codingInHttp10;
-    return coding == TransferCoding::chunked ? lengthNeeded : unknownCoding;
+    if (coding != TransferCoding::chunked) return unknownCoding;
+    framing.isChunked = true;
   }
-  if (framing.length > 0 && line.method == "CONNECT") return connectWithBody;
+  if ((framing.length > 0 || framing.isChunked) && line.method == "CONNECT") return connectWithBody;
   return line.minorVersion == 0 ? none : readExpectation(first, framing);
 }
 

@@ -26,12 +26,13 @@ enum class Lengths { absent, given, bad };
 Lengths readContentLength(const HeaderLine *first, uint64_t &length);
 
 struct RequestFraming {
-  uint64_t length = 0;          /* bytes of body; 0 also when the head names none */
+  bool isChunked = false;       /* the body is for decodeChunks, its length not known */
+  uint64_t length = 0;          /* bytes of another body; 0 also when the head names none */
   bool expectsContinue = false; /* the client waits for "100 Continue" before it sends the body, which is not empty */
 };
 
 /* Faults: 400 for a bad Content-Length, one beside a Transfer-Encoding, a Transfer-Encoding in HTTP/1.0, a CONNECT with
-   a body; 411 for a chunked body; 501 for other transfer codings; 417 for an expectation other than 100-continue. An
+   a body; 501 for other transfer codings; 417 for an expectation other than 100-continue. An
    HTTP/1.0 client's expectations are ignored. */
 StrictFault requestFraming(const HeaderLine *first, RequestFraming &framing);
 

@@ -74,7 +74,7 @@ bool lookThrough(UploadWindow &window, std::string_view piece) {
 bool lookThroughDecoded(UploadLook &look, std::string_view piece) {
   char text[16384];
   for (size_t used = 0, produced = sizeof text; !piece.empty() || produced == sizeof text;) {
-    const Parse answer = decodeCoding(look.decoder, piece, used, text, sizeof text, produced);
+    const Parse answer = decodeCodings(look.codings, piece, used, text, sizeof text, produced);
     if (answer == Parse::bad || lookThrough(look.decoded, {text, produced})) return true;
     piece.remove_prefix(used);
   }
@@ -95,9 +95,10 @@ bool isAsciiBased(std::string_view type) {
 }  // namespace
 
 void beginLook(UploadLook &look, const HeaderLine *first) {
-  look.decoder.coding = look.coding = readContentCoding(first);
+  const ContentCodings codings = readContentCodings(first);
+  startCodings(look.codings, codings, true);
   std::string type;
-  look.counts = look.coding == Coding::unknown || !readMediaType(first, type);
+  look.counts = !codings.known || !readMediaType(first, type);
   look.isForm = type == "multipart/form-data";
   if (!type.starts_with("multipart/")) return;
   for (const HeaderLine *line = first->next; line != nullptr; line = line->next) {
@@ -107,12 +108,12 @@ void beginLook(UploadLook &look, const HeaderLine *first) {
 
 bool showsUpload(UploadLook &look, std::string_view piece) {
   if (look.counts || lookThrough(look.asItCame, piece)) return true;
-  return look.coding != Coding::identity && lookThroughDecoded(look, piece);
+  return look.codings.count > 0 && lookThroughDecoded(look, piece);
 }
 
 bool endsUnread(const UploadLook &look) {
-  if (look.coding == Coding::identity) return look.isForm && !look.asItCame.sawField;
-  return finishCoding(look.decoder) == Parse::bad || (look.isForm && !look.decoded.sawField);
+  if (look.codings.count == 0) return look.isForm && !look.asItCame.sawField;
+  return finishCodings(look.codings) == Parse::bad || (look.isForm && !look.decoded.sawField);
 }
 
 bool namesUpload(std::string_view bytes) {

@@ -22,19 +22,17 @@ struct UploadWindow {
 
 /* A body on its way in: a new one for each, not copied or moved. */
 struct UploadLook {
-  CodingDecoder decoder;
-  Coding coding = Coding::identity;
+  CodingChain codings;
   bool counts = false; /* as an upload whatever it holds */
   bool isForm = false;
   UploadWindow asItCame, decoded;
-  ~UploadLook() { endCoding(decoder); }
 };
 
 /* Reads from a request's head what its body is to be looked at as. */
 void beginLook(UploadLook &look, const HeaderLine *first);
 
 /* Whether the body, with the next piece of it, sends a file: form data whose part names one, in the body as it came or
-   in what its coding (gzip, deflate) makes of it, in ASCII or UTF-16. What cannot be read counts: a coding that is
+   in what its codings make of it, in ASCII or UTF-16. What cannot be read counts: a coding that is
    unknown, damaged or grows beyond bounds, several types, a multipart body in a character set that is not ASCII's. */
 bool showsUpload(UploadLook &look, std::string_view piece);
 

@@ -38,7 +38,7 @@ HeadRead toHead(Wait wait) {
   return wait == Wait::clientLeft ? HeadRead::clientLeft : HeadRead::closed;
 }
 
-/* Takes raw bytes off the socket: 0 when the peer has closed, -1 when it broke off. */
+/* Takes raw bytes off the socket, or looks at them: 0 when the peer has closed, -1 when it broke off. */
 ssize_t receive(int fd, char *out, size_t room, int flags) {
   ssize_t count;
   do {
@@ -71,13 +71,14 @@ BodyRead awaitBody(int fd, int waitMilliseconds, int client) {
    there was: the next one waits first. */
 BodyRead receiveBody(int fd, BodySource &source, char *out, size_t room, ssize_t &received, int waitMilliseconds,
                      int client) {
+  const int looks = source.exact && source.kind == BodyKind::chunked ? MSG_PEEK : 0;
   received = -1;
-  if (source.hasMore) received = receive(fd, out, room, MSG_DONTWAIT);
+  if (source.hasMore) received = receive(fd, out, room, looks | MSG_DONTWAIT);
   if (received < 0) {
     if (source.hasMore && errno != EAGAIN) return BodyRead::broken;
     const BodyRead awaited = awaitBody(fd, waitMilliseconds, client);
     if (awaited != BodyRead::piece) return awaited;
-    received = receive(fd, out, room, 0);
+    received = receive(fd, out, room, looks);
   }
   source.hasMore = received == static_cast<ssize_t>(room);
   return received < 0 ? BodyRead::broken : BodyRead::piece;
@@ -90,7 +91,9 @@ BodyRead readChunked(int fd, BodySource &source, char *out, size_t room, size_t 
       size_t used = 0;
       const std::string_view in(source.raw.data() + source.rawStart, source.rawEnd - source.rawStart);
       const Parse parse = decodeChunks(source.chunks, in, used, out, room, count);
-      source.rawStart += used;
+      source.rawStart = source.exact ? source.rawEnd : source.rawStart + used;
+      if (source.exact && receive(fd, source.raw.data(), used, 0) != static_cast<ssize_t>(used))
+        return BodyRead::broken;
       if (parse == Parse::bad) return spoil(source, count);
       if (parse == Parse::done) {
         source.ended = true;
@@ -164,13 +167,14 @@ bool awaitRequest(int client, int idleSeconds, int semaphore, int graceMilliseco
   }
 }
 
-bool answersFirst(int upstream, int client, int seconds) {
+Word awaitWord(int upstream, int client, int milliseconds) {
   pollfd waiting[] = {{upstream, POLLIN, 0}, {client, POLLIN, 0}};
   char begin[10];
-  if (waitOnce(waiting, std::chrono::seconds(seconds)) <= 0 || waiting[1].revents != 0) return false;
+  if (waitOnce(waiting, std::chrono::milliseconds(milliseconds)) <= 0) return Word::none;
+  if (waiting[1].revents != 0) return Word::client;
   const bool isInterim =
       recv(upstream, begin, sizeof begin, MSG_PEEK | MSG_DONTWAIT) == sizeof begin && begin[9] == '1';
-  return !isInterim;
+  return isInterim ? Word::interim : Word::answer;
 }
 
 bool sendWhole(int fd, std::string_view bytes, int seconds, int flags) {

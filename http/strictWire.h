@@ -33,6 +33,7 @@ struct BodySource {
   BodyKind kind = BodyKind::none;
   uint64_t remaining = 0; /* of a body with a length */
   ChunkDecoder chunks;
+  bool exact = false;  /* the caller's to set: what follows the body stays on the socket */
   bool ended = false;  /* read to its end, by its own framing */
   bool broken = false; /* it turned out to be no body; nothing more is read of it */
   bool excess = false; /* bytes came that are no part of it: the connection carries no further message */
@@ -41,9 +42,10 @@ struct BodySource {
   size_t rawStart = 0, rawEnd = 0;
 };
 
-/* Whether the upstream has something final to say (no interim head) while the client has nothing; false as soon as the
-   client's next bytes are there, and after the time. */
-bool answersFirst(int upstream, int client, int seconds);
+/* Who is the next to say something, and what: the client's next bytes are there (or its end); or the upstream alone has
+   something, an interim head or what is none; or the time is over. */
+enum class Word { none, client, interim, answer };
+Word awaitWord(int upstream, int client, int milliseconds);
 
 /* Sends the whole of it; false when the peer is gone or takes nothing for so long. A wait comes only where there is no
    room. With MSG_MORE in `flags` it may stay back to go out with the next bytes, which are sent at once. */

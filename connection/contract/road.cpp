@@ -14,9 +14,10 @@ void begin(Connection &connection) {
 
 /* The upstream socket stays open, and the interface's request as it is. */
 void endCycle(Connection &, Cycle &) {}
+void end(Connection &) {}
 
 }  // namespace
 
-const Road contractRoad{"contract", contractRequestSteps(), contractResponseSteps(), begin, endCycle};
+const Road contractRoad{"contract", contractRequestSteps(), contractResponseSteps(), begin, endCycle, end};
 
 }  // namespace netsift

@@ -37,8 +37,8 @@ Wait openWithin(Connection &connection, int milliseconds) {
   const int fd = openPeerSocket();
   if (fd < 0) return Wait::failed;
   boundSends(fd, PROXY_TIMEOUT);
+  connection.upstreams[connection.current].fd = fd;
   publishUpstream(connection, fd);
-  connection.upstream = {.open = true};
   const Wait wait = connectWithin(fd, proxyaddr, milliseconds, connection.ends.client);
   if (wait == Wait::ready) return wait;
   const int error = errno;
@@ -75,23 +75,40 @@ int openOrigin(Connection &connection, const Request &request, const ConnectLimi
     const int left = limit.left();
     const Wait wait = openWithin(connection, left < 0 ? left : left / untried);
     if (wait == Wait::clientLeft) return clientHasLeft;
-    if (wait != Wait::ready) continue;
-    connection.upstream.host = request.hostname;
-    connection.upstream.port = request.port;
-    return 0;
+    if (wait == Wait::ready) return 0;
   }
   return failToConnect(request.hostname.c_str(), proxyport);
 }
 
+/* Makes the current one that which leads there, or a new one in the place of one that leads nowhere yet, else of the
+   next. */
+void turnTo(Connection &connection, const std::string &host, unsigned port) {
+  auto &all = connection.upstreams;
+  const auto index = [&](const std::string &name, unsigned number) {
+    const auto found = std::find_if(all.begin(), all.end(),
+                                    [&](const Upstream &one) { return one.host == name && one.port == number; });
+    return static_cast<size_t>(found - all.begin());
+  };
+  size_t place = index(host, port);
+  if (place == all.size()) place = index("", 0);
+  if (place == all.size()) place = (connection.current + 1) % all.size();
+  connection.current = place;
+  Upstream &chosen = all[place];
+  if (chosen.host != host || chosen.port != port) {
+    if (chosen.fd >= 0) close(chosen.fd);
+    chosen = {host, port};
+  }
+  publishUpstream(connection, chosen.fd);
+}
+
 }  // namespace
 
-int openUpstream(Connection &connection, Cycle &cycle) {
-  const UpstreamUse &use = connection.upstream;
+int openUpstream(Connection &connection, Cycle &cycle, bool mayReuse) {
   const Request &request = cycle.request;
   const bool direct = ProxyPresent != 1;
   if (!direct && RefuseLocalAddresses != 0 && isLocalHost(request.hostname)) return targetIsLocal;
-  const bool sameHost = use.host == request.hostname && use.port == request.port;
-  cycle.upstreamReused = use.open && (sameHost || !direct) && isQuiet(connection.ends.upstream);
+  turnTo(connection, direct ? request.hostname : "", direct ? request.port : 0);
+  cycle.upstreamReused = mayReuse && connection.ends.upstream >= 0 && isQuiet(connection.ends.upstream);
   if (cycle.upstreamReused) return 0;
   closeUpstream(connection);
   const ConnectLimit limit;
@@ -111,10 +128,17 @@ int openUpstream(Connection &connection, Cycle &cycle) {
 }
 
 void closeUpstream(Connection &connection) {
-  if (!connection.upstream.open) return;
-  close(connection.ends.upstream);
+  Upstream &current = connection.upstreams[connection.current];
+  if (current.fd < 0) return;
+  close(current.fd);
+  current.fd = -1;
   publishUpstream(connection, -1);
-  connection.upstream = {};
+}
+
+void closeOthers(Connection &connection) {
+  for (const Upstream &one : connection.upstreams) {
+    if (one.fd >= 0 && one.fd != connection.ends.upstream) close(one.fd);
+  }
 }
 
 }  // namespace netsift

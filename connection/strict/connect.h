@@ -9,15 +9,22 @@ namespace netsift {
 
 constexpr int clientHasLeft = -1, targetIsLocal = -2;
 
-/* The upstream socket leads to the upstream proxy, or in direct mode to the cycle's target; it is that of an earlier
-   cycle while that leads there and is open and silent, else a new one. Returns 0, or with `reason` set the status of
-   the error page: 502 when the host does not resolve or refuses, 504 when it does not answer; or clientHasLeft, when
-   nobody is there any more to see it; or targetIsLocal, when RefuseLocalAddresses is on and an address of the host, or
-   the host itself before a proxy that resolves it, is not one for clients. All addresses of a host together are waited for no longer than PROXY_TIMEOUT. */
-int openUpstream(Connection &connection, Cycle &cycle);
+/* Makes the upstream socket one that leads to the upstream proxy, or in direct mode to the cycle's target: that of an
+   earlier cycle which is open and silent, where it may be, else a new one. Those that lead to three others stay open
+   beside it; with a fifth one of them is closed. Returns 0, or with `reason` set the status of the error page: 502 when
+   the host does not resolve or refuses, 504 when it does not answer; or clientHasLeft, when nobody is there any more to
+   see it; or targetIsLocal, when RefuseLocalAddresses is on and an address of the host, or
+   the host itself before a proxy that resolves it, is not one for clients. All addresses of a host together are waited
+   for no longer than PROXY_TIMEOUT. */
+int openUpstream(Connection &connection, Cycle &cycle, bool mayReuse);
 
 /* Closes the upstream socket, so that no later cycle reuses it. */
 void closeUpstream(Connection &connection);
+
+/* Closes what is kept beside the upstream socket, which is the host's to close. No client gets a socket that another
+   one's requests went out on: whatever a client makes of it, a login or an answer that nobody asked for, stays its own.
+ */
+void closeOthers(Connection &connection);
 
 }  // namespace netsift
 

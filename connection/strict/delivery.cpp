@@ -1,7 +1,9 @@
 #include "connection/strict/delivery.h"
 
 #include <cstring>
+#include <string>
 #include <string_view>
+#include <utility>
 
 #include "connection/judge.h"
 #include "connection/publish.h"
@@ -16,10 +18,18 @@
 namespace netsift {
 namespace {
 
+/* From the first piece on. */
+void passDecoded(Delivery &delivery) {
+  delivery.passesCoded = false;
+  delivery.pending.clear();
+  for (CodingDecoder &decoder : delivery.decoder.each) decoder.showsRest = false;
+}
+
 Flow judgePiece(Delivery &delivery) {
   if (mayStore(delivery.cycle)) noticePopups(delivery.cycle, httpbody, delivery.size);
   if (delivery.first && delivery.inserts) {
     delivery.popupIndex = delivery.size == 0 ? -1 : getPopUpIndex(httpbody, static_cast<int>(delivery.size));
+    if (delivery.popupIndex >= 0) passDecoded(delivery);
   }
   if (!delivery.judges || delivery.size == delivery.fresh) return Flow::on;
   if (delivery.fresh > 0 && contentcheck != 0) prepareContentFilter();
@@ -41,9 +51,9 @@ Flow handleUnjudged(Delivery &delivery) {
 Flow passPiece(Delivery &delivery) {
   const char *piece = httpbody + delivery.fresh;
   const size_t length = delivery.size - delivery.fresh;
-  if (length == 0) return Flow::on;
+  if (length == 0 && delivery.pending.empty()) return Flow::on;
   if (delivery.scans) return collectPiece(delivery, piece, length);
-  return release(delivery, piece, length) ? Flow::on : Flow::gone;
+  return releasePiece(delivery, piece, length) ? Flow::on : Flow::gone;
 }
 
 bool isType(const Cycle &cycle, const char *what) {
@@ -72,13 +82,14 @@ void planChecks(Delivery &delivery) {
 }
 
 /* A coded body is decoded for what is looked for in it, by the engines too, or put into it; a part of one (206) cannot
-   be. */
+   be. What a client would pass over behind the coded stream is looked at as it stands. */
 Flow planCoding(Delivery &delivery) {
   if (!delivery.judges && !delivery.inserts && !delivery.scans) return Flow::on;
-  delivery.decoder.coding = readContentCoding(respheader.first);
+  const ContentCodings codings = readContentCodings(respheader.first);
   delivery.decoder.unbounded = (StrictHttp & STRICT_PASS_UNJUDGED) != 0;
-  if (delivery.decoder.coding == Coding::identity) return Flow::on;
-  delivery.decodes = delivery.decoder.coding != Coding::unknown && delivery.cycle.responseCode != 206;
+  if (codings.known && codings.count == 0) return Flow::on;
+  startCodings(delivery.decoder, codings, true);
+  delivery.decodes = delivery.passesCoded = codings.known && delivery.cycle.responseCode != 206;
   if (delivery.decodes) return Flow::on;
   delivery.inserts = false;
   return delivery.judges || delivery.scans ? handleUnjudged(delivery) : Flow::on;
@@ -105,17 +116,32 @@ bool gathers(const Delivery &delivery) {
   return (delivery.judges || delivery.inserts) && !isExactly(delivery.cycle, "text/event-stream");
 }
 
+/* Nothing is looked for in what is left of a coded body: it goes out as it comes. */
+bool passUnread(Delivery &delivery) {
+  const std::string bytes = std::exchange(delivery.pending, {});
+  delivery.decodes = delivery.passesCoded = delivery.gathers = delivery.judges = false;
+  delivery.size = 0;
+  return bytes.empty() || release(delivery, bytes.data(), bytes.size());
+}
+
 Flow handlePieces(Delivery &delivery) {
   for (;;) {
     const Flow read = readPiece(delivery);
     if (read == Flow::gone) return read;
-    if (read == Flow::unjudged && !delivery.decoder.unbounded) return handleUnjudged(delivery);
+    const bool mayPass = delivery.decoder.unbounded || (delivery.passesCoded && !delivery.judges && !delivery.scans);
+    if (read == Flow::unjudged && !mayPass) return handleUnjudged(delivery);
     if (delivery.decoder.exceeded && delivery.judges) handleUnjudged(delivery);
-    if (delivery.first || delivery.size > delivery.fresh) {
+    if (delivery.first || delivery.size > delivery.fresh || !delivery.pending.empty()) {
       Flow flow = judgePiece(delivery);
       if (flow == Flow::on) flow = passPiece(delivery);
       if (flow != Flow::on) return flow;
       delivery.first = false;
+    }
+    const bool passes = delivery.passesCoded && delivery.decodes && !delivery.scans;
+    if (read == Flow::unjudged && delivery.judges) handleUnjudged(delivery);
+    if (passes && !delivery.judges && (read == Flow::on || read == Flow::unjudged)) {
+      if (!passUnread(delivery)) return Flow::gone;
+      continue;
     }
     if (read != Flow::on) return read == Flow::unjudged ? Flow::cut : read;
   }
@@ -128,7 +154,7 @@ Flow finishDelivery(Delivery &delivery, Flow flow) {
     const Flow scanned = scanCollected(delivery);
     if (scanned != Flow::on) return scanned;
   }
-  if (flow == Flow::finished && !sendClientHead(delivery)) return Flow::gone;
+  if (flow == Flow::finished && !(sendClientHead(delivery) && sendEnd(delivery))) return Flow::gone;
   if (flow == Flow::cut && !cycle.responseBegun) {
     refuseWithError(delivery.connection, cycle, delivery.timedOut ? 504 : 502, "The server broke off its answer.");
   }
@@ -136,10 +162,13 @@ Flow finishDelivery(Delivery &delivery, Flow flow) {
 }
 
 /* A site that overlooks a request's body takes it for requests of their own, and their answers would meet the next
-   request. A proxy is trusted to know where a body ends. */
+   request. A proxy is trusted to know where a body ends, unless that came in chunks and the proxy turns out to speak
+   HTTP/1.0. */
 bool mayFollow(const Delivery &delivery) {
   const Cycle &cycle = delivery.cycle;
-  if (cycle.bodyUnsent || (cycle.bodyLength > 0 && ProxyPresent != 1)) return false;
+  const bool knowsChunks = cycle.framing.line.minorVersion > 0;
+  if (cycle.bodyWasSent && (ProxyPresent != 1 || (cycle.bodyIsChunked && !knowsChunks))) return false;
+  if (cycle.bodyUnsent) return false;
   return delivery.source.ended && !delivery.source.excess && cycle.framing.upstreamPersists;
 }
 
@@ -149,7 +178,7 @@ Next conclude(Delivery &delivery, Flow flow) {
   const bool whole = flow == Flow::finished;
   cycle.responseComplete = mayFollow(delivery);
   if (whole && mayStore(cycle) && cycle.date && delivery.trusted) storeClean(cycle, "delivery.cpp", __LINE__);
-  const bool looksWhole = cycle.responseBegun && !isKnownLength(delivery); /* to a client that waits for the close */
+  const bool looksWhole = cycle.responseBegun && endsWithConnection(delivery);
   if (flow == Flow::gone) dprintf(2, "The response did not reach its client.\n");
   if (!whole && looksWhole) breakOff(connection.ends.client, flow == Flow::gone ? 0 : clientTimeoutSeconds);
   retractRequest();
@@ -175,7 +204,6 @@ Next deliver(Connection &connection, Cycle &cycle) {
   delivery.gathers = gathers(delivery);
   if (flow == Flow::on) flow = handlePieces(delivery);
   if (flow == Flow::finished || flow == Flow::cut) flow = finishDelivery(delivery, flow);
-  if (delivery.decodes) endCoding(delivery.decoder);
   closeSpool(delivery.spool);
   return conclude(delivery, flow);
 }

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "connection/cycle.h"
 #include "http/strictCoding.h"
@@ -22,6 +23,7 @@ constexpr size_t codedPiece = 16384;
 /* What becomes of a response: it goes on, all of it came, it broke off, it could not be read, it was refused, the client
    has left. */
 enum class Flow { on, finished, cut, unjudged, blocked, gone };
+
 struct Delivery {
   Connection &connection;
   Cycle &cycle;
@@ -32,10 +34,15 @@ struct Delivery {
   bool scans = false;
   bool inserts = false; /* the pop-up script, where an html tag is found */
   bool decodes = false;
-  CodingDecoder decoder;
+  bool passesCoded = false; /* though it is decoded for the checks, the client gets it as it came */
+  CodingChain decoder;
   std::array<char, codedPiece> coded;
   size_t codedStart = 0, codedEnd = 0;
   bool decoderHoldsOutput = false;
+  std::string pending; /* of the coded bytes: those whose text has not all passed yet */
+  size_t settled = 0;  /* of them: those whose text had all come out when the last ones were read */
+  File codedSpool;     /* those whose text is in the scan file, a file without a name */
+  uint64_t codedSpooled = 0;
 
   size_t size = 0;  /* of what is in httpbody and judged as one */
   size_t fresh = 0; /* where in it the piece begins that the client has not had */
@@ -56,16 +63,31 @@ struct Delivery {
    not ended; what had arrived is judged and delivered first. */
 Flow readPiece(Delivery &delivery);
 
+/* Takes the coded bytes whose text has all come out of the decoder. */
+std::string takeSettled(Delivery &delivery);
+
 /* -- deliveryRelease.cpp -- */
+
+/* Whether the client gets other bytes than came. */
+bool isChanged(const Delivery &delivery);
 
 /* Whether the client is told how much comes. */
 bool isKnownLength(const Delivery &delivery);
 
+/* Whether the body ends for the client when its connection does. */
+bool endsWithConnection(const Delivery &delivery);
+
 /* The client's head, once; `flags` as sendWholeHead has them. False when the client is gone. */
 bool sendClientHead(Delivery &delivery, int flags = 0);
 
+/* Tells the client that the body is whole, where its framing has a way to. False when the client is gone. */
+bool sendEnd(const Delivery &delivery);
+
 /* Releases bytes of the body that stand at `delivered` of it, with the script where it belongs. */
 bool release(Delivery &delivery, const char *bytes, size_t length);
+
+/* Releases a piece that has passed, or the coded bytes whose text has. */
+bool releasePiece(Delivery &delivery, const char *piece, size_t length);
 
 /* -- deliveryScan.cpp -- */
 

@@ -14,7 +14,8 @@ using Clock = std::chrono::steady_clock;
 /* Text is judged in pieces as large as can be had within this time, so that a page that grows slowly is seen to
    grow. */
 constexpr int gatherMilliseconds = 1000;
-constexpr int headMilliseconds = 100; /* a body that is this slow is waited for by a client that has the head */
+constexpr int headMilliseconds = 100;      /* a body that is this slow is waited for by a client that has the head */
+constexpr size_t mostPending = 256 * 1024; /* coded bytes may go on without ever giving a text */
 
 enum class Read { piece, end, timedOut, broken, unreadable, clientLeft };
 
@@ -40,18 +41,21 @@ Read readDecoded(Delivery &delivery, char *out, size_t room, size_t &count, int 
     if (delivery.codedStart < delivery.codedEnd || delivery.decoderHoldsOutput) {
       size_t used = 0;
       const std::string_view in(delivery.coded.data() + delivery.codedStart, delivery.codedEnd - delivery.codedStart);
-      if (decodeCoding(delivery.decoder, in, used, out, room, count) == Parse::bad) return Read::unreadable;
+      if (decodeCodings(delivery.decoder, in, used, out, room, count) == Parse::bad) return Read::unreadable;
       delivery.codedStart += used;
       delivery.decoderHoldsOutput = count == room;
       if (count > 0) return Read::piece;
     }
+    if (delivery.pending.size() >= mostPending) return Read::piece;
     size_t coded = 0;
     const Ends &ends = delivery.connection.ends;
     const BodyRead read = readBody(ends.upstream, delivery.source, delivery.coded.data(), codedPiece, coded,
                                    waitMilliseconds, ends.client);
     delivery.codedStart = 0;
     delivery.codedEnd = coded;
-    if (read == BodyRead::end && finishCoding(delivery.decoder) == Parse::bad) return Read::unreadable;
+    delivery.settled = delivery.pending.size();
+    if (delivery.passesCoded) delivery.pending.append(delivery.coded.data(), coded);
+    if (read == BodyRead::end && finishCodings(delivery.decoder) == Parse::bad) return Read::unreadable;
     if (read != BodyRead::piece) return asRead(read);
   }
 }
@@ -83,6 +87,15 @@ Read readFirst(Delivery &delivery, size_t &count) {
 
 }  // namespace
 
+std::string takeSettled(Delivery &delivery) {
+  const bool isDrained = delivery.codedStart == delivery.codedEnd && !delivery.decoderHoldsOutput;
+  const size_t count = isDrained ? delivery.pending.size() : delivery.settled;
+  std::string settled = delivery.pending.substr(0, count);
+  delivery.pending.erase(0, count);
+  delivery.settled = 0;
+  return settled;
+}
+
 Flow readPiece(Delivery &delivery) {
   const bool grows = delivery.gathers && delivery.size < pieceSize;
   delivery.fresh = delivery.size = grows ? delivery.size : 0;
@@ -102,7 +115,7 @@ Flow readPiece(Delivery &delivery) {
       dprintf(2, "Error %d while recieving http body\n", delivery.timedOut ? 2 : 3);
       return Flow::cut;
     }
-    if (!delivery.gathers) return Flow::on;
+    if (!delivery.gathers || delivery.pending.size() >= mostPending) return Flow::on;
   }
   return Flow::on;
 }

@@ -1,4 +1,6 @@
+#include <cstdio>
 #include <cstdlib>
+#include <string>
 
 #include "connection/judge.h"
 #include "connection/strict/delivery.h"
@@ -12,16 +14,38 @@ namespace {
 
 constexpr size_t spoolBlock = 65536;
 
+/* What may go to the client once the scan file is clean: that file, or the coded bytes beside it. */
 Flow releaseCollected(Delivery &delivery) {
-  if (delivery.delivered == delivery.spooled) return Flow::on;
+  const int from = delivery.codedSpool ? fileno(delivery.codedSpool.get()) : delivery.spool;
+  const uint64_t end = delivery.passesCoded ? delivery.codedSpooled : delivery.spooled;
+  if (delivery.delivered == end) return Flow::on;
   const Text block(static_cast<char *>(std::malloc(spoolBlock)));
   uint64_t sent = delivery.delivered;
   const bool taken =
-      block && releaseSpool(delivery.spool, sent, delivery.spooled, block.get(), spoolBlock,
+      block && releaseSpool(from, sent, end, block.get(), spoolBlock,
                             [&](const char *bytes, size_t count) { return release(delivery, bytes, count); });
-  if (taken && sent == delivery.spooled) return Flow::on;
+  if (taken && sent == end) return Flow::on;
   if (taken) dprintf(1, "error reading the virus scan file\n");
   return Flow::gone;
+}
+
+/* Puts coded bytes beside the scan file once that holds all their text. */
+bool collectSettled(Delivery &delivery) {
+  const std::string bytes = takeSettled(delivery);
+  if (bytes.empty()) return true;
+  if (!delivery.codedSpool) delivery.codedSpool.reset(std::tmpfile());
+  if (!delivery.codedSpool ||
+      !writeSpool(fileno(delivery.codedSpool.get()), delivery.codedSpooled, bytes.data(), bytes.size()))
+    return false;
+  delivery.codedSpooled += bytes.size();
+  return true;
+}
+
+bool collect(Delivery &delivery, const char *piece, size_t length) {
+  if (delivery.spool < 0 && length > 0) delivery.spool = createSpool();
+  if (length > 0 && (delivery.spool < 0 || !writeSpool(delivery.spool, delivery.spooled, piece, length))) return false;
+  delivery.spooled += length;
+  return true;
 }
 
 /* The engines' verdict on all that was collected, which they read by the file's name. */
@@ -59,9 +83,8 @@ Flow scanCollected(Delivery &delivery) {
 
 Flow collectPiece(Delivery &delivery, const char *piece, size_t length) {
   if (hasLeft(delivery.watch)) return Flow::gone;
-  if (delivery.spool < 0) delivery.spool = createSpool();
-  if (delivery.spool >= 0 && writeSpool(delivery.spool, delivery.spooled, piece, length)) {
-    delivery.spooled += length;
+  if (collect(delivery, piece, length)) {
+    if (!collectSettled(delivery)) return Flow::gone;
     if (delivery.threshold == 0 || delivery.spooled < delivery.threshold) return Flow::on;
     while (delivery.threshold <= delivery.spooled) delivery.threshold *= 2;
     return scanCollected(delivery);
@@ -69,7 +92,7 @@ Flow collectPiece(Delivery &delivery, const char *piece, size_t length) {
   Flow flow = handleUnscanned(delivery, NETSIFT_SCAN_FAILED);
   if (flow == Flow::on) flow = releaseCollected(delivery);
   if (flow != Flow::on) return flow;
-  return release(delivery, piece, length) ? Flow::on : Flow::gone;
+  return releasePiece(delivery, piece, length) ? Flow::on : Flow::gone;
 }
 
 }  // namespace netsift

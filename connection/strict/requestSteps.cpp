@@ -5,6 +5,7 @@
 #include "connection/refuse.h"
 #include "connection/requestPolicy.h"
 #include "connection/strict/connect.h"
+#include "connection/strict/maxForwards.h"
 #include "connection/strict/requestBody.h"
 #include "connection/strict/steps.h"
 #include "connection/strict/tunnel.h"
@@ -13,6 +14,7 @@
 #include "http/httpHeader.h"
 #include "http/peerSocket.h"
 #include "http/requestUrl.h"
+#include "http/strictCoding.h"
 #include "http/strictField.h"
 #include "http/strictForward.h"
 #include "http/strictFraming.h"
@@ -34,15 +36,16 @@ Next answerConnect(Connection &connection) {
   return sent >= 0 ? Next::step : endCall(connection, callFailed);
 }
 
-/* The head as the upstream gets it, in HTTP/1.0 so that its answer comes in the simplest framing. Once per request. */
-void rewriteHead(const Cycle &cycle) {
+/* The head as the upstream gets it, once per request: in this filter's own version, or in the client's where the answer
+   is relayed to that as it comes. */
+void rewriteHead(const Cycle &cycle, bool isRelayed) {
   if (ProxyPresent == 1) {
     rewriteForProxy(reqheader, cycle.target);
   } else {
     rewriteForOrigin(reqheader, cycle.target);
   }
   const std::string_view line = reqheader.first->text;
-  if (line.ends_with("1.1\r\n")) reqheader.first->text[line.size() - 3] = '0';
+  reqheader.first->text[line.size() - 3] = isRelayed && cycle.target.minorVersion == 0 ? '0' : '1';
   addVia(reqheader, cycle.target.minorVersion);
 }
 
@@ -50,8 +53,7 @@ void rewriteHead(const Cycle &cycle) {
  */
 bool isRepeatable(const Cycle &cycle) {
   constexpr std::string_view methods[] = {"GET", "HEAD", "OPTIONS", "TRACE", "DELETE"};
-  return cycle.bodyLength == 0 &&
-         std::find(std::begin(methods), std::end(methods), cycle.target.method) != std::end(methods);
+  return !hasBody(cycle) && std::find(std::begin(methods), std::end(methods), cycle.target.method) != std::end(methods);
 }
 
 /* A login to the next hop that belongs to the connection it was made on, and is lost with it. */
@@ -79,8 +81,7 @@ Next refuseLocal(Connection &connection, const Cycle &cycle) {
 
 /* Connects; a request that could not be sent again does not go out on a used connection, unless it is bound to that. */
 Next connectFor(Connection &connection, Cycle &cycle) {
-  if (!isRepeatable(cycle) && connection.upstream.used && !isLoggedIn()) closeUpstream(connection);
-  const int status = openUpstream(connection, cycle);
+  const int status = openUpstream(connection, cycle, isRepeatable(cycle) || isLoggedIn());
   if (status == clientHasLeft) return leave(connection);
   if (status == targetIsLocal) return refuseLocal(connection, cycle);
   return status == 0 ? Next::step : refuseWithError(connection, cycle, status, nullptr);
@@ -118,15 +119,16 @@ Next readRequestHead(Connection &connection, Cycle &cycle) {
     return refuseWithError(connection, cycle, 508, "The request goes round in a circle.");
   }
   cycle.bodyLength = framing.length;
+  cycle.bodyIsChunked = framing.isChunked;
   cycle.expectsContinue = framing.expectsContinue;
   return Next::step;
 }
 
-/* Upgrade is ignored in HTTP/1.0 (RFC 9110 section 7.8). */
+/* Upgrade is ignored in HTTP/1.0 (RFC 9110 section 7.8). One protocol is offered on: whatever else the site changed to
+   would be HTTP that nobody reads. */
 bool asksToSwitch(const Cycle &cycle) {
-  const HeaderLine *line = reqheader.first->next;
-  while (line != nullptr && !isField(line, "Upgrade:")) line = line->next;
-  return line != nullptr && cycle.target.minorVersion > 0;
+  return cycle.target.minorVersion > 0 && cycle.target.method == "GET" && !hasBody(cycle) &&
+         acceptsWebSocket(reqheader.first);
 }
 
 Next identify(Connection &connection, Cycle &cycle) {
@@ -154,7 +156,7 @@ Next openRelay(Connection &connection, Cycle &cycle) {
   if (next != Next::step) return next;
   if (cycle.request.isConnect) return ProxyPresent == 1 ? Next::step : answerConnect(connection);
   cycle.target.keepAlive = false;
-  rewriteHead(cycle);
+  rewriteHead(cycle, true);
   return inviteBody(connection, cycle) ? Next::step : endCall(connection, callFailed);
 }
 
@@ -188,44 +190,71 @@ Next serveConnect(Connection &connection, Cycle &cycle) {
   return next == Next::step ? runTunnel(connection, cycle) : next;
 }
 
-/* A site is asked for bytes as they are, and for one part of them at most: several come in a type of their own, in
-   which nothing is recognised (RFC 9110 section 14.2 lets a range be passed over). */
+/* A site is asked for codings that can be read here, but for a part of its bytes as they are; and for one part at most:
+   several come in a type of their own, in which nothing is recognised (RFC 9110 section 14.2 lets a range be passed
+   over). */
 void limitWhatIsAskedFor() {
-  removeField(reqheader, "Accept-Encoding:");
-  insertField(reqheader, "Accept-Encoding: identity");
   size_t ranges = 0;
   for (const HeaderLine *line = reqheader.first->next; line != nullptr; line = line->next) {
     if (!isField(line, "Range:")) continue;
     const std::string_view value = fieldValue(line, "Range:");
     ranges += 1 + static_cast<size_t>(std::count(value.begin(), value.end(), ','));
   }
+  const std::string codings = ranges == 1 ? "identity" : codingsToAskFor(reqheader.first);
+  removeField(reqheader, "Accept-Encoding:");
+  insertField(reqheader, "Accept-Encoding: " + codings);
   if (ranges < 2) return;
   removeField(reqheader, "Range:");
   removeField(reqheader, "If-Range:");
 }
 
+/* Further with a body that was collected, or the answer to one that could not be. */
+Next goOnWith(Connection &connection, const Cycle &cycle, Collected collected) {
+  if (collected == Collected::all) return Next::step;
+  if (collected == Collected::noChunks) return refuseWithError(connection, cycle, 400, noChunks);
+  const bool tooLarge = collected == Collected::tooLarge;
+  return refuseWithError(connection, cycle, tooLarge ? 413 : 500,
+                         tooLarge ? "The request is too large to be collected or looked through for attachments."
+                                  : "The request could not be read to its end.");
+}
+
 /* An upload that the check finds is refused before anything has gone upstream. */
 Next checkUpload(Connection &connection, Cycle &cycle) {
   tracePassed(cycle.request);
-  if (cycle.bodyLength == 0 || !checksUploads(cycle.request)) return Next::step;
-  switch (spoolUpload(connection, cycle)) {
-    case Upload::clean:
-      return Next::step;
-    case Upload::tooLarge:
-      return refuseWithError(connection, cycle, 413, "The request is too large to be looked through for attachments.");
-    case Upload::failed:
-      return refuseWithError(connection, cycle, 500, "The request could not be read to its end.");
-    case Upload::found:
-      break;
-  }
+  if (!hasBody(cycle) || !checksUploads(cycle.request)) return Next::step;
+  const Collected collected = collectBody(connection, cycle, true);
+  if (collected != Collected::upload) return goOnWith(connection, cycle, collected);
   dprintf(2, "Upload/Attachment is BLOCKED.\n");
   return refuse(connection, cycle, {.reason = reasonFor(Why::upload), .result = callEnded});
 }
 
+/* Chunks are nothing for an upstream of HTTP/1.0: it is told the length. */
+Next frameBody(Connection &connection, Cycle &cycle) {
+  if (!cycle.bodyIsChunked || !connection.upstreams[connection.current].isHttp10) return Next::step;
+  const Collected collected = cycle.requestSpool ? Collected::all : collectBody(connection, cycle, false);
+  if (collected != Collected::all) return goOnWith(connection, cycle, collected);
+  cycle.bodyIsChunked = false;
+  setFraming(reqheader, false);
+  setContentLength(reqheader, cycle.bodyLength);
+  return Next::step;
+}
+
+/* A body that the client holds back is the upstream's to ask for, unless it was collected already or the upstream, of
+   HTTP/1.0, cannot ask. False when the client is gone. */
+bool passExpectation(const Connection &connection, Cycle &cycle) {
+  const bool isCollected = cycle.requestSpool != nullptr;
+  const bool cannotAsk = connection.upstreams[connection.current].isHttp10;
+  if (cannotAsk && !isCollected && !inviteBody(connection, cycle)) return false;
+  if (cannotAsk || isCollected) cycle.expectsContinue = false;
+  if (cycle.expectsContinue) insertField(reqheader, "Expect: 100-continue");
+  return true;
+}
+
 Next forwardHead(Connection &connection, Cycle &cycle) {
   limitWhatIsAskedFor();
-  rewriteHead(cycle);
-  connection.upstream.used = true;
+  rewriteHead(cycle, false);
+  if (!passExpectation(connection, cycle)) return endCall(connection, callFailed);
+  if (cycle.asksToSwitch) offerWebSocket(reqheader);
   if (sendWholeHead(connection.ends.upstream, reqheader, PROXY_TIMEOUT) || cycle.upstreamReused) return Next::step;
   return refuseWithError(connection, cycle, 502, "The server closed the connection.");
 }
@@ -243,9 +272,11 @@ constexpr Step steps[] = {
     {"lists", consultLists},
     {"ad server", checkAdServer},
     {"blacklists", checkBlackLists},
+    {"max forwards", checkMaxForwards},
     {"connect", connect},
     {"CONNECT", serveConnect},
     {"upload", checkUpload},
+    {"frame body", frameBody},
     {"forward head", forwardHead},
     {"forward body", forwardBody},
 };
@@ -276,8 +307,7 @@ Next leave(Connection &connection) {
 bool sendAgain(Connection &connection, Cycle &cycle) {
   if (!cycle.upstreamReused || !isRepeatable(cycle) || !isClosedByPeer(connection.ends.upstream)) return false;
   closeUpstream(connection);
-  if (openUpstream(connection, cycle) != 0) return false;
-  connection.upstream.used = true;
+  if (openUpstream(connection, cycle, false) != 0) return false;
   return sendWholeHead(connection.ends.upstream, reqheader, PROXY_TIMEOUT);
 }
 

@@ -32,7 +32,8 @@ Next failToRead(Connection &connection, const Cycle &cycle, HeadRead read, const
 }
 
 /* An interim answer is news for a client of HTTP/1.1 and would confuse one of HTTP/1.0. */
-bool passInterim(const Connection &connection, const Cycle &cycle) {
+bool passInterim(const Connection &connection, Cycle &cycle) {
+  cycle.interimHeads++;
   if (cycle.target.minorVersion == 0) return true;
   cleanResponseHead(respheader, ProxyPresent == 1);
   addVia(respheader, cycle.framing.line.minorVersion);
@@ -40,13 +41,14 @@ bool passInterim(const Connection &connection, const Cycle &cycle) {
 }
 
 Next readResponseHead(Connection &connection, Cycle &cycle) {
-  for (unsigned interim = 0; interim <= mostInterimHeads; interim++) {
+  for (;;) {
     destroyHeader(&respheader);
     HeadScan scan;
     scan.response = true;
     const Ends &ends = connection.ends;
     const HeadRead read = readStrictHead(ends.upstream, scan, respheader, PROXY_TIMEOUT, ends.client);
-    if (read == HeadRead::closed && scan.text.empty() && interim == 0 && sendAgain(connection, cycle)) continue;
+    if (read == HeadRead::closed && scan.text.empty() && cycle.interimHeads == 0 && sendAgain(connection, cycle))
+      continue;
     if (read != HeadRead::done) return failToRead(connection, cycle, read, scan.fault);
     const Request &request = cycle.request;
     const ResponseFraming framing = responseFraming(respheader.first, request.isHead || request.isConnect);
@@ -55,10 +57,13 @@ Next readResponseHead(Connection &connection, Cycle &cycle) {
     }
     cycle.framing = framing;
     cycle.responseCode = framing.line.status;
+    connection.upstreams[connection.current].isHttp10 = framing.line.minorVersion == 0;
     if (framing.kind != BodyKind::interim) return Next::step;
+    if (cycle.interimHeads == mostInterimHeads) {
+      return refuseWithError(connection, cycle, badGateway, "The server does not come to an answer.");
+    }
     if (!passInterim(connection, cycle)) return endCall(connection, callFailed);
   }
-  return refuseWithError(connection, cycle, badGateway, "The server does not come to an answer.");
 }
 
 /* What follows a 101 is another protocol, and what follows a CONNECT that a proxy accepted is the client's own. A 101
@@ -66,7 +71,7 @@ Next readResponseHead(Connection &connection, Cycle &cycle) {
 Next relayTunnel(Connection &connection, Cycle &cycle) {
   const bool connected = cycle.request.isConnect && cycle.responseCode >= 200 && cycle.responseCode <= 299;
   if (cycle.framing.kind != BodyKind::switching && !connected) return Next::step;
-  if (!connected && !cycle.asksToSwitch) {
+  if (!connected && !(cycle.asksToSwitch && acceptsWebSocket(respheader.first))) {
     return refuseWithError(connection, cycle, badGateway,
                            "The server changes to a protocol that it was not asked for.");
   }
@@ -138,5 +143,17 @@ constexpr Step steps[] = {
 }  // namespace
 
 std::span<const Step> strictResponseSteps() { return steps; }
+
+bool relayInterim(Connection &connection, Cycle &cycle) {
+  const Ends &ends = connection.ends;
+  HeadScan scan;
+  scan.response = true;
+  destroyHeader(&respheader);
+  if (readStrictHead(ends.upstream, scan, respheader, PROXY_TIMEOUT, ends.client) != HeadRead::done) return false;
+  cycle.framing = responseFraming(respheader.first, false);
+  cycle.responseCode = cycle.framing.line.status;
+  return cycle.framing.kind == BodyKind::interim && cycle.interimHeads < mostInterimHeads &&
+         passInterim(connection, cycle);
+}
 
 }  // namespace netsift

@@ -21,6 +21,6 @@ void endCycle(Connection &connection, Cycle &cycle) {
 
 }  // namespace
 
-const Road strictRoad{"strict", strictRequestSteps(), strictResponseSteps(), begin, endCycle};
+const Road strictRoad{"strict", strictRequestSteps(), strictResponseSteps(), begin, endCycle, closeOthers};
 
 }  // namespace netsift

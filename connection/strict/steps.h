@@ -23,6 +23,10 @@ Next leave(Connection &connection);
    the request has no body. */
 bool sendAgain(Connection &connection, Cycle &cycle);
 
+/* Takes one interim head off the upstream socket and passes it on. False when the client is gone, or something else or
+   too many of them came. */
+bool relayInterim(Connection &connection, Cycle &cycle);
+
 /* The last step of a cycle: reads the body to its end, judges, scans and sends it, and stores the verdict "clean" when
    it arrived whole, was delivered whole and passed every check that is on. */
 Next deliver(Connection &connection, Cycle &cycle);

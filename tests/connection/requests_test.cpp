@@ -205,8 +205,9 @@ TEST_F(CycleTest, strictDirectRequestReachesTheOriginInOriginForm) {
                     "GET /c/./%2e%2e/d HTTP/1.1\r\nHost: LocalHost:" + port + "\r\n\r\n");
   }
   const std::string host =
-      "Via: 1.1 netsift\r\nHost: localhost:" + port + "\r\nConnection: keep-alive\r\nAccept-Encoding: identity\r\n\r\n";
-  EXPECT_EQ(forwarded, "GET /a%00b?q HTTP/1.0\r\n" + host + "GET /c/./%2e%2e/d HTTP/1.0\r\n" + host);
+      "Via: 1.1 netsift\r\nHost: localhost:" + port + "\r\nConnection: keep-alive\r\nAccept-Encoding: ";
+  EXPECT_EQ(forwarded, "GET /a%00b?q HTTP/1.1\r\n" + host + "gzip, br\r\n\r\nGET /c/./%2e%2e/d HTTP/1.1\r\n" + host +
+                           "identity\r\n\r\n");
   for (const char *seen : {"/a%00b?q", "/c/./../d"}) {
     const std::string judged = "HOST NAME:localhost,REQUESTED URL:localhost" + std::string(seen);
     EXPECT_TRUE(log.has("Client IP:10.1.2.3,CONTENT TYPE:," + judged)) << log.text();

@@ -1,7 +1,10 @@
 #include <filesystem>
+#include <list>
 
 #include "content/phraseList.h"
+#include "http/strictChunk.h"
 #include "tests/connection/cycle_fixture.h"
+#include "tests/support/coded.h"
 
 using namespace netsift;
 using namespace netsift::test;
@@ -12,6 +15,16 @@ class StrictTest : public ScanTest {
     StrictHttp = STRICT_HTTP;
     virusscan = 0;
     startScanSize = 0;
+  }
+
+  /* One answer, whatever bytes are in it. */
+  std::string serveOne(const std::string &answer) {
+    const ScriptedDaemon upstream([&](int fd) {
+      readOnce(fd);
+      say(fd, answer);
+    });
+    const std::string host = "127.0.0.1:" + std::to_string(upstream.port);
+    return serveDirect("GET http://" + host + "/p HTTP/1.1\r\nHost: " + host + "\r\n\r\n");
   }
 
   /* A category that blocks pages with the word " vexatious ". */
@@ -32,25 +45,27 @@ TEST_F(StrictTest, everyFramingIsReadToItsEndAndNoFurther) {
   const struct {
     const char *method;
     std::string answer, body;
-    bool goesOn;
+    int connections;
   } cases[] = {
-      {"GET", "HTTP/1.1 404 Not Found\r\nContent-Length: 70000\r\n\r\n" + big, big, true},
-      {"GET", "HTTP/1.1 204 No Content\r\n\r\n", "", true},
-      {"GET", "HTTP/1.1 304 Not Modified\r\nContent-Length: 5\r\n\r\n", "", true},
-      {"HEAD", "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n", "", true},
+      {"GET", "HTTP/1.1 404 Not Found\r\nContent-Length: 70000\r\n\r\n" + big, big, 1},
+      {"GET", "HTTP/1.1 204 No Content\r\n\r\n", "", 1},
+      {"GET", "HTTP/1.1 304 Not Modified\r\nContent-Length: 5\r\n\r\n", "", 1},
+      {"HEAD", "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\n", "", 1},
       {"GET", "HTTP/1.1 103 Early Hints\r\n\r\nHTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nok",
-       "HTTP/1.1 200 OK\r\nConnection: keep-alive\r\nVia: 1.1 netsift\r\nContent-Length: 2\r\n\r\nok", true},
-      {"GET", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2;x=y\r\nok\r\n1\r\n!\r\n0\r\nT: x\r\n\r\n", "ok!",
-       false},
-      {"GET", "HTTP/1.0 200 OK\r\nX-Will: close\r\n\r\nto the end", "to the end", false}};
+       "HTTP/1.1 200 OK\r\nConnection: keep-alive\r\nVia: 1.1 netsift\r\nContent-Length: 2\r\n\r\nok", 1},
+      {"GET",
+       "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2;x=y\r\nok\r\n1\r\n!\r\n0\r\nAge: 1\r\nT: x\r\n\r\n",
+       "3\r\nok!\r\n0\r\nT: x\r\n\r\n", 1},
+      {"GET", "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n0\r\nno field\r\nT: x\r\n\r\n", "0\r\n\r\n", 1},
+      {"GET", "HTTP/1.0 200 OK\r\nX-Will: close\r\n\r\nto the end", "a\r\nto the end\r\n0\r\n\r\n", 2}};
   for (const auto &c : cases) {
     const std::string request = std::string(c.method) + " http://h/p HTTP/1.1\r\nHost: h\r\n\r\n";
     const std::string answer = serve(request + get, {c.answer, last});
     const size_t second = answer.rfind("HTTP/1.1 200 OK\r\n");
     const bool wentOn = bodyOf(answer.substr(second)) == "next";
     EXPECT_EQ(bodyOf(wentOn ? answer.substr(0, second) : answer), c.body) << c.answer.substr(0, 80);
-    EXPECT_EQ(wentOn, c.goesOn) << answer.substr(0, 200);
-    EXPECT_EQ(connections, 1);
+    EXPECT_TRUE(wentOn) << answer.substr(0, 200);
+    EXPECT_EQ(connections, c.connections) << c.answer.substr(0, 80);
   }
 }
 
@@ -70,15 +85,15 @@ TEST_F(StrictTest, brokenAnswersAreToldOrCutShort) {
 }
 
 TEST_F(StrictTest, aProtocolThatTheClientOfferedIsRelayed) {
-  const std::string all = "HTTP/1.1 101 Switching Protocols\r\nUpgrade: x\r\n\r\nspoken until the close";
+  const std::string all = "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\n\r\nspoken until the close";
   endsRequests = false;
-  EXPECT_EQ(serve("GET http://h/p HTTP/1.1\r\nHost: h\r\nUpgrade: x\r\n\r\n", {all}), all);
+  EXPECT_EQ(serve("GET http://h/p HTTP/1.1\r\nHost: h\r\nUpgrade: websocket\r\n\r\n", {all}), all);
 }
 
 /* One for each place that refuses: nothing reaches the upstream, and the connection ends. */
 TEST_F(StrictTest, refusedRequestsReachNobody) {
   const std::pair<std::string, int> cases[] = {
-      {"POST http://h/ HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n", 411},
+      {"POST http://h/ HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: gzip, chunked\r\n\r\n0\r\n\r\n", 501},
       {"GET http://u@h/ HTTP/1.1\r\nHost: h\r\n\r\n", 400},
       {"GET ftp://h/ HTTP/1.1\r\nHost: h\r\n\r\n", 501},
       {"GET http://h/ HTTP/1.1\r\nHost: h\r\nVia: 1.1 netsift, 1.1 netsift\r\nVia: 1.1 netsift, 1.0 netsift\r\n\r\n",
@@ -97,11 +112,70 @@ TEST_F(StrictTest, requestBodiesAreTakenToTheByte) {
       serve("POST http://h/p HTTP/1.1\r\nHost: h\r\nExpect: 100-continue\r\nContent-Length: 20480\r\n\r\n" + body +
                 get + "POST http://h/p HTTP/1.1\r\nHost: h\r\nContent-Length: 0\r\n\r\n",
             {response("", "1"), response("", "2"), response("", "3")});
-  EXPECT_EQ(answer.find("HTTP/1.1 100 Continue\r\n\r\nHTTP/1.0 200"), std::string::npos);
-  EXPECT_EQ(answer.find("HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 200"), 0U) << answer;
+  EXPECT_EQ(answer.find("HTTP/1.1 200"), 0U) << answer; /* a body that is there need not be asked for */
   EXPECT_EQ(bodyOf(answer.substr(answer.rfind("HTTP/1.1"))), "3");
-  EXPECT_EQ(forwarded.find("Expect"), std::string::npos);
-  EXPECT_NE(forwarded.find("\r\n\r\n" + body + "GET http://h/p HTTP/1.0\r\n"), std::string::npos);
+  EXPECT_NE(forwarded.find("\r\nExpect: 100-continue\r\n"), std::string::npos);
+  EXPECT_NE(forwarded.find("\r\n\r\n" + body + "GET http://h/p HTTP/1.1\r\n"), std::string::npos);
+}
+
+/* The upstream has shown its version before, and the client goes on with another request. */
+TEST_F(StrictTest, chunksGoOnAsChunksOrWithALengthToWhomDoesNotKnowThem) {
+  const std::string big(70000, 'b'), text = "abc" + big + ".", length = "Content-Length: 70004\r\n";
+  const std::string coding = "Transfer-Encoding: chunked\r\n", announced = "Trailer: T\r\n" + coding;
+  const std::string sent = announced + "\r\n3;x=y\r\nabc\r\n" + asChunk(big + ".") + "0\r\nAge: 1\r\nT: x\r\n\r\n";
+  const struct {
+    int version;   /* of the upstream */
+    int32_t looks; /* for uploads */
+    std::string request, fields, text, end;
+  } cases[] = {{1, 0, sent, announced, text, "0\r\nT: x\r\n\r\n"},
+               {1, 1, sent, announced, text, "0\r\nT: x\r\n\r\n"},
+               {0, 0, sent, length, text, ""},
+               {0, 1, sent, length, text, ""},
+               {1, 0, coding + "\r\n0\r\n\r\n", coding, "", "0\r\n\r\n"},
+               {0, 0, coding + "\r\n0\r\n\r\n", "Content-Length: 0\r\n", "", ""},
+               {1, 0, coding + "\r\n1\r\na\r\nzz\r\n\r\n", "", "", ""},
+               {0, 0, coding + "\r\nzz\r\n\r\n", "", "", ""},
+               {1, 1, coding + "\r\nzz\r\n\r\n", "", "", ""}};
+  for (const auto &c : cases) {
+    blockupload = c.looks;
+    std::string received, answer;
+    {
+      const ScriptedDaemon upstream([&](int fd) {
+        std::string got, piece;
+        const auto isWhole = [&] { /* a head alone is, where no body is to follow */
+                                   const bool isHead = got.find("\r\n\r\n") + 4 == got.size();
+                                   return got.ends_with('.') ||
+                                          (got.ends_with("\r\n\r\n") &&
+                                           (!isHead || (got.find(coding) & got.find(length)) == got.npos));
+        };
+        while (!isWhole() && !(piece = readOnce(fd)).empty()) got += piece;
+        received += got;
+        if (isWhole())
+          say(fd, "HTTP/1." + std::to_string(c.version) + " 200 OK\r\nConnection: close\r\nContent-Length: 0\r\n\r\n");
+      });
+      const std::string site = "http://127.0.0.1:" + std::to_string(upstream.port), rest = " HTTP/1.1\r\nHost: h\r\n";
+      const std::string before = "GET " + site + "/1" + rest + "\r\n", after = "GET " + site + "/2" + rest + "\r\n";
+      answer = serveDirect(before + "POST " + site + "/p" + rest + c.request + after);
+      shutdown(proxysock, SHUT_RDWR);
+    }
+    const std::string which = c.request.substr(0, 60) + std::to_string(c.version) + answer;
+    const size_t from = std::min(received.find("POST /p HTTP/1.1"), received.size()),
+                 to = received.find("GET /2", from);
+    EXPECT_EQ(to == std::string::npos, c.fields.empty()) << which;
+    EXPECT_EQ(answer.find("HTTP/1.1 400") != std::string::npos, c.fields.empty()) << which;
+    if (c.fields.empty()) continue;
+    const std::string forward = received.substr(from, to - from), body = bodyOf(forward);
+    EXPECT_NE(forward.find("\r\n" + c.fields.substr(0, 14)), std::string::npos) << forward.substr(0, 300);
+    for (const char *field : {"Transfer-Encoding: chunked\r\n", "Trailer: T\r\n", "Content-Length: "})
+      EXPECT_EQ(forward.find(field) < forward.find("\r\n\r\n"), c.fields.find(field) != std::string::npos)
+          << field << which;
+    ChunkDecoder decoder;
+    std::string out(80000, '\0');
+    size_t used = 0, produced = body.size();
+    if (c.version == 1) decodeChunks(decoder, body, used, out.data(), out.size(), produced);
+    EXPECT_TRUE((c.version == 1 ? out.substr(0, produced) : body) == c.text) << which;
+    EXPECT_TRUE(body.ends_with(c.end)) << which;
+  }
 }
 
 TEST_F(StrictTest, requestsThatCannotBeRepeatedGoOutOnAFreshConnectionUnlessTheirLoginIsBoundToThat) {
@@ -110,6 +184,118 @@ TEST_F(StrictTest, requestsThatCannotBeRepeatedGoOutOnAFreshConnectionUnlessThei
     serve(get + ("POST http://h/p HTTP/1.1\r\nHost: h\r\n" + field),
           {response("Connection: keep-alive\r\n", "1"), response("", "2")});
     EXPECT_EQ(connections, expected) << login;
+  }
+}
+
+TEST_F(StrictTest, aConnectionIsKeptToEachOfFourSites) {
+  const auto openFiles = [] { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); };
+  const auto before = openFiles();
+  std::array<int, 5> opened{};
+  std::string requests, answer;
+  {
+    std::list<ScriptedDaemon> sites;
+    for (int &count : opened) {
+      sites.emplace_back([&count](int fd) {
+        for (count++; readOnce(fd).ends_with("\r\n\r\n");) say(fd, "HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\n.");
+      });
+    }
+    for (const int number : {0, 1, 2, 3, 0, 1, 2, 3, 4, 3, 0}) {
+      const std::string site = "127.0.0.1:" + std::to_string(std::next(sites.begin(), number)->port);
+      requests += "GET http://" + site + "/ HTTP/1.1\r\nHost: " + site + "\r\n\r\n";
+    }
+    answer = serveDirect(requests);
+    close(proxysock);
+  }
+  EXPECT_EQ(opened, (std::array<int, 5>{2, 1, 1, 1, 1}));
+  EXPECT_TRUE(answer.ends_with("\r\n\r\n.") && result == -1) << answer;
+  EXPECT_EQ(openFiles(), before);
+}
+
+size_t occurrences(const std::string &text, std::string_view what) {
+  size_t found = 0;
+  for (size_t at = 0; (at = text.find(what, at)) != text.npos; at++) found++;
+  return found;
+}
+
+/* What a site does with a second request on the connection of the first, then with that on a new one. */
+TEST_F(StrictTest, aKeptConnectionThatFailsIsTriedOnceMoreAnewBeforeAnyAnswer) {
+  const std::string good = "HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\n.", bad = "HTTP/1.1 502 Bad Gateway";
+  const std::string hints = "HTTP/1.1 103 Early Hints\r\n\r\n", end = "\r\n\r\n";
+  const struct {
+    std::string method, rest, again, anew, expected;
+    int opened;
+    size_t asked;
+  } cases[] = {{"GET", end, "", good, good, 2, 3},
+               {"GET", end, "", "", bad, 2, 3},
+               {"GET", end, "HTTP/1.1 2", good, bad, 1, 2},
+               {"GET", end, hints, good, bad, 1, 2},
+               {"GET", end, "HTTP/1.1 200 OK" + end, good, "HTTP/1.1 200", 1, 2},
+               {"POST", "\r\nContent-Length: 0" + end, "", good, good, 2, 2},
+               {"PUT", "\r\nContent-Length: 1" + end + "b", "", good, good, 2, 2},
+               {"PUT", "\r\nContent-Length: 1" + end + "b", "", "", bad, 2, 2},
+               {"DELETE", "\r\nContent-Length: 1" + end + "b", "", good, good, 2, 2},
+               {"POST", "\r\nContent-Length: 0\r\nAuthorization: NTLM x" + end, "", good, bad, 1, 2}};
+  for (const auto &c : cases) {
+    int opened = 0;
+    std::string answer, heard;
+    {
+      const ScriptedDaemon site([&](int fd) {
+        opened++;
+        heard += readOnce(fd);
+        say(fd, opened == 1 ? good : c.anew);
+        const std::string second = opened == 1 ? readOnce(fd) : "";
+        if (!second.empty()) say(fd, c.again);
+        heard += second;
+      });
+      const std::string host = "127.0.0.1:" + std::to_string(site.port);
+      const std::string target = " http://" + host + "/ HTTP/1.1\r\nHost: " + host;
+      answer = serveDirect("GET" + target + end + c.method + target + c.rest);
+      shutdown(proxysock, SHUT_RDWR);
+    }
+    const std::string later = answer.substr(answer.find("HTTP/1.1", 1));
+    EXPECT_EQ(answer.find("HTTP/1.1 200 OK"), 0U);
+    EXPECT_NE(later.find(c.expected.substr(0, 12)), std::string::npos) << c.method << c.rest << c.again << answer;
+    EXPECT_EQ(opened, c.opened) << c.method << c.rest << c.again;
+    EXPECT_EQ(occurrences(heard, "Host: "), c.asked) << c.method << c.rest << c.again;
+  }
+}
+
+/* Nobody's is what comes behind an answer, or behind one to a body that the next hop may have taken for requests. */
+TEST_F(StrictTest, aConnectionIsKeptWhereTheEndsOfBodyAndAnswerWereSeen) {
+  const std::string chunks = "Transfer-Encoding: chunked\r\n\r\n1\r\n.\r\n0\r\n\r\n", end = "\r\n\r\n",
+                    length = "Content-Length: 1\r\n\r\n.";
+  const struct {
+    bool isProxy;
+    std::string method, body, answer;
+    int opened;
+  } cases[] = {{true, "POST", chunks, "1.1 200 OK\r\n" + length, 1},
+               {true, "POST", chunks, "1.0 200 OK\r\nConnection: keep-alive\r\n" + length, 2},
+               {true, "POST", length, "1.0 200 OK\r\nConnection: keep-alive\r\n" + length, 1},
+               {false, "POST", length, "1.1 200 OK\r\n" + length, 2},
+               {false, "GET", "\r\n", "1.1 200 OK\r\n" + chunks, 1},
+               {false, "GET", "\r\n", "1.1 200 OK\r\n" + chunks + "H", 2},
+               {false, "GET", "\r\n", "1.1 200 OK\r\n" + length + "H", 2},
+               {false, "GET", "\r\n", "1.1 200 OK\r\nContent-Length: 9\r\n" + chunks, 2}};
+  for (const auto &c : cases) {
+    int opened = 0;
+    {
+      const ScriptedDaemon hop([&](int fd) {
+        opened++;
+        for (std::string got, piece; !(piece = readOnce(fd)).empty();) {
+          got += piece;
+          if (!got.ends_with(got.starts_with("GET") ? end : c.body.substr(c.body.size() - 5))) continue;
+          say(fd, "HTTP/" + c.answer);
+          got.clear();
+        }
+      });
+      if (c.isProxy) goThrough(hop.port);
+      const std::string target = " http://127.0.0.1:" + std::to_string(hop.port) + "/ HTTP/1.1\r\nHost: h\r\n";
+      const std::string answer = serveDirect(c.method + target + c.body + "GET" + target + "\r\n");
+      EXPECT_EQ(occurrences(answer, "HTTP/1.1 200 OK"), 2U) << c.method << c.body << c.answer << answer;
+      shutdown(proxysock, SHUT_RDWR);
+      ProxyPresent = 0;
+    }
+    EXPECT_EQ(opened, c.opened) << c.method << c.body << c.answer;
   }
 }
 
@@ -135,6 +321,13 @@ TEST_F(StrictTest, uploadsAreRefusedBeforeAnythingGoesUpstream) {
     const std::string answer = serve(head + "\r\n\r\n" + body, {response("", "ok")});
     EXPECT_EQ(answer.find(allowed ? "HTTP/1.1 200 " : "HTTP/1.1 403 "), 0U) << answer;
     EXPECT_EQ(allowed ? bodyOf(forwarded) : forwarded, allowed ? body : "");
+    std::string chunks; /* of seven bytes, whose borders fall everywhere */
+    for (size_t at = 0; at < body.size(); at += 7) chunks += asChunk(body.substr(at, 7));
+    const std::string inChunks =
+        serve("POST http://h/x HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n" + chunks + "0\r\n\r\n",
+              {response("", "ok")});
+    EXPECT_EQ(inChunks.find(allowed ? "HTTP/1.1 200 " : "HTTP/1.1 403 "), 0U) << answer;
+    EXPECT_EQ(forwarded.empty(), !allowed);
   }
 }
 
@@ -158,7 +351,9 @@ TEST_F(StrictTest, uploadsAreFoundWhateverTheyAreCodedInAndWhereverTheyGo) {
       {"", gzip, file, false},
       {"", gzip, compressed(std::string(4 << 20, 'a'), 31), false},
       {"", "Content-Encoding: deflate\r\n", compressed(file, 15), false},
-      {"", "Content-Encoding: br\r\n", "?", false},
+      {"", "Content-Encoding: compress\r\n", "?", false},
+      {"", "Content-Encoding: br\r\n", "?", true},  /* a stream of no bytes, */
+      {"", "Content-Encoding: br\r\n", "/", false}, /* and the beginning of one */
       {"", form + "\r\n", field, true},
       {"", form + "\r\n", "--b\r\n\xC3\x96", false},
       {"", form + "; Charset = \"UTF-8\"\r\n", field, true},
@@ -201,8 +396,12 @@ TEST_F(StrictTest, textIsJudgedWhateverItCameIn) {
       {response(type, page), 1, "403 Forbidden"},
       {response(type, page, "404 Not Found"), 1, page},
       {response(gzip, compressed(page, 31)), 1, "403 Forbidden"},
-      {response(gzip, compressed(plain, 31)), 1, "Content-Type: text/html\r\n\r\n" + plain},
+      {response(brotli, coded(Coding::brotli, page)), 1, "403 Forbidden"},
+      {response(type + "Content-Encoding: zstd\r\n", coded(Coding::zstd, page)), 1, "403 Forbidden"},
+      {response(gzip + brotli, coded(Coding::brotli, compressed(page, 31))), 1, "403 Forbidden"},
+      {response(gzip, compressed(plain, 31) + page), 1, "403 Forbidden"},
       {response(brotli, page), 1, "403 Forbidden"},
+      {response(type + "Content-Encoding: br, gzip, br\r\n", page), 1, "403 Forbidden"},
       {response(brotli, page), 1 | STRICT_PASS_UNJUDGED, page},
       {response("Content-Type: image/png\r\nContent-Encoding: br\r\n", page), 1, page},
       {response("Content-Type: Text/HTML\r\n", page), 1, "403 Forbidden"},
@@ -229,16 +428,57 @@ TEST_F(StrictTest, aPageThatGrowsIsWeighedAnewEachTime) {
   allowedweight = 15;
   const std::string answer = serve(
       get, {"HTTP/1.0 200 OK\r\nContent-Type: text/html\r\nX: close\r\n\r\n<p>the first \1and the second one</p>"});
-  EXPECT_EQ(bodyOf(answer), "<p>the first ");
+  EXPECT_EQ(bodyOf(answer), "d\r\n<p>the first \r\n");
+}
+
+/* Also when it is scanned, with what the client would pass over; and cut where the text is. */
+TEST_F(StrictTest, whatWasJudgedIsDeliveredAsItCame) {
+  blockWord();
+  startScanSize = 64;
+  std::string noise, late;
+  for (unsigned i = 0; i < 40000; i++) noise += std::to_string(i * 2654435761u);
+  late = noise + " vexatious page";
+  for (const Coding coding : {Coding::gzip, Coding::deflate, Coding::brotli, Coding::zstd}) {
+    const char *name = std::array{"", "gzip", "deflate", "br", "zstd"}[static_cast<size_t>(coding)];
+    const std::string fields = "Content-Type: text/plain\r\nETag: x\r\nContent-Encoding: " + std::string(name) + "\r\n";
+    const std::string body = coded(coding, noise) + "rest", lateBody = coded(coding, late);
+    for (const int scanned : {0, 1}) {
+      virusscan = scanned;
+      engine(std::vector<std::string>(12, "OK"));
+      const std::string whole = serveOne(response(fields, body));
+      const std::string cut = serveOne(response(fields, lateBody));
+      engine({"FOUND"});
+      const std::string infected = serveOne(response(fields, body));
+      stopEngine();
+      EXPECT_TRUE(bodyOf(whole) == body) << name << scanned << bodyOf(whole).size() << " of " << body.size();
+      EXPECT_NE(whole.find("\r\n" + fields), std::string::npos) << whole.substr(0, 300);
+      EXPECT_TRUE(lateBody.starts_with(bodyOf(cut)) && bodyOf(cut).size() + 16 < lateBody.size()) << name << scanned;
+      EXPECT_EQ(infected.starts_with("HTTP/1.1 403"), scanned != 0) << name;
+    }
+  }
+}
+
+/* A coded stream may go on without end and say nothing. */
+TEST_F(StrictTest, codedBytesWithoutTextAreNotHeldForEver) {
+  blockWord();
+  const std::string empty = std::string("\0\0\0\xFF\xFF", 5); /* a stored block of no bytes */
+  std::string body = compressed("<p>text", -15);
+  std::string filler;
+  while (filler.size() < 600'000) filler += empty;
+  body = filler + body;
+  const std::string answer = serveOne(response("Content-Type: text/html\r\nContent-Encoding: deflate\r\n", body));
+  EXPECT_TRUE(bodyOf(answer) == body) << bodyOf(answer).size();
 }
 
 TEST_F(StrictTest, whatDescribedTheBytesIsTakenOutWithThem) {
   const std::string described = "Content-Type: text/html\r\nETag: \"x\"\r\nDigest: x\r\nContent-MD5: x\r\n",
                     page = "<html>x";
-  const std::string coded = described + "Content-Encoding: gzip\r\n";
-  const std::tuple<bool, uint8_t, std::string, bool> cases[] = {{false, 0, response(described, page), true},
-                                                                {true, 0, response(coded, compressed(page, 31)), false},
-                                                                {false, 1, response(described, page), false}};
+  const std::string coded = described + "Content-Encoding: gzip\r\n", packed = compressed(page, 31),
+                    plain = compressed("no page", 31);
+  const std::tuple<bool, uint8_t, std::string, bool> cases[] = {
+      {false, 0, response(described, page), true},  {true, 0, response(coded, packed), true},
+      {false, 1, response(described, page), false}, {false, 1, response(coded, packed), false},
+      {true, 1, response(coded, packed), false},    {false, 1, response(coded, plain), true}};
   blockPopups();
   for (const auto &[judges, inserts, sent, kept] : cases) {
     testforratings = judges ? 1 : 0;
@@ -247,6 +487,10 @@ TEST_F(StrictTest, whatDescribedTheBytesIsTakenOutWithThem) {
     for (const char *field : {"ETag:", "Digest:", "Content-MD5:"}) {
       EXPECT_EQ(answer.find(field) != std::string::npos, kept) << field << answer;
     }
+    const bool unpacked = sent.find("gzip") != sent.npos && !kept;
+    EXPECT_EQ(answer.find("Vary: Accept-Encoding\r\n") != answer.npos, unpacked) << answer;
+    EXPECT_EQ(answer.find("\r\n<html>") != answer.npos, !kept || sent.find("gzip") == sent.npos) << answer;
+    EXPECT_EQ(answer.find("gzip") != answer.npos, kept && sent.find("gzip") != sent.npos) << answer;
   }
 }
 

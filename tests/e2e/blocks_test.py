@@ -90,7 +90,7 @@ class Blocks(Road):
             client.sendall(b"and to you\xff")
             self.assertEqual(client.recv(100), b"")
         if not self.of_old:  # nothing may follow on a connection that is no longer read
-            head = head.replace(b"1.1\r\nHost", b"1.0\r\nVia: 1.1 netsift\r\nHost").replace(
+            head = head.replace(b"1.1\r\nHost", b"1.1\r\nVia: 1.1 netsift\r\nHost").replace(
                 b"Acc", b"Connection: close\r\nAcc")
         self.assertEqual(heads, [head])
         self.assertIn(" 127.0.0.1 ::New Tunnel Started---> \n\nProxy:\x00hello\nClient:and to you\xff\nProxy:",

@@ -7,7 +7,7 @@ import subprocess
 import time
 from concurrent.futures import ThreadPoolExecutor
 
-from exchanges import UPLOADS, Exchange
+from exchanges import UPLOADS, Exchange, read_chunks
 from harness import Case, scratch_folder
 
 SEED = int(os.environ.get("NETSIFT_SEED", "20240611"))
@@ -53,14 +53,15 @@ class Differential(Case):
         reader = connection.makefile("rb")
         while head := b"\r\n".join(iter(lambda: reader.readline().strip(b"\r\n"), b"")).decode("latin-1"):
             fields = dict(fields_of(head))
-            if "via" in fields and (HOP - {"via", "connection"} & set(fields)
-                                    or fields.get("accept-encoding", "identity") != "identity"):
+            if "via" in fields and (HOP - {"via", "connection", "transfer-encoding"} & set(fields)
+                                    or fields.get("accept-encoding", "gzip") not in ("gzip", "identity")):
                 self.leaked.append(head)
             if "expect" in fields:
                 connection.sendall(b"HTTP/1.1 100 Continue\r\n\r\n")
-            body = reader.read(int(fields.get("content-length", 0)))
+            is_chunked = "transfer-encoding" in fields
+            body = read_chunks(reader) if is_chunked else reader.read(int(fields.get("content-length", 0)))
             method, target = head.split(" ")[:2]
-            compared = sorted(fields_of(head, HOP | {"accept-encoding", "expect"}))
+            compared = sorted(fields_of(head, HOP | {"accept-encoding", "expect", "content-length"}))
             understood = f"{method} {target} {compared}".encode() + body
             exchange = self.exchanges[int(target[1:].partition("/")[0].partition("?")[0])]
             for piece in exchange.pieces(f"X-Understood: {hashlib.sha1(understood).hexdigest()}"):

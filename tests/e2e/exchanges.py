@@ -4,7 +4,7 @@ SIZES = (0, 0, 1, 2, 1000, 8192, 10240, 16384, 65535, 65536, 65537, 131073)
 METHODS = ("GET",) * 8 + ("POST",) * 4 + ("HEAD", "PUT", "DELETE", "PATCH", "OPTIONS")
 PATHS = ("", "/", "?a=%00&b=//c", "/a%2fb/../c;d", "/%c3%bc", "?" + "q" * 3000)
 REQUEST_FIELDS = ("Cookie: a=b; c=d", "X-Empty;", "Range: bytes=1-", 'If-None-Match: "e"', "Connection: close",
-                  "Connection: X-Hop, keep-alive\nX-Hop: 1", "TE: trailers", "Accept-Encoding: gzip",
+                  "Connection: X-Hop, keep-alive\nX-Hop: 1", "TE: trailers", "Accept-Encoding: sdch, gzip",
                   "Cache-Control: no-cache", "Authorization: Basic YTpi", "Upgrade-Insecure-Requests: 1")
 STATUSES = ("200 OK",) * 10 + (
     "201 Created", "202", "203 ", "204 No Content", "206 Partial Content", "301 Moved Permanently", "304 Not Modified",
@@ -25,6 +25,14 @@ def chunked(noise, body):
     return wire + noise.choice((b"0\r\n\r\n", b"000;end\r\n\r\n", b"0\r\nX-Trailer: 1\r\n\r\n"))
 
 
+def read_chunks(reader):
+    """A chunked body, as far as it comes, and its trailers."""
+    body = b""
+    while (line := reader.readline().strip()) and (size := int(line, 16)):
+        body += reader.read(size + 2)[:size]
+    return body + b"".join(iter(reader.readline, b"\r\n" if line else b""))
+
+
 class Exchange:
     def __init__(self, noise, number):
         self.method, self.path = noise.choice(METHODS), f"/{number}" + noise.choice(PATHS)
@@ -32,6 +40,7 @@ class Exchange:
         self.upload = noise.choice(UPLOADS) if self.method in ("POST", "PUT", "PATCH") else None
         expects = self.upload and noise.random() < 0.2
         self.fields += ["Content-Type: application/x-made-up", "Expect: 100-continue" if expects else "Expect:"]
+        self.fields += ["Transfer-Encoding: chunked"] * bool(self.upload and not self.http10 and noise.random() < 0.3)
 
         status, framing = noise.choice(STATUSES), noise.choice(("length", "length", "chunked", "close"))
         version = "1.1" if framing == "chunked" else noise.choice(("1.1", "1.1", "1.1", "1.0"))

@@ -56,12 +56,12 @@ class Tunnels(Case):
     def test_a_change_of_protocol(self):
         def switch(asked):
             asked.recv(1000)
-            asked.sendall(b"HTTP/1.1 101 Switching Protocols\r\nUpgrade: x\r\nConnection: upgrade\r\n\r\nready")
+            asked.sendall(b"HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: upgrade\r\n\r\nready")
             asked.sendall(asked.recv(1000).upper())
         filtering, peer = self.filter(), self.peer(switch)
         with filtering.connect() as client:
             client.sendall(f"GET http://localhost:{peer.port}/ HTTP/1.1\r\nHost: localhost:{peer.port}\r\n"
-                           "Connection: Upgrade\r\nUpgrade: x\r\n\r\n".encode())
+                           "Connection: Upgrade\r\nUpgrade: websocket\r\n\r\n".encode())
             heard = b""
             while not heard.endswith(b"ready"):
                 heard += client.recv(1000)

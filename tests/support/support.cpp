@@ -163,21 +163,22 @@ std::string compressed(const std::string &text, int windowBits) {
   return out;
 }
 
-std::string decoded(Coding coding, std::string_view body, size_t pieceSize, size_t roomSize) {
-  CodingDecoder decoder;
-  decoder.coding = coding;
+std::string decoded(const ContentCodings &codings, std::string_view body, size_t pieceSize, size_t roomSize,
+                    bool showsRest) {
+  CodingChain chain;
+  startCodings(chain, codings, showsRest);
   Parse answer = Parse::more;
   std::string text, room(roomSize, '\0');
   for (size_t produced = 0; answer != Parse::bad && (!body.empty() || produced == roomSize);) {
-    const std::string_view piece = body.substr(0, pieceSize);
+    const std::vector<char> piece(body.begin(),
+                                  body.begin() + static_cast<ptrdiff_t>(std::min(pieceSize, body.size())));
     size_t used = 0;
-    answer = decodeCoding(decoder, piece, used, room.data(), roomSize, produced);
+    answer = decodeCodings(chain, {piece.data(), piece.size()}, used, room.data(), roomSize, produced);
     if (used > piece.size() || produced > roomSize) std::abort();
     text.append(room, 0, produced);
     body.remove_prefix(used);
   }
-  if (answer != Parse::bad) answer = finishCoding(decoder);
-  endCoding(decoder);
+  if (answer != Parse::bad) answer = finishCodings(chain);
   return text + (answer == Parse::done ? "" : "!");
 }
 

@@ -98,8 +98,9 @@ Header makeHeader(std::initializer_list<std::string_view> lines);
 std::string compressed(const std::string &text, int windowBits);
 
 /* The text of a coded body that comes in pieces of a size, through room of a size; "!" behind it when it was broken off
-   or grew beyond bounds. */
-std::string decoded(Coding coding, std::string_view body, size_t pieceSize, size_t roomSize);
+   or grew beyond bounds. `showsRest`: what follows the coded stream is part of it. */
+std::string decoded(const ContentCodings &codings, std::string_view body, size_t pieceSize, size_t roomSize,
+                    bool showsRest = false);
 
 /* A malloc'ed text taken over as a string; "<none>" for null. */
 std::string take(char *text);
