@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -14,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "connection/strict/keptUpstreams.h"
 #include "content/contentFilter.h"
 #include "content/phraseTable.h"
 #include "http/httpHeader.h"
@@ -117,9 +119,17 @@ void clearBody() {
   }
 }
 
+void closeBetween(int first, int last) {
+  if (first > last || close_range(static_cast<unsigned>(first), static_cast<unsigned>(last), 0) == 0) return;
+  for (int fd = first, end = static_cast<int>(sysconf(_SC_OPEN_MAX)); fd <= last && fd < end; fd++) close(fd);
+}
+
 void closeFrom(int first) {
-  if (close_range(static_cast<unsigned>(first), ~0U, 0) == 0) return;
-  for (int fd = first, last = static_cast<int>(sysconf(_SC_OPEN_MAX)); fd < last; fd++) close(fd);
+  for (const int spared : keptDescriptors()) {
+    closeBetween(first, spared - 1);
+    first = std::max(first, spared + 1);
+  }
+  closeBetween(first, INT_MAX);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <netdb.h>
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -48,8 +49,10 @@ struct Ends {
 struct Upstream {
   std::string host; /* none of the upstream proxy */
   unsigned port = 0;
-  bool isHttp10 = false; /* it has answered so */
-  int fd = -1;           /* of an earlier cycle, and of this one once it is connected */
+  bool isHttp10 = false;                            /* it has answered so */
+  bool isPersonal = false;                          /* a login was sent on it or asked for */
+  std::chrono::steady_clock::time_point lastUsed{}; /* when it had answered a request to its end */
+  int fd = -1;                                      /* of an earlier cycle, and of this one once it is connected */
 };
 
 /* What a host that is an address resolves to, and the URL as that name would have it; empty for none. */
@@ -78,7 +81,7 @@ struct Connection {
   uint8_t configuredBlockip = 0, configuredUrlcheck = 0; /* StrictHttp: as the host set them */
   std::string resolvedAddress;                           /* StrictHttp: the host whose name was looked up last, */
   hostent *resolvedEntry = nullptr;                      /* and what was found */
-  bool used = false;                 /* StrictHttp: a request has come */
+  bool used = false;                                     /* StrictHttp: a request has come */
   std::array<Upstream, 4> upstreams; /* clients that send one proxy requests for several sites go back and forth */
   size_t current = 0;                /* in it: to whom ends.upstream leads */
   bool sendsChunks = false;          /* the response goes to the client in chunks */
@@ -111,6 +114,7 @@ struct Cycle {
   bool bodyUnsent = false;      /* upstream stopped taking the body; its answer ends the connection */
   bool expectsContinue = false; /* the client holds its body back until it is asked for it */
   bool asksToSwitch = false;    /* the client offers to go on in another protocol */
+  bool usesUpstream = false;    /* the upstream socket is this cycle's */
   bool upstreamReused = false;  /* the request went out on an earlier cycle's socket */
   File requestSpool;            /* its body, where that was collected before it is sent */
   std::string requestTrailers;  /* behind it */

@@ -111,7 +111,7 @@ void forwardRequest(Header &header) {
   if (parseStrictTarget(header.first, target).status != 0) return;
   check(!target.host.empty() && target.port >= 1 && target.port <= 65535 && !strictUrl(target).empty());
   checkResolved(target);
-  (target.form == TargetForm::authority ? rewriteForProxy : rewriteForOrigin)(header, target);
+  (target.form == TargetForm::authority ? rewriteForProxy : rewriteForOrigin)(header, target, !target.keepAlive);
   addVia(header, target.minorVersion);
   check(parseStrictTarget(header.first, again).status == 0 && again.host == target.host && again.port == target.port);
   check(requestFraming(header.first, framingAgain).status == 0 && framingAgain.length == framing.length);

@@ -51,6 +51,10 @@ const Setting serviceSettings[] = {
      "site."},
     {"upstream", "timeout", Number{&PROXY_TIMEOUT, 1, mostSeconds, "seconds"}, "60",
      "How long to wait for upstream to take or send the next bytes."},
+    {"upstream", "keep_seconds", Number{&KeepUpstreamSeconds, 0, mostSeconds, "seconds"}, "15",
+     "How long a process keeps a connection to a site, or to the upstream proxy, for its next client, while "
+     "strict_http is "
+     "on; at most four, and none that a login was sent on. 0: they end with the client's connection."},
     {"http", "strict_http", Bit{&StrictHttp, STRICT_HTTP, "false", "true"}, "true",
      "Read and address requests as RFC 9110 and 9112 say. Needed for today's sites, above all without an upstream "
      "proxy; false keeps the behaviour of old."},

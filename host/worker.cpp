@@ -90,10 +90,14 @@ int takeClient(const Worker &worker, struct sockaddr_in *peer) {
   return sock;
 }
 
+/* What is kept for the next client is given up when none has come by then. */
 void waitForEvent(const Worker &worker) {
   sigset_t none;
   sigemptyset(&none);
   struct epoll_event found;
+  const bool keeps = KeepUpstreamSeconds > 0 && worker.served > 0;
+  if (keeps && epoll_pwait(worker.events, &found, 1, 1000 * KeepUpstreamSeconds, &none) != 0) return;
+  if (keeps) netsift_releaseUpstreams();
   epoll_pwait(worker.events, &found, 1, -1, &none);
 }
 

@@ -68,7 +68,7 @@ bool hasField(const Header &header, std::string_view nameWithColon) {
   return line != nullptr;
 }
 
-void rewriteRequest(Header &header, const StrictTarget &target, const std::string &address) {
+void rewriteRequest(Header &header, const StrictTarget &target, const std::string &address, bool closes) {
   const bool http11 = std::strstr(header.first->text, " HTTP/1.1") != nullptr;
   setLine(header.first, target.method + " " + address + (http11 ? " HTTP/1.1" : " HTTP/1.0"));
   removeHopByHop(header);
@@ -76,7 +76,7 @@ void rewriteRequest(Header &header, const StrictTarget &target, const std::strin
   removeField(header, "Expect:");
   removeField(header, "Host:");
   unifyContentLength(header);
-  setConnection(header, !target.keepAlive);
+  setConnection(header, closes);
   insertField(header, "Host: " + authority(target));
 }
 
@@ -84,16 +84,16 @@ bool isEmpty(const Header &header) { return header.first == nullptr || header.fi
 
 }  // namespace
 
-void rewriteForOrigin(Header &header, const StrictTarget &target) {
+void rewriteForOrigin(Header &header, const StrictTarget &target, bool closes) {
   if (isEmpty(header)) return;
   StrictTarget plain = target;
   plain.usualPort = 80; /* an origin form names no scheme: it is read as http */
-  rewriteRequest(header, plain, originForm(plain));
+  rewriteRequest(header, plain, originForm(plain), closes);
   removeField(header, "Proxy-Authorization:");
 }
 
-void rewriteForProxy(Header &header, const StrictTarget &target) {
-  if (!isEmpty(header)) rewriteRequest(header, target, absoluteForm(target));
+void rewriteForProxy(Header &header, const StrictTarget &target, bool closes) {
+  if (!isEmpty(header)) rewriteRequest(header, target, absoluteForm(target), closes);
 }
 
 void addVia(Header &header, unsigned minorVersion) {

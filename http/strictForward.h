@@ -14,11 +14,11 @@ namespace netsift {
 /* Addresses the request to the origin itself, with the target in origin form, or to the proxy upstream, in absolute
    form (the authority for CONNECT). One Host field names the target's host, and a Content-Length stands once. Gone are
    the hop-by-hop fields and those that Connection names, but for what frames or describes the content; Expect, which is
-   answered here; Trailer where nothing is chunked; and towards an origin Proxy-Authorization. The "Connection" field of this hop says whether the
-   upstream is to keep the connection, as target.keepAlive. The request line keeps its version where that is 1.0 or
-   1.1. */
-void rewriteForOrigin(Header &header, const StrictTarget &target);
-void rewriteForProxy(Header &header, const StrictTarget &target);
+   answered here; Trailer where nothing is chunked; and towards an origin Proxy-Authorization. The "Connection" field of
+   this hop says whether the upstream is to keep the connection: not when it `closes`. The request line keeps its version
+   where that is 1.0 or 1.1. */
+void rewriteForOrigin(Header &header, const StrictTarget &target, bool closes);
+void rewriteForProxy(Header &header, const StrictTarget &target, bool closes);
 
 /* Adds this filter's Via, "1.<minorVersion> netsift", behind those of earlier hops. `minorVersion` is the one that the
    message was received in. Not repeatable: a head that goes out twice gets it once. */

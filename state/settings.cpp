@@ -1,6 +1,6 @@
 #include "state/settings.h"
 
-int32_t ProxyPresent, proxyport, PROXY_TIMEOUT, DisableNetsiftService, DoNotKeepConnectionAlive,
+int32_t ProxyPresent, proxyport, PROXY_TIMEOUT, KeepUpstreamSeconds, DisableNetsiftService, DoNotKeepConnectionAlive,
     TunnelPacketsWithoutContentLength, StrictHttp, ClientIdleSeconds, RequestHeadSeconds, IdleSemaphore, EscapeText;
 char *proxyip;
 

@@ -23,6 +23,9 @@ NETSIFT_API extern int32_t ProxyPresent;  /* 1: everything goes to the upstream 
 NETSIFT_API extern char *proxyip;         /* upstream proxy, dotted-decimal text */
 NETSIFT_API extern int32_t proxyport;     /* its port; in direct mode overwritten with each origin's */
 NETSIFT_API extern int32_t PROXY_TIMEOUT; /* seconds, for every send to and read from upstream; 0: do not wait */
+/* With StrictHttp: how long idle upstream sockets are kept for the process's next client; 0: they end with the client's
+   connection. */
+NETSIFT_API extern int32_t KeepUpstreamSeconds;
 NETSIFT_API extern int32_t DisableNetsiftService;    /* 1: pass everything through, unread */
 NETSIFT_API extern int32_t DoNotKeepConnectionAlive; /* nonzero: persistence fields are taken out of requests */
 NETSIFT_API extern int32_t TunnelPacketsWithoutContentLength; /* 1: relay a kept-alive response without a length raw */

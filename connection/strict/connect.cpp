@@ -38,6 +38,7 @@ Wait openWithin(Connection &connection, int milliseconds) {
   if (fd < 0) return Wait::failed;
   boundSends(fd, PROXY_TIMEOUT);
   connection.upstreams[connection.current].fd = fd;
+  connection.upstreams[connection.current].isPersonal = false;
   publishUpstream(connection, fd);
   const Wait wait = connectWithin(fd, proxyaddr, milliseconds, connection.ends.client);
   if (wait == Wait::ready) return wait;
@@ -107,6 +108,7 @@ int openUpstream(Connection &connection, Cycle &cycle, bool mayReuse) {
   const Request &request = cycle.request;
   const bool direct = ProxyPresent != 1;
   if (!direct && RefuseLocalAddresses != 0 && isLocalHost(request.hostname)) return targetIsLocal;
+  cycle.usesUpstream = true;
   turnTo(connection, direct ? request.hostname : "", direct ? request.port : 0);
   cycle.upstreamReused = mayReuse && connection.ends.upstream >= 0 && isQuiet(connection.ends.upstream);
   if (cycle.upstreamReused) return 0;
@@ -133,12 +135,6 @@ void closeUpstream(Connection &connection) {
   close(current.fd);
   current.fd = -1;
   publishUpstream(connection, -1);
-}
-
-void closeOthers(Connection &connection) {
-  for (const Upstream &one : connection.upstreams) {
-    if (one.fd >= 0 && one.fd != connection.ends.upstream) close(one.fd);
-  }
 }
 
 }  // namespace netsift

@@ -21,11 +21,6 @@ int openUpstream(Connection &connection, Cycle &cycle, bool mayReuse);
 /* Closes the upstream socket, so that no later cycle reuses it. */
 void closeUpstream(Connection &connection);
 
-/* Closes what is kept beside the upstream socket, which is the host's to close. No client gets a socket that another
-   one's requests went out on: whatever a client makes of it, a login or an answer that nobody asked for, stays its own.
- */
-void closeOthers(Connection &connection);
-
 }  // namespace netsift
 
 #endif

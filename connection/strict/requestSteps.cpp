@@ -39,10 +39,11 @@ Next answerConnect(Connection &connection) {
 /* The head as the upstream gets it, once per request: in this filter's own version, or in the client's where the answer
    is relayed to that as it comes. */
 void rewriteHead(const Cycle &cycle, bool isRelayed) {
+  const bool closes = isRelayed || (!cycle.target.keepAlive && KeepUpstreamSeconds <= 0);
   if (ProxyPresent == 1) {
-    rewriteForProxy(reqheader, cycle.target);
+    rewriteForProxy(reqheader, cycle.target, closes);
   } else {
-    rewriteForOrigin(reqheader, cycle.target);
+    rewriteForOrigin(reqheader, cycle.target, closes);
   }
   const std::string_view line = reqheader.first->text;
   reqheader.first->text[line.size() - 3] = isRelayed && cycle.target.minorVersion == 0 ? '0' : '1';
@@ -54,6 +55,13 @@ void rewriteHead(const Cycle &cycle, bool isRelayed) {
 bool isRepeatable(const Cycle &cycle) {
   constexpr std::string_view methods[] = {"GET", "HEAD", "OPTIONS", "TRACE", "DELETE"};
   return !hasBody(cycle) && std::find(std::begin(methods), std::end(methods), cycle.target.method) != std::end(methods);
+}
+
+bool carriesLogin() {
+  for (const HeaderLine *line = reqheader.first; line != nullptr; line = line->next) {
+    if (isField(line, "Authorization:") || isField(line, "Proxy-Authorization:")) return true;
+  }
+  return false;
 }
 
 /* A login to the next hop that belongs to the connection it was made on, and is lost with it. */
@@ -84,7 +92,9 @@ Next connectFor(Connection &connection, Cycle &cycle) {
   const int status = openUpstream(connection, cycle, isRepeatable(cycle) || isLoggedIn());
   if (status == clientHasLeft) return leave(connection);
   if (status == targetIsLocal) return refuseLocal(connection, cycle);
-  return status == 0 ? Next::step : refuseWithError(connection, cycle, status, nullptr);
+  if (status != 0) return refuseWithError(connection, cycle, status, nullptr);
+  connection.upstreams[connection.current].isPersonal |= carriesLogin();
+  return Next::step;
 }
 
 /* Filtering switched off beside an upstream proxy: nothing is read at all. */

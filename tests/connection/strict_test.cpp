@@ -1,6 +1,7 @@
 #include <filesystem>
 #include <list>
 
+#include "connection/connectionReset.h"
 #include "content/phraseList.h"
 #include "http/strictChunk.h"
 #include "tests/connection/cycle_fixture.h"
@@ -215,6 +216,37 @@ size_t occurrences(const std::string &text, std::string_view what) {
   size_t found = 0;
   for (size_t at = 0; (at = text.find(what, at)) != text.npos; at++) found++;
   return found;
+}
+
+/* How many connections two clients cost, one after the other, by what the first asks and is answered. */
+TEST_F(StrictTest, aSilentConnectionIsKeptForTheNextClientUnlessItIsPersonal) {
+  const std::string good = "HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\n.", close = "Connection: close\r\n";
+  const std::tuple<int, std::string, std::string, int> cases[] = {
+      {15, "", good, 1},
+      {15, close, good, 1},
+      {0, close, good, 2},
+      {15, "Authorization: Basic eDp5\r\n", good, 2},
+      {15, "", "HTTP/1.1 401 Unauthorized\r\nContent-Length: 0\r\n\r\n", 2},
+      {15, "", good + "HTTP/1.1 200 OK\r\n", 2},
+      {15, "", "HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: 1\r\n\r\n.", 2}};
+  for (const auto &[seconds, fields, first, count] : cases) {
+    KeepUpstreamSeconds = seconds;
+    int opened = 0;
+    std::string answers;
+    {
+      const ScriptedDaemon site([&, &first = first](int fd) {
+        for (opened++; !readOnce(fd).empty();) say(fd, answers.empty() ? first : good);
+      });
+      const std::string host = "127.0.0.1:" + std::to_string(site.port);
+      const std::string request = "GET http://" + host + "/ HTTP/1.1\r\nHost: " + host + "\r\n";
+      answers = serveDirect(request + fields + "\r\n");
+      answers += serveDirect(request + "\r\n");
+      netsift_releaseUpstreams();
+    }
+    EXPECT_EQ(opened, count) << seconds << fields << first;
+    EXPECT_TRUE(answers.find("HTTP/1.1 200", 1) != std::string::npos && answers.ends_with("\r\n\r\n.")) << answers;
+  }
+  KeepUpstreamSeconds = 0;
 }
 
 /* What a site does with a second request on the connection of the first, then with that on a new one. */

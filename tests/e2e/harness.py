@@ -199,9 +199,10 @@ class Filter:
         return [pid for server in children(self.process.pid) for pid in children(server)]
 
     def connections(self):
-        """Those of them that serve a client now: who holds a socket that is neither the listener nor a local one. A
-        client's cannot be told by its port: once the client has reset it, the kernel lists it no longer."""
-        listeners = {row[9] for row in self.client_rows() if row[3] == "0A"}
+        """Those of them that serve a client now: who holds a socket that is neither the listener nor a local one nor one
+        to a site. A client's cannot be told by its port: once the client has reset it, the kernel lists it no longer."""
+        clients = [row[9] for row in self.client_rows() if row[3] != "0A"]
+        listeners = {line.split()[9] for line in Path("/proc/net/tcp").read_text().splitlines()[1:]} - set(clients)
         local = {row.split()[6] for row in Path("/proc/net/unix").read_text().splitlines()[1:]}
         own = {f"socket:[{inode}]" for inode in listeners | local}
         return [pid for pid in self.served_by() if self.sockets(pid) - own]

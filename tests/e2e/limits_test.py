@@ -88,3 +88,19 @@ class Limits(Case):
         self.assertEqual(slow.recv(1), b"")
         self.assertGreater(at_idle, 0.9)
         self.assertGreater(time.monotonic() - began, 1.9)
+
+    def test_a_connection_to_a_site_stays_for_the_next_client_and_for_so_long(self):
+        opened, ended = [], []
+
+        def count(connection):
+            opened.append(connection)
+            serve(connection)
+            ended.append(connection)
+        place = f"127.0.0.1:{self.peer(count).port}"
+        request = f"GET http://{place}/ HTTP/1.1\r\nHost: {place}\r\n\r\n".encode()
+        filtering = self.filter({"listen.max_connections": 1, "listen.connections_per_process": 1000,
+                                 "upstream.keep_seconds": 2})
+        for _ in range(3):
+            self.assertTrue(filtering.exchange(request).startswith(TAKEN))
+        self.assertEqual(len(opened), 1)
+        wait_until(lambda: len(ended) == 1, "the site to be left alone")

@@ -155,7 +155,8 @@ class Workers(Road):
             return len(os.listdir(f"/proc/{process}/fd")), private(process)
         descriptors, memory = mix(100)
         now_descriptors, now_memory = mix(MIXED)
-        self.assertEqual((filtering.processes(), now_descriptors), ([process], descriptors))
+        self.assertEqual(filtering.processes(), [process])
+        self.assertAlmostEqual(now_descriptors, descriptors, delta=4)  # connections kept to sites: four at most
         self.assertLess(now_memory - memory, 20_000 if b"__asan" in LIBRARY.read_bytes() else 300)
 
     def test_a_process_ends_after_its_connections_and_lines_tell_them_apart(self):

@@ -252,10 +252,10 @@ TEST(RewriteRequest, AddressesTheNextHopAndKeepsWhatIsForTheOrigin) {
     ScannedHead origin(line + "\r\n" + noise), proxy(line + "\r\n" + noise);
     StrictTarget target;
     ASSERT_EQ(parseStrictTarget(origin.first, target).status, 0);
-    rewriteForProxy(proxy, target);
+    rewriteForProxy(proxy, target, !target.keepAlive);
     addVia(proxy, 0);
     EXPECT_EQ(proxy.text(), toProxy + "\r\n" + kept + "Proxy-Authorization: Basic eA==\r\n\r\n");
-    rewriteForOrigin(origin, target);
+    rewriteForOrigin(origin, target, !target.keepAlive);
     addVia(origin, 0);
     if (toOrigin.empty()) continue;
     EXPECT_EQ(origin.text(), toOrigin + "\r\n" + kept + "\r\n");
