@@ -13,7 +13,9 @@
 #include <string>
 #include <vector>
 
+#include "content/charset.h"
 #include "content/htmlToText.h"
+#include "content/pageWords.h"
 #include "content/phraseList.h"
 #include "content/phraseScan.h"
 #include "content/ratings.h"
@@ -21,6 +23,7 @@
 
 namespace {
 
+using namespace netsift;
 using benchmark::Counter;
 using benchmark::State;
 using std::string;
@@ -79,6 +82,13 @@ string ordinaryPage(size_t size) {
     page += "<font face=\"arial\" color=\"#336699\">" + randomWord(random) + "</font></p> </div> ";
   }
   return page.substr(0, size);
+}
+
+/* The same in other letters. */
+string filledPage(const string &paragraph) {
+  string page = "<html><body>";
+  while (page.size() < pageSize) page += "<p>" + paragraph + "</p> ";
+  return page.substr(0, pageSize);
 }
 
 string textOf(string page) {
@@ -180,6 +190,34 @@ void convert(State &state, const string &page) {
   perByte(state, page.size());
 }
 
+/* From a page's bytes to the text of its words, 64 KB at a time. */
+void readWords(State &state, const string &charset, const string &page) {
+  for (auto _ : state) {
+    Decoder decoder = openDecoder(charset);
+    PageText text{.kind = TextKind::html};
+    string characters;
+    decodeText(decoder, page, true, characters);
+    readPage(text, characters);
+    endPage(text);
+    benchmark::DoNotOptimize(text.shown.text.data());
+  }
+  perByte(state, page.size());
+}
+
+/* All of a page's judging where words are matched. */
+void judge(State &state, const string &page, const std::vector<std::vector<string>> &lists) {
+  StrictHttp = STRICT_HTTP;
+  ContentMatch = CONTENT_WORDS;
+  const Categories categories(lists, Way::onePass);
+  for (auto _ : state) {
+    iniContentFilter();
+    PageWords words{"text/html", "", {}, {}, {}};
+    benchmark::DoNotOptimize(judgeWords(words, page, true));
+  }
+  perByte(state, page.size());
+  StrictHttp = ContentMatch = 0;
+}
+
 void weigh(State &state, const string &text, const std::vector<std::vector<string>> &lists, Way way) {
   const Categories categories(lists, way);
   for (auto _ : state) {
@@ -234,6 +272,22 @@ const bool registered = [] {
   add("convert/all font tags", convert, filled("<f>"));
   add("convert/all white font tags", convert, filled("<font color = white>"));
   add("convert/font tags before one >", convert, filled("<font ", pageSize - 1) + ">");
+
+  add("words/page 1 KB", readWords, "", page1);
+  add("words/page 64 KB", readWords, "", page64);
+  add("words/page 64 KB, windows-1252", readWords, "CP1252", page64);
+  add("words/Russian page 64 KB", readWords, "", filledPage("Слово за слово, и так целая <b>страница</b> из слов."));
+  add("words/Chinese page 64 KB", readWords, "", filledPage("一个字接一个字，整页的<b>文字</b>就是这样。"));
+  add("words/Hindi page 64 KB", readWords, "", filledPage("शब्द के बाद शब्द, और इस तरह पूरा <b>पृष्ठ</b> बनता है।"));
+  add("words/all <b>", readWords, "", filled("<b>"));
+  add("words/all <dfn x=y>", readWords, "", filled("<dfn x=y>"));
+  add("words/all &amp;", readWords, "", filled("&amp;"));
+  add("words/all &CounterClockwiseContourIntegral;", readWords, "", filled("&CounterClockwiseContourIntegral;"));
+  add("words/all title='a'", readWords, "", filled("<b title='a'>"));
+  add("words/all marks", readWords, "", filled("a\xCC\x81\xCC\xA3"));
+  add("words/all ligatures", readWords, "", filled("\xEF\xB7\xBA"));
+  add("words/one script of escapes", readWords, "", "<script>" + filled("\\u0041"));
+  add("judge/page 64 KB, 10 x 5000", judge, page64, large);
 
   const string text1 = textOf(page1), text64 = textOf(page64);
   const Lists crowded{crowdedPhrases()}, nested{nestedPhrases()};

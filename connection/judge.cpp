@@ -9,6 +9,7 @@
 #include "cache/dbcache.h"
 #include "connection/publish.h"
 #include "connection/refuse.h"
+#include "content/pageWords.h"
 #include "content/phraseScan.h"
 #include "content/phraseTable.h"
 #include "http/httpHeader.h"
@@ -151,9 +152,9 @@ void noticePopups(Cycle &cycle, const char *buffer, size_t length) {
   dprintf(7, "POPUP caught and blocked for site %s\n", peerText(cycle.request.url.c_str()));
 }
 
-bool refuseOffensive(Connection &connection, const Cycle &cycle, char *piece, size_t length, bool first) {
-  dprintf(7, "preprocessing body...\n");
-  if (!isTextBlocked(piece, static_cast<int32_t>(length), first)) return false;
+namespace {
+
+void refuseJudged(Connection &connection, const Cycle &cycle) {
   answer(connection, cycle, {.result = callFailed});
   const std::string &url = cycle.request.url;
   logBlocked(url.c_str(), "offensive content");
@@ -162,6 +163,26 @@ bool refuseOffensive(Connection &connection, const Cycle &cycle, char *piece, si
             peerText(cycle.date.get()), verdictOffensive);
     if (cycle.date) storeVerdict(cycle, verdictOffensive);
   }
+}
+
+}  // namespace
+
+bool refuseOffensive(Connection &connection, const Cycle &cycle, char *piece, size_t length, bool first) {
+  dprintf(7, "preprocessing body...\n");
+  if (!isTextBlocked(piece, static_cast<int32_t>(length), first)) return false;
+  refuseJudged(connection, cycle);
+  return true;
+}
+
+bool refuseWords(Connection &connection, const Cycle &cycle, PageWords &words, std::span<char> window, size_t fresh,
+                 bool first, bool isLast) {
+  dprintf(7, "preprocessing body...\n");
+  if (!first || !isRatingBlocked(window.data(), static_cast<int32_t>(window.size()))) {
+    const int category = judgeWords(words, {window.data() + fresh, window.size() - fresh}, isLast);
+    if (category == 0) return false;
+    recordOffensive(category);
+  }
+  refuseJudged(connection, cycle);
   return true;
 }
 

@@ -6,12 +6,15 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 
 #include "connection/cycle.h"
 #include "state/results.h"
 
 namespace netsift {
+
+struct PageWords;
 
 /* As the verdict cache stores them. */
 constexpr int verdictClean = NETSIFT_CACHED_CLEAN, verdictInfected = NETSIFT_CACHED_INFECTED,
@@ -73,9 +76,20 @@ void noticePopups(Cycle &cycle, const char *buffer, size_t length);
    line and the stored verdict as it leaves them. */
 bool isTextBlocked(char *buffer, int32_t length, bool first);
 
+/* Whether the ratings of a page's start are to block it. */
+bool isRatingBlocked(const char *buffer, int32_t length);
+
+/* The records of a page that is blocked for its phrases in a category, from 1. */
+void recordOffensive(int category);
+
 /* Judges a piece of text; `first`: ratings are looked for in it too. True when the page was refused: the call is to end
    with -1. */
 bool refuseOffensive(Connection &connection, const Cycle &cycle, char *piece, size_t length, bool first);
+
+/* The same of a page whose words are judged: what stands in the window from `fresh` on is read on. `first`: ratings are
+   looked for in the window. `isLast`: nothing follows. */
+bool refuseWords(Connection &connection, const Cycle &cycle, PageWords &words, std::span<char> window, size_t fresh,
+                 bool first, bool isLast);
 
 /* -- the scan -- */
 

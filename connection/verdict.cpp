@@ -1,6 +1,7 @@
 #include "connection/verdict.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "cache/dbcache.h"
@@ -59,6 +60,8 @@ void storeOffensive() {
   }
 }
 
+}  // namespace
+
 void recordOffensive(int category) {
   const char *name = categname1 == nullptr || categname1[category - 1] == nullptr ? "" : categname1[category - 1];
   if (addurltolist != 0) {
@@ -70,6 +73,8 @@ void recordOffensive(int category) {
   logBlocked(url, std::string("Offensive Content:") + peerText(name));
   if (url != nullptr) storeOffensive();
 }
+
+namespace {
 
 /* The text is normalised already and is the page's visible text afterwards. */
 bool isOffensive(char *text) {
@@ -111,6 +116,14 @@ bool isTextBlocked(char *buffer, int32_t length, bool first) {
   int normalisedLength = 0;
   const Text normalised(preProcessBody(buffer, length, &normalisedLength));
   return normalised ? isBlocked(normalised.get(), first) : isBlockedAsItStands(buffer, length, first);
+}
+
+bool isRatingBlocked(const char *buffer, int32_t length) {
+  if (testforratings == 0) return false;
+  int normalisedLength = 0;
+  const Text normalised(preProcessBody(buffer, length, &normalisedLength));
+  if (!normalised) std::abort();
+  return violatesRatings(normalised.get());
 }
 
 }  // namespace netsift

@@ -59,6 +59,16 @@ bool countPhrase(FoundPhrases *found, const PhraseNode *phrase, int32_t &score) 
   return true;
 }
 
+FoundCounts countFound() {
+  FoundCounts counts{};
+  for (size_t i = 0; i < static_cast<size_t>(foundCategories); i++) counts[i] = foundTables[i].count;
+  return counts;
+}
+
+void restoreFound(const FoundCounts &counts) {
+  for (size_t i = 0; i < static_cast<size_t>(foundCategories); i++) foundTables[i].count = counts[i];
+}
+
 void forgetFoundPhrases() {
   for (int i = 0; i < foundCategories; i++) foundTables[i].count = 0;
 }

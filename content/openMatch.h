@@ -2,6 +2,8 @@
 #ifndef NETSIFT_CONTENT_OPENMATCH_H
 #define NETSIFT_CONTENT_OPENMATCH_H
 
+#include <array>
+
 #include "content/contentFilter.h"
 #include "content/phraseTable.h"
 
@@ -49,6 +51,11 @@ bool countPhrase(FoundPhrases *found, const PhraseNode *phrase, int32_t &score);
 
 /* A category's, from 0; null when there is none. */
 FoundPhrases *foundTable(int category);
+
+/* How many phrases each table holds; and those tables with what was recorded since taken back. */
+using FoundCounts = std::array<uint8_t, 255>;
+FoundCounts countFound();
+void restoreFound(const FoundCounts &counts);
 
 /* Empties the found tables: their phrases are about to be released. */
 void forgetFoundPhrases();

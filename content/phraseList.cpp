@@ -9,8 +9,10 @@
 #include "content/openMatch.h"
 #include "content/phraseAutomaton.h"
 #include "content/phraseTable.h"
+#include "content/phraseWords.h"
 #include "log/debugLog.h"
 #include "state/settings.h"
+#include "state/strict.h"
 #include "util/file.h"
 #include "util/installPath.h"
 
@@ -104,6 +106,7 @@ int loadCategory(int category, int *loaded) {
   dprintf(4, "category filename %s category name is %s\n", name, nameAt(categname1, category));
   phraselists[category] = buildList(name);
   if (phraselists[category] == nullptr) return -1;
+  if (netsift::matchesWords()) phraselists[category] = netsift::wordList(phraselists[category]);
   initiallists[category] = buildIniList(phraselists[category]);
   return initiallists[category] == nullptr ? 0 : 1;
 }

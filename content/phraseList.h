@@ -7,7 +7,10 @@
    wraps.
 
    A file must be sorted by its phrases, bytes compared as signed characters, a phrase's end as 0 (so that 0x80 to 0xFF
-   come first, and "a\xE9" before "a"). Lists keep the file's order, and what is out of order is not found. */
+   come first, and "a\xE9" before "a"). Lists keep the file's order, and what is out of order is not found.
+
+   With CONTENT_WORDS makePhraseLists brings each list into the form of the words that it is compared with, so that a
+   file's order does not matter and its last phrase is found. */
 #ifndef NETSIFT_CONTENT_PHRASELIST_H
 #define NETSIFT_CONTENT_PHRASELIST_H
 

@@ -4,6 +4,7 @@
 
 #include "content/openMatch.h"
 #include "state/settings.h"
+#include "state/strict.h"
 
 namespace netsift {
 namespace {
@@ -20,7 +21,8 @@ struct EndedMatch {
 struct Pass {
   const PhraseAutomaton *automaton;
   const char *text;
-  int32_t *scores;
+  uint32_t weighed; /* bytes of it, at which nothing is counted any more */
+  int32_t scores[maxPhraseCategories];
   int all;        /* categories */
   int categories; /* the first ones, that still have to be weighed: one that has reached the threshold ends the list */
   FoundPhrases *found[maxPhraseCategories]; /* null: phrases are not recorded */
@@ -38,7 +40,6 @@ bool poolIsFull() {
 
 void startPass(Pass &pass) {
   for (int i = 0; i < pass.all; i++) {
-    pass.scores[i] = 0;
     pass.countedAt[i] = 0;
     pass.found[i] = foundTable(i);
     if (pass.found[i] != nullptr) pass.foundBefore[i] = pass.found[i]->count;
@@ -71,9 +72,10 @@ bool endMatch(Pass &pass, int category, uint32_t start, uint32_t position) {
    list can say. */
 bool countHit(Pass &pass, const Hit &hit) {
   const PhraseAutomaton &automaton = *pass.automaton;
-  const bool beforeLowByte = static_cast<signed char>(pass.text[hit.position]) < 0;
+  const bool beforeLowByte = !matchesWords() && static_cast<signed char>(pass.text[hit.position]) < 0;
   uint32_t next = automaton.firstOutputs[hit.state];
   if (next == crowded) return false;
+  if (hit.position <= pass.weighed) return true;
   for (const PhraseOutput *output; next != 0; next = output->next) {
     output = &automaton.outputs[next];
     const int category = output->category;
@@ -108,14 +110,15 @@ bool countAll(Pass &pass, TextRun &run) {
 
 }  // namespace
 
-bool weighInOnePass(const char *text, int length, int32_t (&scores)[maxPhraseCategories]) {
+bool weighInOnePass(const char *text, int length, int weighed, int32_t (&scores)[maxPhraseCategories]) {
   const PhraseAutomaton *automaton = findPhraseAutomaton();
   if (automaton == nullptr || !poolIsFull()) return false;
   Pass pass;
   pass.automaton = automaton;
   pass.text = text;
-  pass.scores = scores;
+  pass.weighed = static_cast<uint32_t>(weighed);
   pass.all = pass.categories = numcategories1;
+  std::copy_n(scores, pass.all, pass.scores);
   pass.endedCount = 0;
   startPass(pass);
 
@@ -129,6 +132,7 @@ bool weighInOnePass(const char *text, int length, int32_t (&scores)[maxPhraseCat
     forgetFrom(pass, 0);
     return false;
   }
+  std::copy_n(pass.scores, pass.all, scores);
   int decided = 0;
   while (decided < pass.categories && scores[decided] < allowedweight) decided++;
   forgetFrom(pass, decided + 1);

@@ -9,10 +9,10 @@
 namespace netsift {
 
 /* Weighs a text as calcWeight would, category after category, up to the first whose score reaches the threshold, and
-   leaves their scores in `scores`; the found tables of later ones are as they were. False, with the found tables as they
-   were, when only the scan of each list can say: the lists have no automaton, or the pool is not full to begin with or
-   could run out of matches. */
-bool weighInOnePass(const char *text, int length, int32_t (&scores)[maxPhraseCategories]);
+   adds to their `scores`; the found tables of later ones are as they were. What ends among the first `weighed` bytes
+   has been counted before. False, with the found tables and scores as they were, when only the scan of each list can
+   say: the lists have no automaton, or the pool is not full to begin with or could run out of matches. */
+bool weighInOnePass(const char *text, int length, int weighed, int32_t (&scores)[maxPhraseCategories]);
 
 }  // namespace netsift
 

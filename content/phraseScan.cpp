@@ -1,12 +1,15 @@
 #include "content/phraseScan.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "content/openMatch.h"
 #include "content/phrasePass.h"
 #include "content/phraseTable.h"
+#include "content/weighOn.h"
 #include "log/debugLog.h"
 #include "state/settings.h"
+#include "state/strict.h"
 
 using netsift::countPhrase;
 using netsift::FoundPhrases;
@@ -27,6 +30,7 @@ struct Scan {
   const InitialEntry *index;
   const PhraseTable *table;
   FoundPhrases *found; /* null: phrases are not recorded */
+  ptrdiff_t weighed;   /* bytes of the text, at whose ends phrases have been counted before */
   FifoNode *open;      /* open matches, the earliest start first */
   FifoNode **openEnd;
 };
@@ -49,11 +53,12 @@ bool extendByWalk(OpenMatch &match, signed char byte) {
 }
 
 /* What extendByWalk would find, looked up. A phrase that stays though it is whole (another was counted at this
-   position) sorts before every byte below NUL, and hides them. */
+   position) sorts before every byte below NUL, and hides them; not so while words are matched, whose bytes most such
+   are. */
 bool extendByTable(OpenMatch &match, signed char byte) {
   const PhraseGroup &group = *match.group;
   if ((group.mask & netsift::maskBit(byte)) == 0) return false;
-  if (byte < 0 && group.firstIsWhole && match.candidate == group.first) return false;
+  if (byte < 0 && group.firstIsWhole && match.candidate == group.first && !netsift::matchesWords()) return false;
   const signed char *found = group.bytes;
   if (group.count > 1) found = static_cast<const signed char *>(std::memchr(found, byte, group.count));
   if (found == nullptr || *found != byte) return false;
@@ -75,15 +80,15 @@ bool isWhole(const OpenMatch &match) {
   return match.group != nullptr ? match.group->firstIsWhole : match.candidate->phrase[match.matched] == '\0';
 }
 
-/* Counts what the byte before has completed and carries the open matches over `byte`. True when a count has brought the
-   score to the threshold. */
-bool advance(Scan &scan, signed char byte) {
+/* Counts what the bytes before `i` have completed and carries the open matches over `byte`. True when a count has
+   brought the score to the threshold. */
+bool advance(Scan &scan, signed char byte, ptrdiff_t i) {
   bool counted = false;
   FifoNode **link = &scan.open;
   while (FifoNode *node = *link) {
     auto &match = static_cast<OpenMatch &>(*node);
     if (!counted && isWhole(match)) {
-      counted = countPhrase(scan.found, match.candidate, totalweight);
+      counted = i <= scan.weighed || countPhrase(scan.found, match.candidate, totalweight);
       if (counted && totalweight >= allowedweight) return true;
       match.candidate = match.candidate->next;
     }
@@ -148,16 +153,18 @@ int returnIndex(signed char byte, const InitialEntry *index) {
   return -1;
 }
 
-int calcWeight(const char *text, int length, const InitialEntry *index, int category) {
-  totalweight = 0;
-  if (index == nullptr) return 0;
-  Scan scan{index, netsift::findPhraseTable(index), netsift::foundTable(category), nullptr, nullptr};
+namespace {
+
+/* Adds to totalweight what ends behind the first `weighed` bytes. */
+bool weighList(const char *text, int length, int weighed, const InitialEntry *index, int category) {
+  if (index == nullptr) return false;
+  Scan scan{index, netsift::findPhraseTable(index), netsift::foundTable(category), weighed, nullptr, nullptr};
   scan.openEnd = &scan.open;
 
   bool reached = false;
   for (ptrdiff_t i = 1; i <= length; i++) {
     if (scan.open != nullptr) {
-      reached = advance(scan, static_cast<signed char>(text[i]));
+      reached = advance(scan, static_cast<signed char>(text[i]), i);
     } else if (scan.table != nullptr) {
       i = nextOpening(*scan.table, text, i, length);
     }
@@ -165,29 +172,40 @@ int calcWeight(const char *text, int length, const InitialEntry *index, int cate
     if (scan.table == nullptr || isWorthOpening(*scan.table, text, i, length)) openMatch(scan, text[i]);
   }
   releaseAllToFifo(scan.open);
-  return reached ? 1 : 0;
+  return reached;
 }
 
-signed char isOffensiveContent(const char *text, int length) {
+}  // namespace
+
+int calcWeight(const char *text, int length, const InitialEntry *index, int category) {
+  totalweight = 0;
+  return weighList(text, length, 0, index, category) ? 1 : 0;
+}
+
+int netsift::weighOn(const char *text, int length, int weighed, int32_t (&scores)[maxPhraseCategories]) {
   if (contentinitialised != 1) return 0;
   const int slots = netsift::phraseSlots();
-  int32_t scores[netsift::maxPhraseCategories];
-  const bool weighed = netsift::weighInOnePass(text, length, scores);
+  const bool inOnePass = netsift::weighInOnePass(text, length, weighed, scores);
   for (int i = 0; i < numcategories1; i++) {
-    if (weighed) {
-      totalweight = scores[i];
-    } else {
-      calcWeight(text, length, initiallists == nullptr || i >= slots ? nullptr : initiallists[i], i);
+    totalweight = scores[i];
+    if (!inOnePass) {
+      weighList(text, length, weighed, initiallists == nullptr || i >= slots ? nullptr : initiallists[i], i);
     }
-    const int32_t score = totalweight;
+    const int32_t score = scores[i] = totalweight;
     if (categweight != nullptr && i < slots) categweight[i] = score;
     dprintf(7, " weight = %d tot weight = %d allowed = %d\n", score, totalweight, allowedweight);
     if (score >= allowedweight) {
       const FoundPhrases *found = netsift::foundTable(i);
       for (int k = 0; found != nullptr && k < found->count; k++) dprintf(4, "%s\n", found->phrases[k]->phrase);
-      return static_cast<signed char>(i + 1);
+      return i + 1;
     }
     dprintf(2, " %s weight %d\n", nameAt(categname1, i), score);
   }
   return 0;
+}
+
+signed char isOffensiveContent(const char *text, int length) {
+  int32_t scores[netsift::maxPhraseCategories];
+  std::fill_n(scores, numcategories1, 0);
+  return static_cast<signed char>(netsift::weighOn(text, length, 0, scores));
 }

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <memory>
 
+#include "content/charset.h"
+#include "content/pageText.h"
 #include "fuzz/harness.h"
 #include "http/clientHello.h"
 #include "http/strictChunk.h"
@@ -47,6 +49,37 @@ void texts(Bytes input) {
   tracePeerLine(5, text.c_str());
   const string line = log.text();
   check(std::count(line.begin(), line.end(), '\n') == 1 && line.ends_with('\n') && line.size() < 1024);
+}
+
+/* A type and a charset, a line "==" and a page: however it is divided, it has the same text, which is well-formed, has
+   no two blanks in a row, and is in the form of itself. */
+void pageText(Bytes input) {
+  const size_t line = input.find("\n==\n");
+  const Bytes named = input.substr(0, line), bytes = line == Bytes::npos ? "" : input.substr(line + 4);
+  const size_t divider = std::min(named.find(' '), named.size());
+  const Bytes charset = named.substr(std::min(divider + 1, named.size()));
+  const size_t step = 1 + input.size() % 7;
+  size_t mark = 0;
+  const string name = charsetOf(bytes, charset, mark);
+  const auto read = [&](size_t size) {
+    Decoder decoder = openDecoder(name);
+    PageText text{.kind = kindOf(named.substr(0, divider))};
+    string characters;
+    for (size_t at = mark; at < bytes.size(); at += size) {
+      const GuardedText piece(bytes.substr(at, size), false);
+      characters.clear();
+      decodeText(decoder, {piece.get(), std::min(size, bytes.size() - at)}, at + size >= bytes.size(), characters);
+      readPage(text, characters);
+      check(settledLength(text.shown) <= text.shown.text.size());
+    }
+    endPage(text);
+    return text.shown.text + "|" + text.beside.text;
+  };
+  const string whole = read(bytes.size() + 1);
+  check(whole == read(step));
+  check(whole.find("  ") == string::npos);
+  const string shown = " " + whole.substr(0, whole.find('|'));
+  check(normalPhrase(shown) == shown);
 }
 
 /* A head as a peer sends it: read, asked everything, rewritten, sent on. The URL that it names keeps its bounds. */

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <charconv>
 
+#include "state/strict.h"
+
 namespace netsift::host {
 
 namespace {
@@ -54,6 +56,11 @@ bool sortsBefore(std::string_view a, std::string_view b) {
       a, b, [](char x, char y) { return static_cast<signed char>(x) < static_cast<signed char>(y); });
 }
 
+/* Whether a byte can be one of a word, where words are matched. */
+bool mayBeOfWord(char c) {
+  return static_cast<signed char>(c) < 0 || (c >= '0' && c <= '9') || ((c | 32) >= 'a' && (c | 32) <= 'z');
+}
+
 }  // namespace
 
 void checkPhrases(std::string_view text, const std::string &file, Problems &problems) {
@@ -74,7 +81,8 @@ void checkPhrases(std::string_view text, const std::string &file, Problems &prob
     if (phrase.empty()) report(line, false, "the phrase is empty; it counts nothing: take the record out");
     if (phrase.find_first_of("\r\n") != phrase.npos)
       report(line, false, "the phrase holds a line end, so that nothing matches it; is a \">\" missing?");
-    if (std::ranges::any_of(phrase, [](char c) { return c >= 'A' && c <= 'Z'; }))
+    const bool isCapital = std::ranges::any_of(phrase, [](char c) { return c >= 'A' && c <= 'Z'; });
+    if (isCapital && !matchesWords())
       report(line, false, "the phrase has capital letters and is never found: pages are compared in lower case");
     if (phrase.size() > longestPhrase)
       report(line, false,
@@ -85,7 +93,9 @@ void checkPhrases(std::string_view text, const std::string &file, Problems &prob
     if (!record.hasWeight) report(line, false, "the phrase has no weight, which counts as 0; give it one");
     if (record.hasWeight && record.weight == 0 && !cursor.rest.empty())
       report(line, false, "the weight is 0, so that the phrase counts nothing; give it another");
-    if (sortsBefore(record.phrase, previous.phrase))
+    if (!phrase.empty() && std::ranges::none_of(phrase, mayBeOfWord) && record.weight != 0 && matchesWords())
+      report(line, false, "the phrase has neither letter nor digit and counts nothing: take it out");
+    if (sortsBefore(record.phrase, previous.phrase) && !matchesWords())
       report(line, false,
              "out of order: it must come before \"" + previous.phrase +
                  "\", or phrases may be missed; sort by bytes, those above 127 first, a quote at both ends as a blank");
@@ -93,7 +103,7 @@ void checkPhrases(std::string_view text, const std::string &file, Problems &prob
   }
   if (previous.line == 0 && !text.empty())
     report(0, true, "holds no phrase, which the loader refuses; add one, or empty the file");
-  if (previous.phrase.size() > 1 && previous.weight != 0)
+  if (previous.phrase.size() > 1 && previous.weight != 0 && !matchesWords())
     report(previous.line, false,
            "the last phrase of a file is never found; end the file with one that need not be, of weight 0");
 }

@@ -146,6 +146,15 @@ const Setting contentSettings[] = {
      "letters match small ones while strict_http is on."},
     {"content", "check_phrases", Flag{&contentcheck}, "true",
      "Weigh the visible text of pages against the phrases of the categories below."},
+    {"content", "match", Bit{&ContentMatch, CONTENT_WORDS, "\"bytes\"", "\"words\""}, "\"words\"",
+     "How phrases are found. \"words\": as people read them, in whatever charset, capitals, spelling of accents and "
+     "markup a page has them, and all over a page. \"bytes\", and always while strict_http is off: in the page's "
+     "bytes, 64 KB by 64 KB."},
+    {"content", "types", Texts{&JudgedTypes},
+     "[\"text/*\", \"application/xhtml+xml\", \"application/xml\", \"image/svg+xml\", \"application/json\", "
+     "\"multipart/*\", \"message/rfc822\"]",
+     "Content types that are judged as text while match is \"words\"; \"*\" stands for any run. What comes without "
+     "a type always is."},
     {"content", "threshold", Number{&allowedweight, 1, anyNumber, ""}, "100",
      "A page whose phrases of one category together weigh this much is refused."},
     {"content", "count_once", Flag{&uniqueoccur}, "false", "Count each phrase once a page, however often it occurs."},

@@ -190,4 +190,20 @@ bool readMediaType(const HeaderLine *first, std::string &type) {
   return true;
 }
 
+std::string readCharset(const HeaderLine *first) {
+  constexpr std::string_view name = "charset=";
+  for (const HeaderLine *line = first->next; line != nullptr; line = line->next) {
+    if (!isField(line, "Content-Type:")) continue;
+    const std::string_view value = fieldValue(line, "Content-Type:");
+    for (size_t at = 0; (at = value.find(';', at)) != std::string_view::npos;) {
+      at = std::min(value.find_first_not_of(" \t", at + 1), value.size());
+      if (!equalsIgnoringCase(value.substr(at, name.size()), name)) continue;
+      at += name.size();
+      const size_t start = std::min(value.find_first_not_of("\"'", at), value.size());
+      return std::string(value.substr(start, value.find_first_of("\"'; \t,", start) - start));
+    }
+  }
+  return "";
+}
+
 }  // namespace netsift

@@ -37,6 +37,9 @@ void cleanResponseHead(Header &header, bool fromProxy);
    when fields or list elements give different ones. */
 bool readMediaType(const HeaderLine *first, std::string &type);
 
+/* The charset that the type comes with, as it stands; "" when it names none. */
+std::string readCharset(const HeaderLine *first);
+
 /* Says that the body goes out in chunks, with what `Trailer` announces behind
    them; or otherwise, and then nothing is announced. */
 void setFraming(Header &header, bool chunked);

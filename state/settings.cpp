@@ -13,8 +13,8 @@ IpPattern *WhiteIP1, *BLACKIPINURL;
 char **categfiles, **categname;
 UrlList whitelist, adlist, popuplist, *categories;
 
-char blockedcontent[100][100];
-int32_t testforratings, allowedweight, totalweight, contentinitialised, queue_count;
+char blockedcontent[100][100], JudgedTypes[100][100];
+int32_t testforratings, ContentMatch, allowedweight, totalweight, contentinitialised, queue_count;
 uint8_t contentcheck, addurltolist, uniqueoccur, numcategories1, icraenable, rsacenable, safesurfenable;
 int32_t icra[40], rsac[4], safesurf[11];
 int32_t *categweight;

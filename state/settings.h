@@ -18,6 +18,12 @@ enum {
   STRICT_PASS_UNJUDGED = 8   /* so does text in a content coding that cannot be read */
 };
 
+/* What ContentMatch says. CONTENT_WORDS counts only beside STRICT_HTTP. */
+enum {
+  CONTENT_BYTES = 0, /* phrases are compared with the page's bytes, made lower case and freed of tags */
+  CONTENT_WORDS = 1  /* with the words that a reader sees, in whatever way they are written */
+};
+
 /* Upstream and service. */
 NETSIFT_API extern int32_t ProxyPresent;  /* 1: everything goes to the upstream proxy; 0: direct to each origin */
 NETSIFT_API extern char *proxyip;         /* upstream proxy, dotted-decimal text */
@@ -72,6 +78,8 @@ NETSIFT_API extern int32_t RefuseLocalAddresses; /* 1: nothing is asked of this 
 NETSIFT_API extern char blockedcontent[100][100];    /* substrings of refused content types */
 NETSIFT_API extern int32_t testforratings;           /* nonzero: judge PICS labels */
 NETSIFT_API extern uint8_t contentcheck;             /* nonzero: weigh phrases */
+NETSIFT_API extern int32_t ContentMatch;             /* one of CONTENT_...; set before the phrases are loaded */
+NETSIFT_API extern char JudgedTypes[100][100];       /* with CONTENT_WORDS: types that are text, "*" for any run */
 NETSIFT_API extern uint8_t addurltolist;             /* nonzero: report condemned URLs to the host */
 NETSIFT_API extern int32_t allowedweight;            /* a category whose score reaches this condemns the page */
 NETSIFT_API extern uint8_t uniqueoccur;              /* nonzero: a phrase counts once a page */

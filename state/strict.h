@@ -1,4 +1,4 @@
-/* Whether the additions of StrictHttp hold. Internal to the library. */
+/* Whether the additions of StrictHttp hold, and those that hold only beside it. Internal to the library. */
 #ifndef NETSIFT_STATE_STRICT_H
 #define NETSIFT_STATE_STRICT_H
 
@@ -7,6 +7,7 @@
 namespace netsift {
 
 inline bool strictHttp() { return (StrictHttp & STRICT_HTTP) != 0; }
+inline bool matchesWords() { return strictHttp() && ContentMatch == CONTENT_WORDS; }
 
 }  // namespace netsift
 

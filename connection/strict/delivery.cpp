@@ -10,10 +10,12 @@
 #include "connection/refuse.h"
 #include "connection/strict/steps.h"
 #include "http/httpHeader.h"
+#include "http/strictForward.h"
 #include "log/debugLog.h"
 #include "log/resultLine.h"
 #include "policy/popupIndex.h"
 #include "state/settings.h"
+#include "state/strict.h"
 
 namespace netsift {
 namespace {
@@ -25,17 +27,20 @@ void passDecoded(Delivery &delivery) {
   for (CodingDecoder &decoder : delivery.decoder.each) decoder.showsRest = false;
 }
 
-Flow judgePiece(Delivery &delivery) {
+Flow judgePiece(Delivery &delivery, bool isLast) {
   if (mayStore(delivery.cycle)) noticePopups(delivery.cycle, httpbody, delivery.size);
   if (delivery.first && delivery.inserts) {
     delivery.popupIndex = delivery.size == 0 ? -1 : getPopUpIndex(httpbody, static_cast<int>(delivery.size));
     if (delivery.popupIndex >= 0) passDecoded(delivery);
   }
   if (!delivery.judges || delivery.size == delivery.fresh) return Flow::on;
-  if (delivery.fresh > 0 && contentcheck != 0) prepareContentFilter();
+  if (delivery.fresh > 0 && contentcheck != 0 && !delivery.words) prepareContentFilter();
   if (delivery.fresh == 0 && !delivery.first) delivery.inFirstWindow = false;
-  const bool refused =
-      refuseOffensive(delivery.connection, delivery.cycle, httpbody, delivery.size, delivery.inFirstWindow);
+  const bool first = delivery.inFirstWindow;
+  const bool refused = delivery.words
+                           ? refuseWords(delivery.connection, delivery.cycle, *delivery.words,
+                                         {httpbody, delivery.size}, delivery.fresh, first, isLast)
+                           : refuseOffensive(delivery.connection, delivery.cycle, httpbody, delivery.size, first);
   return refused ? Flow::blocked : Flow::on;
 }
 
@@ -65,6 +70,7 @@ bool isExactly(const Cycle &cycle, std::string_view type) { return printable(cyc
 /* A body whose type is missing or says nothing may be shown as the page that it looks like. */
 bool isText(const Cycle &cycle) {
   const char *type = printable(cycle.contentType.get());
+  if (matchesWords()) return isJudgedType(type);
   const bool unknown = std::strchr(type, '/') == nullptr || isExactly(cycle, "*/*") || isType(cycle, "unknown");
   return unknown || isType(cycle, "text") || isType(cycle, "xhtml");
 }
@@ -75,8 +81,7 @@ void planChecks(Delivery &delivery) {
   delivery.inserts = whole && blockpopup != 0 && popuplen > 0 && isType(cycle, "html") && !cycle.isPopupSite;
   delivery.trusted = !cycle.isWhite && !cycle.skipScan;
   if (cycle.isExempt) return;
-  const bool good = cycle.responseCode >= 200 && cycle.responseCode <= 299;
-  delivery.judges = (contentcheck != 0 || testforratings != 0) && good && isText(cycle) && !cycle.isWhite;
+  delivery.judges = (contentcheck != 0 || testforratings != 0) && isText(cycle) && !cycle.isWhite;
   delivery.scans = virusscan != 0 && !cycle.skipScan;
   delivery.threshold = startScanSize > 0 ? static_cast<uint64_t>(startScanSize) * 1024 : 0;
 }
@@ -95,6 +100,16 @@ Flow planCoding(Delivery &delivery) {
   return delivery.judges || delivery.scans ? handleUnjudged(delivery) : Flow::on;
 }
 
+/* Makes the filter ready for the page's phrases. */
+void prepareWeighing(Delivery &delivery) {
+  if (!delivery.judges || contentcheck == 0) return;
+  prepareContentFilter();
+  if (!matchesWords()) return;
+  delivery.words = std::make_unique<PageWords>();
+  delivery.words->type = printable(delivery.cycle.contentType.get());
+  delivery.words->charset = readCharset(respheader.first);
+}
+
 /* What is done with this response. */
 Flow plan(Delivery &delivery) {
   Cycle &cycle = delivery.cycle;
@@ -105,15 +120,17 @@ Flow plan(Delivery &delivery) {
   planChecks(delivery);
   const Flow flow = planCoding(delivery);
   if (flow != Flow::on) return flow;
-  if (delivery.judges && contentcheck != 0) prepareContentFilter();
+  prepareWeighing(delivery);
   if (!delivery.scans) return Flow::on;
   nameSpool();
   return clearSpool() ? Flow::on : handleUnscanned(delivery, NETSIFT_SCAN_FAILED);
 }
 
-/* A stream of events, and what nothing is looked for in, is passed as it comes. */
+/* A stream of events or pictures, and what nothing is looked for in, is passed as it comes. */
 bool gathers(const Delivery &delivery) {
-  return (delivery.judges || delivery.inserts) && !isExactly(delivery.cycle, "text/event-stream");
+  const Cycle &cycle = delivery.cycle;
+  const bool isStream = isExactly(cycle, "text/event-stream") || isExactly(cycle, "multipart/x-mixed-replace");
+  return (delivery.judges || delivery.inserts) && !isStream;
 }
 
 /* Nothing is looked for in what is left of a coded body: it goes out as it comes. */
@@ -132,7 +149,7 @@ Flow handlePieces(Delivery &delivery) {
     if (read == Flow::unjudged && !mayPass) return handleUnjudged(delivery);
     if (delivery.decoder.exceeded && delivery.judges) handleUnjudged(delivery);
     if (delivery.first || delivery.size > delivery.fresh || !delivery.pending.empty()) {
-      Flow flow = judgePiece(delivery);
+      Flow flow = judgePiece(delivery, read != Flow::on);
       if (flow == Flow::on) flow = passPiece(delivery);
       if (flow != Flow::on) return flow;
       delivery.first = false;

@@ -6,9 +6,11 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "connection/cycle.h"
+#include "content/pageWords.h"
 #include "http/strictCoding.h"
 #include "http/strictWire.h"
 #include "http/wait.h"
@@ -29,8 +31,9 @@ struct Delivery {
   Cycle &cycle;
   BodySource source;
 
-  bool judges = false;  /* text that ratings and phrases are looked for in */
-  bool gathers = false; /* in pieces as large as can be had */
+  bool judges = false;              /* text that ratings and phrases are looked for in */
+  std::unique_ptr<PageWords> words; /* of a page that is judged by them */
+  bool gathers = false;             /* in pieces as large as can be had */
   bool scans = false;
   bool inserts = false; /* the pop-up script, where an html tag is found */
   bool decodes = false;

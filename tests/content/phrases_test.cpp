@@ -181,10 +181,10 @@ TEST(PhraseScan, EqualsTheWalkOfEachListOneByOneAndInOnePass) {
       ASSERT_EQ(judged, weighed) << "round " << round << " walked " << walked << " texts " << lists.texts[0] << "\n"
                                  << lists.texts[1];
     }
-    int32_t scores[netsift::maxPhraseCategories];
+    int32_t scores[netsift::maxPhraseCategories] = {};
     iniContentFilter();
-    (netsift::weighInOnePass(lists.texts[0].c_str(), static_cast<int>(lists.texts[0].size()), scores) ? passes
-                                                                                                      : walks)++;
+    (netsift::weighInOnePass(lists.texts[0].c_str(), static_cast<int>(lists.texts[0].size()), 0, scores) ? passes
+                                                                                                         : walks)++;
   }
   EXPECT_GT(passes, 200);
   EXPECT_GT(walks, 5);

@@ -13,16 +13,17 @@ def page(*paragraphs):
 
 class Content(Road):
     reason = "The page&#39;s text fits the category &quot;Sample category&quot;."
-    settings = {"content.report_urls": False}
+    settings, in_words = {"content.report_urls": False}, OFFENSIVE  # the latter: where words are matched
+    chunks = ()
 
     def test_what_counts(self):
         for name, content, verdict in (
                 ("words.html", SITE["words"], OFFENSIVE),
-                ("hidden.html", SITE["hidden"], CLEAN),
+                ("hidden.html", SITE["hidden"], self.in_words),
                 ("below.html", page("snorgle dice and nothing else"), CLEAN),
                 ("twice.html", page("snorgle dice, snorgle dice"), OFFENSIVE),
                 ("joined.html", page("snor<b>gle d</b>ice", "SNORGLE\n  Dice"), OFFENSIVE),
-                ("split.html", page("snorgle dice", "harmless " * 8000, "zibberdy wheel"), CLEAN),  # two chunks
+                *self.chunks,
                 ("data.bin", SITE["words"], CLEAN)):
             with self.subTest(name):
                 self.origin.put(name, content)
@@ -61,4 +62,5 @@ class Content(Road):
 
 
 class ContentOfOld(Content):
-    of_old, reason = True, "Offensive content found on the site in category Sample category"
+    of_old, in_words, reason = True, CLEAN, "Offensive content found on the site in category Sample category"
+    chunks = ("split.html", page("snorgle dice", "harmless " * 8000, "zibberdy wheel"), CLEAN),  # judged one by one

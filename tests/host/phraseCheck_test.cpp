@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "state/settings.h"
+
 using namespace netsift::host;
 
 TEST(PhraseCheck, WarnsWithTheLineOfTheRecord) {
@@ -29,4 +31,16 @@ TEST(PhraseCheck, WarnsWithTheLineOfTheRecord) {
       got += (fatal ? "!" : "") + std::to_string(line) + " " + message.substr(0, message.find_first_of(",;:")) + "|";
     EXPECT_EQ(got, expected) << text;
   }
+}
+
+/* Where words are matched, neither order nor capitals nor what stands last matters. */
+TEST(PhraseCheck, LetsWordsBeWrittenAsPeopleDo) {
+  StrictHttp = STRICT_HTTP;
+  ContentMatch = CONTENT_WORDS;
+  Problems problems;
+  checkPhrases("<Zonk>1\n<\xC3\xA9t\xC3\xA9>5\n<\"Ab\">1\n<!?>2\n<a>1", "f", problems);
+  ASSERT_EQ(problems.size(), 1);
+  EXPECT_EQ(problems[0].line, 4);
+  EXPECT_TRUE(problems[0].message.starts_with("the phrase has neither letter nor digit")) << problems[0].message;
+  StrictHttp = ContentMatch = 0;
 }

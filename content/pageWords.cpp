@@ -1,0 +1,112 @@
+#include "content/pageWords.h"
+
+#include <algorithm>
+
+#include "content/openMatch.h"
+#include "content/weighOn.h"
+#include "content/wildcardMatch.h"
+#include "state/settings.h"
+
+namespace netsift {
+namespace {
+
+/* A text is weighed behind a byte that begins no phrase and the last bytes of what was weighed before. */
+constexpr size_t keptLength = matchedLimit + 1;
+
+void openReading(PageWords &words, const std::string &charset) {
+  PageReading &reading = words.readings.emplace_back();
+  reading.decoder = openDecoder(charset);
+  reading.page.kind = kindOf(words.type);
+  for (NormalText *normal : {&reading.page.shown, &reading.page.beside}) normal->text = std::string(1, '\0') + " ";
+}
+
+/* One where the bytes can only be read one way. */
+void openReadings(PageWords &words) {
+  size_t mark = 0;
+  const std::string charset = charsetOf(words.start, words.charset, mark);
+  words.start.erase(0, mark);
+  openReading(words, charset);
+  if (isDoubtful(charset)) openReading(words, "");
+}
+
+int weighText(PageWords &words, const std::string &text, size_t settled, size_t &weighed) {
+  if (settled <= weighed) return 0;
+  const int category = weighOn(text.c_str(), static_cast<int>(settled), static_cast<int>(weighed), words.scores);
+  weighed = settled;
+  return category;
+}
+
+/* What is settled, or, when the page ends here, all of it. */
+int weighTexts(PageWords &words, const PageText &page, bool isEnd, size_t &shownWeighed, size_t &besideWeighed) {
+  const auto settled = [&](const NormalText &normal) { return isEnd ? normal.text.size() : settledLength(normal); };
+  const int category = weighText(words, page.shown.text, settled(page.shown), shownWeighed);
+  return category != 0 ? category : weighText(words, page.beside.text, settled(page.beside), besideWeighed);
+}
+
+void forgetWeighed(NormalText &normal, size_t &weighed) {
+  if (weighed <= 2 * keptLength) return;
+  normal.text.erase(1, weighed - keptLength); /* the first byte stays the one that begins no phrase */
+  weighed = keptLength;
+}
+
+/* Whether what is not settled yet would condemn the page, were this its end. Nothing of it is kept. */
+int judgeAsEnd(PageWords &words, const PageReading &reading) {
+  PageText page = reading.page;
+  endPage(page);
+  size_t shownWeighed = reading.shownWeighed, besideWeighed = reading.besideWeighed;
+  int32_t scores[maxPhraseCategories];
+  std::copy_n(words.scores, maxPhraseCategories, scores);
+  const FoundCounts counts = countFound();
+  const int category = weighTexts(words, page, true, shownWeighed, besideWeighed);
+  if (category != 0) return category;
+  std::copy_n(scores, maxPhraseCategories, words.scores);
+  restoreFound(counts);
+  return 0;
+}
+
+int judgeReading(PageWords &words, PageReading &reading, std::string_view bytes, bool isLast) {
+  std::string characters;
+  decodeText(reading.decoder, bytes, isLast, characters);
+  readPage(reading.page, characters);
+  if (isLast) endPage(reading.page);
+  const int category = weighTexts(words, reading.page, isLast, reading.shownWeighed, reading.besideWeighed);
+  forgetWeighed(reading.page.shown, reading.shownWeighed);
+  forgetWeighed(reading.page.beside, reading.besideWeighed);
+  return category;
+}
+
+}  // namespace
+
+bool isJudgedType(std::string_view type) {
+  if (kindOf(type) == TextKind::unknown) return true;
+  for (const auto &judged : JudgedTypes) {
+    if (judged[0] == '\0') return false;
+    if (matchesPattern(type, judged)) return true;
+  }
+  return false;
+}
+
+int judgeWords(PageWords &words, std::string_view bytes, bool isLast) {
+  if (words.readings.empty()) {
+    words.start.append(bytes);
+    bytes = words.start;
+    if (words.start.size() < namingLength && !isLast) {
+      PageWords whole{words.type, words.charset, words.start, {}, {}};
+      const FoundCounts counts = countFound();
+      const int category = judgeWords(whole, "", true);
+      if (category == 0) restoreFound(counts);
+      return category;
+    }
+    openReadings(words);
+    bytes = words.start;
+  }
+  int category = 0;
+  for (PageReading &reading : words.readings) {
+    if (category == 0) category = judgeReading(words, reading, bytes, isLast);
+    if (category == 0 && !isLast) category = judgeAsEnd(words, reading);
+  }
+  words.start.clear();
+  return category;
+}
+
+}  // namespace netsift
