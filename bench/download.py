@@ -1,11 +1,12 @@
 #!/usr/bin/env python3
-"""What the filter costs a download of 100 MB, and what a connection's process holds in memory.
+"""What the filter costs a download of 100 MB, beside other proxies, and what a connection's process holds in memory.
 
     NETSIFTD=build/netsiftd bench/download.py [ROUNDS]
 
-Real netsiftd, nginx and clamd on loopback; each round does every way once, the table has the medians and their ratio to
-curl without a proxy. Memory is what a process has for itself (Private_Dirty of smaps_rollup), the largest that was
-seen. Needs the packages of the sections run, scan and test; a Release build without sanitizers."""
+Real netsiftd, nginx and clamd on loopback, and squid, tinyproxy and privoxy without cache and logs; each round does
+every way once, the table has the medians and their ratio to curl without a proxy. Memory is what a process has for
+itself (Private_Dirty of smaps_rollup), the largest that was seen. Needs the packages of the sections run, upstream,
+scan, test and bench; a Release build without sanitizers."""
 import pathlib
 import random
 import socket
@@ -17,7 +18,7 @@ import time
 from contextlib import ExitStack
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "tests/e2e"))
-from harness import Filter, Nginx, read_all, wait_until  # noqa: E402
+from harness import Filter, Nginx, Squid, accepts, free_port, read_all, scratch_folder, start, wait_until  # noqa: E402
 
 SIZE = 100_000_000
 
@@ -29,6 +30,23 @@ def download(url, proxy):
     code, size, seconds = subprocess.run([*argv, url], check=True, capture_output=True, text=True).stdout.split()
     assert (code, int(size)) == ("200", SIZE), (code, size)
     return float(seconds)
+
+
+def start_other(cleanup, config, *argv):
+    """Returns the port of a proxy that is started with this configuration."""
+    folder, port = scratch_folder(), free_port()
+    (folder / "conf").write_text(config.format(port=port, folder=folder))
+    start([*argv, folder / "conf"], folder / "out", lambda: accepts(port), cleanup)
+    return port
+
+
+def others(cleanup):
+    """The ports of the proxies that netsiftd is compared with."""
+    tiny = "Port {port}\nListen 127.0.0.1\nAllow 127.0.0.1\nLogLevel Critical\nLogFile \"{folder}/log\"\n"
+    privoxy = ("confdir /etc/privoxy\nlogdir {folder}\nlisten-address 127.0.0.1:{port}\n"
+               "actionsfile match-all.action\nactionsfile default.action\nfilterfile default.filter\n")
+    return {"squid": Squid(cleanup).port, "tinyproxy": start_other(cleanup, tiny, "tinyproxy", "-d", "-c"),
+            "privoxy": start_other(cleanup, privoxy, "privoxy", "--no-daemon")}
 
 
 def scan(path, engine):
@@ -94,13 +112,15 @@ def main(rounds):
         off = Filter(stack.callback, quiet)
         on = Filter(stack.callback, quiet | {"scanning.scan": True})
         on.clamd(stack.callback)
-        ways = {"without a proxy": None, "through netsiftd, scanning off": off, "through netsiftd and clamd": on}
+        ways = {"without a proxy": None, "through netsiftd, scanning off": off.port,
+                "through netsiftd and clamd": on.port,
+                **{f"through {name}": port for name, port in others(stack.callback).items()}}
         alone = "clamd by itself, once"
         times = {name: [] for name in [*ways, alone]}
         for _ in range(rounds):
             times[alone].append(scan(origin.www / "clean.bin", on.run / "vlcavd.sock"))
             for name, way in ways.items():
-                times[name].append(download(f"{base}/clean.bin", way and f"http://127.0.0.1:{way.port}"))
+                times[name].append(download(f"{base}/clean.bin", way and f"http://127.0.0.1:{way}"))
         fastest = statistics.median(times["without a proxy"])
         print(f"{SIZE // 1_000_000} MB, {rounds} rounds" + " " * 15 + "median s    ratio     MB/s")
         for name, seconds in times.items():

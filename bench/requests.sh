@@ -3,9 +3,10 @@
 # Requests a second for a page of 1 KB, or so many, a new connection each (or eight that are kept), 8 at a time, through
 # netsiftd (build/netsiftd, or what NETSIFTD names), tinyproxy, squid and privoxy, one after the other in each round; the
 # medians of the rounds. Each proxy runs from a scratch folder with a configuration of its own, on loopback, the others
-# without cache and logs. netsiftd runs three times: as configured when shipped, so that the page's verdict is known after
-# the first time; "judging" each time, with its cache off; and as shipped with "lists" of a million domains and 200,000
-# URLs. `scripts/packages.sh test bench` installs what is needed.
+# without cache and logs. netsiftd runs four times: as configured when shipped, so that the page's verdict is known after
+# the first time; "judging" each time, with its cache off; and so with "lists" of a million domains and 200,000 URLs, or
+# with "phrases" of 10 categories of 5,000, of which every word of the page begins some. `scripts/packages.sh test bench`
+# installs what is needed.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 rounds=${1:-3}
@@ -38,13 +39,32 @@ start() { # NAME PORT COMMAND...
   shift 2
   "$@" >"$folder/$name.out" 2>&1 &
   started+=($!)
-  for _ in {1..200}; do
+  for _ in {1..400}; do
     if answers "$port"; then return; fi
     sleep 0.05
   done
   echo "$name did not start:" >&2
   cat "$folder/$name.out" >&2
   exit 1
+}
+
+phrases() { # SEED: 5,000 as a list has to have them
+  awk -v seed="$1" '
+    function word(letters, at) {
+      for (at = ""; letters > 0; letters--) at = at substr("abcdefghijklmnopqrstuvwxyz", 1 + int(26 * rand()), 1)
+      return at
+    }
+    BEGIN {
+      srand(seed)
+      split("plain |words |plain words |words plain |", begin, "|")
+      while (count < 5000) {
+        phrase = begin[1 + int(5 * rand())] word(3 + int(6 * rand())) " " word(3 + int(6 * rand()))
+        if (!(phrase in known)) count++
+        known[phrase]
+      }
+      for (phrase in known) print "<" phrase ">10"
+    }' | LC_ALL=C sort
+  echo '<~ end of list ~>0'
 }
 
 free_port && site=$port
@@ -63,7 +83,7 @@ END
 start nginx "$site" nginx -e stderr -p "$folder" -c "$folder/nginx.conf"
 
 declare -A proxies
-for name in netsiftd judging lists; do
+for name in netsiftd judging lists phrases; do
   free_port && proxies[$name]=$port
   scripts/layout.sh "$folder/$name"
   config=$folder/$name/opt/Velmora/etc/netsift/netsiftd.toml
@@ -73,6 +93,10 @@ for name in netsiftd judging lists; do
     seq -f 'host%.0f.example.com' 1000000 >>"${config%/*}/sample.dom"
     seq -f 'www.example.org/archive/page%.0f' 200000 >>"${config%/*}/sample.url.orig"
   fi
+  [ "$name" != phrases ] || for category in many{0..9}; do
+    phrases "${category#many}" >"${config%/*}/$category.phrase"
+    printf '[[content.category]]\nname = "%s"\nphrases = "%s"\n' "$category" "$category" >>"$config"
+  done
   start "$name" "$port" "$netsiftd" --config "$config" --root "$folder/$name" --listen "127.0.0.1:$port"
 done
 
@@ -118,7 +142,7 @@ filterfile default.filter
 END
 start privoxy "$port" privoxy --no-daemon "$folder/privoxy.conf"
 
-names=(netsiftd judging lists tinyproxy squid privoxy)
+names=(netsiftd judging lists phrases tinyproxy squid privoxy)
 for ((round = 1; round <= rounds; round++)); do
   for name in direct "${names[@]}"; do
     through=()
