@@ -49,7 +49,7 @@ struct TextList { /* any number of texts, and their count */
   TextNode **variable;
   int32_t *count;
 };
-struct ListenAddress {};   /* ADDRESS:PORT into hostConfig.listen */
+struct ListenAddresses {}; /* ADDRESS:PORT, or up to mostListeners of them, into hostConfig.listen */
 struct UpstreamAddress {}; /* ADDRESS:PORT into ProxyPresent, proxyip and proxyport; empty: direct */
 struct Folder {            /* the spool folder into VIRFILE_DIR, with "/" at its end */
   size_t longest;
@@ -59,9 +59,9 @@ struct Categories { /* tables of a display name and the base name of a list's fi
   uint8_t *count;
   char ***files, ***names;
 };
-struct AccessRules {}; /* tables of network, from, to, level: into acllist and numacllist */
+struct AccessRules {}; /* tables of network, from, to, level: into acllist and numacllist, or hostConfig.sixRules */
 
-using Target = std::variant<Flag, Bit, Number, HostText, LibraryText, Texts, Ports, Patterns, TextList, ListenAddress,
+using Target = std::variant<Flag, Bit, Number, HostText, LibraryText, Texts, Ports, Patterns, TextList, ListenAddresses,
                             UpstreamAddress, Folder, Categories, AccessRules>;
 
 struct Setting {
@@ -85,6 +85,7 @@ std::string expectedType(const Setting &setting);
 /* Whether it is written as [[section.key]] tables. */
 bool isTableArray(const Setting &setting);
 
+constexpr size_t mostListeners = 16;
 constexpr int32_t mostCategories = 255;     /* their count is 8 bits wide */
 constexpr int32_t highestRating = 10;       /* a page's value above it counts as 0 */
 constexpr size_t longestSpoolFolder = 33;   /* with "scanfile.", a process id and the NUL it fills virfilename */

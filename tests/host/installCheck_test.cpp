@@ -22,6 +22,19 @@ std::string said(const Problems &problems, const std::string &file) {
 
 }  // namespace
 
+TEST(InstallCheck, IPv6ClientsNeedTheStrictRoad) {
+  const ScratchRoot root;
+  for (const auto &[place, strict, refused] :
+       {std::tuple{"[::]:8080", 0, true}, {"[::]:8080", STRICT_HTTP, false}, {"0.0.0.0:8080", 0, false}}) {
+    hostConfig.listen.resize(1);
+    ASSERT_TRUE(netsift::parseEndpoint(place, hostConfig.listen.data()));
+    StrictHttp = strict;
+    Problems problems;
+    checkInstallation(problems);
+    EXPECT_EQ(std::ranges::count(problems, "listen.address", &Problem::key), refused) << place << strict;
+  }
+}
+
 TEST(InstallCheck, ACacheThatCannotBeMadeWholeLeavesTheOldOneAndAPipeIsNotOpened) {
   const ScratchRoot root;
   const std::string cache = rooted(cacheDatabase);
