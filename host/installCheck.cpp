@@ -155,9 +155,13 @@ void checkEngine(const std::string &path, Problems &problems) {
   if (engine >= 0) close(engine);
 }
 
-/* What reads requests while strict_http is off knows clients by their IPv4 address. */
-void checkListening(Problems &problems) {
+/* What serves requests while strict_http is off knows IPv4 addresses alone. */
+void checkFamilies(Problems &problems) {
   if ((StrictHttp & STRICT_HTTP) != 0) return;
+  if (ProxyPresent == 1 && std::strchr(proxyip, ':') != nullptr)
+    report(problems, "",
+           std::string(proxyip) + " is not reached while strict_http is off; switch that on, or name an IPv4 address",
+           "upstream.proxy");
   for (const SocketAddress &address : hostConfig.listen) {
     if (isSix(address))
       report(problems, "",
@@ -206,7 +210,7 @@ void checkInstallation(Problems &problems) {
   if (hostConfig.debugLevel > 0) checkLog(logPath(hostConfig.debugFile), "log.debug_file", problems);
   if (logenable != 0) checkLog(logPath(logfilename), "log.access_file", problems);
   checkCache(problems);
-  checkListening(problems);
+  checkFamilies(problems);
   checkTypes(problems);
   checkScanning(problems);
   if (!fitsSocketPath(rooted(notifySocket)))

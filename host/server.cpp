@@ -266,6 +266,7 @@ void warmUp() {
   setenv("TZ", ":/etc/localtime", 0);
   tzset();
   gethostbyname("localhost");
+  if (addrinfo *found = nullptr; getaddrinfo("localhost", nullptr, nullptr, &found) == 0) freeaddrinfo(found);
   in_addr loopback{htonl(INADDR_LOOPBACK)};
   gethostbyaddr(&loopback, sizeof loopback, AF_INET);
 }

@@ -53,8 +53,9 @@ const Setting serviceSettings[] = {
     {"listen", "drain_seconds", Number{&hostConfig.drainSeconds, 0, mostSeconds, "seconds"}, "10",
      "What running connections are given to finish when the daemon is told to end."},
     {"upstream", "proxy", UpstreamAddress{}, "\"\"",
-     "The proxy that every request is forwarded to, as ADDRESS:PORT with an IPv4 address. Empty: direct to each "
-     "site."},
+     "The proxy that every request is forwarded to, as ADDRESS:PORT, an IPv6 address in brackets, for which "
+     "strict_http "
+     "is needed. Empty: direct to each site."},
     {"upstream", "timeout", Number{&PROXY_TIMEOUT, 1, mostSeconds, "seconds"}, "60",
      "How long to wait for upstream to take or send the next bytes."},
     {"upstream", "keep_seconds", Number{&KeepUpstreamSeconds, 0, mostSeconds, "seconds"}, "15",
@@ -335,13 +336,14 @@ struct TypeText {
   std::string operator()(const Texts &) const { return "list of at most 100 texts of 1 to 99 bytes"; }
   std::string operator()(const Ports &) const { return "list of at most 100 port numbers, 1 to 65535"; }
   std::string operator()(const Patterns &) const {
-    return "list of IPv4 addresses, each of which may end in \"*\" instead";
+    return "list of addresses, each of which may end in \"*\" instead; those of IPv6 as in \"[2001:db8:*\", in their "
+           "shortest form, lower case, at most 16 characters";
   }
   std::string operator()(const TextList &) const { return "list of texts"; }
   std::string operator()(const ListenAddresses &) const {
     return "text, or list of 1 to " + std::to_string(mostListeners) + " texts: ADDRESS:PORT, port 0 to 65535";
   }
-  std::string operator()(const UpstreamAddress &) const { return "text: IPv4 ADDRESS:PORT, port 1 to 65535, or empty"; }
+  std::string operator()(const UpstreamAddress &) const { return "text: ADDRESS:PORT, port 1 to 65535, or empty"; }
   std::string operator()(const Folder &) const { return "text: absolute path"; }
   std::string operator()(const Categories &categories) const {
     return std::string("at most ") + std::to_string(mostCategories) + " tables with the texts name and " +

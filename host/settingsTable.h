@@ -42,7 +42,7 @@ struct Texts { /* at most 100 texts of 1 to 99 bytes; the first empty entry ends
 struct Ports { /* at most 100 numbers from 1 to 65535; the first 0 ends the list */
   int32_t (*variable)[100];
 };
-struct Patterns { /* an IPv4 address, or the start of one followed by "*" */
+struct Patterns { /* an address, or the start of one followed by "*" */
   IpPattern **variable;
 };
 struct TextList { /* any number of texts, and their count */

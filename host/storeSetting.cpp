@@ -71,9 +71,23 @@ char *keptCopy(std::string_view text) {
   return copy;
 }
 
-/* An IPv4 address, or its start followed by "*". */
+/* "[2001:db8::1]", or its start followed by "*", as hosts are written once they are read: in another form it would match
+   none. */
+bool isSixPattern(std::string_view text) {
+  const std::string_view inner = text.substr(1, text.size() - 2);
+  SocketAddress address;
+  if (text.back() != '*') return parseHost(inner, &address) && "[" + hostText(address) + "]" == text;
+  for (size_t i = 1; i < text.size() - 1; i++) {
+    const bool begins = text[i - 1] == '[' || text[i - 1] == ':';
+    if (begins && text[i] == '0' && text[i + 1] != ':' && text[i + 1] != '*') return false;
+  }
+  return inner.find_first_not_of("0123456789abcdef:") == inner.npos;
+}
+
+/* An address, or its start followed by "*". */
 bool isPattern(std::string_view text) {
   if (text.empty() || text.size() > sizeof(IpPattern::pattern)) return false;
+  if (text.size() > 1 && text.front() == '[') return isSixPattern(text);
   if (text.back() == '*') return text.find_first_not_of("0123456789.") == text.size() - 1;
   struct in_addr address;
   return inet_pton(AF_INET, std::string(text).c_str(), &address) == 1;
@@ -260,8 +274,7 @@ struct Store {
     auto text = value.value_exact<std::string_view>();
     SocketAddress address{};
     bool direct = text && text->empty();
-    if (!direct && (!text || !parseEndpoint(*text, &address) || isSix(address) || portOf(address) == 0))
-      return unexpected(value);
+    if (!direct && (!text || !parseEndpoint(*text, &address) || portOf(address) == 0)) return unexpected(value);
     ProxyPresent = direct ? 0 : 1;
     proxyport = portOf(address);
     proxyip = direct ? nullptr : keptCopy(hostText(address));

@@ -19,7 +19,7 @@ NETSIFT_API extern struct sockaddr_in clientaddr;
 
 /* The two ends. */
 NETSIFT_API extern int32_t proxysock;            /* upstream socket; StrictHttp: -1 once it is closed */
-NETSIFT_API extern struct sockaddr_in proxyaddr; /* what proxysock was connected to */
+NETSIFT_API extern struct sockaddr_in proxyaddr; /* what proxysock was connected to; of IPv6 the family alone */
 NETSIFT_API extern char clientip[64];            /* the client's address as text */
 NETSIFT_API extern int32_t childpid;             /* set when the scan file's path is built */
 
@@ -30,7 +30,7 @@ NETSIFT_API extern char *hostname;   /* owned, null between requests */
 NETSIFT_API extern char request[15]; /* the method word */
 NETSIFT_API extern uint8_t isipaddr; /* 1: hostname is taken for a literal address */
 NETSIFT_API extern struct hostent *reqhost;     /* reverse look-up of a literal-address host, or null */
-NETSIFT_API extern struct hostent *remote_host; /* direct mode: resolution of hostname, or null */
+NETSIFT_API extern struct hostent *remote_host; /* direct mode: resolution of hostname, or null; StrictHttp: null */
 NETSIFT_API extern char *reshostname, *resurl;  /* reverse-resolved host and the URL rebuilt on it; owned */
 
 /* The answer. */

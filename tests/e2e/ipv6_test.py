@@ -1,11 +1,11 @@
-"""IPv6: clients that come over it, alone and beside those of IPv4."""
+"""IPv6: clients that come over it, alone and beside those of IPv4, and sites and proxies that are reached over it."""
 import signal
 import socket
 import subprocess
 import unittest
 from contextlib import closing
 
-from harness import NETSIFTD, PATIENCE, Case, Filter, read_all, wait_until
+from harness import NETSIFTD, PATIENCE, Case, Filter, Peer, read_all, wait_until
 
 FOUR, SIX, BOTH = "127.0.0.1:0", "[::1]:0", ("127.0.0.1:0", "[::1]:0")
 
@@ -102,3 +102,51 @@ class Clients(Case):
                     client.sendall(ask("blocked.example", "Connection: close"))
                     self.assert_page(read_all(client), "block")
             daemon.terminate()
+
+
+class SixPeer(Peer):
+    """A scripted origin or proxy on ::1."""
+    address_family = socket.AF_INET6
+
+    def __init__(self, cleanup, handler):
+        super().__init__(cleanup, handler, place=("::1", 0))
+
+
+@unittest.skipUnless(has_six(), "the machine has no ::1")
+class Sites(Case):
+    def setUp(self):
+        self.seen = []
+
+        def serve_once(connection):
+            self.seen.append(connection.recv(65536).split(b"\r\n")[0].decode())
+            connection.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 2\r\nConnection: close\r\n\r\nok")
+
+        self.site = SixPeer(self.addCleanup, serve_once)
+        self.host = f"[::1]:{self.site.port}"
+
+    def test_bracketed_hosts_are_reached_and_judged(self):
+        addresses = "Sites may not be called by their address in numbers"
+        for settings, said in (({}, None), ({"requests.local_addresses": "refuse"}, "leads to the filter itself"),
+                               ({"requests.block_ip_hosts": True}, addresses),
+                               ({"requests.block_ip_hosts": True, "requests.allowed_ip_hosts": ["[::*"]}, None),
+                               ({"requests.use_blocked_ip_hosts": True, "requests.blocked_ip_hosts": ["[::1]"]}, addresses)):
+            filtering = self.filter(settings)
+            answer = filtering.exchange(ask(self.host, "Connection: close"))
+            if said:
+                self.assert_page(answer, "block", said)
+            else:
+                self.assertTrue(answer.endswith(b"\r\n\r\nok"), answer)
+        self.assertEqual(self.seen, ["GET / HTTP/1.1"] * 2)
+
+    def test_tunnels_lead_there_and_an_address_that_nobody_has_is_said(self):
+        filtering = self.filter({"requests.connect_any_protocol": True})
+        answer = filtering.exchange(f"CONNECT {self.host} HTTP/1.1\r\nHost: {self.host}\r\n\r\nHELLO".encode())
+        self.assertTrue(answer.endswith(b"\r\n\r\nok"), answer)
+        self.assertEqual(self.seen, ["HELLO"])
+        self.assertIn(f"Client IP:127.0.0.1,URL:[::1],STATUS:TUNNELED,HTTPS REQUEST", filtering.lines())
+        self.assert_page(filtering.exchange(ask("[::2]:9")), "error", "No connection to [::2], port 9")
+
+    def test_an_upstream_proxy(self):
+        filtering = self.filter({"upstream.proxy": self.host})
+        self.assertTrue(filtering.exchange(ask("site.example", "Connection: close")).endswith(b"\r\n\r\nok"))
+        self.assertEqual(self.seen, ["GET http://site.example/ HTTP/1.1"])

@@ -29,9 +29,13 @@ TEST(InstallCheck, IPv6ClientsNeedTheStrictRoad) {
     hostConfig.listen.resize(1);
     ASSERT_TRUE(netsift::parseEndpoint(place, hostConfig.listen.data()));
     StrictHttp = strict;
+    static char proxy[] = "::1";
+    proxyip = refused || strict ? proxy : nullptr;
+    ProxyPresent = proxyip != nullptr;
     Problems problems;
     checkInstallation(problems);
-    EXPECT_EQ(std::ranges::count(problems, "listen.address", &Problem::key), refused) << place << strict;
+    for (const char *key : {"listen.address", "upstream.proxy"})
+      EXPECT_EQ(std::ranges::count(problems, key, &Problem::key), refused) << key << place << strict;
   }
 }
 
