@@ -172,6 +172,8 @@ void work(std::span<const int> listeners, const Pool &pool, Board *board, int sl
   pid_t server = getppid();
   resetSignals();
   Worker worker{listeners, pool, board, &pool.slots[slot]};
+  worker.next =
+      board->connections % listeners.size(); /* with a process for each connection it is they who take turns */
   if (!watch(worker)) {
     say(std::string("a process cannot wait for clients: ") + std::strerror(errno));
     leave(worker);

@@ -76,6 +76,29 @@ class Clients(Case):
                 client.sendall(request)
                 self.assertEqual(client.recv(65536)[:13], b"HTTP/1.1 204 ")
 
+    def test_where_many_wait_at_one_the_other_has_its_turn(self):
+        asked = []
+
+        def note(connection):
+            asked.append(connection.recv(65536).split()[1])
+            connection.sendall(b"HTTP/1.1 204 No Content\r\n\r\n")
+
+        site = f"127.0.0.1:{self.peer(note).port}"
+        for each in (1, 1000):
+            settings = {"listen.max_connections": 1, "listen.spare_processes": 1, "listen.connections_per_process": each}
+            filtering = self.listening(BOTH, settings)
+            held = self.client(filtering, 0)
+            held.sendall(b"GET ")
+            wait_until(filtering.connections, "the connection's process")
+            waiting = [self.client(filtering, place) for place in (0, 0, 0, 0, 1)]
+            for number, client in enumerate(waiting):
+                client.sendall(ask(site, "Connection: close").replace(b"/ HTTP", b"/%d HTTP" % number))
+            held.close()
+            for client in waiting:
+                self.assertIn(b" 204 ", read_all(client))
+            self.assertLess(asked.index(b"/4"), 3)
+            asked.clear()
+
     def test_an_address_gets_so_many_and_no_more(self):
         filtering = self.listening((SIX,), {"listen.max_connections_per_client": 1})
         place = ("::1", filtering.port)

@@ -43,12 +43,11 @@ TEST(AccessRules, BothFamiliesAsTheConfigurationHasThem) {
   writeFile(path, "log.ports = true\n");
   ASSERT_TRUE(readConfiguration(path, problems));
   EXPECT_EQ(accessLevel(client("2001:db8::9")), 2) << "rules go with the configuration that had them";
-  SixRule never{{}, {}, 1440, 1440, 3}, mixed = never;
-  mixed.from = 0;
-  hostConfig.sixRules = {never};
+  const SixRule later{{}, {}, 1440, 1440, 3}, earlier{{}, {}, 0, -1, 4}, always{{}, {}, 0, 1439, 5};
+  hostConfig.sixRules = {later, earlier};
   EXPECT_EQ(accessLevel(client("::1")), 2);
-  hostConfig.sixRules = {never, mixed};
-  EXPECT_EQ(accessLevel(client("::1")), 3);
+  hostConfig.sixRules = {later, always, earlier};
+  EXPECT_EQ(accessLevel(client("::1")), 5);
 }
 
 TEST(ClientCount, WhoCountsAsOneClient) {
