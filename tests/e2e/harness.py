@@ -240,7 +240,7 @@ class Peer(socketserver.ThreadingTCPServer):
     daemon_threads, request_queue_size = True, 100
 
     def __init__(self, cleanup, handler, path=None, place=("127.0.0.1", 0)):
-        self.address_family = socket.AF_UNIX if path else self.address_family
+        self.address_family = socket.AF_UNIX if path else socket.AF_INET6 if ":" in place[0] else socket.AF_INET
         super().__init__(str(path) if path else place, None)
         self.port, self.handler = self.server_address[1], handler
         threading.Thread(target=self.serve_forever, args=(0.05,), daemon=True).start()

@@ -127,14 +127,6 @@ class Clients(Case):
             daemon.terminate()
 
 
-class SixPeer(Peer):
-    """A scripted origin or proxy on ::1."""
-    address_family = socket.AF_INET6
-
-    def __init__(self, cleanup, handler):
-        super().__init__(cleanup, handler, place=("::1", 0))
-
-
 @unittest.skipUnless(has_six(), "the machine has no ::1")
 class Sites(Case):
     def setUp(self):
@@ -144,7 +136,7 @@ class Sites(Case):
             self.seen.append(connection.recv(65536).split(b"\r\n")[0].decode())
             connection.sendall(b"HTTP/1.1 200 OK\r\nContent-Length: 2\r\nConnection: close\r\n\r\nok")
 
-        self.site = SixPeer(self.addCleanup, serve_once)
+        self.site = Peer(self.addCleanup, serve_once, place=("::1", 0))
         self.host = f"[::1]:{self.site.port}"
 
     def test_bracketed_hosts_are_reached_and_judged(self):
@@ -166,7 +158,7 @@ class Sites(Case):
         answer = filtering.exchange(f"CONNECT {self.host} HTTP/1.1\r\nHost: {self.host}\r\n\r\nHELLO".encode())
         self.assertTrue(answer.endswith(b"\r\n\r\nok"), answer)
         self.assertEqual(self.seen, ["HELLO"])
-        self.assertIn(f"Client IP:127.0.0.1,URL:[::1],STATUS:TUNNELED,HTTPS REQUEST", filtering.lines())
+        self.assertIn("Client IP:127.0.0.1,URL:[::1],STATUS:TUNNELED,HTTPS REQUEST", filtering.lines())
         self.assert_page(filtering.exchange(ask("[::2]:9")), "error", "No connection to [::2], port 9")
 
     def test_an_upstream_proxy(self):
