@@ -16,7 +16,8 @@ namespace {
 
 void setUpConnection(Connection &connection) {
   connection.ends.client = clientsock;
-  inet_ntop(AF_INET, &clientaddr.sin_addr, clientip, sizeof clientip);
+  const bool isNamed = strictHttp() && clientaddr.sin_family == AF_INET6; /* the host has written clientip */
+  if (!isNamed) inet_ntop(AF_INET, &clientaddr.sin_addr, clientip, sizeof clientip);
   dprintf(4, "Client IP is [%s]\n", clientip);
   const int on = 1; /* a head and the body behind it are separate sends; neither is to wait for the other's receipt */
   setsockopt(clientsock, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);

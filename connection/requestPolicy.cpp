@@ -11,6 +11,7 @@
 #include "connection/refuse.h"
 #include "connection/verdict.h"
 #include "http/requestUrl.h"
+#include "http/siteAddresses.h"
 #include "log/debugLog.h"
 #include "log/peerText.h"
 #include "policy/attachFile.h"
@@ -58,17 +59,28 @@ std::string urlOnHost(const std::string &name, const std::string &url, const Req
 
 /* The resolver's answer, which may take it seconds; with StrictHttp it is asked once for what a connection asks for in
    a row. */
-hostent *entryOf(Connection &connection, const Request &request, in_addr address) {
+hostent *entryOf(Connection &connection, const Request &request, const SocketAddress &address) {
   static HostEntry reverse;
   if (strictHttp() && connection.resolvedAddress == request.hostname) return connection.resolvedEntry;
   connection.resolvedAddress = request.hostname;
-  return connection.resolvedEntry = copyHostEntry(reverse, gethostbyaddr(&address, sizeof address, AF_INET));
+  const void *bare = &address.four.sin_addr;
+  if (isSix(address)) bare = &address.six.sin6_addr;
+  const socklen_t size = isSix(address) ? sizeof(in6_addr) : sizeof(in_addr);
+  return connection.resolvedEntry = copyHostEntry(reverse, gethostbyaddr(bare, size, address.any.sa_family));
+}
+
+/* An IPv6 address is one with StrictHttp alone. */
+bool readAddress(const std::string &host, SocketAddress *address) {
+  in_addr four;
+  const bool isFour = inet_aton(host.c_str(), &four) != 0;
+  if (isFour) *address = fourAddress(four, 0);
+  return isFour || (strictHttp() && literalAddress(host, address));
 }
 
 /* The entry that `reqhost` becomes; null when the address has no name. */
 hostent *lookUpReverse(Connection &connection, const Request &request) {
-  in_addr address;
-  if (inet_aton(request.hostname.c_str(), &address) == 0) return nullptr;
+  SocketAddress address;
+  if (!readAddress(request.hostname, &address)) return nullptr;
   ReverseName &name = connection.reverse;
   hostent *found = entryOf(connection, request, address);
   if (found == nullptr || *found->h_name == '\0') return nullptr;

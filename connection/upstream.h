@@ -13,7 +13,7 @@ namespace netsift {
 /* Sets `proxyaddr`. */
 void setUpstreamAddress(in_addr address, unsigned port);
 
-/* Resolves the host into `remote_host`. False, traced, when it has no IPv4 address. */
+/* The contract's road: resolves the host into `remote_host`. False, traced, when it has no IPv4 address. */
 bool resolveHost(const std::string &host);
 
 /* Makes `proxyaddr` that of proxyip:proxyport. */

@@ -1,6 +1,5 @@
 #include "host/child.h"
 
-#include <arpa/inet.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -9,6 +8,7 @@
 #include <cstring>
 #include <string>
 
+#include "host/accessRules.h"
 #include "host/clock.h"
 #include "host/handOver.h"
 #include "host/scanFiles.h"
@@ -43,10 +43,18 @@ bool awaitHead(std::string &head) {
   return true;
 }
 
+void setClientIp(const SocketAddress &peer) { std::snprintf(clientip, sizeof clientip, "%s", hostText(peer).c_str()); }
+
+/* `clientaddr` has no room for an IPv6 address: it tells the family, and the text is made here. */
+void tellClient(const SocketAddress &peer) {
+  clientaddr = isSix(peer) ? sockaddr_in{AF_INET6, 0, {}, {}} : peer.four;
+  if (isSix(peer)) setClientIp(peer);
+}
+
 /* The client hears why, but only as the answer to a request: a browser drops what comes before it asked. Nothing that
    it sent is looked at beyond the method, and none of it is shown or logged. */
-void refuseClient(int level) {
-  inet_ntop(AF_INET, &clientaddr.sin_addr, clientip, sizeof clientip);
+void refuseClient(const SocketAddress &peer, int level) {
+  setClientIp(peer);
   std::string head;
   if (!awaitHead(head)) return;
   if (head.starts_with("HEAD ")) std::strcpy(request, "HEAD"); /* whose answer has no page */
@@ -74,15 +82,15 @@ void closeGently(int sock) {
   close(sock);
 }
 
-void serveConnection(int sock, const struct sockaddr_in &peer) {
+void serveConnection(int sock, const SocketAddress &peer) {
   clientsock = sock;
-  clientaddr = peer;
-  int level = getAccessControl(peer.sin_addr.s_addr); /* in network order, as the rules are */
+  tellClient(peer);
+  int level = accessLevel(peer);
   if (level == unfiltered) DisableNetsiftService = 1;
   if (level <= filtered)
     connectionHandle();
   else
-    refuseClient(level);
+    refuseClient(peer, level);
   removeScanFile(getpid());
   if (wasHandedOver())
     close(sock); /* shutting it down would end the tunnel */

@@ -2,10 +2,7 @@
 #ifndef NETSIFT_HOST_CONFIGREAD_H
 #define NETSIFT_HOST_CONFIGREAD_H
 
-#include <netinet/in.h>
-
 #include <string>
-#include <string_view>
 
 #include "host/problems.h"
 
@@ -16,9 +13,6 @@ namespace netsift::host {
    checked all the same. A file without any setting is a problem too. Returns whether anything was stored: false when
    the file cannot be read or is no TOML. What an earlier reading allocated is released. */
 bool readConfiguration(const std::string &path, Problems &problems);
-
-/* "127.0.0.1:8080": false when it is no IPv4 address and port. Port 0 is accepted. */
-bool parseEndpoint(std::string_view text, struct sockaddr_in *address);
 
 }  // namespace netsift::host
 

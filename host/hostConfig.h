@@ -2,15 +2,17 @@
 #ifndef NETSIFT_HOST_HOSTCONFIG_H
 #define NETSIFT_HOST_HOSTCONFIG_H
 
-#include <netinet/in.h>
-
 #include <cstdint>
 #include <string>
+#include <vector>
+
+#include "host/accessRules.h"
+#include "util/socketAddress.h"
 
 namespace netsift::host {
 
 struct HostConfig {
-  struct sockaddr_in listen {};      /* [listen] address, or --listen */
+  std::vector<SocketAddress> listen; /* [listen] address, or --listen */
   int32_t loadSeconds = 0;           /* after which a loading is given up */
   int32_t maxConnections = 0;        /* served at once, over all generations of the server */
   int32_t connectionsPerClient = 0;  /* at once; 0: as many as there are */
@@ -24,6 +26,7 @@ struct HostConfig {
   std::string debugTag;              /* put before every line of the debug log */
   int32_t debugLevel = 0;
   int32_t keepCache = 0; /* 1: verdicts of earlier loadings stay */
+  std::vector<SixRule> sixRules;
 };
 
 /* The configuration of this process: a generation of the server reads it once and never changes it. */

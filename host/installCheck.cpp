@@ -155,6 +155,23 @@ void checkEngine(const std::string &path, Problems &problems) {
   if (engine >= 0) close(engine);
 }
 
+/* What serves requests while strict_http is off knows IPv4 addresses alone. */
+void checkFamilies(Problems &problems) {
+  if ((StrictHttp & STRICT_HTTP) != 0) return;
+  if (ProxyPresent == 1 && std::strchr(proxyip, ':') != nullptr)
+    report(problems, "",
+           std::string(proxyip) + " is not reached while strict_http is off; switch that on, or name an IPv4 address",
+           "upstream.proxy");
+  for (const SocketAddress &address : hostConfig.listen) {
+    if (isSix(address))
+      report(problems, "",
+             endpointText(address) +
+                 " takes IPv6 clients, which are not served while strict_http is off; switch that "
+                 "on, or listen on IPv4 addresses alone",
+             "listen.address");
+  }
+}
+
 /* The contract's road compares them as they are written, the strict one without regard to case. */
 void checkTypes(Problems &problems) {
   for (const auto &entry : blockedcontent) {
@@ -193,6 +210,7 @@ void checkInstallation(Problems &problems) {
   if (hostConfig.debugLevel > 0) checkLog(logPath(hostConfig.debugFile), "log.debug_file", problems);
   if (logenable != 0) checkLog(logPath(logfilename), "log.access_file", problems);
   checkCache(problems);
+  checkFamilies(problems);
   checkTypes(problems);
   checkScanning(problems);
   if (!fitsSocketPath(rooted(notifySocket)))

@@ -3,20 +3,25 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <optional>
+#include <vector>
 
 #include "host/configRead.h"
+#include "host/hostConfig.h"
 #include "host/installCheck.h"
 #include "host/settingsPrint.h"
+#include "host/settingsTable.h"
 #include "host/supervisor.h"
 #include "state/settings.h"
+#include "util/socketAddress.h"
 
+using namespace netsift;
 using namespace netsift::host;
 
 namespace {
 
 struct Arguments {
-  std::string configuration, root, listen, print;
+  std::string configuration, root, print;
+  std::vector<std::string> listen;
   bool check = false, json = false;
 };
 
@@ -34,9 +39,11 @@ int printConfiguration(const std::string &form) {
 }
 
 /* Reports all that a start would stumble over, and changes nothing. */
-int check(const Arguments &arguments) {
+int check(const Arguments &arguments, const std::vector<SocketAddress> &listen) {
   Problems problems;
-  if (readConfiguration(arguments.configuration, problems)) checkInstallation(problems);
+  const bool isRead = readConfiguration(arguments.configuration, problems);
+  if (!listen.empty()) hostConfig.listen = listen;
+  if (isRead) checkInstallation(problems);
   if (arguments.json)
     std::fputs(problemsJson(problems).c_str(), stdout);
   else
@@ -45,16 +52,24 @@ int check(const Arguments &arguments) {
   return anyFatal(problems) ? exitConfiguration : 0;
 }
 
+bool parseListen(const std::vector<std::string> &texts, std::vector<SocketAddress> &listen) {
+  for (const std::string &text : texts) {
+    if (parseEndpoint(text, &listen.emplace_back())) continue;
+    say("--listen: expected ADDRESS:PORT, an IPv6 address in brackets, not \"" + text + "\"");
+    return false;
+  }
+  if (listen.size() <= mostListeners) return true;
+  say("--listen: at most " + std::to_string(mostListeners) + " addresses, not " + std::to_string(listen.size()));
+  return false;
+}
+
 int run(const Arguments &arguments) {
   if (!arguments.print.empty()) return printConfiguration(arguments.print);
-  std::optional<struct sockaddr_in> listen;
-  if (!arguments.listen.empty() && !parseEndpoint(arguments.listen, &listen.emplace())) {
-    say("--listen: expected ADDRESS:PORT with an IPv4 address, not \"" + arguments.listen + "\"");
-    return exitConfiguration;
-  }
+  std::vector<SocketAddress> listen;
+  if (!parseListen(arguments.listen, listen)) return exitConfiguration;
   std::string root = absoluteRoot(arguments.root);
   installroot = strdup(root.c_str());
-  return arguments.check ? check(arguments) : supervise(arguments.configuration, listen);
+  return arguments.check ? check(arguments, listen) : supervise(arguments.configuration, listen);
 }
 
 int parseAndRun(int argc, char **argv) {
@@ -62,8 +77,10 @@ int parseAndRun(int argc, char **argv) {
   CLI::App app("netsiftd, a filtering web front proxy");
   auto *configuration = app.add_option("--config", arguments.configuration, "Configuration file")->type_name("FILE");
   app.add_option("--root", arguments.root, "Folder that the system's own paths lie under")->type_name("DIR");
-  app.add_option("--listen", arguments.listen, "Where clients connect, instead of what the configuration says")
-      ->type_name("ADDRESS:PORT");
+  app.add_option("--listen", arguments.listen,
+                 "Where clients connect, instead of what the configuration says; may be given several times")
+      ->type_name("ADDRESS:PORT")
+      ->allow_extra_args(false);
   auto *check = app.add_flag("--check", arguments.check, "Report every problem a start would have, then end");
   app.add_flag("--json", arguments.json, "With --check: as JSON on standard output")->needs(check);
   auto *print = app.add_option("--print-config", arguments.print, "Print a complete sample configuration, then end")

@@ -38,6 +38,13 @@ int32_t sumOf(const std::atomic<int32_t> (&counts)[mostGenerations]) {
   return sum;
 }
 
+/* TCP_INFO of a listener gives its queue's length as what is unacknowledged. */
+uint64_t queueLength(int listener) {
+  struct tcp_info info {};
+  socklen_t length = sizeof info;
+  return getsockopt(listener, IPPROTO_TCP, TCP_INFO, &info, &length) == 0 ? info.tcpi_unacked : 0;
+}
+
 }  // namespace
 
 int32_t allWorkers(const Board &board) { return sumOf(board.workers); }
@@ -141,15 +148,13 @@ bool isCrowded(Pool &pool, const Board &board) {
   return crowded || look(); /* the last worker may have become busy before it could see that nobody looks */
 }
 
-/* TCP_INFO of a listener gives its queue's length as what is unacknowledged. */
-void pressIdle(Pool &pool, int listener, int64_t now) {
+void pressIdle(Pool &pool, std::span<const int> listeners, int64_t now) {
   const bool freed = releaseIdle(pool) > 0;
   pool.pressAt = now + (freed ? freedPause : pressPause);
   if (freed) return;
-  struct tcp_info info {};
-  socklen_t length = sizeof info;
-  const bool known = getsockopt(listener, IPPROTO_TCP, TCP_INFO, &info, &length) == 0 && info.tcpi_unacked > 0;
-  const uint64_t waiting = known ? info.tcpi_unacked : 1;
+  uint64_t waiting = 0;
+  for (int listener : listeners) waiting += queueLength(listener);
+  waiting = std::max<uint64_t>(waiting, 1); /* somebody does, or nobody had asked */
   if (write(pool.idleSemaphore, &waiting, sizeof waiting) == sizeof waiting) pool.pressed = waiting;
 }
 

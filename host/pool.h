@@ -1,5 +1,5 @@
 /* What a generation's server and its workers share, and the server's side of it: how many workers there are. A worker
-   is a process that serves one connection after another; the clients wait in the listener's queue until one takes them,
+   is a process that serves one connection after another; the clients wait in the listeners' queues until one takes them,
    so that none is taken who cannot be served. */
 #ifndef NETSIFT_HOST_POOL_H
 #define NETSIFT_HOST_POOL_H
@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <span>
 #include <unordered_map>
 #include <vector>
 
@@ -44,7 +45,7 @@ struct alignas(64) PoolBoard {
   std::atomic<bool> closing;   /* no more clients are to be taken */
   std::atomic<bool> watched;   /* the server looks for clients who have to wait */
   std::atomic<int32_t> turnedAway;                     /* connections of clients who had too many */
-  std::atomic<uint32_t> lastTurnedAway;                /* and the address of the last, in network order */
+  std::atomic<uint64_t> lastTurnedAway[2];             /* and the address of the last, as IPv6 writes both families */
   std::atomic<int32_t> clients[1 << clientBucketBits]; /* connections, by a hash of the client */
 };
 
@@ -89,9 +90,9 @@ void tellWaited(Pool &pool, int64_t now);
    server looks for such clients. */
 bool isCrowded(Pool &pool, const Board &board);
 
-/* Asks as many idle connections to end as clients wait at the listener; or none any more, which returns how many had
+/* Asks as many idle connections to end as clients wait at the listeners; or none any more, which returns how many had
    heard it. */
-void pressIdle(Pool &pool, int listener, int64_t now);
+void pressIdle(Pool &pool, std::span<const int> listeners, int64_t now);
 uint64_t releaseIdle(Pool &pool);
 
 /* From now on workers take no more clients: those that wait end, the others after the connection they serve. */

@@ -15,7 +15,9 @@
 #include <cstring>
 #include <ctime>
 #include <initializer_list>
+#include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/clientCount.h"
@@ -54,11 +56,13 @@ struct Server {
   Messages messages;
 };
 
-void closeAll(std::initializer_list<int> descriptors) {
+void closeEach(std::span<const int> descriptors) {
   for (int fd : descriptors) {
     if (fd >= 0) close(fd);
   }
 }
+
+void closeAll(std::initializer_list<int> descriptors) { closeEach({descriptors.begin(), descriptors.size()}); }
 
 /* What is the server's alone. */
 void closeOwn(const Server &server) {
@@ -69,7 +73,7 @@ void closeOwn(const Server &server) {
 [[noreturn]] void becomeWorker(const Server &server, int slot) {
   closeOwn(server);
   closeAll({server.pool.take});
-  work(server.sockets.listener, server.pool, server.board, slot);
+  work(server.sockets.listeners, server.pool, server.board, slot);
 }
 
 void startWorkers(Server &server, int64_t *wake) {
@@ -101,7 +105,8 @@ void startRelay(Server &server, int64_t *wake) {
   if (server.relay != 0) return;
   closeOwn(server);
   const Pool &pool = server.pool;
-  closeAll({server.sockets.listener, pool.poke, pool.idleSemaphore, pool.hangUpRead, pool.offer});
+  closeEach(server.sockets.listeners);
+  closeAll({pool.poke, pool.idleSemaphore, pool.hangUpRead, pool.offer});
   relayTunnels(pool.take, server.board->tunnels[server.slot]);
 }
 
@@ -152,7 +157,7 @@ void obey(Server &server) {
     closeSocket(server.sockets.control);
     command = drain;
   }
-  closeSocket(server.sockets.listener);
+  closeEach(std::exchange(server.sockets.listeners, {}));
   closePool(server.pool);
   if (command == retire) { /* the next generation takes over the reports too */
     closeSocket(server.sockets.notify);
@@ -220,17 +225,21 @@ void serveRound(Server &server) {
   std::vector<struct pollfd> polled = {{server.signals, POLLIN, 0},
                                        {server.sockets.control, POLLIN, 0},
                                        {server.pool.poke, POLLIN, 0},
-                                       {messages ? server.sockets.notify : -1, POLLIN, 0},
-                                       {presses ? server.sockets.listener : -1, POLLIN, 0}};
-  size_t fixed = polled.size();
+                                       {messages ? server.sockets.notify : -1, POLLIN, 0}};
+  const size_t fixed = polled.size();
+  if (presses) {
+    for (int listener : server.sockets.listeners) polled.push_back({listener, POLLIN, 0});
+  }
+  const size_t firstMessage = polled.size();
   for (const Message &message : server.messages) polled.push_back({message.sock, POLLIN, 0});
   if (poll(polled.data(), polled.size(), pollTimeout(now, wake)) > 0) {
     if (polled[1].revents != 0) obey(server);
     if (polled[0].revents != 0) reapChildren(server);
     if (uint64_t pokes; polled[2].revents != 0) static_cast<void>(!read(server.pool.poke, &pokes, sizeof pokes));
-    if (polled[4].revents != 0 && server.sockets.listener >= 0)
-      pressIdle(server.pool, server.sockets.listener, milliseconds());
-    size_t i = fixed;
+    const std::span waited(polled.data() + fixed, firstMessage - fixed);
+    if (std::ranges::any_of(waited, [](const pollfd &listener) { return listener.revents != 0; }))
+      pressIdle(server.pool, server.sockets.listeners, milliseconds());
+    size_t i = firstMessage;
     std::erase_if(server.messages, [&](Message &message) { return polled[i++].revents != 0 && readMessage(message); });
     if (polled[3].revents != 0 && server.sockets.notify >= 0) acceptMessages(server.sockets.notify, server.messages);
   }
@@ -257,6 +266,7 @@ void warmUp() {
   setenv("TZ", ":/etc/localtime", 0);
   tzset();
   gethostbyname("localhost");
+  if (addrinfo *found = nullptr; getaddrinfo("localhost", nullptr, nullptr, &found) == 0) freeaddrinfo(found);
   in_addr loopback{htonl(INADDR_LOOPBACK)};
   gethostbyaddr(&loopback, sizeof loopback, AF_INET);
 }

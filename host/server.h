@@ -3,6 +3,8 @@
 #ifndef NETSIFT_HOST_SERVER_H
 #define NETSIFT_HOST_SERVER_H
 
+#include <vector>
+
 #include "host/pool.h"
 
 namespace netsift::host {
@@ -17,9 +19,9 @@ enum Command : char {
 constexpr char readyMessage = 'R', retiredMessage = 'D';
 
 struct ServerSockets {
-  int listener; /* clients; non-blocking, shared with other generations */
-  int notify;   /* the notification socket, or -1 */
-  int control;  /* to the supervisor */
+  std::vector<int> listeners; /* clients; non-blocking, shared with other generations */
+  int notify;                 /* the notification socket, or -1 */
+  int control;                /* to the supervisor */
 };
 
 /* Serves until it was told to end and no connection is left. Returns 0, or 1 when it cannot serve. */

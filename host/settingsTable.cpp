@@ -22,13 +22,19 @@ const Setting serviceSettings[] = {
      "Judge what passes. When false, everything is passed through unread."},
     {"service", "load_seconds", Number{&hostConfig.loadSeconds, 1, longestLoad, "seconds"}, "300",
      "After how long a loading is given up; at SIGHUP, what was loaded before stays in use."},
-    {"listen", "address", ListenAddress{}, "\"127.0.0.1:8080\"",
-     "Where clients connect. Port 0 takes a free one, which is printed. Read at start only; --listen goes before it."},
+    {"listen", "address", ListenAddresses{}, "\"127.0.0.1:8080\"",
+     "Where clients connect: one address or several, an IPv6 address in brackets. [\"0.0.0.0:8080\", \"[::]:8080\"] "
+     "takes "
+     "whoever comes; an IPv6 address takes IPv6 clients alone, and needs strict_http. Port 0 takes a free one, which "
+     "is "
+     "printed. Read at start only; --listen, once or several times, goes before it."},
     {"listen", "max_connections", Number{&hostConfig.maxConnections, 1, 100000, "connections"}, "256",
      "Connections served at once, each by a process. Further clients wait until one ends."},
     {"listen", "max_connections_per_client", Number{&hostConfig.connectionsPerClient, 0, 100000, "connections"}, "128",
      "Of these, how many one address may have at once; a further one is answered 429. 0: all. Tunnels do not count. "
-     "Raise it where many clients come from one address, as behind another proxy."},
+     "Raise it where many clients come from one address, as behind another proxy. IPv6 addresses count as one when "
+     "their "
+     "first 64 bits agree, but not those of the networks that this machine is in itself."},
     {"listen", "client_idle_seconds", Number{&ClientIdleSeconds, 1, mostSeconds, "seconds"}, "60",
      "How long a client may keep a connection open without asking for anything, while strict_http is on. Where others "
      "wait since max_connections is reached, such connections are ended at once."},
@@ -47,8 +53,9 @@ const Setting serviceSettings[] = {
     {"listen", "drain_seconds", Number{&hostConfig.drainSeconds, 0, mostSeconds, "seconds"}, "10",
      "What running connections are given to finish when the daemon is told to end."},
     {"upstream", "proxy", UpstreamAddress{}, "\"\"",
-     "The proxy that every request is forwarded to, as ADDRESS:PORT with an IPv4 address. Empty: direct to each "
-     "site."},
+     "The proxy that every request is forwarded to, as ADDRESS:PORT, an IPv6 address in brackets, for which "
+     "strict_http "
+     "is needed. Empty: direct to each site."},
     {"upstream", "timeout", Number{&PROXY_TIMEOUT, 1, mostSeconds, "seconds"}, "60",
      "How long to wait for upstream to take or send the next bytes."},
     {"upstream", "keep_seconds", Number{&KeepUpstreamSeconds, 0, mostSeconds, "seconds"}, "15",
@@ -243,7 +250,8 @@ const Setting logSettings[] = {
      "place."},
 
     {"", "access", AccessRules{}, "[]",
-     "Who is served when: clients of a network, given as ADDRESS/BITS, from one time of the day to another, both "
+     "Who is served when: clients of a network, given as ADDRESS/BITS of IPv4 or IPv6, from one time of the day to "
+     "another, both "
      "inclusive (the whole day when absent). Level 1: unfiltered; 2: filtered, as everybody is whom no rule names; 3 "
      "to 127: refused. Of several rules that apply, the highest level holds.",
      "# network = \"10.0.0.0/8\"\n# from = \"08:00\"\n# to = \"17:59\"\n# level = 1\n"},
@@ -328,11 +336,14 @@ struct TypeText {
   std::string operator()(const Texts &) const { return "list of at most 100 texts of 1 to 99 bytes"; }
   std::string operator()(const Ports &) const { return "list of at most 100 port numbers, 1 to 65535"; }
   std::string operator()(const Patterns &) const {
-    return "list of IPv4 addresses, each of which may end in \"*\" instead";
+    return "list of addresses, each of which may end in \"*\" instead; those of IPv6 as in \"[2001:db8:*\", in their "
+           "shortest form, lower case, at most 16 characters";
   }
   std::string operator()(const TextList &) const { return "list of texts"; }
-  std::string operator()(const ListenAddress &) const { return "text: IPv4 ADDRESS:PORT, port 0 to 65535"; }
-  std::string operator()(const UpstreamAddress &) const { return "text: IPv4 ADDRESS:PORT, port 1 to 65535, or empty"; }
+  std::string operator()(const ListenAddresses &) const {
+    return "text, or list of 1 to " + std::to_string(mostListeners) + " texts: ADDRESS:PORT, port 0 to 65535";
+  }
+  std::string operator()(const UpstreamAddress &) const { return "text: ADDRESS:PORT, port 1 to 65535, or empty"; }
   std::string operator()(const Folder &) const { return "text: absolute path"; }
   std::string operator()(const Categories &categories) const {
     return std::string("at most ") + std::to_string(mostCategories) + " tables with the texts name and " +

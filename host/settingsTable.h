@@ -42,14 +42,14 @@ struct Texts { /* at most 100 texts of 1 to 99 bytes; the first empty entry ends
 struct Ports { /* at most 100 numbers from 1 to 65535; the first 0 ends the list */
   int32_t (*variable)[100];
 };
-struct Patterns { /* an IPv4 address, or the start of one followed by "*" */
+struct Patterns { /* an address, or the start of one followed by "*" */
   IpPattern **variable;
 };
 struct TextList { /* any number of texts, and their count */
   TextNode **variable;
   int32_t *count;
 };
-struct ListenAddress {};   /* ADDRESS:PORT into hostConfig.listen */
+struct ListenAddresses {}; /* ADDRESS:PORT, or up to mostListeners of them, into hostConfig.listen */
 struct UpstreamAddress {}; /* ADDRESS:PORT into ProxyPresent, proxyip and proxyport; empty: direct */
 struct Folder {            /* the spool folder into VIRFILE_DIR, with "/" at its end */
   size_t longest;
@@ -59,9 +59,9 @@ struct Categories { /* tables of a display name and the base name of a list's fi
   uint8_t *count;
   char ***files, ***names;
 };
-struct AccessRules {}; /* tables of network, from, to, level: into acllist and numacllist */
+struct AccessRules {}; /* tables of network, from, to, level: into acllist and numacllist, or hostConfig.sixRules */
 
-using Target = std::variant<Flag, Bit, Number, HostText, LibraryText, Texts, Ports, Patterns, TextList, ListenAddress,
+using Target = std::variant<Flag, Bit, Number, HostText, LibraryText, Texts, Ports, Patterns, TextList, ListenAddresses,
                             UpstreamAddress, Folder, Categories, AccessRules>;
 
 struct Setting {
@@ -85,6 +85,7 @@ std::string expectedType(const Setting &setting);
 /* Whether it is written as [[section.key]] tables. */
 bool isTableArray(const Setting &setting);
 
+constexpr size_t mostListeners = 16;
 constexpr int32_t mostCategories = 255;     /* their count is 8 bits wide */
 constexpr int32_t highestRating = 10;       /* a page's value above it counts as 0 */
 constexpr size_t longestSpoolFolder = 33;   /* with "scanfile.", a process id and the NUL it fills virfilename */

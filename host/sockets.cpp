@@ -1,6 +1,5 @@
 #include "host/sockets.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -35,26 +34,24 @@ int closeWith(int sock, int error) {
 
 }  // namespace
 
-int listenOn(const struct sockaddr_in &address) {
-  int sock = socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+int listenOn(const SocketAddress &address) {
+  int sock = socket(address.any.sa_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
   if (sock < 0) return -1;
   int on = 1;
   setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
   /* inherited by the accepted sockets: an answer goes out in several small sends */
   setsockopt(sock, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-  if (bind(sock, reinterpret_cast<const struct sockaddr *>(&address), sizeof address) != 0 ||
-      listen(sock, waitingClients) != 0)
+  if (isSix(address)) setsockopt(sock, IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof on);
+  if (bind(sock, &address.any, sizeOf(address)) != 0 || listen(sock, waitingClients) != 0)
     return closeWith(sock, errno);
   return sock;
 }
 
 std::string boundAddress(int sock) {
-  struct sockaddr_in address {};
+  SocketAddress address{};
   socklen_t length = sizeof address;
-  getsockname(sock, reinterpret_cast<struct sockaddr *>(&address), &length);
-  char text[INET_ADDRSTRLEN] = "";
-  inet_ntop(AF_INET, &address.sin_addr, text, sizeof text);
-  return std::string(text) + ":" + std::to_string(ntohs(address.sin_port));
+  getsockname(sock, &address.any, &length);
+  return endpointText(address);
 }
 
 bool fitsSocketPath(const std::string &path) { return path.size() < sizeof(sockaddr_un::sun_path); }

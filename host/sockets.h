@@ -2,16 +2,17 @@
 #ifndef NETSIFT_HOST_SOCKETS_H
 #define NETSIFT_HOST_SOCKETS_H
 
-#include <netinet/in.h>
-
 #include <string>
+
+#include "util/socketAddress.h"
 
 namespace netsift::host {
 
-/* A non-blocking listener on an IPv4 address; -1 when it cannot be had. */
-int listenOn(const struct sockaddr_in &address);
+/* A non-blocking listener; -1 when it cannot be had. One on an IPv6 address takes no IPv4 clients, so that [::]:8080
+   and 0.0.0.0:8080 stand side by side. */
+int listenOn(const SocketAddress &address);
 
-/* The address that a socket is bound to, as "127.0.0.1:8080". */
+/* The address that a socket is bound to, as "127.0.0.1:8080" or "[::1]:8080". */
 std::string boundAddress(int sock);
 
 /* Whether a path fits a Unix socket's address. */

@@ -9,19 +9,20 @@
 #include <optional>
 #include <vector>
 
-#include "host/configRead.h"
 #include "host/files.h"
 #include "host/hostConfig.h"
 #include "host/listFiles.h"
 #include "netsift.h"
 #include "util/ownedText.h"
+#include "util/socketAddress.h"
 
 namespace netsift::host {
 
 namespace {
 
 constexpr int32_t strictBits = STRICT_HTTP | STRICT_BLOCK_WITH_200 | STRICT_PASS_UNSCANNED | STRICT_PASS_UNJUDGED;
-constexpr size_t mostTexts = 100, longestEntry = 99; /* of the library's tables of 100 texts of 100 bytes */
+constexpr size_t longestNetwork = INET6_ADDRSTRLEN + 3; /* "/128" in the place of the terminator */
+constexpr size_t mostTexts = 100, longestEntry = 99;    /* of the library's tables of 100 texts of 100 bytes */
 
 /* A value that was given, in the words of an error. */
 std::string described(const toml::node &node) {
@@ -70,28 +71,62 @@ char *keptCopy(std::string_view text) {
   return copy;
 }
 
-/* An IPv4 address, or its start followed by "*". */
+/* "[2001:db8::1]", or its start followed by "*", as hosts are written once they are read: in another form it would match
+   none. */
+bool isSixPattern(std::string_view text) {
+  const std::string_view inner = text.substr(1, text.size() - 2);
+  SocketAddress address;
+  if (text.back() != '*') return parseHost(inner, &address) && "[" + hostText(address) + "]" == text;
+  for (size_t i = 1; i < text.size() - 1; i++) {
+    const bool begins = text[i - 1] == '[' || text[i - 1] == ':';
+    if (begins && text[i] == '0' && text[i + 1] != ':' && text[i + 1] != '*') return false;
+  }
+  return inner.find_first_not_of("0123456789abcdef:") == inner.npos;
+}
+
+/* An address, or its start followed by "*". */
 bool isPattern(std::string_view text) {
   if (text.empty() || text.size() > sizeof(IpPattern::pattern)) return false;
+  if (text.size() > 1 && text.front() == '[') return isSixPattern(text);
   if (text.back() == '*') return text.find_first_not_of("0123456789.") == text.size() - 1;
   struct in_addr address;
   return inet_pton(AF_INET, std::string(text).c_str(), &address) == 1;
 }
 
-/* "10.0.0.0/8" or a single address; bits beyond the mask are dropped. Network order, as sin_addr.s_addr has it. */
-bool parseNetwork(std::string_view text, AclEntry *entry) {
+struct Network {
+  SocketAddress address;
+  unsigned bits;
+};
+
+/* "10.0.0.0/8", "2001:db8::/32" or a single address. No client has an IPv4 address in IPv6's form. */
+bool parseNetwork(std::string_view text, Network *network) {
   size_t slash = std::min(text.find('/'), text.size());
-  struct in_addr address;
-  if (inet_pton(AF_INET, std::string(text.substr(0, slash)).c_str(), &address) != 1) return false;
-  unsigned bits = 32;
-  if (slash < text.size()) {
-    std::string_view digits = text.substr(slash + 1);
-    auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), bits);
-    if (error != std::errc{} || end != digits.data() + digits.size() || bits > 32) return false;
+  if (!parseHost(text.substr(0, slash), &network->address)) return false;
+  const bool six = isSix(network->address);
+  if (six != (text.find(':') != text.npos)) return false;
+  const unsigned most = six ? 128 : 32;
+  network->bits = most;
+  if (slash == text.size()) return true;
+  std::string_view digits = text.substr(slash + 1);
+  auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), network->bits);
+  return error == std::errc{} && end == digits.data() + digits.size() && network->bits <= most;
+}
+
+/* The rule for a network, without the bits beyond its mask. Network order, as sin_addr.s_addr has it. */
+AclEntry fourRule(const Network &network, AclEntry rule) {
+  rule.mask = htonl(network.bits == 0 ? 0 : UINT32_MAX << (32 - network.bits));
+  rule.network = network.address.four.sin_addr.s_addr & rule.mask;
+  return rule;
+}
+
+SixRule sixRule(const Network &network, const AclEntry &rule) {
+  SixRule six{{}, {}, rule.from, rule.to, rule.level};
+  for (unsigned i = 0; i < sizeof six.mask.s6_addr; i++) {
+    const unsigned bits = std::clamp(network.bits, i * 8, i * 8 + 8) - i * 8;
+    six.mask.s6_addr[i] = static_cast<uint8_t>(0xFF00U >> bits);
+    six.network.s6_addr[i] = network.address.six.sin6_addr.s6_addr[i] & six.mask.s6_addr[i];
   }
-  entry->mask = htonl(bits == 0 ? 0 : UINT32_MAX << (32 - bits));
-  entry->network = address.s_addr & entry->mask;
-  return true;
+  return six;
 }
 
 /* "08:30" as minutes of the day; -1 when it is no time. */
@@ -216,19 +251,33 @@ struct Store {
     }
   }
 
-  void operator()(const ListenAddress &) const {
-    auto text = value.value_exact<std::string_view>();
-    if (!text || !parseEndpoint(*text, &hostConfig.listen)) return unexpected(value);
+  void operator()(const ListenAddresses &) const {
+    hostConfig.listen.clear();
+    if (value.is_string()) return addListener(value);
+    const toml::array *array = list(mostListeners);
+    if (array == nullptr) return;
+    if (array->empty()) return fail(value, "expected " + expectedType(setting) + ", not an empty list");
+    for (const toml::node &node : *array) addListener(node);
+  }
+
+  void addListener(const toml::node &node) const {
+    SocketAddress address;
+    auto text = node.value_exact<std::string_view>();
+    if (!text || !parseEndpoint(*text, &address)) return unexpected(node);
+    const bool twice = portOf(address) != 0 && std::ranges::find(hostConfig.listen, endpointText(address),
+                                                                 endpointText) != hostConfig.listen.end();
+    if (twice) return fail(node, endpointText(address) + " is listed twice");
+    hostConfig.listen.push_back(address);
   }
 
   void operator()(const UpstreamAddress &) const {
     auto text = value.value_exact<std::string_view>();
-    struct sockaddr_in address {};
+    SocketAddress address{};
     bool direct = text && text->empty();
-    if (!direct && (!text || !parseEndpoint(*text, &address) || address.sin_port == 0)) return unexpected(value);
+    if (!direct && (!text || !parseEndpoint(*text, &address) || portOf(address) == 0)) return unexpected(value);
     ProxyPresent = direct ? 0 : 1;
-    proxyport = ntohs(address.sin_port);
-    proxyip = direct ? nullptr : keptCopy(text->substr(0, text->rfind(':')));
+    proxyport = portOf(address);
+    proxyip = direct ? nullptr : keptCopy(hostText(address));
   }
 
   void operator()(const Folder &target) const {
@@ -300,13 +349,17 @@ struct Store {
     if (array == nullptr) return;
     acllist = keptArray<AclEntry>(array->size() + 1);
     numacllist = 0;
+    hostConfig.sixRules.clear();
     for (const toml::node &node : *array) {
       const toml::table *table = entry(node, {"network", "from", "to", "level"});
       if (table == nullptr) continue;
-      AclEntry &rule = acllist[numacllist++];
-      std::string_view network = memberText(*table, "network", 18);
-      if (!network.empty() && !parseNetwork(network, &rule))
-        fail(*table->get("network"), "expected an IPv4 ADDRESS/BITS, bits 0 to 32", "network");
+      AclEntry rule{};
+      Network network{};
+      std::string_view text = memberText(*table, "network", longestNetwork);
+      if (!text.empty() && !parseNetwork(text, &network)) {
+        fail(*table->get("network"), "expected ADDRESS/BITS, bits 0 to 32, of an IPv6 address 0 to 128", "network");
+        network = {};
+      }
       rule.from = memberMinute(*table, "from", 0);
       rule.to = memberMinute(*table, "to", 24 * 60 - 1);
       if (rule.from >= 0 && rule.to >= 0 && rule.from > rule.to)
@@ -315,24 +368,15 @@ struct Store {
       auto number = level == nullptr ? std::nullopt : boundedNumber(*level, 1, INT8_MAX);
       if (!number) fail(level == nullptr ? *table : *level, "expected whole number, 1 to 127", "level");
       rule.level = static_cast<int8_t>(number.value_or(0));
+      if (isSix(network.address))
+        hostConfig.sixRules.push_back(sixRule(network, rule));
+      else
+        acllist[numacllist++] = fourRule(network, rule);
     }
   }
 };
 
 }  // namespace
-
-bool parseEndpoint(std::string_view text, struct sockaddr_in *address) {
-  size_t colon = text.rfind(':');
-  if (colon == text.npos) return false;
-  std::string_view digits = text.substr(colon + 1);
-  uint16_t port = 0;
-  auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), port);
-  if (error != std::errc{} || end != digits.data() + digits.size()) return false;
-  *address = {};
-  address->sin_family = AF_INET;
-  address->sin_port = htons(port);
-  return inet_pton(AF_INET, std::string(text.substr(0, colon)).c_str(), &address->sin_addr) == 1;
-}
 
 void releaseSettings() { kept.clear(); }
 

@@ -1,6 +1,5 @@
 #include "host/supervisor.h"
 
-#include <arpa/inet.h>
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/signalfd.h>
@@ -42,8 +41,10 @@ struct Generation {
 
 struct Supervisor {
   std::string configuration;
-  struct sockaddr_in configuredAddress {}; /* as it was at the start */
-  int listener = -1, notify = -1, signals = -1;
+  std::vector<SocketAddress> listenGiven; /* on the command line */
+  std::vector<SocketAddress> listen;      /* as it was at the start */
+  std::vector<int> listeners;
+  int notify = -1, signals = -1;
   Board *board = nullptr;
   std::vector<Generation> generations;
   bool started = false;     /* the first generation serves */
@@ -60,9 +61,19 @@ void printAtStart(Problems problems) {
     say(std::to_string(warnings - warningsAtStart) + " more warnings; --check shows them all");
 }
 
-bool readAndCheck(const std::string &configuration) {
+/* The listeners stay as they were opened, which is what the rest of the configuration has to fit. */
+void settleAddresses(const Supervisor &supervisor) {
+  if (!supervisor.listenGiven.empty()) hostConfig.listen = supervisor.listenGiven;
+  if (!supervisor.started) return;
+  if (!std::ranges::equal(hostConfig.listen, supervisor.listen, {}, endpointText, endpointText))
+    say("listen.address has changed: that takes effect at the next start");
+  hostConfig.listen = supervisor.listen;
+}
+
+bool readAndCheck(const Supervisor &supervisor) {
   Problems problems;
-  readConfiguration(configuration, problems);
+  readConfiguration(supervisor.configuration, problems);
+  if (!anyFatal(problems)) settleAddresses(supervisor);
   if (!anyFatal(problems)) checkInstallation(problems);
   if (!anyFatal(problems)) makeMissing(problems);
   printAtStart(problems);
@@ -80,14 +91,11 @@ bool loadLists() {
 int runGeneration(const Supervisor &supervisor, int control, int slot) {
   signal(SIGALRM, SIG_DFL); /* ends a loading that takes too long; bury says so */
   alarm(static_cast<unsigned>(hostConfig.loadSeconds));
-  if (supervisor.started && !readAndCheck(supervisor.configuration)) return exitConfiguration;
+  if (supervisor.started && !readAndCheck(supervisor)) return exitConfiguration;
   alarm(static_cast<unsigned>(hostConfig.loadSeconds));
   if (!loadLists()) return exitConfiguration;
   alarm(0);
-  const struct sockaddr_in &now = hostConfig.listen, &then = supervisor.configuredAddress;
-  if (now.sin_port != then.sin_port || now.sin_addr.s_addr != then.sin_addr.s_addr)
-    say("listen.address has changed: that takes effect at the next start");
-  return serveClients({supervisor.listener, supervisor.notify, control}, supervisor.board, slot);
+  return serveClients({supervisor.listeners, supervisor.notify, control}, supervisor.board, slot);
 }
 
 int freeSlot(const Supervisor &supervisor) {
@@ -136,7 +144,7 @@ bool any(const Supervisor &supervisor, State state) {
 
 void end(Supervisor &supervisor) {
   supervisor.ending++;
-  if (supervisor.listener >= 0) close(std::exchange(supervisor.listener, -1));
+  for (int listener : std::exchange(supervisor.listeners, {})) close(listener);
   for (const Generation &generation : supervisor.generations) {
     if (generation.state == State::loading)
       kill(generation.pid, SIGTERM);
@@ -161,7 +169,8 @@ void takeOver(Supervisor &supervisor, Generation &fresh) {
     other.state = State::retiring;
     return command(other, retire);
   }
-  say(first ? "listening on " + boundAddress(supervisor.listener) : "serving again");
+  if (!first) return say("serving again");
+  for (int listener : supervisor.listeners) say("listening on " + boundAddress(listener));
 }
 
 void finishTakeOver(Generation &generation) {
@@ -243,13 +252,14 @@ void run(Supervisor &supervisor) {
   }
 }
 
-bool openSockets(Supervisor &supervisor, const struct sockaddr_in &address) {
-  supervisor.listener = listenOn(address);
-  if (supervisor.listener < 0) {
-    char text[INET_ADDRSTRLEN + 8];
-    inet_ntop(AF_INET, &address.sin_addr, text, sizeof text);
-    say(std::string(text) + ":" + std::to_string(ntohs(address.sin_port)) + ": cannot listen: " + std::strerror(errno));
-    return false;
+bool openSockets(Supervisor &supervisor) {
+  for (const SocketAddress &address : supervisor.listen) {
+    const int listener = listenOn(address);
+    if (listener < 0) {
+      say(endpointText(address) + ": cannot listen: " + std::strerror(errno));
+      return false;
+    }
+    supervisor.listeners.push_back(listener);
   }
   std::string notify = rooted(notifySocket);
   supervisor.notify = fitsSocketPath(notify) ? listenLocal(notify) : -1;
@@ -278,16 +288,17 @@ bool makeBoard(Supervisor &supervisor) {
 
 }  // namespace
 
-int supervise(const std::string &configuration, const std::optional<struct sockaddr_in> &listen) {
+int supervise(const std::string &configuration, const std::vector<SocketAddress> &listen) {
   Supervisor supervisor;
   supervisor.configuration = configuration;
-  if (!readAndCheck(configuration)) return exitConfiguration;
-  supervisor.configuredAddress = hostConfig.listen;
+  supervisor.listenGiven = listen;
+  if (!readAndCheck(supervisor)) return exitConfiguration;
+  supervisor.listen = hostConfig.listen;
   if (!makeBoard(supervisor) || !takeSignals(supervisor)) {
     say(std::string("cannot start: ") + std::strerror(errno));
     return exitTrouble;
   }
-  if (!openSockets(supervisor, listen.value_or(hostConfig.listen)) || !startGeneration(supervisor)) return exitTrouble;
+  if (!openSockets(supervisor) || !startGeneration(supervisor)) return exitTrouble;
   run(supervisor);
   if (supervisor.notify >= 0) unlink(rooted(notifySocket).c_str());
   return supervisor.status;

@@ -5,18 +5,19 @@
 #ifndef NETSIFT_HOST_SUPERVISOR_H
 #define NETSIFT_HOST_SUPERVISOR_H
 
-#include <netinet/in.h>
-
-#include <optional>
 #include <string>
+#include <vector>
+
+#include "util/socketAddress.h"
 
 namespace netsift::host {
 
 constexpr int exitTrouble = 1, exitConfiguration = 2;
 
-/* Runs the daemon until SIGTERM or SIGINT. `listen` goes before the configuration's address. Returns the exit status:
+/* Runs the daemon until SIGTERM or SIGINT. `listen`, unless it is empty, goes before the configuration's
+   addresses. Returns the exit status:
    0 after an orderly end, 2 when configuration, lists or installation are not in order, 1 for other trouble. */
-int supervise(const std::string &configuration, const std::optional<struct sockaddr_in> &listen);
+int supervise(const std::string &configuration, const std::vector<SocketAddress> &listen);
 
 }  // namespace netsift::host
 

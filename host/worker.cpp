@@ -1,11 +1,11 @@
 #include "host/worker.h"
 
-#include <netinet/in.h>
 #include <sys/epoll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -25,10 +25,11 @@ namespace {
 constexpr unsigned acceptPause = 1; /* seconds, after the system was out of descriptors or memory */
 
 struct Worker {
-  int listener;
+  std::span<const int> listeners;
   const Pool &pool;
   Board *board;
   WorkerSlot *slot;
+  size_t next = 0; /* the listener that is looked at first */
   int events = -1;
   int32_t served = 0;
   int firstDescriptor = -1; /* what connections open lies from here on */
@@ -81,30 +82,47 @@ void countWaiting(Worker &worker) {
   if (worker.pool.board->waited++ == 0) poke(worker);
 }
 
-int takeClient(const Worker &worker, struct sockaddr_in *peer) {
+int takeFrom(int listener, SocketAddress *peer) {
   socklen_t length = sizeof *peer;
-  int sock = accept4(worker.listener, reinterpret_cast<struct sockaddr *>(peer), &length, SOCK_CLOEXEC);
+  int sock = accept4(listener, &peer->any, &length, SOCK_CLOEXEC);
+  *peer = plainAddress(*peer);
   if (sock >= 0 || errno == EAGAIN || errno == EINTR || errno == ECONNABORTED) return sock;
   say(std::string("a client cannot be taken: ") + std::strerror(errno) + "; clients wait a second");
   sleep(acceptPause);
   return sock;
 }
 
-/* What is kept for the next client is given up when none has come by then. */
-void waitForEvent(const Worker &worker) {
+/* The listeners in turn: where clients wait at several, none of them is served before the others for ever. */
+int takeClient(Worker &worker, SocketAddress *peer) {
+  for (size_t tried = 0; tried < worker.listeners.size(); tried++) {
+    const int listener = worker.listeners[worker.next];
+    worker.next = (worker.next + 1) % worker.listeners.size();
+    if (int sock = takeFrom(listener, peer); sock >= 0) return sock;
+  }
+  return -1;
+}
+
+int waitWithin(Worker &worker, int milliseconds) {
   sigset_t none;
   sigemptyset(&none);
   struct epoll_event found;
+  const int count = epoll_pwait(worker.events, &found, 1, milliseconds, &none);
+  if (count == 1 && found.data.u64 < worker.listeners.size()) worker.next = found.data.u64;
+  return count;
+}
+
+/* What is kept for the next client is given up when none has come by then. */
+void waitForEvent(Worker &worker) {
   const bool keeps = KeepUpstreamSeconds > 0 && worker.served > 0;
-  if (keeps && epoll_pwait(worker.events, &found, 1, 1000 * KeepUpstreamSeconds, &none) != 0) return;
+  if (keeps && waitWithin(worker, 1000 * KeepUpstreamSeconds) != 0) return;
   if (keeps) netsift_releaseUpstreams();
-  epoll_pwait(worker.events, &found, 1, -1, &none);
+  waitWithin(worker, -1);
 }
 
 /* A worker that is woken tries to take a client before it looks whether it must end: nobody else is woken for that one.
    It first looks, in contrast, after a connection, marked as idle: the server that closes the pool waits until nobody is,
    and knows then that no client is taken any more. */
-int awaitClient(Worker &worker, struct sockaddr_in *peer) {
+int awaitClient(Worker &worker, SocketAddress *peer) {
   if (worker.slot->state.exchange(WorkerState::idle) != WorkerState::idle) worker.pool.board->idle++;
   if (mustEnd(worker)) leave(worker);
   for (bool slept = false;; slept = true) {
@@ -122,11 +140,14 @@ int awaitClient(Worker &worker, struct sockaddr_in *peer) {
 /* One of the waiting is woken for a client, all of them by the pool's hang-up. */
 bool watch(Worker &worker) {
   worker.events = epoll_create1(EPOLL_CLOEXEC);
-  struct epoll_event client {
-    EPOLLIN | EPOLLEXCLUSIVE, {}
-  }, hangUp{EPOLLIN, {}};
-  return worker.events >= 0 && epoll_ctl(worker.events, EPOLL_CTL_ADD, worker.listener, &client) == 0 &&
-         epoll_ctl(worker.events, EPOLL_CTL_ADD, worker.pool.hangUpRead, &hangUp) == 0;
+  struct epoll_event wanted {};
+  wanted.events = EPOLLIN | EPOLLEXCLUSIVE;
+  for (int listener : worker.listeners) {
+    if (epoll_ctl(worker.events, EPOLL_CTL_ADD, listener, &wanted) != 0) return false;
+    wanted.data.u64++; /* its place among the listeners; behind them, the hang-up */
+  }
+  wanted.events = EPOLLIN;
+  return epoll_ctl(worker.events, EPOLL_CTL_ADD, worker.pool.hangUpRead, &wanted) == 0;
 }
 
 constexpr uint32_t mostNumbers = 100000000; /* with a tag of 40 bytes they fit what may begin a line */
@@ -138,7 +159,7 @@ void numberLines(const Worker &worker) {
   setDebugString((hostConfig.debugTag + "#" + std::to_string(number) + " ").c_str());
 }
 
-void serveClient(Worker &worker, int sock, const struct sockaddr_in &peer) {
+void serveClient(Worker &worker, int sock, const SocketAddress &peer) {
   numberLines(worker);
   serveConnection(sock, peer);
   netsift_resetState(worker.firstDescriptor);
@@ -147,18 +168,21 @@ void serveClient(Worker &worker, int sock, const struct sockaddr_in &peer) {
 
 }  // namespace
 
-void work(int listener, const Pool &pool, Board *board, int slot) {
+void work(std::span<const int> listeners, const Pool &pool, Board *board, int slot) {
   pid_t server = getppid();
   resetSignals();
-  Worker worker{listener, pool, board, &pool.slots[slot]};
+  Worker worker{listeners, pool, board, &pool.slots[slot]};
+  worker.next =
+      board->connections % listeners.size(); /* with a process for each connection it is they who take turns */
   if (!watch(worker)) {
     say(std::string("a process cannot wait for clients: ") + std::strerror(errno));
     leave(worker);
   }
+  if (std::ranges::any_of(hostConfig.listen, isSix)) learnNeighbours();
   worker.firstDescriptor = fillDescriptors();
   if (pool.offer >= 0) handOverTunnels(pool.offer, board);
   while (getppid() == server) { /* it may have died before its death was to be told */
-    struct sockaddr_in peer {};
+    SocketAddress peer{};
     int sock = awaitClient(worker, &peer);
     if (countClient(pool, *worker.slot, peer)) {
       serveClient(worker, sock, peer);

@@ -4,6 +4,7 @@
 #define NETSIFT_HOST_WORKER_H
 
 #include <csignal>
+#include <span>
 
 #include "host/pool.h"
 
@@ -12,9 +13,9 @@ namespace netsift::host {
 /* Wakes a worker that waits for a client, and no other. */
 constexpr int wakeSignal = SIGUSR1;
 
-/* Begins in a fresh fork that holds the listener, the pool's descriptors, the logs and the three standard ones, and
+/* Begins in a fresh fork that holds the listeners, the pool's descriptors, the logs and the three standard ones, and
    ends the process: after connections_per_process, when the pool is closed or renewed, or when it was told to leave. */
-[[noreturn]] void work(int listener, const Pool &pool, Board *board, int slot);
+[[noreturn]] void work(std::span<const int> listeners, const Pool &pool, Board *board, int slot);
 
 }  // namespace netsift::host
 

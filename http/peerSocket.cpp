@@ -1,6 +1,6 @@
 #include "http/peerSocket.h"
 
-#include <fcntl.h>
+#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
@@ -8,29 +8,11 @@
 
 namespace netsift {
 
-int openPeerSocket() {
-  const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+int openPeerSocket(int family, int flags) {
+  const int fd = socket(family, SOCK_STREAM | SOCK_CLOEXEC | flags, 0);
   const int on = 1;
   if (fd >= 0) setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
   return fd;
-}
-
-Wait connectWithin(int fd, const sockaddr_in &address, int milliseconds, int client) {
-  const int flags = fcntl(fd, F_GETFL);
-  fcntl(fd, F_SETFL, flags | O_NONBLOCK);
-  Wait wait = Wait::ready;
-  int error = 0;
-  if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) error = errno;
-  if (error == EINPROGRESS) {
-    socklen_t size = sizeof error;
-    wait = waitWritable(fd, milliseconds, client);
-    if (wait == Wait::ready) getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size);
-    if (wait == Wait::timedOut) error = ETIMEDOUT;
-  }
-  fcntl(fd, F_SETFL, flags);
-  if (wait == Wait::ready && error != 0) wait = Wait::failed;
-  errno = error;
-  return wait;
 }
 
 bool isQuiet(int fd) { return waitReadable(fd, 0) == Wait::timedOut; }

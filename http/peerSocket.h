@@ -2,19 +2,15 @@
 #ifndef NETSIFT_HTTP_PEERSOCKET_H
 #define NETSIFT_HTTP_PEERSOCKET_H
 
-#include <netinet/in.h>
+#include <sys/socket.h>
 
 #include "http/wait.h"
 
 namespace netsift {
 
-/* A stream socket whose small writes go out at once, since a head and the body behind it are separate sends; -1 when
-   there is none to be had. */
-int openPeerSocket();
-
-/* A connect that waits no longer than this, negative: without limit, while `client` is watched for having left. Unless
-   it is `ready` errno says what failed. */
-Wait connectWithin(int fd, const sockaddr_in &address, int milliseconds, int client);
+/* A stream socket whose small writes go out at once, since a head and the body behind it are separate sends; with
+   SOCK_NONBLOCK or the like in `flags`. -1 when there is none to be had. */
+int openPeerSocket(int family = AF_INET, int flags = 0);
 
 /* Still open, and nothing waiting that would be taken for the next response. */
 bool isQuiet(int fd);

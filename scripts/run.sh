@@ -3,7 +3,8 @@
 # Builds and starts the filter, unprivileged, from the folder run/. Ctrl-C stops it.
 #   --upstream   through a squid of its own instead of direct to each site
 #   --scan       downloads are scanned by a clamd of its own that knows one made-up signature
-#   --listen     where browsers connect, 127.0.0.1:8080 if not given; of several the last one; port 0 takes a free one
+#   --listen     where browsers connect, 127.0.0.1:8080 if not given, an IPv6 address in brackets; of several the last one;
+#                port 0 takes a free one
 set -euo pipefail
 cd "$(dirname "$0")/.."
 siteport=8081 squidport=3129
@@ -121,7 +122,8 @@ until address=$(sed -n 's/^netsiftd: listening on //p' "$said") && [ -n "$addres
   sleep 0.05
 done
 
-proxy=http://${address/#0.0.0.0:/127.0.0.1:}
+address=${address/#0.0.0.0:/127.0.0.1:}
+proxy=http://${address/#\[::]:/[::1]:}
 cat <<END
 configuration, lists and templates: $etc
 logs: $root/var/Velmora/var/log

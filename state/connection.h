@@ -12,14 +12,15 @@
 
 NETSIFT_BEGIN
 
-/* Set by the host before connectionHandle. */
+/* Set by the host before connectionHandle. For an IPv6 client, which StrictHttp is needed for, `clientaddr` has the
+   family AF_INET6 and else only zeros, and the host writes the address as text into `clientip`. */
 NETSIFT_API extern int32_t clientsock;
 NETSIFT_API extern struct sockaddr_in clientaddr;
 
 /* The two ends. */
 NETSIFT_API extern int32_t proxysock;            /* upstream socket; StrictHttp: -1 once it is closed */
-NETSIFT_API extern struct sockaddr_in proxyaddr; /* what proxysock was connected to */
-NETSIFT_API extern char clientip[64];            /* clientaddr in dotted-decimal text */
+NETSIFT_API extern struct sockaddr_in proxyaddr; /* what proxysock was connected to; of IPv6 the family alone */
+NETSIFT_API extern char clientip[64];            /* the client's address as text */
 NETSIFT_API extern int32_t childpid;             /* set when the scan file's path is built */
 
 /* The request of the current cycle. */
@@ -29,7 +30,7 @@ NETSIFT_API extern char *hostname;   /* owned, null between requests */
 NETSIFT_API extern char request[15]; /* the method word */
 NETSIFT_API extern uint8_t isipaddr; /* 1: hostname is taken for a literal address */
 NETSIFT_API extern struct hostent *reqhost;     /* reverse look-up of a literal-address host, or null */
-NETSIFT_API extern struct hostent *remote_host; /* direct mode: resolution of hostname, or null */
+NETSIFT_API extern struct hostent *remote_host; /* direct mode: resolution of hostname, or null; StrictHttp: null */
 NETSIFT_API extern char *reshostname, *resurl;  /* reverse-resolved host and the URL rebuilt on it; owned */
 
 /* The answer. */

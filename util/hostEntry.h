@@ -16,18 +16,20 @@ constexpr size_t maximumAddresses = 16;
 struct HostEntry {
   hostent entry;
   std::string name;
-  std::array<in_addr, maximumAddresses> addresses;
+  std::array<in6_addr, maximumAddresses> addresses; /* or each an in_addr, as the entry says */
   std::array<char *, maximumAddresses + 1> list;
   char *noAlias;
 };
 
-/* The IPv4 answer in `found` copied into `copy`; null when there is none. Valid until the next copy into `copy`. */
+/* The answer in `found`, of one family, copied into `copy`; null when there is none. Valid until the next copy into `copy`. */
 inline hostent *copyHostEntry(HostEntry &copy, const hostent *found) {
-  if (found == nullptr || found->h_length != sizeof(in_addr) || found->h_addr_list[0] == nullptr) return nullptr;
+  if (found == nullptr || found->h_addr_list[0] == nullptr) return nullptr;
+  const auto length = static_cast<size_t>(found->h_length);
+  if (length != sizeof(in_addr) && length != sizeof(in6_addr)) return nullptr;
   copy.name = found->h_name == nullptr ? "" : found->h_name;
   copy.list = {};
   for (size_t i = 0; i < maximumAddresses && found->h_addr_list[i] != nullptr; i++) {
-    std::memcpy(&copy.addresses[i], found->h_addr_list[i], sizeof(in_addr));
+    std::memcpy(&copy.addresses[i], found->h_addr_list[i], length);
     copy.list[i] = reinterpret_cast<char *>(&copy.addresses[i]);
   }
   copy.noAlias = nullptr;

@@ -7,12 +7,16 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <span>
 
 #include "connection/publish.h"
 #include "connection/refuse.h"
-#include "connection/upstream.h"
+#include "http/dial.h"
 #include "http/localAddress.h"
 #include "http/peerSocket.h"
+#include "http/siteAddresses.h"
+#include "log/debugLog.h"
+#include "log/peerText.h"
 #include "state/connection.h"
 #include "state/settings.h"
 
@@ -32,20 +36,16 @@ struct ConnectLimit {
   }
 };
 
-/* A new upstream socket connected to `proxyaddr`; else none, and errno. */
-Wait openWithin(Connection &connection, int milliseconds) {
-  const int fd = openPeerSocket();
-  if (fd < 0) return Wait::failed;
-  boundSends(fd, PROXY_TIMEOUT);
-  connection.upstreams[connection.current].fd = fd;
+/* A new upstream socket, connected to the first of the addresses that answers; else none, and errno. */
+Wait openWithin(Connection &connection, std::span<const SocketAddress> addresses, int milliseconds) {
+  const Dialled dialled = dial(addresses, milliseconds, connection.ends.client);
+  if (dialled.wait != Wait::ready) return dialled.wait;
+  boundSends(dialled.fd, PROXY_TIMEOUT);
+  connection.upstreams[connection.current].fd = dialled.fd;
   connection.upstreams[connection.current].isPersonal = false;
-  publishUpstream(connection, fd);
-  const Wait wait = connectWithin(fd, proxyaddr, milliseconds, connection.ends.client);
-  if (wait == Wait::ready) return wait;
-  const int error = errno;
-  closeUpstream(connection);
-  errno = error;
-  return wait;
+  publishUpstream(connection, dialled.fd);
+  proxyaddr = isSix(dialled.address) ? sockaddr_in{AF_INET6, 0, {}, {}} : dialled.address.four;
+  return dialled.wait;
 }
 
 int failToConnect(const char *host, int32_t port) {
@@ -54,31 +54,45 @@ int failToConnect(const char *host, int32_t port) {
 }
 
 /* A name with a single such address is no site's. */
-bool leadsHere() {
-  for (char **entry = remote_host->h_addr_list; *entry != nullptr; entry++) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    std::memcpy(&address.sin_addr, *entry, sizeof address.sin_addr);
-    if (isLocalAddress(reinterpret_cast<const sockaddr *>(&address))) return true;
-  }
-  return false;
+bool leadsHere(const std::vector<SocketAddress> &addresses) {
+  return std::any_of(addresses.begin(), addresses.end(),
+                     [](const SocketAddress &address) { return isLocalAddress(&address.any); });
 }
 
-/* Each address in its turn; the time left is shared out, so that a silent one leaves time for the next. */
-int openOrigin(Connection &connection, const Request &request, const ConnectLimit &limit) {
-  proxyport = static_cast<int32_t>(request.port);
-  int untried = 0;
-  while (remote_host->h_addr_list[untried] != nullptr) untried++;
-  for (char **entry = remote_host->h_addr_list; *entry != nullptr; entry++, untried--) {
-    in_addr address;
-    std::memcpy(&address, *entry, sizeof address);
-    setUpstreamAddress(address, request.port);
-    const int left = limit.left();
-    const Wait wait = openWithin(connection, left < 0 ? left : left / untried);
-    if (wait == Wait::clientLeft) return clientHasLeft;
-    if (wait == Wait::ready) return 0;
+int openOrigin(Connection &connection, const Request &request) {
+  const ConnectLimit limit;
+  const std::vector<SocketAddress> addresses = siteAddresses(request.hostname, request.port);
+  if (addresses.empty()) {
+    dprintf(1, "error in resolving client address[ %s ]\n", peerText(request.hostname.c_str()));
+    std::snprintf(reason, sizeof reason, "The host %.120s could not be found.", request.hostname.c_str());
+    return badGateway;
   }
-  return failToConnect(request.hostname.c_str(), proxyport);
+  if (RefuseLocalAddresses != 0 && leadsHere(addresses)) return targetIsLocal;
+  proxyport = static_cast<int32_t>(request.port);
+  const Wait wait = openWithin(connection, dialOrder(addresses), limit.left());
+  if (wait == Wait::clientLeft) return clientHasLeft;
+  return wait == Wait::ready ? 0 : failToConnect(request.hostname.c_str(), proxyport);
+}
+
+/* An IPv4 address in whatever form the host gave it, or the one that refuses every connect, is in `proxyaddr` already.
+ */
+SocketAddress proxyAddress() {
+  SocketAddress address{};
+  if (proxyip != nullptr && parseHost(proxyip, &address) && isSix(address)) {
+    setPort(address, static_cast<unsigned>(proxyport));
+  } else {
+    address.four = proxyaddr;
+  }
+  return address;
+}
+
+int openProxy(Connection &connection) {
+  const SocketAddress address = proxyAddress();
+  const Wait wait = openWithin(connection, {&address, 1}, ConnectLimit().left());
+  if (wait == Wait::clientLeft) return clientHasLeft;
+  if (wait == Wait::ready) return 0;
+  setReason(reasonFor(Why::proxyDown, strerror(errno)));
+  return errno == ETIMEDOUT ? gatewayTimeout : badGateway;
 }
 
 /* Makes the current one that which leads there, or a new one in the place of one that leads nowhere yet, else of the
@@ -113,20 +127,7 @@ int openUpstream(Connection &connection, Cycle &cycle, bool mayReuse) {
   cycle.upstreamReused = mayReuse && connection.ends.upstream >= 0 && isQuiet(connection.ends.upstream);
   if (cycle.upstreamReused) return 0;
   closeUpstream(connection);
-  const ConnectLimit limit;
-  if (!direct) {
-    const Wait wait = openWithin(connection, limit.left());
-    if (wait == Wait::clientLeft) return clientHasLeft;
-    if (wait == Wait::ready) return 0;
-    setReason(reasonFor(Why::proxyDown, strerror(errno)));
-    return errno == ETIMEDOUT ? gatewayTimeout : badGateway;
-  }
-  if (resolveHost(request.hostname)) {
-    const bool isRefused = RefuseLocalAddresses != 0 && leadsHere();
-    return isRefused ? targetIsLocal : openOrigin(connection, request, limit);
-  }
-  std::snprintf(reason, sizeof reason, "The host %.120s could not be found.", request.hostname.c_str());
-  return badGateway;
+  return direct ? openOrigin(connection, request) : openProxy(connection);
 }
 
 void closeUpstream(Connection &connection) {

@@ -90,9 +90,9 @@ def read_head(connection):
 
 class Filter:
     """A running netsiftd. `settings` maps "section.key" to a value that replaces the shipped one; `files` maps names in
-    the configuration folder to their text."""
+    the configuration folder to their text. It is reached at the first place that it listens on."""
 
-    def __init__(self, cleanup, settings=None, files=None, folder=None):
+    def __init__(self, cleanup, settings=None, files=None, folder=None, listen=("127.0.0.1:0",)):
         self.root = folder or scratch_folder()
         self.etc, self.run = self.root / "opt/Velmora/etc/netsift", self.root / "opt/Velmora/var/run"
         self.logs, self.spool = self.root / "var/Velmora/var/log", self.root / "sp"
@@ -111,13 +111,15 @@ class Filter:
         for name, text in (files or {}).items():
             (self.etc / name).write_text(text)
         self.output = self.root / "netsiftd.out"
-        argv = [NETSIFTD, "--config", self.root / "test.toml", "--root", self.root, "--listen", "127.0.0.1:0"]
-        self.process = start(argv, self.output, self.listening_port, cleanup)
-        self.port = self.listening_port()
+        argv = [NETSIFTD, "--config", self.root / "test.toml", "--root", self.root, *(f"--listen={place}" for place in listen)]
+        self.process = start(argv, self.output,
+                             lambda: len(self.listening_ports()) == len(listen), cleanup)
+        self.ports = self.listening_ports()
+        self.port = self.ports[0]
         cleanup(self.check_end)
 
-    def listening_port(self):
-        return int("".join(re.findall(r"listening on 127\.0\.0\.1:(\d+)", self.output.read_text())) or 0)
+    def listening_ports(self):
+        return [int(port) for port in re.findall(r"listening on \S+:(\d+)\n", self.output.read_text())]
 
     def check_end(self):
         """Neither the daemon nor a child was stopped by a sanitizer or a signal."""
@@ -199,10 +201,10 @@ class Filter:
         return [pid for server in children(self.process.pid) for pid in children(server)]
 
     def connections(self):
-        """Those of them that serve a client now: who holds a socket that is neither the listener nor a local one nor one
+        """Those of them that serve a client now: who holds a socket that is neither a listener nor a local one nor one
         to a site. A client's cannot be told by its port: once the client has reset it, the kernel lists it no longer."""
-        clients = [row[9] for row in self.client_rows() if row[3] != "0A"]
-        listeners = {line.split()[9] for line in Path("/proc/net/tcp").read_text().splitlines()[1:]} - set(clients)
+        clients = {row[9] for row in self.client_rows() if row[3] != "0A"}
+        listeners = {row[9] for row in self.tcp_rows()} - clients
         local = {row.split()[6] for row in Path("/proc/net/unix").read_text().splitlines()[1:]}
         own = {f"socket:[{inode}]" for inode in listeners | local}
         return [pid for pid in self.served_by() if self.sockets(pid) - own]
@@ -222,19 +224,24 @@ class Filter:
         return any(row[3] != "0A" and (row[9] != "0" or row[3] in ("01", "08")) for row in self.client_rows())
 
     def client_rows(self):
-        """The kernel's lines about the listener and its clients' sockets, in words: the 4th is the state, the 10th the
+        """The kernel's lines about the listeners and their clients' sockets, in words: the 4th is the state, the 10th the
         inode. Established (01) or left by the client (08) without an inode are those that wait to be accepted."""
-        rows = [line.split() for line in Path("/proc/net/tcp").read_text().splitlines()[1:]]
-        return [row for row in rows if row[1].endswith(f":{self.port:04X}")]
+        ends = tuple(f":{port:04X}" for port in self.ports)
+        return [row for row in self.tcp_rows() if row[1].endswith(ends)]
+
+    @staticmethod
+    def tcp_rows():
+        tables = [table.read_text().splitlines()[1:] for table in Path("/proc/net").glob("tcp*")]
+        return [line.split() for table in tables for line in table]
 
 
 class Peer(socketserver.ThreadingTCPServer):
     """A scripted origin, upstream or, with a path, engine: runs handler(connection) for each, and closes it."""
     daemon_threads, request_queue_size = True, 100
 
-    def __init__(self, cleanup, handler, path=None):
-        self.address_family = socket.AF_UNIX if path else socket.AF_INET
-        super().__init__(str(path) if path else ("127.0.0.1", 0), None)
+    def __init__(self, cleanup, handler, path=None, place=("127.0.0.1", 0)):
+        self.address_family = socket.AF_UNIX if path else socket.AF_INET6 if ":" in place[0] else socket.AF_INET
+        super().__init__(str(path) if path else place, None)
         self.port, self.handler = self.server_address[1], handler
         threading.Thread(target=self.serve_forever, args=(0.05,), daemon=True).start()
         self.fault = None

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 
+#include "host/hostConfig.h"
 #include "host/settingsPrint.h"
 #include "tests/support/support.h"
 
@@ -121,6 +122,36 @@ TEST(ConfigRead, ValuesLandInTheirVariablesWithinTheirBounds) {
                                                  {"http.block_status = 200\nhttp.unjudged_text = \"pass\"", 1 | 2 | 8},
                                                  {"scanning.scanner_down = \"pass\"", 1 | 4}};
   for (const auto &[bits, sum] : strict) EXPECT_TRUE(faults(bits).empty() && StrictHttp == sum) << bits;
+}
+
+TEST(ConfigRead, ListenersAndRulesOfBothFamilies) {
+  const std::string sixteen = repeated(16, "\"[::]:0\",");
+  const std::pair<std::string, std::string> cases[] = {
+      {"\"0.0.0.0:8080\"", "0.0.0.0:8080 "},
+      {"[\"0.0.0.0:80\", \"[::]:80\", '[0:0::1]:0', '[::ffff:10.0.0.1]:1']", "0.0.0.0:80 [::]:80 [::1]:0 10.0.0.1:1 "},
+      {"[" + sixteen + "]", repeated(16, "[::]:0 ")},
+      {"[" + sixteen + "'[::]:0']", "expected text, or list of 1 to 16 texts: ADDRESS:PORT, port 0 to 65535, not 17"},
+      {"[]", "expected text, or list of 1 to 16 texts: ADDRESS:PORT, port 0 to 65535, not an empty list"},
+      {"['[::1]:1', '[0::1]:1']", "[::1]:1 is listed twice"},
+      {"'::1:8080'", "expected text, or list of 1 to 16 texts: ADDRESS:PORT, port 0 to 65535, not \"::1:8080\""}};
+  for (const auto &[value, expected] : cases) {
+    const std::string said = faults("listen.address = " + value);
+    std::string found = said.empty() ? "" : said.substr(19, said.size() - 20); /* behind "1: listen.address: " */
+    for (const netsift::SocketAddress &each : hostConfig.listen) found += said.empty() ? endpointText(each) + " " : "";
+    EXPECT_EQ(found, expected);
+  }
+  for (const char *pattern : {"[2001:0db8:*", "[2001:DB8::*", "[2001:db8::01]", "[2001:db8::1", "[::ffff:1.2.3.4]", "[",
+                              "[2001:db8:0:1:2::]", "2001:db8::*"})
+    EXPECT_NE(faults("requests.blocked_ip_hosts = [\"" + std::string(pattern) + "\"]"), "") << pattern;
+  EXPECT_EQ(faults("requests.blocked_ip_hosts = ['[2001:db8::1]', '[2001:db8:0:*', '[fe80::*', '[::]', '[*']\n"
+                   "upstream.proxy = '[0::1]:3128'"),
+            "");
+  EXPECT_TRUE(proxyip == std::string("::1") && proxyport == 3128 && ProxyPresent == 1);
+  EXPECT_EQ(hostConfig.listen.size(), 1u) << "the default takes the place of what was wrong";
+  for (const char *network :
+       {"2001:db8::/129", "::ffff:10.0.0.0/24", "::ffff:10.0.0.0/104", "[::1]/128", "::1/", "fe80::1%lo"})
+    EXPECT_EQ(faults("access = [{level = 1, network = \"" + std::string(network) + "\"}]"),
+              "1: access.network: expected ADDRESS/BITS, bits 0 to 32, of an IPv6 address 0 to 128\n");
 }
 
 TEST(ConfigRead, WhatIsPrintedIsValidAndWhatIsShipped) {

@@ -22,6 +22,23 @@ std::string said(const Problems &problems, const std::string &file) {
 
 }  // namespace
 
+TEST(InstallCheck, IPv6ClientsNeedTheStrictRoad) {
+  const ScratchRoot root;
+  for (const auto &[place, strict, refused] :
+       {std::tuple{"[::]:8080", 0, true}, {"[::]:8080", STRICT_HTTP, false}, {"0.0.0.0:8080", 0, false}}) {
+    hostConfig.listen.resize(1);
+    ASSERT_TRUE(netsift::parseEndpoint(place, hostConfig.listen.data()));
+    StrictHttp = strict;
+    static char proxy[] = "::1";
+    proxyip = refused || strict ? proxy : nullptr;
+    ProxyPresent = proxyip != nullptr;
+    Problems problems;
+    checkInstallation(problems);
+    for (const char *key : {"listen.address", "upstream.proxy"})
+      EXPECT_EQ(std::ranges::count(problems, key, &Problem::key), refused) << key << place << strict;
+  }
+}
+
 TEST(InstallCheck, ACacheThatCannotBeMadeWholeLeavesTheOldOneAndAPipeIsNotOpened) {
   const ScratchRoot root;
   const std::string cache = rooted(cacheDatabase);
