@@ -40,6 +40,10 @@ const Setting serviceSettings[] = {
      "wait since max_connections is reached, such connections are ended at once."},
     {"listen", "request_head_seconds", Number{&RequestHeadSeconds, 1, mostSeconds, "seconds"}, "20",
      "How long the head of a request may take from its first byte to its end, while strict_http is on."},
+    {"listen", "request_body_seconds", Number{&RequestBodySeconds, 0, mostSeconds, "seconds"}, "60",
+     "How long the client may be waited for in the body of a request, and a second more for each 500 bytes of it, "
+     "while "
+     "strict_http is on. 0: for ever, as long as something comes every 10 seconds."},
     {"listen", "connections_per_process", Number{&hostConfig.connectionsPerProcess, 1, 1000000, "connections"}, "1000",
      "How many connections a process serves, one after another, before a fresh one takes its place. 1: each connection "
      "has a process of its own."},

@@ -1,7 +1,8 @@
 #include "state/settings.h"
 
 int32_t ProxyPresent, proxyport, PROXY_TIMEOUT, KeepUpstreamSeconds, DisableNetsiftService, DoNotKeepConnectionAlive,
-    TunnelPacketsWithoutContentLength, StrictHttp, ClientIdleSeconds, RequestHeadSeconds, IdleSemaphore, EscapeText;
+    TunnelPacketsWithoutContentLength, StrictHttp, ClientIdleSeconds, RequestHeadSeconds, RequestBodySeconds,
+    IdleSemaphore, EscapeText;
 char *proxyip;
 
 int32_t tunnelmessengers, ALLOWALLIP, whiteclientipinurl1, block_ports, enable_whitelist, blockupload, phraseinurl;

@@ -38,6 +38,8 @@ NETSIFT_API extern int32_t TunnelPacketsWithoutContentLength; /* 1: relay a kept
 NETSIFT_API extern int32_t StrictHttp;         /* a sum of the STRICT_... bits; 0: everything as it always was */
 NETSIFT_API extern int32_t ClientIdleSeconds;  /* with StrictHttp: between two requests of a client; 0: 10 */
 NETSIFT_API extern int32_t RequestHeadSeconds; /* with StrictHttp: for the whole of a request's head; 0: 10 */
+/* With StrictHttp: how long a client is waited for in its body, and a second more for each 500 bytes of that; 0: no limit. */
+NETSIFT_API extern int32_t RequestBodySeconds;
 /* With StrictHttp: an eventfd made with EFD_SEMAPHORE and EFD_NONBLOCK, 0 for none. A connection that waits for a request
    takes one from it, when there is one, and ends. */
 NETSIFT_API extern int32_t IdleSemaphore;

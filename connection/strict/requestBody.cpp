@@ -1,6 +1,7 @@
 #include "connection/strict/requestBody.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -26,6 +27,30 @@ constexpr size_t uploadWindow = 65536;
 constexpr size_t uploadOverlap = 16384 + 32; /* of two windows: the longest field that is looked at, and its name */
 constexpr uint64_t greatestCollected = 256ULL << 20; /* of a body, at most */
 
+constexpr int64_t slowestRate = 500; /* bytes a second */
+
+/* How long a client has been waited for, and what it sent. */
+struct Pace {
+  std::chrono::steady_clock::duration waited{};
+  uint64_t taken = 0;
+};
+
+/* A byte now and then must not hold a place for ever. What the upstream takes its time for is not counted. */
+bool isTooSlow(const Pace &pace) {
+  const auto most = std::chrono::seconds(RequestBodySeconds + static_cast<int64_t>(pace.taken) / slowestRate);
+  return RequestBodySeconds > 0 && pace.waited > most;
+}
+
+/* Adds to it the time that passes. */
+struct Waiting {
+  Pace &pace;
+  const std::chrono::steady_clock::time_point begin = std::chrono::steady_clock::now();
+  explicit Waiting(Pace &counted) : pace(counted) {}
+  Waiting(const Waiting &) = delete;
+  Waiting &operator=(const Waiting &) = delete;
+  ~Waiting() { pace.waited += std::chrono::steady_clock::now() - begin; }
+};
+
 BodySource bodyOf(const Cycle &cycle) {
   BodySource source;
   source.kind = cycle.bodyIsChunked ? BodyKind::chunked : BodyKind::length;
@@ -38,11 +63,21 @@ BodyRead readPiece(const Connection &connection, BodySource &source, char *piece
   return readBody(connection.ends.client, source, piece, room, count, clientTimeoutSeconds * 1000);
 }
 
+BodyRead readPaced(const Connection &connection, BodySource &source, Pace &pace, char *piece, size_t room,
+                   size_t &count) {
+  const BodyRead read = [&] {
+    const Waiting waiting(pace);
+    return readPiece(connection, source, piece, room, count);
+  }();
+  pace.taken += count;
+  return read == BodyRead::piece && isTooSlow(pace) ? BodyRead::timedOut : read;
+}
+
 /* As much as there is room for, or all that comes. False when the client stalls or breaks off, or sends no chunks. */
-bool fill(const Connection &connection, BodySource &source, char *window, size_t room, size_t &filled) {
+bool fill(const Connection &connection, BodySource &source, Pace &pace, char *window, size_t room, size_t &filled) {
   for (filled = 0; filled < room;) {
     size_t count = 0;
-    const BodyRead read = readPiece(connection, source, window + filled, room - filled, count);
+    const BodyRead read = readPaced(connection, source, pace, window + filled, room - filled, count);
     if (read == BodyRead::end) return true;
     if (read != BodyRead::piece) return false;
     filled += count;
@@ -66,11 +101,12 @@ Collected collect(const Connection &connection, BodySource &source, FILE *spool,
   Text tail(static_cast<char *>(std::malloc(uploadOverlap)));
   if (!window || !tail) return Collected::failed;
   UploadLook look;
+  Pace pace;
   beginLook(look, reqheader.first);
   size_t held = 0;
   for (length = 0;;) {
     size_t count = 0;
-    if (!fill(connection, source, window.get() + held, uploadWindow - held, count)) {
+    if (!fill(connection, source, pace, window.get() + held, uploadWindow - held, count)) {
       return source.broken ? Collected::noChunks : Collected::failed;
     }
     if (count == 0) break;
@@ -88,9 +124,10 @@ Collected collect(const Connection &connection, BodySource &source, FILE *spool,
 }
 
 /* The next piece to go upstream. */
-BodyRead nextPiece(const Connection &connection, const Cycle &cycle, BodySource &source, char *piece, size_t &count) {
+BodyRead nextPiece(const Connection &connection, const Cycle &cycle, BodySource &source, Pace &pace, char *piece,
+                   size_t &count) {
   FILE *const spool = cycle.requestSpool.get();
-  if (spool == nullptr) return readPiece(connection, source, piece, forwardPiece, count);
+  if (spool == nullptr) return readPaced(connection, source, pace, piece, forwardPiece, count);
   count = std::fread(piece, 1, forwardPiece, spool);
   source.ended = count == 0 && std::ferror(spool) == 0;
   return source.ended ? BodyRead::end : count > 0 ? BodyRead::piece : BodyRead::broken;
@@ -106,7 +143,8 @@ bool sendPiece(const Connection &connection, const Cycle &cycle, std::string_vie
 
 /* Listens to both while the body goes on: passes on what is interim, and asks the client for its body in the upstream's
    place when that says nothing about one that is held back. False when the body is not to be sent: an answer is there. */
-bool isWanted(Connection &connection, Cycle &cycle) {
+bool isWanted(Connection &connection, Cycle &cycle, Pace &pace) {
+  const Waiting waiting(pace);
   const Ends &ends = connection.ends;
   for (;;) {
     const Word word = awaitWord(ends.upstream, ends.client,
@@ -148,14 +186,15 @@ Next forwardBody(Connection &connection, Cycle &cycle) {
   const Text piece(static_cast<char *>(std::malloc(forwardPiece)));
   if (!piece) return endCall(connection, callFailed);
   cycle.bodyWasSent = true;
+  Pace pace;
   for (BodySource source = bodyOf(cycle); !cycle.bodyUnsent;) {
     const bool mayWait = !isCollected && !source.ended && !source.broken;
-    if (mayWait && !isWanted(connection, cycle)) {
+    if (mayWait && !isWanted(connection, cycle, pace)) {
       cycle.bodyUnsent = true;
       break;
     }
     size_t count = 0;
-    const BodyRead read = nextPiece(connection, cycle, source, piece.get(), count);
+    const BodyRead read = nextPiece(connection, cycle, source, pace, piece.get(), count);
     if (read == BodyRead::end) {
       if (!isCollected) cycle.requestTrailers = source.chunks.trailerText;
       cycle.bodyUnsent = cycle.bodyIsChunked && !sendUpstream(connection, endOfChunks(cycle.requestTrailers));

@@ -91,6 +91,16 @@ class Limits(Case):
         self.assertGreater(at_idle, 0.9)
         self.assertGreater(time.monotonic() - began, 1.9)
 
+    def test_a_body_that_drips_does_not_hold_its_place(self):
+        for more in ({}, {"requests.block_uploads": True}):  # which collects it first
+            filtering = self.filter({"listen.request_body_seconds": 1} | more)
+            client = self.client(filtering)
+            client.sendall(self.request.replace(b"GET", b"PUT", 1)[:-2] + b"Content-Length: 4000\r\n\r\n")
+            with self.assertRaises(OSError):
+                for _ in range(400):  # in the pace that ten seconds without a byte would allow, a minute and more
+                    client.sendall(b"x")
+                    time.sleep(0.05)
+
     def test_a_connection_to_a_site_stays_for_the_next_client_and_for_so_long(self):
         opened, ended = [], []
 
