@@ -304,8 +304,8 @@ Decoder openDecoder(const std::string &charset) {
   Decoder decoder;
   decoder.isByteWise = charset == "CP1252";
   if (charset.empty() || decoder.isByteWise) return decoder;
-  const iconv_t converter = iconv_open("UTF-8", charset.c_str());
-  if (converter != reinterpret_cast<iconv_t>(-1)) decoder.converter.reset(converter);
+  iconv_t converter = iconv_open("UTF-8", charset.c_str());
+  if (reinterpret_cast<intptr_t>(converter) != -1) decoder.converter.reset(converter);
   if (charset.starts_with("UTF-16")) decoder.unit = 2;
   return decoder;
 }

@@ -15,7 +15,6 @@ using netsift::countPhrase;
 using netsift::FoundPhrases;
 using netsift::matchedLimit;
 using netsift::matchPool;
-using netsift::nameAt;
 using netsift::OpenMatch;
 using netsift::PhraseGroup;
 using netsift::PhraseRange;
