@@ -156,7 +156,7 @@ std::string asChunk(std::string_view data) {
 }
 
 std::string endOfChunks(std::string_view trailerText) {
-  const std::string none = "0\r\n\r\n";
+  constexpr char none[] = "0\r\n\r\n";
   std::string end = "0\r\n";
   for (size_t next = 0; !trailerText.empty(); trailerText.remove_prefix(next)) {
     const size_t lineEnd = trailerText.find("\r\n");
