@@ -211,7 +211,7 @@ void judge(State &state, const string &page, const std::vector<std::vector<strin
   const Categories categories(lists, Way::onePass);
   for (auto _ : state) {
     iniContentFilter();
-    PageWords words{"text/html", "", {}, {}, {}};
+    PageWords words{"text/html", "", {}, {}};
     benchmark::DoNotOptimize(judgeWords(words, page, true));
   }
   perByte(state, page.size());

@@ -61,6 +61,15 @@ std::string cleanName(std::string_view name) {
   return clean;
 }
 
+/* Sets of seven bits have letters of their own in its place. iconv knows them by names that no browser does. */
+bool keepsAscii(const std::string &charset) {
+  Decoder decoder = openDecoder(charset);
+  std::string ascii, characters;
+  for (char c = ' '; c < '\x7F'; c++) ascii += c;
+  if (decoder.converter) decodeText(decoder, ascii, true, characters);
+  return characters == ascii;
+}
+
 /* What to read with; nothing when the name says nothing. A page that names itself is not UTF-16, or could not be read.
    */
 std::optional<std::string> converterOf(std::string_view name, bool namedInPage) {
@@ -72,7 +81,7 @@ std::optional<std::string> converterOf(std::string_view name, bool namedInPage) 
   }
   if (clean.starts_with("x-")) clean.erase(0, 2);
   const auto isStart = [&](std::string_view start) { return clean.starts_with(start); };
-  if (std::none_of(std::begin(shared), std::end(shared), isStart) || !openDecoder(clean).converter) return {};
+  if (std::none_of(std::begin(shared), std::end(shared), isStart) || !keepsAscii(clean)) return {};
   return clean;
 }
 
@@ -298,7 +307,9 @@ std::string charsetOf(std::string_view start, std::string_view named, size_t &ma
   return "";
 }
 
-bool isDoubtful(const std::string &charset) { return charset == "UTF-7" || charset == "ISO-2022-JP"; }
+bool isDoubtful(const std::string &charset) {
+  return charset == "UTF-7" || charset == "ISO-2022-JP" || charset.starts_with("UTF-16");
+}
 
 Decoder openDecoder(const std::string &charset) {
   Decoder decoder;

@@ -20,27 +20,27 @@ void openReading(PageWords &words, const std::string &charset) {
   for (NormalText *normal : {&reading.page.shown, &reading.page.beside}) normal->text = std::string(1, '\0') + " ";
 }
 
-/* One where the bytes can only be read one way. */
+/* One where the bytes can only be read one way; with two, each has scores of its own. */
 void openReadings(PageWords &words) {
   size_t mark = 0;
   const std::string charset = charsetOf(words.start, words.charset, mark);
   words.start.erase(0, mark);
   openReading(words, charset);
-  if (isDoubtful(charset)) openReading(words, "");
+  if (mark == 0 && isDoubtful(charset)) openReading(words, "");
 }
 
-int weighText(PageWords &words, const std::string &text, size_t settled, size_t &weighed) {
+int weighText(PageScores &scores, const std::string &text, size_t settled, size_t &weighed) {
   if (settled <= weighed) return 0;
-  const int category = weighOn(text.c_str(), static_cast<int>(settled), static_cast<int>(weighed), words.scores);
+  const int category = weighOn(text.c_str(), static_cast<int>(settled), static_cast<int>(weighed), scores);
   weighed = settled;
   return category;
 }
 
 /* What is settled, or, when the page ends here, all of it. */
-int weighTexts(PageWords &words, const PageText &page, bool isEnd, size_t &shownWeighed, size_t &besideWeighed) {
+int weighTexts(PageScores &scores, const PageText &page, bool isEnd, size_t &shownWeighed, size_t &besideWeighed) {
   const auto settled = [&](const NormalText &normal) { return isEnd ? normal.text.size() : settledLength(normal); };
-  const int category = weighText(words, page.shown.text, settled(page.shown), shownWeighed);
-  return category != 0 ? category : weighText(words, page.beside.text, settled(page.beside), besideWeighed);
+  const int category = weighText(scores, page.shown.text, settled(page.shown), shownWeighed);
+  return category != 0 ? category : weighText(scores, page.beside.text, settled(page.beside), besideWeighed);
 }
 
 void forgetWeighed(NormalText &normal, size_t &weighed) {
@@ -50,26 +50,24 @@ void forgetWeighed(NormalText &normal, size_t &weighed) {
 }
 
 /* Whether what is not settled yet would condemn the page, were this its end. Nothing of it is kept. */
-int judgeAsEnd(PageWords &words, const PageReading &reading) {
+int judgeAsEnd(const PageReading &reading) {
   PageText page = reading.page;
   endPage(page);
   size_t shownWeighed = reading.shownWeighed, besideWeighed = reading.besideWeighed;
-  int32_t scores[maxPhraseCategories];
-  std::copy_n(words.scores, maxPhraseCategories, scores);
+  PageScores scores;
+  std::copy_n(reading.scores, maxPhraseCategories, scores);
   const FoundCounts counts = countFound();
-  const int category = weighTexts(words, page, true, shownWeighed, besideWeighed);
-  if (category != 0) return category;
-  std::copy_n(scores, maxPhraseCategories, words.scores);
-  restoreFound(counts);
-  return 0;
+  const int category = weighTexts(scores, page, true, shownWeighed, besideWeighed);
+  if (category == 0) restoreFound(counts);
+  return category;
 }
 
-int judgeReading(PageWords &words, PageReading &reading, std::string_view bytes, bool isLast) {
+int judgeReading(PageReading &reading, std::string_view bytes, bool isLast) {
   std::string characters;
   decodeText(reading.decoder, bytes, isLast, characters);
   readPage(reading.page, characters);
   if (isLast) endPage(reading.page);
-  const int category = weighTexts(words, reading.page, isLast, reading.shownWeighed, reading.besideWeighed);
+  const int category = weighTexts(reading.scores, reading.page, isLast, reading.shownWeighed, reading.besideWeighed);
   forgetWeighed(reading.page.shown, reading.shownWeighed);
   forgetWeighed(reading.page.beside, reading.besideWeighed);
   return category;
@@ -91,7 +89,7 @@ int judgeWords(PageWords &words, std::string_view bytes, bool isLast) {
     words.start.append(bytes);
     bytes = words.start;
     if (words.start.size() < namingLength && !isLast) {
-      PageWords whole{words.type, words.charset, words.start, {}, {}};
+      PageWords whole{words.type, words.charset, words.start, {}};
       const FoundCounts counts = countFound();
       const int category = judgeWords(whole, "", true);
       if (category == 0) restoreFound(counts);
@@ -102,8 +100,8 @@ int judgeWords(PageWords &words, std::string_view bytes, bool isLast) {
   }
   int category = 0;
   for (PageReading &reading : words.readings) {
-    if (category == 0) category = judgeReading(words, reading, bytes, isLast);
-    if (category == 0 && !isLast) category = judgeAsEnd(words, reading);
+    if (category == 0) category = judgeReading(reading, bytes, isLast);
+    if (category == 0 && !isLast) category = judgeAsEnd(reading);
   }
   words.start.clear();
   return category;

@@ -16,11 +16,14 @@
 
 namespace netsift {
 
+using PageScores = int32_t[maxPhraseCategories];
+
 /* One way to read a page's bytes. */
 struct PageReading {
   Decoder decoder;
   PageText page;
   size_t shownWeighed = 0, besideWeighed = 0; /* bytes at the front of its texts whose phrases have been counted */
+  PageScores scores = {};
 };
 
 /* Lives for one page. */
@@ -28,7 +31,6 @@ struct PageWords {
   std::string type, charset; /* as the answer's head names them, "" where it does not */
   std::string start;         /* the first bytes, until they are enough to say what they are written in */
   std::vector<PageReading> readings;
-  int32_t scores[maxPhraseCategories] = {};
 };
 
 /* Whether a type, without parameters and in small letters, is one of JudgedTypes, or none that says anything. */

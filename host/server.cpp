@@ -34,6 +34,7 @@ namespace netsift::host {
 
 namespace {
 
+constexpr int64_t stillPause = 50;         /* after which it is seen whether clients still wait for a place */
 constexpr int64_t startPause = 1000;       /* after the system was out of processes or memory */
 constexpr int64_t renewPause = 1000;       /* between two replacements of all workers for the sake of the lists */
 constexpr int64_t killMilliseconds = 1000; /* from SIGTERM to SIGKILL */
@@ -220,6 +221,7 @@ void serveRound(Server &server) {
   const bool crowded = isCrowded(server.pool, *server.board), presses = crowded && now >= server.pool.pressAt;
   if (crowded && !presses) wake = std::min(wake, server.pool.pressAt);
   if (!crowded) releaseIdle(server.pool);
+  if (presses && server.pool.pressed > 0) wake = std::min(wake, now + stillPause);
   for (const Message &message : server.messages) wake = std::min(wake, message.deadline);
   bool messages = server.messages.size() < mostMessages;
   std::vector<struct pollfd> polled = {{server.signals, POLLIN, 0},
@@ -237,11 +239,14 @@ void serveRound(Server &server) {
     if (polled[0].revents != 0) reapChildren(server);
     if (uint64_t pokes; polled[2].revents != 0) static_cast<void>(!read(server.pool.poke, &pokes, sizeof pokes));
     const std::span waited(polled.data() + fixed, firstMessage - fixed);
-    if (std::ranges::any_of(waited, [](const pollfd &listener) { return listener.revents != 0; }))
+    const bool anyWaits = std::ranges::any_of(waited, [](const pollfd &listener) { return listener.revents != 0; });
+    if (anyWaits && isCrowded(server.pool, *server.board))
       pressIdle(server.pool, server.sockets.listeners, milliseconds());
     size_t i = firstMessage;
     std::erase_if(server.messages, [&](Message &message) { return polled[i++].revents != 0 && readMessage(message); });
     if (polled[3].revents != 0 && server.sockets.notify >= 0) acceptMessages(server.sockets.notify, server.messages);
+  } else if (presses) {
+    releaseIdle(server.pool); /* nobody waits any more */
   }
   tellRetired(server);
   dropLateMessages(server.messages, milliseconds());

@@ -162,7 +162,8 @@ const Setting contentSettings[] = {
      "markup a page has them, and all over a page. \"bytes\", and always while strict_http is off: in the page's "
      "bytes, 64 KB by 64 KB."},
     {"content", "types", Texts{&JudgedTypes},
-     "[\"text/*\", \"application/xhtml+xml\", \"application/xml\", \"image/svg+xml\", \"application/json\", "
+     "[\"text/*\", \"application/xhtml+xml\", \"application/xml\", \"application/*+xml\", \"image/svg+xml\", "
+     "\"application/json\", "
      "\"multipart/*\", \"message/rfc822\"]",
      "Content types that are judged as text while match is \"words\"; \"*\" stands for any run. What comes without "
      "a type always is."},

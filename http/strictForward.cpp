@@ -3,6 +3,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "http/strictField.h"
 #include "http/strictFraming.h"
@@ -190,20 +191,51 @@ bool readMediaType(const HeaderLine *first, std::string &type) {
   return true;
 }
 
-std::string readCharset(const HeaderLine *first) {
-  constexpr std::string_view name = "charset=";
-  for (const HeaderLine *line = first->next; line != nullptr; line = line->next) {
-    if (!isField(line, "Content-Type:")) continue;
-    const std::string_view value = fieldValue(line, "Content-Type:");
-    for (size_t at = 0; (at = value.find(';', at)) != std::string_view::npos;) {
-      at = std::min(value.find_first_not_of(" \t", at + 1), value.size());
-      if (!equalsIgnoringCase(value.substr(at, name.size()), name)) continue;
-      at += name.size();
-      const size_t start = std::min(value.find_first_not_of("\"'", at), value.size());
-      return std::string(value.substr(start, value.find_first_of("\"'; \t,", start) - start));
+namespace {
+
+/* Takes a parameter of a media type, behind its ";", with the quotes of its value undone (RFC 9110 section 5.6.6). */
+void takeParameter(std::string_view &rest, std::string &name, std::string &value) {
+  rest.remove_prefix(std::min(rest.find_first_not_of(" \t;"), rest.size()));
+  const size_t end = std::min(rest.find_first_of("=;"), rest.size());
+  name = rest.substr(0, end);
+  value.clear();
+  rest.remove_prefix(end);
+  if (!rest.starts_with('=')) return;
+  rest.remove_prefix(1);
+  if (rest.starts_with('"')) {
+    for (rest.remove_prefix(1); !rest.empty() && rest.front() != '"'; rest.remove_prefix(1)) {
+      if (rest.front() == '\\' && rest.size() > 1) rest.remove_prefix(1);
+      value += rest.front();
     }
+  } else {
+    value = rest.substr(0, rest.find_first_of("; \t"));
+  }
+  rest.remove_prefix(std::min(rest.find(';'), rest.size()));
+}
+
+/* The first one that a type has counts. */
+std::string charsetOfType(std::string_view type) {
+  type.remove_prefix(std::min(type.find(';'), type.size()));
+  std::string name, value;
+  while (!type.empty()) {
+    takeParameter(type, name, value);
+    if (equalsIgnoringCase(name, "charset")) return value;
   }
   return "";
+}
+
+}  // namespace
+
+/* Of several types the last one that has any, as browsers have it. */
+std::string readCharset(const HeaderLine *first) {
+  std::string charset;
+  for (const HeaderLine *line = first->next; line != nullptr; line = line->next) {
+    if (!isField(line, "Content-Type:")) continue;
+    for (std::string_view list = fieldValue(line, "Content-Type:"); !list.empty();) {
+      if (std::string found = charsetOfType(takeElement(list)); !found.empty()) charset = std::move(found);
+    }
+  }
+  return charset;
 }
 
 }  // namespace netsift

@@ -54,7 +54,7 @@ BodyRead spoil(BodySource &source, size_t count) {
 }
 
 /* Waits for more of a body; `piece` when there is some, or its end. */
-BodyRead awaitBody(int fd, int waitMilliseconds, int client) {
+BodyRead awaitBody(int fd, int64_t waitMilliseconds, int client) {
   switch (waitReadable(fd, waitMilliseconds, client)) {
     case Wait::ready:
       return BodyRead::piece;
@@ -67,6 +67,12 @@ BodyRead awaitBody(int fd, int waitMilliseconds, int client) {
   }
 }
 
+int64_t untilDeadline(const BodySource &source, int milliseconds) {
+  if (source.deadline == Clock::time_point{}) return milliseconds;
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(source.deadline - Clock::now()).count();
+  return std::clamp<int64_t>(left, 0, milliseconds < 0 ? INT32_MAX : milliseconds);
+}
+
 /* What has arrived, for which it waits only where nothing has. A read that left room has most likely taken all that
    there was: the next one waits first. */
 BodyRead receiveBody(int fd, BodySource &source, char *out, size_t room, ssize_t &received, int waitMilliseconds,
@@ -76,7 +82,7 @@ BodyRead receiveBody(int fd, BodySource &source, char *out, size_t room, ssize_t
   if (source.hasMore) received = receive(fd, out, room, looks | MSG_DONTWAIT);
   if (received < 0) {
     if (source.hasMore && errno != EAGAIN) return BodyRead::broken;
-    const BodyRead awaited = awaitBody(fd, waitMilliseconds, client);
+    const BodyRead awaited = awaitBody(fd, untilDeadline(source, waitMilliseconds), client);
     if (awaited != BodyRead::piece) return awaited;
     received = receive(fd, out, room, looks);
   }

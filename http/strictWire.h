@@ -3,6 +3,7 @@
 #define NETSIFT_HTTP_STRICTWIRE_H
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -38,6 +39,7 @@ struct BodySource {
   bool broken = false; /* it turned out to be no body; nothing more is read of it */
   bool excess = false; /* bytes came that are no part of it: the connection carries no further message */
   bool hasMore = true; /* bytes are likely to have arrived that were not read yet */
+  std::chrono::steady_clock::time_point deadline{}; /* the caller's to set: when waiting for it is over; none at 0 */
   std::array<char, 16384> raw;
   size_t rawStart = 0, rawEnd = 0;
 };

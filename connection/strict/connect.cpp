@@ -15,6 +15,7 @@
 #include "http/localAddress.h"
 #include "http/peerSocket.h"
 #include "http/siteAddresses.h"
+#include "http/strictField.h"
 #include "log/debugLog.h"
 #include "log/peerText.h"
 #include "state/connection.h"
@@ -116,18 +117,31 @@ void turnTo(Connection &connection, const std::string &host, unsigned port) {
   publishUpstream(connection, chosen.fd);
 }
 
+bool carriesLogin() {
+  for (const HeaderLine *line = reqheader.first; line != nullptr; line = line->next) {
+    if (isField(line, "Authorization:") || isField(line, "Proxy-Authorization:")) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
-int openUpstream(Connection &connection, Cycle &cycle, bool mayReuse) {
+int openUpstream(Connection &connection, Cycle &cycle, Reuse reuse) {
   const Request &request = cycle.request;
   const bool direct = ProxyPresent != 1;
   if (!direct && RefuseLocalAddresses != 0 && isLocalHost(request.hostname)) return targetIsLocal;
   cycle.usesUpstream = true;
   turnTo(connection, direct ? request.hostname : "", direct ? request.port : 0);
-  cycle.upstreamReused = mayReuse && connection.ends.upstream >= 0 && isQuiet(connection.ends.upstream);
-  if (cycle.upstreamReused) return 0;
-  closeUpstream(connection);
-  return direct ? openOrigin(connection, request) : openProxy(connection);
+  Upstream &upstream = connection.upstreams[connection.current];
+  const bool fits = reuse == Reuse::any || (reuse == Reuse::personal && upstream.isPersonal);
+  cycle.upstreamReused = fits && upstream.fd >= 0 && isQuiet(upstream.fd);
+  if (!cycle.upstreamReused) {
+    closeUpstream(connection);
+    const int status = direct ? openOrigin(connection, request) : openProxy(connection);
+    if (status != 0) return status;
+  }
+  upstream.isPersonal |= carriesLogin();
+  return 0;
 }
 
 void closeUpstream(Connection &connection) {

@@ -36,9 +36,8 @@ struct Pace {
 };
 
 /* A byte now and then must not hold a place for ever. What the upstream takes its time for is not counted. */
-bool isTooSlow(const Pace &pace) {
-  const auto most = std::chrono::seconds(RequestBodySeconds + static_cast<int64_t>(pace.taken) / slowestRate);
-  return RequestBodySeconds > 0 && pace.waited > most;
+std::chrono::steady_clock::duration timeLeft(const Pace &pace) {
+  return std::chrono::seconds(RequestBodySeconds + static_cast<int64_t>(pace.taken) / slowestRate) - pace.waited;
 }
 
 /* Adds to it the time that passes. */
@@ -65,12 +64,14 @@ BodyRead readPiece(const Connection &connection, BodySource &source, char *piece
 
 BodyRead readPaced(const Connection &connection, BodySource &source, Pace &pace, char *piece, size_t room,
                    size_t &count) {
+  const bool limited = RequestBodySeconds > 0;
+  if (limited) source.deadline = std::chrono::steady_clock::now() + timeLeft(pace);
   const BodyRead read = [&] {
     const Waiting waiting(pace);
     return readPiece(connection, source, piece, room, count);
   }();
   pace.taken += count;
-  return read == BodyRead::piece && isTooSlow(pace) ? BodyRead::timedOut : read;
+  return read == BodyRead::piece && limited && timeLeft(pace).count() < 0 ? BodyRead::timedOut : read;
 }
 
 /* As much as there is room for, or all that comes. False when the client stalls or breaks off, or sends no chunks. */

@@ -57,13 +57,6 @@ bool isRepeatable(const Cycle &cycle) {
   return !hasBody(cycle) && std::find(std::begin(methods), std::end(methods), cycle.target.method) != std::end(methods);
 }
 
-bool carriesLogin() {
-  for (const HeaderLine *line = reqheader.first; line != nullptr; line = line->next) {
-    if (isField(line, "Authorization:") || isField(line, "Proxy-Authorization:")) return true;
-  }
-  return false;
-}
-
 /* A login to the next hop that belongs to the connection it was made on, and is lost with it. */
 bool isLoggedIn() {
   const std::string_view field = ProxyPresent == 1 ? "Proxy-Authorization:" : "Authorization:";
@@ -87,20 +80,24 @@ Next refuseLocal(Connection &connection, const Cycle &cycle) {
                  .result = callEnded});
 }
 
-/* Connects; a request that could not be sent again does not go out on a used connection, unless it is bound to that. */
-Next connectFor(Connection &connection, Cycle &cycle) {
-  const int status = openUpstream(connection, cycle, isRepeatable(cycle) || isLoggedIn());
+/* A request that could not be sent again does not go out on a used connection, unless it is bound to that. */
+Reuse reuseFor(const Cycle &cycle) {
+  if (isRepeatable(cycle)) return Reuse::any;
+  return isLoggedIn() ? Reuse::personal : Reuse::none;
+}
+
+Next connectFor(Connection &connection, Cycle &cycle, Reuse reuse) {
+  const int status = openUpstream(connection, cycle, reuse);
   if (status == clientHasLeft) return leave(connection);
   if (status == targetIsLocal) return refuseLocal(connection, cycle);
   if (status != 0) return refuseWithError(connection, cycle, status, nullptr);
-  connection.upstreams[connection.current].isPersonal |= carriesLogin();
   return Next::step;
 }
 
 /* Filtering switched off beside an upstream proxy: nothing is read at all. */
 Next passEverything(Connection &connection, Cycle &cycle) {
   if (ProxyPresent != 1 || DisableNetsiftService != 1) return Next::step;
-  const Next next = connectFor(connection, cycle);
+  const Next next = connectFor(connection, cycle, Reuse::none);
   return next == Next::step ? relayUnfiltered(connection, true, tunnelIdleSeconds()) : next;
 }
 
@@ -162,7 +159,7 @@ Next identify(Connection &connection, Cycle &cycle) {
    its origin with "Connection: close", since what followed it on the connection would go the same way whatever it
    names. */
 Next openRelay(Connection &connection, Cycle &cycle) {
-  Next next = connectFor(connection, cycle);
+  Next next = connectFor(connection, cycle, Reuse::none); /* a relay has no second try */
   if (next != Next::step) return next;
   if (cycle.request.isConnect) return ProxyPresent == 1 ? Next::step : answerConnect(connection);
   cycle.target.keepAlive = false;
@@ -192,7 +189,7 @@ Next passMessenger(Connection &connection, Cycle &cycle) {
 }
 
 /* Nothing is opened before policy has passed the request. */
-Next connect(Connection &connection, Cycle &cycle) { return connectFor(connection, cycle); }
+Next connect(Connection &connection, Cycle &cycle) { return connectFor(connection, cycle, reuseFor(cycle)); }
 
 Next serveConnect(Connection &connection, Cycle &cycle) {
   if (!cycle.request.isConnect || ProxyPresent == 1) return Next::step;
@@ -317,7 +314,7 @@ Next leave(Connection &connection) {
 bool sendAgain(Connection &connection, Cycle &cycle) {
   if (!cycle.upstreamReused || !isRepeatable(cycle) || !isClosedByPeer(connection.ends.upstream)) return false;
   closeUpstream(connection);
-  if (openUpstream(connection, cycle, false) != 0) return false;
+  if (openUpstream(connection, cycle, Reuse::none) != 0) return false;
   return sendWholeHead(connection.ends.upstream, reqheader, PROXY_TIMEOUT);
 }
 

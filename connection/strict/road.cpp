@@ -25,7 +25,9 @@ void endCycle(Connection &connection, Cycle &cycle) {
   if (!cycle.usesUpstream) return;
   if (!cycle.responseComplete) return closeUpstream(connection);
   Upstream &upstream = connection.upstreams[connection.current];
-  upstream.isPersonal |= cycle.responseCode == unauthorized || cycle.responseCode == proxyUnauthorized;
+  /* A proxy that overlooked a body has another answer to come, which is nobody else's. */
+  upstream.isPersonal |=
+      cycle.bodyWasSent || cycle.responseCode == unauthorized || cycle.responseCode == proxyUnauthorized;
   upstream.lastUsed = std::chrono::steady_clock::now();
 }
 

@@ -181,8 +181,9 @@ TEST_F(StrictTest, chunksGoOnAsChunksOrWithALengthToWhomDoesNotKnowThem) {
 
 TEST_F(StrictTest, requestsThatCannotBeRepeatedGoOutOnAFreshConnectionUnlessTheirLoginIsBoundToThat) {
   for (const auto &[login, expected] : {std::pair{"Basic x", 2}, {"ntlm x", 1}, {"Negotiate x", 1}}) {
-    const std::string field = "Proxy-Authorization: " + std::string(login) + "\r\nContent-Length: 1\r\n\r\n.";
-    serve(get + ("POST http://h/p HTTP/1.1\r\nHost: h\r\n" + field),
+    const std::string request =
+        " http://h/p HTTP/1.1\r\nHost: h\r\nProxy-Authorization: " + std::string(login) + "\r\n";
+    serve("GET" + request + "\r\nPOST" + request + "Content-Length: 1\r\n\r\n.",
           {response("Connection: keep-alive\r\n", "1"), response("", "2")});
     EXPECT_EQ(connections, expected) << login;
   }
@@ -249,6 +250,30 @@ TEST_F(StrictTest, aSilentConnectionIsKeptForTheNextClientUnlessItIsPersonal) {
   KeepUpstreamSeconds = 0;
 }
 
+/* The request that carries it fails on a kept connection and goes out on a new one. */
+TEST_F(StrictTest, aLoginThatWasSentAgainIsNotTheNextClientsEither) {
+  KeepUpstreamSeconds = 15;
+  const std::string good = "HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\n.";
+  int opened = 0;
+  std::string answers;
+  {
+    const ScriptedDaemon site([&](int fd) {
+      readOnce(fd);
+      say(fd, good);
+      if (opened++ > 0 && !readOnce(fd).empty()) say(fd, good);
+    });
+    const std::string host = "127.0.0.1:" + std::to_string(site.port);
+    const std::string request = "GET http://" + host + "/ HTTP/1.1\r\nHost: " + host + "\r\n";
+    for (const char *login : {"", "Authorization: Negotiate x\r\n", ""}) {
+      answers = serveDirect(request + login + "\r\n");
+      EXPECT_TRUE(answers.ends_with("\r\n\r\n.")) << login << answers;
+    }
+    netsift_releaseUpstreams();
+  }
+  EXPECT_EQ(opened, 3);
+  KeepUpstreamSeconds = 0;
+}
+
 /* What a site does with a second request on the connection of the first, then with that on a new one. */
 TEST_F(StrictTest, aKeptConnectionThatFailsIsTriedOnceMoreAnewBeforeAnyAnswer) {
   const std::string good = "HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\n.", bad = "HTTP/1.1 502 Bad Gateway";
@@ -281,7 +306,7 @@ TEST_F(StrictTest, aKeptConnectionThatFailsIsTriedOnceMoreAnewBeforeAnyAnswer) {
       });
       const std::string host = "127.0.0.1:" + std::to_string(site.port);
       const std::string target = " http://" + host + "/ HTTP/1.1\r\nHost: " + host;
-      answer = serveDirect("GET" + target + end + c.method + target + c.rest);
+      answer = serveDirect("GET" + target + "\r\nAuthorization: NTLM x" + end + c.method + target + c.rest);
       shutdown(proxysock, SHUT_RDWR);
     }
     const std::string later = answer.substr(answer.find("HTTP/1.1", 1));

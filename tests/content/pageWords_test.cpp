@@ -39,14 +39,14 @@ class PageWordsTest : public testing::Test {
   std::pair<int, bool> judge(const string &type, const string &charset, const string &page, size_t size = SIZE_MAX,
                              const string &lead = "") {
     iniContentFilter();
-    PageWords words{type, charset, {}, {}, {}};
+    PageWords words{type, charset, {}, {}};
     bool condemned = judgeWords(words, lead, false) != 0;
     for (size_t at = 0; at < page.size() && !condemned; at += std::min(size, page.size() - at)) {
       const string piece = page.substr(at, size);
       const GuardedText guarded(piece, false);
       condemned = judgeWords(words, {guarded.get(), piece.size()}, at + piece.size() == page.size()) != 0;
     }
-    return {words.scores[0], condemned};
+    return {words.readings.empty() ? 0 : words.readings[0].scores[0], condemned};
   }
 
  private:
@@ -93,9 +93,11 @@ TEST_F(Cases, Charsets) {
           {html, "windows-1251", "\xFE\xFF" + utf16("a zonk b", true), zonk, true}, /* the mark goes first */
           {html, "utf-16be", utf16("z", true) + "\xD8\x01" + utf16(" zonk b", true), zonk, true}, /* half a pair */
           {html, "", utf16("a zonk b", false), zonk, true}, /* shown so, since nobody names it: NULs are nothing */
-          {html, "utf-16le", "a zonk b", zonk, false},
+          {html, "utf-16le", "a zonk b", zonk, true},       /* as if nobody named it */
           {html, "windows-1251", "\xF1\xEB\xCE\xC2\xCE", cyrillic, true},
           {html, "", "<meta charset='x-cp1251'>\xF1\xEB\xCE\xC2\xCE", cyrillic, true},
+          {html, "greek7", "some zonk here", zonk, true},
+          {html, "utf-16", "some zonk here", zonk, true},
           {html, "nonsense", "<META http-equiv=Content-Type content='a; charset=\"cp1251\"'>\xF1\xEB\xCE\xC2\xCE",
            cyrillic, true},
           {html, "",
@@ -260,21 +262,21 @@ TEST_F(PageWordsTest, APageThatStopsIsJudged) {
   load("<\"zonk\">60");
   for (const size_t before : {size_t{0}, size_t{2000}}) {
     iniContentFilter();
-    PageWords words{html, "", {}, {}, {}};
+    PageWords words{html, "", {}, {}};
     const string start = string(before, '-') + "<p>zonk a ";
     EXPECT_EQ(judgeWords(words, start + "<b>zon", false), 0);
     EXPECT_EQ(judgeWords(words, "k", false), 1);
-    PageWords other{html, "", {}, {}, {}};
+    PageWords other{html, "", {}, {}};
     iniContentFilter();
     EXPECT_EQ(judgeWords(other, start.substr(0, start.size() - 3), false), 0);
     EXPECT_EQ(judgeWords(other, "s zon", false), 0);
     EXPECT_EQ(judgeWords(other, "ked", true), 0);
-    EXPECT_EQ(other.scores[0], 0);
+    EXPECT_EQ(other.readings[0].scores[0], 0);
     uniqueoccur = 1; /* what was counted for an end that it was not can still be counted */
-    PageWords once{html, "", {}, {}, {}};
+    PageWords once{html, "", {}, {}};
     iniContentFilter();
     EXPECT_EQ(judgeWords(once, string(before, '-') + "<p>zonk", false) + judgeWords(once, " a", true), 0);
-    EXPECT_EQ(once.scores[0], 60);
+    EXPECT_EQ(once.readings[0].scores[0], 60);
     uniqueoccur = 0;
   }
 }

@@ -53,7 +53,7 @@ class Limits(Case):
         held.pop().close()
         wait_until(lambda: self.ask(self.client(filtering)) == TAKEN, "room for another")
         self.assertEqual(self.ask(held[0]), TAKEN)
-        told = r"max_connections_per_client is reached: [1-3] connections? w.* from 127\.0\.0\.1\n"
+        told = r"max_connections_per_client is reached: \d+ connections? w.* from 127\.0\.0\.1\n"
         wait_until(lambda: re.search(told, filtering.output.read_text()), "that to be told")
 
     def test_a_killed_worker_gives_back_what_its_client_had(self):
@@ -92,10 +92,12 @@ class Limits(Case):
         self.assertGreater(time.monotonic() - began, 1.9)
 
     def test_a_body_that_drips_does_not_hold_its_place(self):
-        for more in ({}, {"requests.block_uploads": True}):  # which collects it first
+        length, chunk = b"Content-Length: 4000\r\n\r\n", b"Transfer-Encoding: chunked\r\n\r\n1;x="
+        collected = {"requests.block_uploads": True}
+        for more, framing in (({}, length), (collected, length), ({}, chunk), (collected, chunk)):
             filtering = self.filter({"listen.request_body_seconds": 1} | more)
             client = self.client(filtering)
-            client.sendall(self.request.replace(b"GET", b"PUT", 1)[:-2] + b"Content-Length: 4000\r\n\r\n")
+            client.sendall(self.request.replace(b"GET", b"PUT", 1)[:-2] + framing)
             with self.assertRaises(OSError):
                 for _ in range(400):  # in the pace that ten seconds without a byte would allow, a minute and more
                     client.sendall(b"x")
