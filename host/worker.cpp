@@ -55,7 +55,8 @@ void poke(const Worker &worker) {
 }
 
 [[noreturn]] void leave(Worker &worker) {
-  if (worker.slot->state.exchange(WorkerState::busy) == WorkerState::idle) worker.pool.board->idle--;
+  if (worker.slot->state == WorkerState::idle) worker.pool.board->idle--;
+  worker.slot->state = WorkerState::busy;
   _exit(0);
 }
 
@@ -65,12 +66,15 @@ bool mustEnd(const Worker &worker) {
          worker.slot->leave;
 }
 
-/* The server is told when there are too few that wait and it may start more, when it may not and is to look who waits,
+/* The count goes down before the state changes, here and in leave: of a worker that is killed in between, the server
+   takes one off too many and keeps one more ready; the other way round it would count one that is not there.
+
+   The server is told when there are too few that wait and it may start more, when it may not and is to look who waits,
    or when it waits for them to end. */
 void becomeBusy(Worker &worker) {
   PoolBoard &board = *worker.pool.board;
-  worker.slot->state = WorkerState::busy;
   int32_t left = --board.idle;
+  worker.slot->state = WorkerState::busy;
   bool mayStart = allWorkers(*worker.board) < hostConfig.maxConnections;
   bool scarce = mayStart ? left < hostConfig.spareProcesses : left <= 0 && !board.watched;
   if (scarce || board.closing) poke(worker);
