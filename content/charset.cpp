@@ -314,7 +314,8 @@ bool isDoubtful(const std::string &charset) {
 Decoder openDecoder(const std::string &charset) {
   Decoder decoder;
   decoder.isByteWise = charset == "CP1252";
-  if (charset.empty() || decoder.isByteWise) return decoder;
+  if (charset == "UTF-7") decoder.utf7.emplace();
+  if (charset.empty() || decoder.isByteWise || decoder.utf7) return decoder;
   iconv_t converter = iconv_open("UTF-8", charset.c_str());
   if (reinterpret_cast<intptr_t>(converter) != -1) decoder.converter.reset(converter);
   if (charset.starts_with("UTF-16")) decoder.unit = 2;
@@ -322,6 +323,10 @@ Decoder openDecoder(const std::string &charset) {
 }
 
 void decodeText(Decoder &decoder, std::string_view bytes, bool isLast, std::string &characters) {
+  if (decoder.utf7) {
+    readUtf7(*decoder.utf7, bytes, isLast, characters);
+    return;
+  }
   std::string joined;
   if (!decoder.rest.empty()) {
     joined.append(decoder.rest).append(bytes);

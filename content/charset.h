@@ -10,8 +10,11 @@
 #include <iconv.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+
+#include "content/utf7.h"
 
 namespace netsift {
 
@@ -21,8 +24,9 @@ struct ConverterCloser {
 
 /* Bytes on their way to characters. */
 struct Decoder {
-  std::unique_ptr<void, ConverterCloser> converter; /* null: UTF-8 or windows-1252 */
+  std::unique_ptr<void, ConverterCloser> converter; /* null: UTF-8, windows-1252 or UTF-7 */
   bool isByteWise = false;                          /* windows-1252 and nothing else */
+  std::optional<Utf7> utf7;                         /* UTF-7 and nothing else */
   size_t unit = 1;                                  /* bytes passed over where none can be read */
   std::string rest;                                 /* the start of a character whose end has not come */
 };

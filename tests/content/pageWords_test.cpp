@@ -117,6 +117,8 @@ TEST_F(Cases, Charsets) {
           {html, "", "\x1B$B8@MU\x1B(B", kanji, true},
           {html, "utf-7", "zo+AG4-k", zonk, true},
           {html, "utf-7", "+zonk!", zonk, true},
+          {html, "utf-7", "+AG\x04zonk", zonk, true},              /* a run without a whole unit */
+          {html, "utf-7", "+2DXeB9g13fzYNd372DXd+A-", zonk, true}, /* in letters of two units each */
           {html, "euc-kr", "\xB8\xBB", "<말>100", true},
           {html, "gb2312", "\xD1\xD4", "<言>100", true},
           {html, "", "caf\xE9", "<café>100", true}, /* not UTF-8 */
