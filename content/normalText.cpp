@@ -126,7 +126,8 @@ Folded &slotOf(const std::array<uint64_t, 2> &source) {
   return foldedBefore[mixed >> 54];
 }
 
-/* A blank at the start or end is the end of a word. */
+/* A blank at the start or end is the end of a word. What is longer than may be open loses marks at its end, so that the
+   text of the text is the same. */
 std::string folded(const char *characters, size_t length) {
   std::array<utf8proc_int32_t, sizeof NormalText::open * longestDecomposition> points;
   auto count = utf8proc_decompose(reinterpret_cast<const utf8proc_uint8_t *>(characters),
@@ -135,7 +136,11 @@ std::string folded(const char *characters, size_t length) {
   count = utf8proc_normalize_utf32(points.data(), count, foldOptions);
   NormalText normal;
   normal.afterBlank = false;
-  for (utf8proc_ssize_t i = 0; i < count; i++) addFolded(normal, points[static_cast<size_t>(i)]);
+  for (utf8proc_ssize_t i = 0; i < count; i++) {
+    const size_t before = normal.text.size();
+    addFolded(normal, points[static_cast<size_t>(i)]);
+    if (normal.text.size() > sizeof normal.open) normal.text.resize(before);
+  }
   return normal.text;
 }
 
@@ -163,6 +168,15 @@ void closeCharacter(NormalText &normal) {
   std::memcpy(slot.text, text.data(), text.size());
 }
 
+/* Whether a vowel or an end of a Hangul syllable, as it stands or once it is folded. */
+bool endsSyllable(utf8proc_int32_t codePoint) {
+  const bool isCompatible =
+      (codePoint >= 0x3131 && codePoint <= 0x318E) || (codePoint >= 0xFFA1 && codePoint <= 0xFFDC);
+  int boundary = 0;
+  if (isCompatible) utf8proc_decompose_char(codePoint, &codePoint, 1, foldOptions, &boundary);
+  return codePoint >= 0x1160 && codePoint <= 0x11FF;
+}
+
 /* Whether a character may change the one before it. */
 bool continues(utf8proc_int32_t codePoint, const utf8proc_property_t &property) {
   if (property.combining_class != 0) return true;
@@ -170,9 +184,8 @@ bool continues(utf8proc_int32_t codePoint, const utf8proc_property_t &property) 
   if (category == UTF8PROC_CATEGORY_MN || category == UTF8PROC_CATEGORY_MC || category == UTF8PROC_CATEGORY_ME) {
     return true;
   }
-  const bool isJamo = codePoint >= 0x1160 && codePoint <= 0x11FF;
-  const bool isHalfWidth = codePoint >= 0xFF9E && codePoint <= 0xFFDC; /* a sound mark, or Jamo again */
-  return isJamo || isHalfWidth;
+  const bool isHalfWidthMark = codePoint == 0xFF9E || codePoint == 0xFF9F;
+  return isHalfWidthMark || endsSyllable(codePoint);
 }
 
 /* A mark behind an ASCII letter takes that back out of the text. */
@@ -190,7 +203,7 @@ void addOne(NormalText &normal, const char *bytes, size_t length, utf8proc_int32
   } else {
     closeCharacter(normal);
   }
-  if (normal.openLength + length > sizeof normal.open) closeCharacter(normal);
+  if (normal.openLength + length > sizeof normal.open) return;
   std::memcpy(normal.open + normal.openLength, bytes, length);
   normal.openLength += length;
 }

@@ -19,7 +19,7 @@ namespace netsift {
 struct NormalText {
   std::string text;       /* what is finished, UTF-8; an ASCII character at its end may still take up a mark */
   bool afterBlank = true; /* a blank would add nothing */
-  char open[64] = {};     /* a character and the marks that may still change it, UTF-8 */
+  char open[64] = {};     /* a character and the marks that may still change it, UTF-8; a mark beyond is nothing */
   size_t openLength = 0;
 };
 
