@@ -201,7 +201,7 @@ Bytes checkAnswer(Bytes received, const Choices &choices, unsigned &status) {
   const ContentCodings codings = readContentCodings(header.first);
   const string body = codings.known && codings.count > 0 ? unpacked(codings, data) : data;
   if (good && choices.scans && choices.infected) check(body.empty());
-  if (good && choices.judges && type.find("text") != string::npos) check(codings.known);
+  if (good && choices.judges && type.find("text") != string::npos) check(codings.known || body.empty());
   if (good && choices.judges && !choices.inserts && type.find("text") != string::npos && body.size() < 60000)
     check(!isBlockedText(body));
   destroyHeader(&header);
