@@ -53,20 +53,6 @@ BodyRead spoil(BodySource &source, size_t count) {
   return count > 0 ? BodyRead::piece : BodyRead::broken;
 }
 
-/* Waits for more of a body; `piece` when there is some, or its end. */
-BodyRead awaitBody(int fd, int64_t waitMilliseconds, int client) {
-  switch (waitReadable(fd, waitMilliseconds, client)) {
-    case Wait::ready:
-      return BodyRead::piece;
-    case Wait::timedOut:
-      return BodyRead::timedOut;
-    case Wait::clientLeft:
-      return BodyRead::clientLeft;
-    default:
-      return BodyRead::broken;
-  }
-}
-
 int64_t untilDeadline(const BodySource &source, int milliseconds) {
   if (source.deadline == Clock::time_point{}) return milliseconds;
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(source.deadline - Clock::now()).count();
@@ -214,6 +200,19 @@ void startBody(BodySource &source, const ResponseFraming &framing) {
   source.kind = framing.kind;
   source.remaining = framing.length;
   source.ended = framing.kind == BodyKind::none || (framing.kind == BodyKind::length && framing.length == 0);
+}
+
+BodyRead awaitBody(int fd, int64_t waitMilliseconds, int client) {
+  switch (waitReadable(fd, waitMilliseconds, client)) {
+    case Wait::ready:
+      return BodyRead::piece;
+    case Wait::timedOut:
+      return BodyRead::timedOut;
+    case Wait::clientLeft:
+      return BodyRead::clientLeft;
+    default:
+      return BodyRead::broken;
+  }
 }
 
 BodyRead readBody(int fd, BodySource &source, char *out, size_t room, size_t &count, int waitMilliseconds, int client) {

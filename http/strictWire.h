@@ -62,6 +62,9 @@ void startBody(BodySource &source, const ResponseFraming &framing);
 
 enum class BodyRead { piece, end, timedOut, broken, clientLeft };
 
+/* Waits for more of a body; `piece` when there is some, or its end. `client` is watched as above. */
+BodyRead awaitBody(int fd, int64_t waitMilliseconds, int client);
+
 /* Reads what has arrived of the body, at least a byte and at most `room`, waiting up to `waitMilliseconds` (negative:
    without limit). `broken`: the peer broke off before the body's end, or sent what is no body. `client` is watched as
    above. */

@@ -11,6 +11,7 @@
 #include "connection/strict/steps.h"
 #include "http/httpHeader.h"
 #include "http/strictForward.h"
+#include "http/strictRelay.h"
 #include "log/debugLog.h"
 #include "log/resultLine.h"
 #include "policy/popupIndex.h"
@@ -141,6 +142,25 @@ bool passUnread(Delivery &delivery) {
   return bytes.empty() || release(delivery, bytes.data(), bytes.size());
 }
 
+/* Whether nobody looks at what is left, and it is enough to be worth a pipe. */
+bool mayRelay(const Delivery &delivery) {
+  constexpr uint64_t least = 256 * 1024;
+  const bool isLookedAt = delivery.judges || delivery.inserts || delivery.scans || delivery.decodes;
+  if (isLookedAt || mayStore(delivery.cycle) || !delivery.cycle.responseBegun) return false;
+  return delivery.source.kind == BodyKind::length && delivery.source.remaining >= least;
+}
+
+/* `on` where it cannot be done. */
+Flow relayRest(Delivery &delivery) {
+  const Ends &ends = delivery.connection.ends;
+  const BodyRead read = relayBody(ends.upstream, delivery.source, ends.client, upstreamMilliseconds(), patientSeconds,
+                                  delivery.delivered);
+  if (read == BodyRead::piece) return Flow::on;
+  if (read == BodyRead::end) return Flow::finished;
+  if (read == BodyRead::clientLeft) return Flow::gone;
+  return cutOff(delivery, read == BodyRead::timedOut);
+}
+
 Flow handlePieces(Delivery &delivery) {
   for (;;) {
     const Flow read = readPiece(delivery);
@@ -161,6 +181,9 @@ Flow handlePieces(Delivery &delivery) {
       continue;
     }
     if (read != Flow::on) return read == Flow::unjudged ? Flow::cut : read;
+    if (!mayRelay(delivery)) continue;
+    const Flow relayed = relayRest(delivery);
+    if (relayed != Flow::on) return relayed;
   }
 }
 

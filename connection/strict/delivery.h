@@ -66,6 +66,12 @@ struct Delivery {
    not ended; what had arrived is judged and delivered first. */
 Flow readPiece(Delivery &delivery);
 
+/* How long the upstream may say nothing; negative: without limit. */
+int upstreamMilliseconds();
+
+/* Nothing more comes, though the body has not ended. */
+Flow cutOff(Delivery &delivery, bool timedOut);
+
 /* Takes the coded bytes whose text has all come out of the decoder. */
 std::string takeSettled(Delivery &delivery);
 

@@ -19,8 +19,6 @@ constexpr size_t mostPending = 256 * 1024; /* coded bytes may go on without ever
 
 enum class Read { piece, end, timedOut, broken, unreadable, clientLeft };
 
-int upstreamMilliseconds() { return PROXY_TIMEOUT <= 0 || PROXY_TIMEOUT > 86400 ? -1 : PROXY_TIMEOUT * 1000; }
-
 Read asRead(BodyRead read) {
   switch (read) {
     case BodyRead::piece:
@@ -87,6 +85,14 @@ Read readFirst(Delivery &delivery, size_t &count) {
 
 }  // namespace
 
+int upstreamMilliseconds() { return PROXY_TIMEOUT <= 0 || PROXY_TIMEOUT > 86400 ? -1 : PROXY_TIMEOUT * 1000; }
+
+Flow cutOff(Delivery &delivery, bool timedOut) {
+  delivery.timedOut = timedOut;
+  dprintf(2, "Error %d while recieving http body\n", timedOut ? 2 : 3);
+  return Flow::cut;
+}
+
 std::string takeSettled(Delivery &delivery) {
   const bool isDrained = delivery.codedStart == delivery.codedEnd && !delivery.decoderHoldsOutput;
   const size_t count = isDrained ? delivery.pending.size() : delivery.settled;
@@ -110,11 +116,7 @@ Flow readPiece(Delivery &delivery) {
     if (read == Read::unreadable) return Flow::unjudged;
     if (read == Read::clientLeft) return Flow::gone;
     if (read == Read::timedOut && !begins) return Flow::on;
-    if (read != Read::piece) {
-      delivery.timedOut = read == Read::timedOut;
-      dprintf(2, "Error %d while recieving http body\n", delivery.timedOut ? 2 : 3);
-      return Flow::cut;
-    }
+    if (read != Read::piece) return cutOff(delivery, read == Read::timedOut);
     if (!delivery.gathers || delivery.pending.size() >= mostPending) return Flow::on;
   }
   return Flow::on;

@@ -54,6 +54,7 @@ TEST_F(CachedTest, cleanPagesAreStoredWhenTheyAreWhole) {
       {0, get, response("Connection: close\r\n", "ok"), -1},
       {1, get, page, 0},
       {1, get, response(dated, "x window.open x"), -1},
+      {1, get, response(dated, std::string(600'000, 'x') + "window.open"), -1},
       {1, "HEAD http://h/p HTTP/1.1\r\nHost: h\r\n\r\n", response(dated, ""), -1},
       {1, get, start + dated + "Content-Length: 50\r\n\r\nhalf", -1},
       {1, get, start + dated + "Transfer-Encoding: chunked\r\n\r\n2\r\nok\r\n", -1}};
