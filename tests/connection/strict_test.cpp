@@ -18,14 +18,18 @@ class StrictTest : public ScanTest {
     startScanSize = 0;
   }
 
+  /* The head of a request to a site of the test's own. */
+  static std::string ask(int port, const std::string &fields = "", const std::string &method = "GET") {
+    return method + " http://127.0.0.1:" + std::to_string(port) + "/p HTTP/1.1\r\nHost: h\r\n" + fields + "\r\n";
+  }
+
   /* One answer, whatever bytes are in it. */
   std::string serveOne(const std::string &answer) {
     const ScriptedDaemon upstream([&](int fd) {
       readOnce(fd);
       say(fd, answer);
     });
-    const std::string host = "127.0.0.1:" + std::to_string(upstream.port);
-    return serveDirect("GET http://" + host + "/p HTTP/1.1\r\nHost: " + host + "\r\n\r\n");
+    return serveDirect(ask(upstream.port));
   }
 
   /* A category that blocks pages with the word " vexatious ". */
@@ -70,17 +74,26 @@ TEST_F(StrictTest, everyFramingIsReadToItsEndAndNoFurther) {
   }
 }
 
-TEST_F(StrictTest, brokenAnswersAreToldOrCutShort) {
-  const std::pair<std::string, const char *> cases[] = {
-      {"HTTP/1.1 200 OK\r\nContent-Length: +5\r\n\r\nhello close", "502 Bad Gateway"},
-      {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\nclose", "502 Bad Gateway"},
-      {"HTTP/1.1 200 OK\r\nContent-Length: 50\r\n\r\nhalf close", "Content-Length: 50\r\n\r\nhalf close"},
-      {"HTTP/1.1 200 OK\r\nX: close\r\n", "502 Bad Gateway"},
-      {"HTTP/1.1 101 Switching Protocols\r\nUpgrade: x\r\n\r\nclose", "502 Bad Gateway"}};
-  for (const auto &[sent, expected] : cases) {
-    const std::string answer = serve(std::string(get) + get, {sent});
-    EXPECT_NE(answer.find(expected), std::string::npos) << sent << answer;
+/* One for each place that refuses: nothing follows on the connection, and of a request nothing reaches the upstream. */
+TEST_F(StrictTest, brokenMessagesAreToldOrCutShort) {
+  const std::string host = " HTTP/1.1\r\nHost: h\r\n", ok = "HTTP/1.1 200 OK\r\n", gateway = "HTTP/1.1 502 Bad Gateway";
+  const std::tuple<std::string, std::string, std::string> cases[] = {
+      {get, ok + "Content-Length: +5\r\n\r\nhello close", gateway},
+      {get, ok + "Transfer-Encoding: chunked\r\n\r\nzz\r\nclose", gateway},
+      {get, ok + "Content-Length: 50\r\n\r\nhalf close", "Content-Length: 50\r\n\r\nhalf close"},
+      {get, ok + "X: close\r\n", gateway},
+      {get, "HTTP/1.1 101 Switching Protocols\r\nUpgrade: x\r\n\r\nclose", gateway},
+      {"POST http://h/" + host + "Transfer-Encoding: gzip, chunked\r\n\r\n0\r\n\r\n", "", "HTTP/1.1 501 "},
+      {"GET http://u@h/" + host + "\r\n", "", "HTTP/1.1 400 "},
+      {"GET ftp://h/" + host + "\r\n", "", "HTTP/1.1 501 "},
+      {"GET http://h/" + host + "Via: 1.1 netsift, 1.1 netsift\r\nVia: 1.1 netsift, 1.0 netsift\r\n\r\n", "",
+       "HTTP/1.1 508 "},
+      {"GET http://h/" + host + "X: " + std::string(70000, 'x') + "\r\n\r\n", "", "HTTP/1.1 431 "}};
+  for (const auto &[request, sent, expected] : cases) {
+    const std::string answer = serve(request + get, {sent.empty() ? response("", "reached") : sent});
+    EXPECT_NE(answer.find(expected), std::string::npos) << request.substr(0, 90) << sent << answer;
     EXPECT_EQ(answer.rfind("HTTP/1.1 "), 0U) << "nothing follows on the connection";
+    EXPECT_EQ(forwarded.empty(), sent.empty()) << request.substr(0, 90);
     EXPECT_EQ(result, -1);
   }
 }
@@ -89,22 +102,6 @@ TEST_F(StrictTest, aProtocolThatTheClientOfferedIsRelayed) {
   const std::string all = "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\n\r\nspoken until the close";
   endsRequests = false;
   EXPECT_EQ(serve("GET http://h/p HTTP/1.1\r\nHost: h\r\nUpgrade: websocket\r\n\r\n", {all}), all);
-}
-
-/* One for each place that refuses: nothing reaches the upstream, and the connection ends. */
-TEST_F(StrictTest, refusedRequestsReachNobody) {
-  const std::pair<std::string, int> cases[] = {
-      {"POST http://h/ HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: gzip, chunked\r\n\r\n0\r\n\r\n", 501},
-      {"GET http://u@h/ HTTP/1.1\r\nHost: h\r\n\r\n", 400},
-      {"GET ftp://h/ HTTP/1.1\r\nHost: h\r\n\r\n", 501},
-      {"GET http://h/ HTTP/1.1\r\nHost: h\r\nVia: 1.1 netsift, 1.1 netsift\r\nVia: 1.1 netsift, 1.0 netsift\r\n\r\n",
-       508},
-      {"GET http://h/ HTTP/1.1\r\nHost: h\r\nX: " + std::string(70000, 'x') + "\r\n\r\n", 431}};
-  for (const auto &[request, status] : cases) {
-    const std::string answer = serve(request + get, {response("", "reached")});
-    EXPECT_EQ(answer.find("HTTP/1.1 " + std::to_string(status) + " "), 0U) << request.substr(0, 90) << answer;
-    EXPECT_EQ(forwarded, "") << request.substr(0, 90);
-  }
 }
 
 TEST_F(StrictTest, requestBodiesAreTakenToTheByte) {
@@ -154,14 +151,13 @@ TEST_F(StrictTest, chunksGoOnAsChunksOrWithALengthToWhomDoesNotKnowThem) {
         if (isWhole())
           say(fd, "HTTP/1." + std::to_string(c.version) + " 200 OK\r\nConnection: close\r\nContent-Length: 0\r\n\r\n");
       });
-      const std::string site = "http://127.0.0.1:" + std::to_string(upstream.port), rest = " HTTP/1.1\r\nHost: h\r\n";
-      const std::string before = "GET " + site + "/1" + rest + "\r\n", after = "GET " + site + "/2" + rest + "\r\n";
-      answer = serveDirect(before + "POST " + site + "/p" + rest + c.request + after);
+      const std::string plain = ask(upstream.port), post = ask(upstream.port, "", "POST");
+      answer = serveDirect(plain + post.substr(0, post.size() - 2) + c.request + plain);
       shutdown(proxysock, SHUT_RDWR);
     }
     const std::string which = c.request.substr(0, 60) + std::to_string(c.version) + answer;
     const size_t from = std::min(received.find("POST /p HTTP/1.1"), received.size()),
-                 to = received.find("GET /2", from);
+                 to = received.find("GET /p", from);
     EXPECT_EQ(to == std::string::npos, c.fields.empty()) << which;
     EXPECT_EQ(answer.find("HTTP/1.1 400") != std::string::npos, c.fields.empty()) << which;
     if (c.fields.empty()) continue;
@@ -201,10 +197,7 @@ TEST_F(StrictTest, aConnectionIsKeptToEachOfFourSites) {
         for (count++; readOnce(fd).ends_with("\r\n\r\n");) say(fd, "HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\n.");
       });
     }
-    for (const int number : {0, 1, 2, 3, 0, 1, 2, 3, 4, 3, 0}) {
-      const std::string site = "127.0.0.1:" + std::to_string(std::next(sites.begin(), number)->port);
-      requests += "GET http://" + site + "/ HTTP/1.1\r\nHost: " + site + "\r\n\r\n";
-    }
+    for (const int number : {0, 1, 2, 3, 0, 1, 2, 3, 4, 3, 0}) requests += ask(std::next(sites.begin(), number)->port);
     answer = serveDirect(requests);
     close(proxysock);
   }
@@ -238,10 +231,8 @@ TEST_F(StrictTest, aSilentConnectionIsKeptForTheNextClientUnlessItIsPersonal) {
       const ScriptedDaemon site([&, &first = first](int fd) {
         for (opened++; !readOnce(fd).empty();) say(fd, answers.empty() ? first : good);
       });
-      const std::string host = "127.0.0.1:" + std::to_string(site.port);
-      const std::string request = "GET http://" + host + "/ HTTP/1.1\r\nHost: " + host + "\r\n";
-      answers = serveDirect(request + fields + "\r\n");
-      answers += serveDirect(request + "\r\n");
+      answers = serveDirect(ask(site.port, fields));
+      answers += serveDirect(ask(site.port));
       netsift_releaseUpstreams();
     }
     EXPECT_EQ(opened, count) << seconds << fields << first;
@@ -262,10 +253,8 @@ TEST_F(StrictTest, aLoginThatWasSentAgainIsNotTheNextClientsEither) {
       say(fd, good);
       if (opened++ > 0 && !readOnce(fd).empty()) say(fd, good);
     });
-    const std::string host = "127.0.0.1:" + std::to_string(site.port);
-    const std::string request = "GET http://" + host + "/ HTTP/1.1\r\nHost: " + host + "\r\n";
     for (const char *login : {"", "Authorization: Negotiate x\r\n", ""}) {
-      answers = serveDirect(request + login + "\r\n");
+      answers = serveDirect(ask(site.port, login));
       EXPECT_TRUE(answers.ends_with("\r\n\r\n.")) << login << answers;
     }
     netsift_releaseUpstreams();
@@ -277,21 +266,21 @@ TEST_F(StrictTest, aLoginThatWasSentAgainIsNotTheNextClientsEither) {
 /* What a site does with a second request on the connection of the first, then with that on a new one. */
 TEST_F(StrictTest, aKeptConnectionThatFailsIsTriedOnceMoreAnewBeforeAnyAnswer) {
   const std::string good = "HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\n.", bad = "HTTP/1.1 502 Bad Gateway";
-  const std::string hints = "HTTP/1.1 103 Early Hints\r\n\r\n", end = "\r\n\r\n";
+  const std::string hints = "HTTP/1.1 103 Early Hints\r\n\r\n", login = "Authorization: NTLM x\r\n";
   const struct {
-    std::string method, rest, again, anew, expected;
+    std::string method, fields, again, anew, expected;
     int opened;
     size_t asked;
-  } cases[] = {{"GET", end, "", good, good, 2, 3},
-               {"GET", end, "", "", bad, 2, 3},
-               {"GET", end, "HTTP/1.1 2", good, bad, 1, 2},
-               {"GET", end, hints, good, bad, 1, 2},
-               {"GET", end, "HTTP/1.1 200 OK" + end, good, "HTTP/1.1 200", 1, 2},
-               {"POST", "\r\nContent-Length: 0" + end, "", good, good, 2, 2},
-               {"PUT", "\r\nContent-Length: 1" + end + "b", "", good, good, 2, 2},
-               {"PUT", "\r\nContent-Length: 1" + end + "b", "", "", bad, 2, 2},
-               {"DELETE", "\r\nContent-Length: 1" + end + "b", "", good, good, 2, 2},
-               {"POST", "\r\nContent-Length: 0\r\nAuthorization: NTLM x" + end, "", good, bad, 1, 2}};
+  } cases[] = {{"GET", "", "", good, good, 2, 3},
+               {"GET", "", "", "", bad, 2, 3},
+               {"GET", "", "HTTP/1.1 2", good, bad, 1, 2},
+               {"GET", "", hints, good, bad, 1, 2},
+               {"GET", "", "HTTP/1.1 200 OK\r\n\r\n", good, "HTTP/1.1 200", 1, 2},
+               {"POST", "", "", good, good, 2, 2},
+               {"PUT", "", "", good, good, 2, 2},
+               {"PUT", "", "", "", bad, 2, 2},
+               {"DELETE", "", "", good, good, 2, 2},
+               {"POST", login, "", good, bad, 1, 2}};
   for (const auto &c : cases) {
     int opened = 0;
     std::string answer, heard;
@@ -304,35 +293,35 @@ TEST_F(StrictTest, aKeptConnectionThatFailsIsTriedOnceMoreAnewBeforeAnyAnswer) {
         if (!second.empty()) say(fd, c.again);
         heard += second;
       });
-      const std::string host = "127.0.0.1:" + std::to_string(site.port);
-      const std::string target = " http://" + host + "/ HTTP/1.1\r\nHost: " + host;
-      answer = serveDirect("GET" + target + "\r\nAuthorization: NTLM x" + end + c.method + target + c.rest);
+      const std::string body = c.method == "PUT" || c.method == "DELETE" ? "b" : "",
+                        length = c.method == "GET" ? "" : "Content-Length: " + std::to_string(body.size()) + "\r\n";
+      answer = serveDirect(ask(site.port, login) + ask(site.port, c.fields + length, c.method) + body);
       shutdown(proxysock, SHUT_RDWR);
     }
-    const std::string later = answer.substr(answer.find("HTTP/1.1", 1));
+    const std::string which = c.method + c.fields + c.again, later = answer.substr(answer.find("HTTP/1.1", 1));
     EXPECT_EQ(answer.find("HTTP/1.1 200 OK"), 0U);
-    EXPECT_NE(later.find(c.expected.substr(0, 12)), std::string::npos) << c.method << c.rest << c.again << answer;
-    EXPECT_EQ(opened, c.opened) << c.method << c.rest << c.again;
-    EXPECT_EQ(occurrences(heard, "Host: "), c.asked) << c.method << c.rest << c.again;
+    EXPECT_NE(later.find(c.expected.substr(0, 12)), std::string::npos) << which << answer;
+    EXPECT_EQ(opened, c.opened) << which;
+    EXPECT_EQ(occurrences(heard, "Host: "), c.asked) << which;
   }
 }
 
 /* Nobody's is what comes behind an answer, or behind one to a body that the next hop may have taken for requests. */
 TEST_F(StrictTest, aConnectionIsKeptWhereTheEndsOfBodyAndAnswerWereSeen) {
-  const std::string chunks = "Transfer-Encoding: chunked\r\n\r\n1\r\n.\r\n0\r\n\r\n", end = "\r\n\r\n",
-                    length = "Content-Length: 1\r\n\r\n.";
+  const std::string chunks = "Transfer-Encoding: chunked\r\n\r\n1\r\n.\r\n0\r\n\r\n",
+                    length = "Content-Length: 1\r\n\r\n.", kept = "1.0 200 OK\r\nConnection: keep-alive\r\n";
   const struct {
     bool isProxy;
-    std::string method, body, answer;
+    std::string body, answer; /* of a POST, or of a GET where there is none */
     int opened;
-  } cases[] = {{true, "POST", chunks, "1.1 200 OK\r\n" + length, 1},
-               {true, "POST", chunks, "1.0 200 OK\r\nConnection: keep-alive\r\n" + length, 2},
-               {true, "POST", length, "1.0 200 OK\r\nConnection: keep-alive\r\n" + length, 1},
-               {false, "POST", length, "1.1 200 OK\r\n" + length, 2},
-               {false, "GET", "\r\n", "1.1 200 OK\r\n" + chunks, 1},
-               {false, "GET", "\r\n", "1.1 200 OK\r\n" + chunks + "H", 2},
-               {false, "GET", "\r\n", "1.1 200 OK\r\n" + length + "H", 2},
-               {false, "GET", "\r\n", "1.1 200 OK\r\nContent-Length: 9\r\n" + chunks, 2}};
+  } cases[] = {{true, chunks, "1.1 200 OK\r\n" + length, 1},
+               {true, chunks, kept + length, 2},
+               {true, length, kept + length, 1},
+               {false, length, "1.1 200 OK\r\n" + length, 2},
+               {false, "", "1.1 200 OK\r\n" + chunks, 1},
+               {false, "", "1.1 200 OK\r\n" + chunks + "H", 2},
+               {false, "", "1.1 200 OK\r\n" + length + "H", 2},
+               {false, "", "1.1 200 OK\r\nContent-Length: 9\r\n" + chunks, 2}};
   for (const auto &c : cases) {
     int opened = 0;
     {
@@ -340,67 +329,48 @@ TEST_F(StrictTest, aConnectionIsKeptWhereTheEndsOfBodyAndAnswerWereSeen) {
         opened++;
         for (std::string got, piece; !(piece = readOnce(fd)).empty();) {
           got += piece;
-          if (!got.ends_with(got.starts_with("GET") ? end : c.body.substr(c.body.size() - 5))) continue;
+          if (!got.ends_with(got.starts_with("GET") ? "\r\n\r\n" : c.body.substr(c.body.size() - 5))) continue;
           say(fd, "HTTP/" + c.answer);
           got.clear();
         }
       });
       if (c.isProxy) goThrough(hop.port);
-      const std::string target = " http://127.0.0.1:" + std::to_string(hop.port) + "/ HTTP/1.1\r\nHost: h\r\n";
-      const std::string answer = serveDirect(c.method + target + c.body + "GET" + target + "\r\n");
-      EXPECT_EQ(occurrences(answer, "HTTP/1.1 200 OK"), 2U) << c.method << c.body << c.answer << answer;
+      std::string first = ask(hop.port, "", c.body.empty() ? "GET" : "POST");
+      if (!c.body.empty()) first.replace(first.size() - 2, 2, c.body);
+      const std::string answer = serveDirect(first + ask(hop.port));
+      EXPECT_EQ(occurrences(answer, "HTTP/1.1 200 OK"), 2U) << c.body << c.answer << answer;
       shutdown(proxysock, SHUT_RDWR);
       ProxyPresent = 0;
     }
-    EXPECT_EQ(opened, c.opened) << c.method << c.body << c.answer;
+    EXPECT_EQ(opened, c.opened) << c.body << c.answer;
   }
 }
 
-TEST_F(StrictTest, uploadsAreRefusedBeforeAnythingGoesUpstream) {
+/* Each with a length, and in chunks of seven bytes, whose borders fall everywhere. */
+TEST_F(StrictTest, uploadsAreFoundWhateverTheyAreCodedInAndBeforeAnythingGoesUpstream) {
   blockupload = 1;
-  const std::string before(65536 - 40, '-'); /* so that the part's head lies across two windows */
-  /* The longest field that is looked at, beginning where the second window holds it and the first lacks its end. */
-  const std::string early(65536 - 16403, '-'), name = "content-disposition: form-data; name=\"",
-                                               file = "\"; filename=x";
-  const std::string longest =
-      early + name + std::string(16404 - name.size() - file.size(), 'n') + file + "\r\n\r\nDATA";
-  const std::pair<std::string, bool> cases[] = {
-      {before + "Content-Disposition: form-data; name=\"f\"; filename=\"secret\"\r\n\r\nDATA", false},
-      {before + "Content-Disposition: form-data; name=\"f\"; filament=\"secret\"\r\n\r\nDATA", true},
-      {longest, false},
-      {"content-disposition:form-data;  filename*=utf-8''x\r\n\r\nDATA", false},
-      {"content-disposition: form-data; name=\"" + std::string(16400, 'n') + "\"\r\n\r\nDATA", false},
-      {"{\"note\": \"no Content-Disposition here\"" + std::string(20000, ' ') + "}", true},
-      {"content-disposition: form-data; filename*0=x\r\n\r\nDATA", false},
-      {"Content-Disposition: form-data; a=1;\r\n FileName = x\r\n\r\n", false}};
-  for (const auto &[body, allowed] : cases) {
-    const std::string head = "POST http://h/x HTTP/1.1\r\nHost: h\r\nContent-Length: " + std::to_string(body.size());
-    const std::string answer = serve(head + "\r\n\r\n" + body, {response("", "ok")});
-    EXPECT_EQ(answer.find(allowed ? "HTTP/1.1 200 " : "HTTP/1.1 403 "), 0U) << answer;
-    EXPECT_EQ(allowed ? bodyOf(forwarded) : forwarded, allowed ? body : "");
-    std::string chunks; /* of seven bytes, whose borders fall everywhere */
-    for (size_t at = 0; at < body.size(); at += 7) chunks += asChunk(body.substr(at, 7));
-    const std::string inChunks =
-        serve("POST http://h/x HTTP/1.1\r\nHost: h\r\nTransfer-Encoding: chunked\r\n\r\n" + chunks + "0\r\n\r\n",
-              {response("", "ok")});
-    EXPECT_EQ(inChunks.find(allowed ? "HTTP/1.1 200 " : "HTTP/1.1 403 "), 0U) << answer;
-    EXPECT_EQ(forwarded.empty(), !allowed);
-  }
-}
-
-TEST_F(StrictTest, uploadsAreFoundWhateverTheyAreCodedInAndWhereverTheyGo) {
-  blockupload = 1;
-  const std::string file = "content-disposition: form-data; name=f; filename=x\r\n\r\n",
+  const std::string part = "content-disposition: form-data; name=", file = part + "f; filename=x\r\n\r\n",
                     field = "Content-Disposition: form-data; name=f\r\n\r\n", gzip = "Content-Encoding: gzip\r\n",
-                    form = "Content-Type: Multipart/Form-Data; boundary=b", big(100000, '-');
+                    form = "Content-Type: Multipart/Form-Data; boundary=b", big(65536 - 40, '-');
+  /* The longest field that is looked at, beginning where the second window holds it and the first lacks its end. */
+  const std::string early(65536 - 16403, '-'),
+      last = "\"; filename=x", longest = part + '"' + std::string(16404 - part.size() - 1 - last.size(), 'n') + last;
   std::string wide, noise;
   for (const char c : file) wide += std::string(1, c) + '\0';
   for (unsigned i = 0; i < 40000; i++) noise += static_cast<char>(' ' + (i * 2654435761U >> 26));
   const std::string whole = compressed(noise + field, 31);
   const std::tuple<std::string, std::string, std::string, bool> cases[] = {
+      {"", "", big + "Content-Disposition: form-data; name=\"f\"; filename=\"secret\"\r\n\r\nDATA", false},
+      {"", "", big + "Content-Disposition: form-data; name=\"f\"; filament=\"secret\"\r\n\r\nDATA", true},
+      {"", "", early + longest + "\r\n\r\nDATA", false},
+      {"", "", "content-disposition:form-data;  filename*=utf-8''x\r\n\r\nDATA", false},
+      {"", "", part + '"' + std::string(16400, 'n') + "\"\r\n\r\nDATA", false},
+      {"", "", "{\"note\": \"no Content-Disposition here\"" + std::string(20000, ' ') + "}", true},
+      {"", "", "content-disposition: form-data; filename*0=x\r\n\r\nDATA", false},
+      {"", "", "Content-Disposition: form-data; a=1;\r\n FileName = x\r\n\r\n", false},
       {":8100", "", file, false},
       {"", "", std::string(65535, '-') + wide, false}, /* its first zero byte in another piece than its first letter */
-      {"", "", big + std::string(1, '\0') + wide, false},
+      {"", "", std::string(100000, '-') + std::string(1, '\0') + wide, false},
       {"", gzip, compressed(noise + file, 31), false},
       {"", gzip, compressed(noise, 31) + compressed(wide, 31), false},
       {"", gzip, whole, true},
@@ -418,12 +388,16 @@ TEST_F(StrictTest, uploadsAreFoundWhateverTheyAreCodedInAndWhereverTheyGo) {
       {"", "Content-Type: text/plain; charset=utf-16\r\n", "x", true},
       {"", "Content-Type: text/plain, multipart/form-data\r\n", "x", false}};
   for (const auto &[port, fields, body, allowed] : cases) {
-    const std::string length = "Content-Length: " + std::to_string(body.size());
-    const std::string answer =
-        serve("POST http://h" + port + "/x HTTP/1.1\r\nHost: h\r\n" + fields + length + "\r\n\r\n" + body,
-              {response("", "ok")});
-    EXPECT_EQ(answer.find(allowed ? "HTTP/1.1 200 " : "HTTP/1.1 403 "), 0U) << port << fields << body.substr(0, 60);
-    EXPECT_TRUE(allowed ? bodyOf(forwarded) == body : forwarded.empty()) << port << fields;
+    const std::string head = "POST http://h" + port + "/x HTTP/1.1\r\nHost: h\r\n" + fields;
+    const std::string which = port + fields + body.substr(0, 60), status = allowed ? "HTTP/1.1 200 " : "HTTP/1.1 403 ";
+    const std::string length = "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n";
+    EXPECT_EQ(serve(head + length + body, {response("", "ok")}).find(status), 0U) << which;
+    EXPECT_TRUE(allowed ? bodyOf(forwarded) == body : forwarded.empty()) << which;
+    std::string chunks;
+    for (size_t at = 0; at < body.size(); at += 7) chunks += asChunk(body.substr(at, 7));
+    const std::string coded = "Transfer-Encoding: chunked\r\n\r\n" + chunks + "0\r\n\r\n";
+    EXPECT_EQ(serve(head + coded, {response("", "ok")}).find(status), 0U) << which;
+    EXPECT_EQ(forwarded.empty(), !allowed) << which;
   }
 }
 
