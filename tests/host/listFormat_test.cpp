@@ -21,66 +21,43 @@ std::string meaning(const std::string &format, const std::string &line, bool blo
   return entries;
 }
 
+void expectMeaning(const std::string &format, const std::string &entries, const std::vector<std::string> &lines) {
+  for (const std::string &line : lines) EXPECT_EQ(meaning(format, line), entries) << format << " " << line;
+}
+
 }  // namespace
 
 TEST(ListFormat, LinesBecomeTheEntriesThatTheyMean) {
-  const std::tuple<const char *, std::string, std::string> cases[] = {
-      {"hosts", "0.0.0.0 A.example\tb.example # c.example", "a.example b.example"},
-      {"hosts", "::1 localhost ip6-loopback d.example", "d.example"},
-      {"hosts", "127.0.0.1 localhost", ""},
-      {"hosts", "192.168.0.5 nas", "-"},
-      {"hosts", "e.example", "e.example"},
-      {"hosts", "e.example f.example", "-"},
-      {"hosts", "fe80::1 localhost", ""},
-      {"domains", "  Example.ORG.  ", "example.org"},
-      {"domains", ".example.org", "example.org"},
-      {"domains", "*.example.org", "example.org"},
-      {"domains", "https://www.example.org:8443/", "example.org"},
-      {"domains", "www.example.org/x", "-"},
-      {"domains", "www.gov.uk", "www.gov.uk"},
-      {"domains", "www.com", "www.com"},
-      {"domains", "www.museum.uk", "museum.uk"},
-      {"domains",
-       "b\xC3\xBC"
-       "cher.example # books",
-       "xn--bcher-kva.example"},
-      {"domains", "xn--bcher-kva.example", "xn--bcher-kva.example"},
-      {"domains", "192.168", "192.168"},
-      {"domains", "192.168.*", "192.168"},
-      {"domains", "0x7F.1", "127.0.0.1"},
-      {"domains", "[0::1]", "[::1]"},
-      {"domains", "a*.example", "-"},
-      {"domains", "a b", "-"},
-      {"domains", "a@b.example", "-"},
-      {"domains", "\xFF.example", "-"},
-      {"domains", "# note", ""},
-      {"adblock", "||Ads.example^", "ads.example"},
-      {"adblock", "||ads.example^|", "ads.example"},
-      {"adblock", "||*.ads.example^$document,important", "ads.example"},
-      {"adblock", "||ads.example^$third-party", "-"},
-      {"adblock", "@@||ads.example^", "-"},
-      {"adblock", "||ads.example/banner", "-"},
-      {"adblock", "/banner/*", "-"},
-      {"adblock", "example.org##.ad", "-"},
-      {"adblock", "! a comment", ""},
-      {"adblock", "[Filters 2.0]", ""},
-      {"urls", "HTTP://www.Example.org:81/Games/#top", "www.example.org/Games example.org/Games"},
-      {"urls", "example.org/a%20b?c=%41 # note", "example.org/a b?c=A"},
-      {"urls", "example.org/a b#c", "example.org/a b"},
-      {"urls", "example.org?q", "example.org/?q"},
-      {"urls",
-       "B\xC3\x9C"
-       "cher.example./x",
-       "xn--bcher-kva.example/x"},
-      {"urls", "Example.org:80/Games*", "example.org/Games*"},
-      {"urls", "Example*Word*", "example*Word*"},
-      {"urls", "*W\xC3\xB6rt*", "*W\xC3\xB6rt*"},
-      {"urls", "\xC3\xB6*", "-"},
-      {"urls", "example.org/%2A", "-"},
-      {"urls", "example.org/%0A", "-"},
-      {"urls", "u:p@example.org/", "-"},
-  };
-  for (const auto &[format, line, entries] : cases) EXPECT_EQ(meaning(format, line), entries) << format << " " << line;
+  expectMeaning("hosts", "a.example b.example", {"0.0.0.0 A.example\tb.example # c.example"});
+  expectMeaning("hosts", "d.example", {"::1 localhost ip6-loopback d.example"});
+  expectMeaning("hosts", "", {"127.0.0.1 localhost", "fe80::1 localhost"});
+  expectMeaning("hosts", "-", {"192.168.0.5 nas", "e.example f.example"});
+  expectMeaning("hosts", "e.example", {"e.example"});
+  expectMeaning("domains", "example.org",
+                {"  Example.ORG.  ", ".example.org", "*.example.org", "https://www.example.org:8443/"});
+  expectMeaning("domains", "-", {"www.example.org/x", "a*.example", "a b", "a@b.example", "\xFF.example"});
+  expectMeaning("domains", "www.gov.uk", {"www.gov.uk"});
+  expectMeaning("domains", "www.com", {"www.com"});
+  expectMeaning("domains", "museum.uk", {"www.museum.uk"});
+  expectMeaning("domains", "xn--bcher-kva.example", {"b\u00FCcher.example # books", "xn--bcher-kva.example"});
+  expectMeaning("domains", "192.168", {"192.168", "192.168.*"});
+  expectMeaning("domains", "127.0.0.1", {"0x7F.1"});
+  expectMeaning("domains", "[::1]", {"[0::1]"});
+  expectMeaning("domains", "", {"# note"});
+  expectMeaning("adblock", "ads.example", {"||Ads.example^", "||ads.example^|", "||*.ads.example^$document,important"});
+  expectMeaning(
+      "adblock", "-",
+      {"||ads.example^$third-party", "@@||ads.example^", "||ads.example/banner", "/banner/*", "example.org##.ad"});
+  expectMeaning("adblock", "", {"! a comment", "[Filters 2.0]"});
+  expectMeaning("urls", "www.example.org/Games example.org/Games", {"HTTP://www.Example.org:81/Games/#top"});
+  expectMeaning("urls", "example.org/a b?c=A", {"example.org/a%20b?c=%41 # note"});
+  expectMeaning("urls", "example.org/a b", {"example.org/a b#c"});
+  expectMeaning("urls", "example.org/?q", {"example.org?q"});
+  expectMeaning("urls", "xn--bcher-kva.example/x", {"B\u00DCcher.example./x"});
+  expectMeaning("urls", "example.org/Games*", {"Example.org:80/Games*"});
+  expectMeaning("urls", "example*Word*", {"Example*Word*"});
+  expectMeaning("urls", "*W\xC3\xB6rt*", {"*W\xC3\xB6rt*"});
+  expectMeaning("urls", "-", {"\xC3\xB6*", "example.org/%2A", "example.org/%0A", "u:p@example.org/"});
   EXPECT_EQ(meaning("domains", "www.example.org", false), "www.example.org") << "what exempts is not widened";
   EXPECT_EQ(meaning("urls", "www.example.org/a", false), "www.example.org/a");
 }
