@@ -45,50 +45,34 @@ string readHello(const string &bytes, size_t *needed = nullptr) {
   return parse == Parse::bad ? "bad" : found.serverName.empty() ? "-" : found.serverName;
 }
 
+void expectHello(const string &expected, const std::vector<string> &all) {
+  for (const string &bytes : all) EXPECT_EQ(readHello(bytes), expected) << testing::PrintToString(bytes);
+}
+
 const string name = named(hostName("a.example"));
 
 }  // namespace
 
 TEST(clientHello, theNameOfOneThatIsWholeAndNothingElse) {
   const string good = message(body(name)), padding = extension(21, string(100, '\0'));
-  const struct {
-    string bytes, expected;
-  } cases[] = {
-      {hello(name), "a.example"},
-      {hello(padding + name + padding) + "anything", "a.example"},
-      {records(good, 1), "a.example"},
-      {records(good, 50), "a.example"},
-      {hello(""), "-"},
-      {hello(padding), "-"},
-      {record(message(body("").substr(0, body("").size() - 2))), "-"}, /* of old, without extensions */
-      {records(message(body(name + extension(21, string(16300, '\0')))), 16384), "a.example"},
-      {record(message(body(name, string(32, 's')))), "a.example"},
-      {record(message(body(name, string(33, 's')))), "bad"},
-      {hello(name + name), "bad"},
-      {hello(named(hostName("a") + hostName("b"))), "bad"},
-      {hello(named(hostName("a", 1))), "bad"},
-      {hello(named(hostName(""))), "bad"},
-      {hello(named("")), "bad"},
-      {hello(extension(0, "")), "bad"},
-      {hello(extension(0, vector(hostName("a"), 2) + "x")), "bad"},
-      {hello(name + "x"), "bad"},
-      {record(message(body(name) + "x")), "bad"},
-      {record(message(body(name).substr(0, body(name).size() - 1))), "bad"},
-      {record("\1" + number(0, 3)), "bad"},
-      {record("\2" + good.substr(1)), "bad"},                                   /* a ServerHello */
-      {record(good.substr(0, 9)) + "\x17\x03\x03", "bad"},                      /* another record in between */
-      {record(good.substr(0, 9)) + record("") + record(good.substr(9)), "bad"}, /* an empty one */
-      {"\x16\x03\x01" + number(16385, 2), "bad"},
-      {record("\1" + number(mostHelloBytes, 3)), "bad"}, /* longer than is waited for */
-      {records(message(string(8000, 'x')), 1), "bad"},   /* with its headers */
-      {"\x16\x02", "bad"},
-      {"GET / HTTP/1.1\r\n\r\n", "bad"},
-      {"SSH-2.0-x\r\n", "bad"},
-      {"\x80\x2e\x01\x03\x01", "bad"}, /* that of SSL 2 */
-      {"", "more"},
-      {"\x16\x03\x01\x3f", "more"},
-  };
-  for (const auto &[bytes, expected] : cases) EXPECT_EQ(readHello(bytes), expected) << testing::PrintToString(bytes);
+  expectHello("a.example", {hello(name), hello(padding + name + padding) + "anything", records(good, 1),
+                            records(good, 50), records(message(body(name + extension(21, string(16300, '\0')))), 16384),
+                            record(message(body(name, string(32, 's'))))});
+  expectHello("-", {hello(""), hello(padding),
+                    record(message(body("").substr(0, body("").size() - 2))) /* of old, without extensions */});
+  expectHello("bad", {record(message(body(name, string(33, 's')))), hello(name + name),
+                      hello(named(hostName("a") + hostName("b"))), hello(named(hostName("a", 1))),
+                      hello(named(hostName(""))), hello(named("")), hello(extension(0, "")),
+                      hello(extension(0, vector(hostName("a"), 2) + "x")), hello(name + "x"),
+                      record(message(body(name) + "x")), record(message(body(name).substr(0, body(name).size() - 1)))});
+  expectHello("bad", {record("\1" + number(0, 3)), record("\2" + good.substr(1)) /* a ServerHello */,
+                      record(good.substr(0, 9)) + "\x17\x03\x03" /* another record in between */,
+                      record(good.substr(0, 9)) + record("") + record(good.substr(9)) /* an empty one */,
+                      "\x16\x03\x01" + number(16385, 2),
+                      record("\1" + number(mostHelloBytes, 3)) /* longer than is waited for */,
+                      records(message(string(8000, 'x')), 1) /* with its headers */, "\x16\x02",
+                      "GET / HTTP/1.1\r\n\r\n", "SSH-2.0-x\r\n", "\x80\x2e\x01\x03\x01" /* that of SSL 2 */});
+  expectHello("more", {"", "\x16\x03\x01\x3f"});
   for (size_t at = 0; at < 4; at++) { /* the lengths before the extensions */
     string wrong = body(name);
     wrong[std::array{34, 35, 36, 39}[at]] ^= 0x40;
