@@ -13,9 +13,6 @@
 #include "tests/support/support.h"
 #include "util/ownedText.h"
 
-using namespace netsift;
-using namespace netsift::test;
-using std::string;
 using Bytes = std::string_view;
 
 inline void check(bool holds, int line = __builtin_LINE()) {

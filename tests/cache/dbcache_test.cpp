@@ -10,8 +10,6 @@
 #include "state/settings.h"
 #include "tests/support/support.h"
 
-using namespace netsift::test;
-
 constexpr const char *date = "Sun, 06 Nov 1994 08:49:37 GMT";
 
 struct Cache {

@@ -4,8 +4,6 @@
 
 #include "tests/support/scriptedDaemon.h"
 
-using namespace netsift::test;
-
 TEST(HostNotify, LeavesTheSocketThatReachedNobodyOpenUnlessStrict) {
   const ScratchRoot root;
   for (int strict : {1, 0}) {

@@ -6,9 +6,6 @@
 #include "pages/htmlTemplate.h"
 #include "tests/support/support.h"
 
-using namespace netsift;
-using namespace netsift::test;
-
 constexpr char head[] = "HTTP/1.1 200 OK\r\nContent-Type: text/html\r\nPragma: no-cache\r\n";
 
 std::string strict(int status, const std::string &text) {

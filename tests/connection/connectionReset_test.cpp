@@ -7,9 +7,6 @@
 #include "policy/urlList.h"
 #include "tests/support/support.h"
 
-using namespace netsift;
-using namespace netsift::test;
-
 /* The variables themselves: tests/e2e/workers_test.py. */
 TEST(Reset, EntriesThatALookUpTrimsAreAsLoaded) {
   const ScratchRoot root;

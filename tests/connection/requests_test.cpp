@@ -6,9 +6,6 @@
 #include "tests/connection/cycle_fixture.h"
 #include "tests/support/resolver.h"
 
-using namespace netsift;
-using namespace netsift::test;
-
 constexpr char page[] = "HTTP/1.0 200 OK\r\nConnection: close\r\nContent-Length: 2\r\n\r\nok";
 
 /* A category list of one exact URL, as the loader would have made it. */

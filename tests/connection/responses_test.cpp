@@ -5,8 +5,6 @@
 #include "log/debugLog.h"
 #include "tests/connection/cycle_fixture.h"
 
-using namespace netsift;
-using namespace netsift::test;
 using namespace std::string_literals;
 
 TEST_F(CycleTest, keptAliveConnectionServesOneRequestAfterTheOtherUntilAnAnswerCloses) {

@@ -7,9 +7,6 @@
 #include "tests/connection/cycle_fixture.h"
 #include "tests/support/coded.h"
 
-using namespace netsift;
-using namespace netsift::test;
-
 class StrictTest : public ScanTest {
  protected:
   StrictTest() {

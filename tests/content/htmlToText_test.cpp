@@ -7,9 +7,6 @@
 
 namespace {
 
-using netsift::test::GuardedText;
-using std::string;
-
 string convert(const string &page) {
   GuardedText buffer(page);
   auto length = static_cast<int32_t>(page.size());

@@ -6,10 +6,6 @@
 
 namespace {
 
-using namespace netsift;
-using namespace netsift::test;
-using std::string;
-
 constexpr int enough = 100;
 
 /* One category of these records, loaded to be compared as words. */

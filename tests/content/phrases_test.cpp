@@ -5,9 +5,6 @@
 
 namespace {
 
-using namespace netsift::test;
-using std::string;
-
 int scan(const string &text, const InitialEntry *index, int category = 0) {
   return calcWeight(GuardedText(text).get(), static_cast<int>(text.size()), index, category);
 }

@@ -4,9 +4,6 @@
 
 namespace {
 
-using namespace netsift::test;
-using std::string;
-
 /* What is judged first comes last. */
 const string all =
     "<meta http-equiv=\"pics-label\" content='(pics-1.1 \"http://www.safesurf.com/ratings.html\" l r (ss~~000 1 "

@@ -4,9 +4,6 @@
 
 namespace {
 
-using netsift::test::GuardedText;
-using std::string;
-
 string times(size_t count, char byte) { return string(count, byte); }
 
 /* A text, its pattern, the next text, and so on. Each ends at a page that cannot be read. */

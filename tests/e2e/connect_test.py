@@ -3,13 +3,7 @@ import contextlib
 import socket
 import ssl
 
-from harness import PATIENCE, Case, Nginx, Squid, read_all, read_head, wait_until
-
-def connect(filtering, target):
-    """The client's socket, and the head of the answer."""
-    client = filtering.connect()
-    client.sendall(f"CONNECT {target} HTTP/1.1\r\nHost: {target}\r\n\r\n".encode())
-    return client, read_head(client).decode()
+from harness import PATIENCE, Case, Nginx, Squid, read_all, wait_until
 
 
 def tls_context():
@@ -32,7 +26,7 @@ class Connect(Case):
         origin.put("page", b"<p>page\n")
         for settings in ({}, {"http.block_status": 200}):
             filtering = self.filter(settings | {"requests.connect_ports": [443, origin.tls_port]})
-            client, head = connect(filtering, f"localhost:{origin.port}")
+            client, head = filtering.tunnel(f"localhost:{origin.port}")
             with client:
                 self.assertIn("HTTP/1.1 403 Forbidden\r\n", head)
                 self.assertIn(f"Encrypted connections to port {origin.port} are", read_all(client).decode())
@@ -57,7 +51,7 @@ class Connect(Case):
                 (listen, b"", "no ClientHello in time"), (listen, hello("a.example")[:60], "no ClientHello in time"),
                 (listen, hello("a.example").replace(b"a.example", b"a example"), "malformed server name")):
             with self.subTest(why):
-                with connect(filtering, f"localhost:{self.peer(site).port}")[0] as client:
+                with filtering.tunnel(f"localhost:{self.peer(site).port}")[0] as client:
                     client.sendall(sent)
                     self.assertNotIn(b"220", read_all(client))
                 self.assertIn(f"URL:localhost,STATUS:BLOCKED,Tunnel Blocked:{why}", filtering.results()[-1:])
@@ -68,7 +62,7 @@ class Connect(Case):
     def test_a_hello_in_single_bytes_goes_on_and_so_does_what_follows(self):
         origin = Nginx(self.addCleanup)
         filtering = self.filter()
-        client, _ = connect(filtering, f"localhost:{origin.tls_port}")
+        client, _ = filtering.tunnel(f"localhost:{origin.tls_port}")
         with client:
             client.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
             for byte in (sent := hello("localhost")):
@@ -79,7 +73,7 @@ class Connect(Case):
     def test_a_silent_tunnel_ends_after_its_time(self):
         filtering = self.filter({"requests.tunnel_idle_seconds": 1, "requests.connect_any_protocol": True})
         peer = self.peer(lambda asked: read_all(asked))
-        with connect(filtering, f"localhost:{peer.port}")[0] as client:
+        with filtering.tunnel(f"localhost:{peer.port}")[0] as client:
             client.settimeout(PATIENCE)
             self.assertEqual(client.recv(1), b"")
 
@@ -94,7 +88,7 @@ class Connect(Case):
                 for port in (origin.port, filtering.port):
                     plain = filtering.exchange(f"GET http://{host}:{port}/page HTTP/1.1\r\nHost: x\r\n\r\n".encode())
                     self.assertIn(b" 403 ", plain, host)
-                    client, head = connect(filtering, f"{host}:{port}")
+                    client, head = filtering.tunnel(f"{host}:{port}")
                     with client:
                         self.assertIn(" 403 ", head, host)
             self.assertIn("URL:0.0.0.0,STATUS:BLOCKED,Local Address:0.0.0.0", filtering.results())
@@ -108,7 +102,7 @@ class Names(Case):
 
     def ask(self, filtering, port, host, name):
         """The page that a site gives under a name, or how the client's TLS ended."""
-        client, head = connect(filtering, f"{host}:{port}")
+        client, head = filtering.tunnel(f"{host}:{port}")
         self.assertIn(" 200 ", head)
         try:
             with tls_context().wrap_socket(client, server_hostname=name) as tls:

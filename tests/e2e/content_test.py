@@ -1,6 +1,4 @@
 """What a page says: its visible words against a category's threshold."""
-import signal
-
 from harness import TOP, Road, wait_until
 
 SITE = {name: (TOP / f"share/site/{name}.html").read_bytes() for name in ("words", "hidden")}
@@ -54,8 +52,7 @@ class Content(Road):
         listed = self.says("Black Listed URL", "on the list of the category").encode()
         wait_until(lambda: listed in filtering.fetch(f"{self.base}/reported.html").body, "the blacklist")
         self.assertEqual((filtering.etc / "sample.reported.url.orig").read_text(), f"{self.host}/reported.html\n")
-        filtering.process.send_signal(signal.SIGHUP)
-        wait_until(lambda: "loaded anew" in filtering.output.read_text(), "the lists to be loaded anew")
+        filtering.reload()
         filtering.fetch(f"{self.base}/reported.html")
         self.assertTrue(filtering.results()[-1].endswith(",BlackListed:Sample category"))
         self.assertNotIn("reported", (filtering.etc / "sample.url.orig").read_text())

@@ -17,15 +17,6 @@ REFUSAL = "The computer 127.0.0.1 may not use the web at this time."
 
 
 class Daemon(Case):
-    def await_said(self, filtering, *said):
-        wait_until(lambda: all(part in filtering.output.read_text() for part in said), said)
-
-    def reload(self, filtering, more, *said):
-        with open(filtering.root / "test.toml", "a", encoding="ascii") as config:
-            config.write(more)
-        filtering.process.send_signal(signal.SIGHUP)
-        self.await_said(filtering, *said)
-
     @staticmethod
     def generation(filtering):
         """The process of the loading that serves: the daemon's latest child."""
@@ -37,21 +28,22 @@ class Daemon(Case):
         config, cache = filtering.root / "test.toml", filtering.root / "opt/Velmora/var/nscache.db"
         good = config.read_text()
         cache.write_bytes(b"verdicts")
-        self.reload(filtering, REFUSE + "[htpp]\n", "htpp: unknown key", "the configuration and lists in use stay")
+        filtering.reload(REFUSE + "[htpp]\n", "htpp: unknown key")
+        filtering.await_said("the configuration and lists in use stay")
         config.write_text(good)
         (filtering.etc / "whitelist.dom").rename(filtering.etc / "kept")
-        self.reload(filtering, "", "whitelist.dom: cannot be read")
+        filtering.reload("", "whitelist.dom: cannot be read")
         (filtering.etc / "kept").rename(filtering.etc / "whitelist.dom")
         self.assertEqual(cache.read_bytes(), b"verdicts")  # only what is loaded makes them stale
         with filtering.connect() as running:
             wait_until(filtering.connections, "the connection's process")
-            self.reload(filtering, REFUSE, "configuration and lists loaded anew")
+            filtering.reload(REFUSE)
             self.assertNotEqual(cache.read_bytes(), b"verdicts")
             self.assert_page(filtering.exchange(ASK), "error", REFUSAL)
             running.sendall(ASK)
             self.assertIn(b"\r\nContent-Length: 0\r\n", read_all(running))  # it keeps what it began with
         os.kill(self.generation(filtering), signal.SIGKILL)
-        self.await_said(filtering, "the serving process has ended (signal 9); another is started", "serving again")
+        filtering.await_said("the serving process has ended (signal 9); another is started", "serving again")
         self.assert_page(filtering.exchange(ASK), "error", REFUSAL)
 
     def test_a_killed_generation_leaves_neither_its_count_nor_its_scan_files(self):
@@ -61,11 +53,11 @@ class Daemon(Case):
             wait_until(filtering.connections, "the connection's process")
             left.touch()
             os.kill(self.generation(filtering), signal.SIGKILL)
-            self.await_said(filtering, "another is started", "serving again")
+            filtering.await_said("another is started", "serving again")
         self.assert_page(filtering.exchange(ASK.replace(b"ads.example", b"localhost:25")), "block")
         self.assertFalse(left.exists())
         left.touch()
-        self.reload(filtering, "", "configuration and lists loaded anew")
+        filtering.reload()
         self.assertFalse(left.exists())
 
     def test_what_cannot_be_loaded_cuts_no_list_and_holds_up_no_further_loading(self):
@@ -77,7 +69,7 @@ class Daemon(Case):
         def fails(*said):
             filtering.output.write_text("")  # the daemon appends
             filtering.process.send_signal(signal.SIGHUP)
-            self.await_said(filtering, "the configuration and lists in use stay", *said)
+            filtering.await_said("the configuration and lists in use stay", *said)
 
         source.write_text("".join(f"{i}\n" for i in range(3_000_000)))
         fails("loading took longer than service.load_seconds and was given up")
@@ -92,13 +84,13 @@ class Daemon(Case):
         fails(f"{config}: holds no setting")
         config.write_text(shipped)
         source.write_text(kept + "added.example/page\n")
-        self.reload(filtering, "", "configuration and lists loaded anew")
+        filtering.reload()
         self.assertIn(b"added.example/page\n", made.read_bytes())
         self.assertFalse(list(etc.glob("*.new")) or (filtering.run / "loading").exists())
 
     def test_an_access_level_may_switch_filtering_off(self):
         filtering = self.filter({"upstream.timeout": 1})
-        self.reload(filtering, REFUSE.replace("3", "1"), "configuration and lists loaded anew")
+        filtering.reload(REFUSE.replace("3", "1"))
         self.assert_page(filtering.fetch("http://localhost:25/"), "error", "No connection to localhost")
 
     def test_it_does_not_start_with_a_fault(self):
@@ -114,7 +106,7 @@ class Daemon(Case):
             first.close()
             second.settimeout(PATIENCE)
             self.assertIn(b"HTTP/1.1 ", read_all(second))
-            self.await_said(filtering, "listen.max_connections is reached: 1 client had to wait")
+            filtering.await_said("listen.max_connections is reached: 1 client had to wait")
         wait_until(lambda: not filtering.connections(), "the connections' processes to end")
         with filtering.connect() as idle:
             wait_until(filtering.connections, "the connection's process")
@@ -125,7 +117,7 @@ class Daemon(Case):
 
     def test_a_refused_client_gets_ten_seconds_for_its_head_and_leaves_nothing_in_the_log(self):
         filtering = self.filter()
-        self.reload(filtering, REFUSE, "configuration and lists loaded anew")
+        filtering.reload(REFUSE)
         self.assert_page(filtering.exchange(b"x" * 100_000), "error", REFUSAL)  # closing over unread bytes resets it
         with filtering.connect() as dribbler, filtering.connect() as polite:
             for piece in (b"HEAD http://forged.example/\033[2J HTTP/1.1\r", b"\n\r", b"\n"):

@@ -7,6 +7,7 @@ import os
 import random
 import re
 import shutil
+import signal
 import socket
 import socketserver
 import subprocess
@@ -22,12 +23,21 @@ TOP = Path(__file__).resolve().parent.parent.parent
 NETSIFTD = os.environ.get("NETSIFTD", str(TOP / "build/netsiftd"))
 PATIENCE = 20  # seconds until something that should happen counts as not happening
 
+ASK_PORT_25 = b"GET http://localhost:25/ HTTP/1.1\r\nHost: localhost:25\r\nConnection: close\r\n\r\n"
+
 Answer = namedtuple("Answer", "code head body")
 
 
 def accepts(port):
     with socket.socket() as probe:
         return probe.connect_ex(("127.0.0.1", port)) == 0
+
+
+def ask(port, request=ASK_PORT_25):
+    """All that comes back."""
+    with socket.create_connection(("127.0.0.1", port), PATIENCE) as client:
+        client.sendall(request)
+        return read_all(client)
 
 
 def free_port():
@@ -88,6 +98,12 @@ def read_head(connection):
     return head
 
 
+def serve_nothing(connection):
+    """A site whose answers have no body."""
+    while connection.recv(65536):
+        connection.sendall(b"HTTP/1.1 204 No Content\r\n\r\n")
+
+
 class Filter:
     """A running netsiftd. `settings` maps "section.key" to a value that replaces the shipped one; `files` maps names in
     the configuration folder to their text. It is reached at the first place that it listens on."""
@@ -120,6 +136,16 @@ class Filter:
 
     def listening_ports(self):
         return [int(port) for port in re.findall(r"listening on \S+:(\d+)\n", self.output.read_text())]
+
+    def await_said(self, *said):
+        wait_until(lambda: all(part in self.output.read_text() for part in said), said)
+
+    def reload(self, more="", said="configuration and lists loaded anew"):
+        """With more behind the configuration."""
+        with open(self.root / "test.toml", "a", encoding="ascii") as config:
+            config.write(more)
+        self.process.send_signal(signal.SIGHUP)
+        self.await_said(said)
 
     def check_end(self):
         """Neither the daemon nor a child was stopped by a sanitizer or a signal."""
@@ -171,6 +197,12 @@ class Filter:
 
     def connect(self):
         return socket.create_connection(("127.0.0.1", self.port), PATIENCE)
+
+    def tunnel(self, target):
+        """The client's socket, and the head of the answer."""
+        client = self.connect()
+        client.sendall(f"CONNECT {target} HTTP/1.1\r\nHost: {target}\r\n\r\n".encode())
+        return client, read_head(client).decode()
 
     def exchange(self, data):
         """Sends bytes and their end, and returns all that comes back until the filter closes."""

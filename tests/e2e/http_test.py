@@ -1,5 +1,4 @@
 """docs/http.md, row by row: what the site sees of a request and what the client gets of the answer."""
-import gzip
 import re
 
 from exchanges import read_chunks
@@ -113,21 +112,3 @@ class Http(Case):
                 received = self.ask(filtering, request)
                 self.assertRegex(received, f"(?s){got}")
                 self.assertRegex(self.seen, f"(?s){seen}")
-
-    def test_codings(self):
-        """Judged whatever they are, and delivered as they came."""
-        text = b"<p>a page that says what it says</p>" * 50
-        packed = {"gzip": gzip.compress(text), "deflate, gzip": gzip.compress(__import__("zlib").compress(text))}
-
-        def serve(connection):
-            head = read_head(connection).decode()
-            coding = head.split("/", 2)[1].split(" ")[0].replace("+", ", ")
-            body = packed[coding]
-            connection.sendall(f"HTTP/1.1 200 OK\r\nContent-Type: text/html\r\nContent-Encoding: {coding}\r\n"
-                               f"Content-Length: {len(body)}\r\n\r\n".encode() + body)
-        site = self.peer(serve)
-        for phrase, code in (("absent", 200), ("says what", 403)):
-            filtering = self.filter(None, {"sample.phrase": f"<{phrase}>500\n<zzz>1\n"})
-            for coding, body in packed.items():
-                got = filtering.fetch(f"http://localhost:{site.port}/{coding.replace(', ', '+')}")
-                self.assertEqual((got.code, got.body == body), (code, code == 200), coding)

@@ -3,12 +3,9 @@ that a host is built with, and files of the administrator's that stay."""
 import os
 import re
 import shlex
-import socket
 import subprocess
 
-from harness import TOP, Case, accepts, free_port, read_all, scratch_folder, start
-
-ASK_PORT_25 = b"GET http://localhost:25/ HTTP/1.1\r\nHost: localhost:25\r\nConnection: close\r\n\r\n"
+from harness import TOP, Case, accepts, ask, free_port, scratch_folder, start
 
 
 def install(stage, prefix="/usr/local"):
@@ -16,12 +13,6 @@ def install(stage, prefix="/usr/local"):
                           env=os.environ | {"DESTDIR": str(stage)}, capture_output=True, text=True)
     assert done.returncode == 0, done.stdout + done.stderr
     return done.stdout
-
-
-def ask(port):
-    with socket.create_connection(("127.0.0.1", port)) as client:
-        client.sendall(ASK_PORT_25)
-        return read_all(client)
 
 
 class Installed(Case):

@@ -1,11 +1,10 @@
 """IPv6: clients that come over it, alone and beside those of IPv4, and sites and proxies that are reached over it."""
-import signal
 import socket
 import subprocess
 import unittest
 from contextlib import closing
 
-from harness import NETSIFTD, PATIENCE, Case, Filter, Peer, read_all, wait_until
+from harness import NETSIFTD, PATIENCE, Case, Filter, Peer, read_all, serve_nothing, wait_until
 
 FOUR, SIX, BOTH = "127.0.0.1:0", "[::1]:0", ("127.0.0.1:0", "[::1]:0")
 
@@ -16,11 +15,6 @@ def has_six():
         return True
     except OSError:
         return False
-
-
-def serve(connection):
-    while connection.recv(65536):
-        connection.sendall(b"HTTP/1.1 204 No Content\r\n\r\n")
 
 
 def ask(site, *more):
@@ -43,12 +37,6 @@ class Clients(Case):
             client.shutdown(socket.SHUT_WR)
             return read_all(client)
 
-    def reload(self, filtering, more, said):
-        with open(filtering.root / "test.toml", "a", encoding="ascii") as config:
-            config.write(more)
-        filtering.process.send_signal(signal.SIGHUP)
-        wait_until(lambda: said in filtering.output.read_text(), said)
-
     def test_both_are_served_logged_and_judged_by_rules_of_their_own(self):
         filtering, blocked = self.listening(BOTH), ask("blocked.example", "Connection: close")
         for place in (0, 1):
@@ -56,7 +44,7 @@ class Clients(Case):
         lines = [line for line in filtering.lines() if "BlackListed" in line]
         self.assertEqual([line.split(",")[0] for line in lines], ["Client IP:127.0.0.1", "Client IP:::1"])
         self.assertIn('" "::1" "blocked.example', filtering.written(filtering.logs / "netsift-access.log"))
-        self.reload(filtering, '[[access]]\nnetwork = "::/64"\nlevel = 3\n', "loaded anew")
+        filtering.reload('[[access]]\nnetwork = "::/64"\nlevel = 3\n')
         self.assert_page(self.answer(filtering, 0, blocked), "block")
         self.assert_page(self.answer(filtering, 1, blocked), "error", "The computer ::1 may not use the web at this time.")
         self.assertIn("Client IP:::1,STATUS:BLOCKED,Access List:level 3", filtering.lines())
@@ -64,12 +52,12 @@ class Clients(Case):
             text = config.read().replace("strict_http = true", "strict_http = false")
             config.seek(0)
             config.write(text)
-        self.reload(filtering, "", "[::1]:0 takes IPv6 clients, which are not served while strict_http is off")
+        filtering.reload("", "[::1]:0 takes IPv6 clients, which are not served while strict_http is off")
         self.assert_page(self.answer(filtering, 0, blocked), "block")
 
     def test_places_are_shared_and_whoever_waits_at_either_gets_one(self):
         filtering = self.listening(BOTH, {"listen.max_connections": 2, "listen.spare_processes": 2})
-        request = ask(f"127.0.0.1:{self.peer(serve).port}")
+        request = ask(f"127.0.0.1:{self.peer(serve_nothing).port}")
         for places in ((0, 0, 1, 1), (1, 1, 0, 0)):  # each of the latter takes the place of one that is idle
             for place in places:
                 client = self.client(filtering, place)

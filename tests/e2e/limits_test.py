@@ -6,20 +6,15 @@ import socket
 import time
 from contextlib import closing
 
-from harness import PATIENCE, Case, read_all, wait_until
+from harness import PATIENCE, Case, read_all, serve_nothing, wait_until
 
 TAKEN, TURNED_AWAY = b"HTTP/1.1 204 ", b"HTTP/1.1 429 "
 TWO = {"listen.max_connections": 2, "listen.spare_processes": 2}
 
 
-def serve(connection):
-    while connection.recv(65536):
-        connection.sendall(b"HTTP/1.1 204 No Content\r\n\r\n")
-
-
 class Limits(Case):
     def setUp(self):
-        place = f"127.0.0.1:{self.peer(serve).port}"
+        place = f"127.0.0.1:{self.peer(serve_nothing).port}"
         self.request = f"GET http://{place}/ HTTP/1.1\r\nHost: {place}\r\n\r\n".encode()
 
     def client(self, filtering, address="127.0.0.1"):
@@ -108,7 +103,7 @@ class Limits(Case):
 
         def count(connection):
             opened.append(connection)
-            serve(connection)
+            serve_nothing(connection)
             ended.append(connection)
         place = f"127.0.0.1:{self.peer(count).port}"
         request = f"GET http://{place}/ HTTP/1.1\r\nHost: {place}\r\n\r\n".encode()

@@ -7,7 +7,7 @@ import shutil
 import socket
 import subprocess
 
-from harness import NETSIFTD, TOP, Case, read_all, scratch_folder, start
+from harness import NETSIFTD, TOP, Case, ask, scratch_folder, start
 
 
 class RunScript(Case):
@@ -39,13 +39,10 @@ class RunScript(Case):
         port = re.search(r"listening on 0\.0\.0\.0:(\d+)", text)[1]
         self.assertEqual(set(re.findall(r"(?:-x http://|proxy to )([\d.:]+)", text)), {f"127.0.0.1:{port}"})
         self.assertEqual("running as root" in text, os.getuid() == 0)
-        with socket.create_connection(("127.0.0.1", int(port))) as client:
-            client.sendall(b"GET http://blocked.example/ HTTP/1.1\r\nHost: blocked.example\r\nConnection: close\r\n\r\n")
-            self.assert_page(read_all(client), "block", "blocked.example")
-        site = re.search(r"localhost:\d+", text)[0]
-        with socket.create_connection(("127.0.0.1", int(port))) as client:
-            client.sendall(f"GET http://{site}/ HTTP/1.1\r\nHost: {site}\r\nConnection: close\r\n\r\n".encode())
-            self.assertIn(b" 200 OK\r\n", read_all(client))
+        blocked, passed = (ask(port, f"GET http://{site}/ HTTP/1.1\r\nHost: {site}\r\nConnection: close\r\n\r\n".encode())
+                           for site in ("blocked.example", re.search(r"localhost:\d+", text)[0]))
+        self.assert_page(blocked, "block", "blocked.example")
+        self.assertIn(b" 200 OK\r\n", passed)
 
     def test_a_port_that_is_taken_is_said_in_place_of_what_to_try(self):
         with socket.create_server(("127.0.0.1", 0)) as taken:

@@ -5,9 +5,7 @@ import pathlib
 import signal
 import socket
 
-from harness import PATIENCE, Case, read_all, wait_until
-
-ASK = b"GET http://localhost:25/ HTTP/1.1\r\nHost: localhost:25\r\nConnection: close\r\n\r\n"
+from harness import ASK_PORT_25, PATIENCE, Case, read_all, wait_until
 
 
 class Tunnels(Case):
@@ -25,9 +23,8 @@ class Tunnels(Case):
         return self.peer(handle)
 
     def connect(self, filtering, port):
-        client = filtering.connect()
-        client.sendall(f"CONNECT localhost:{port} HTTP/1.1\r\nHost: localhost:{port}\r\n\r\n".encode())
-        self.assertTrue(client.recv(1000).endswith(b"\r\n\r\n"))
+        client, head = filtering.tunnel(f"localhost:{port}")
+        self.assertTrue(head.endswith("\r\n\r\n"))
         return client
 
     def holder(self, filtering):
@@ -47,7 +44,7 @@ class Tunnels(Case):
         filtering, peer = self.filter(), self.echoing()
         with self.connect(filtering, peer.port) as first, self.connect(filtering, peer.port) as second:
             self.assertTrue(self.says_back(first, b"one") and self.says_back(second, b"two" * 100_000))
-            self.assertIn(b"port 25", filtering.exchange(ASK))
+            self.assertIn(b"port 25", filtering.exchange(ASK_PORT_25))
             first.shutdown(socket.SHUT_WR)
             self.assertEqual(read_all(first), b"<3>")
             self.assertTrue(self.says_back(second, b"still"))
@@ -65,7 +62,7 @@ class Tunnels(Case):
             heard = b""
             while not heard.endswith(b"ready"):
                 heard += client.recv(1000)
-            self.assertIn(b"port 25", filtering.exchange(ASK))
+            self.assertIn(b"port 25", filtering.exchange(ASK_PORT_25))
             client.sendall(b"shout")
             self.assertEqual(client.recv(1000), b"SHOUT")
 
@@ -74,8 +71,7 @@ class Tunnels(Case):
         daemon = filtering.process.pid
         servers = pathlib.Path(f"/proc/{daemon}/task/{daemon}/children")
         with self.connect(filtering, peer.port) as old:
-            filtering.process.send_signal(signal.SIGHUP)
-            wait_until(lambda: "loaded anew" in filtering.output.read_text(), "the reload")
+            filtering.reload()
             self.assertTrue(self.says_back(old, b"still there") and len(servers.read_text().split()) == 2)
         wait_until(lambda: len(servers.read_text().split()) == 1, "the generation before to end with its tunnel")
         with self.connect(filtering, peer.port) as lost:
@@ -83,7 +79,7 @@ class Tunnels(Case):
             os.kill(holder := self.holder(filtering), signal.SIGKILL)
             with contextlib.suppress(ConnectionResetError):
                 self.assertEqual(lost.recv(1), b"")
-        wait_until(lambda: "holds the tunnels ended by signal 9" in filtering.output.read_text(), "the word of it")
+        filtering.await_said("holds the tunnels ended by signal 9")
         with self.connect(filtering, peer.port) as next_one:
             next_one.settimeout(PATIENCE)
             self.assertTrue(self.says_back(next_one, b"again") and self.holder(filtering) != holder)

@@ -177,7 +177,7 @@ class Workers(Road):
         clients.pop().close()
         wait_until(lambda: len(filtering.connections()) == 9, "the connection's end")
         os.kill(int(filtering.connections()[0]), signal.SIGKILL)  # costs one connection
-        wait_until(lambda: "ended by signal 9" in filtering.output.read_text(), "the word of it")
+        filtering.await_said("ended by signal 9")
         self.assertEqual(sum(not client.recv(1, socket.MSG_DONTWAIT | socket.MSG_PEEK) for client in clients
                              if client.fileno() in self.readable(clients)), 1)
         for client in clients:

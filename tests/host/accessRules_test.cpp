@@ -5,9 +5,7 @@
 #include "host/hostConfig.h"
 #include "tests/support/support.h"
 
-using namespace netsift;
 using namespace netsift::host;
-using namespace netsift::test;
 
 namespace {
 

@@ -7,7 +7,6 @@
 #include "tests/support/support.h"
 
 using namespace netsift::host;
-using namespace netsift::test;
 
 namespace {
 

@@ -8,7 +8,6 @@
 #include "tests/support/support.h"
 
 using namespace netsift::host;
-using namespace netsift::test;
 
 namespace {
 

@@ -6,7 +6,6 @@
 #include "tests/support/support.h"
 
 using namespace netsift::host;
-using namespace netsift::test;
 using std::string_literals::operator""s;
 
 namespace {

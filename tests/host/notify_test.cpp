@@ -8,7 +8,6 @@
 #include "tests/support/scriptedDaemon.h"
 
 using namespace netsift::host;
-using namespace netsift::test;
 using std::string_literals::operator""s;
 
 TEST(Notify, EachMessageDoesItsPartAndAnythingElseIsRefused) {

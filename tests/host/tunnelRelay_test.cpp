@@ -10,7 +10,6 @@
 #include "tests/support/scriptedDaemon.h"
 
 using namespace netsift::host;
-using namespace netsift::test;
 
 namespace {
 

@@ -6,10 +6,6 @@
 
 #include "tests/support/support.h"
 
-using namespace netsift;
-using namespace netsift::test;
-using std::string;
-
 namespace {
 
 string number(size_t value, size_t bytes) {

@@ -6,9 +6,6 @@
 #include "http/httpBody_iter.h"
 #include "tests/support/support.h"
 
-using namespace netsift::test;
-using std::string;
-
 TEST(ZlibDecompress, InflatesWholePiecemealAndDamaged) {
   const string text = string(100000, 'a') + "b", zlib = compressed(text, 15), damaged = zlib.substr(0, zlib.size() - 1);
   const std::tuple<string, size_t, string, string> cases[] = {

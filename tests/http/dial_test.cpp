@@ -8,8 +8,6 @@
 #include "tests/support/resolver.h"
 #include "tests/support/support.h"
 
-using namespace netsift;
-using namespace netsift::test;
 using namespace std::chrono_literals;
 
 namespace {

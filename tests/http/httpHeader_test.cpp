@@ -4,9 +4,6 @@
 
 #include "tests/support/support.h"
 
-using namespace netsift::test;
-using std::string;
-
 namespace {
 
 string joined(const HeaderLine *line) {

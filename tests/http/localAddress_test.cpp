@@ -4,8 +4,6 @@
 
 #include "tests/support/support.h"
 
-using namespace netsift;
-
 TEST(localAddress, thoseOfThisMachineInEveryForm) {
   for (const char *host :
        {"127.0.0.1", "127.255.3.4", "0.0.0.0", "169.254.169.254", "2130706433", "[::1]", "[::]", "[fe80::1]",

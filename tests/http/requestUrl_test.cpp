@@ -2,9 +2,6 @@
 
 #include "tests/support/support.h"
 
-using namespace netsift::test;
-using std::string;
-
 TEST(GetUrl, NormalisesTargetsAndRefusesUnusableLines) {
   const string path = "h/" + string(498, 'p'), host(44, 'h');
   const struct {

@@ -9,8 +9,7 @@
 #include "http/socketLine.h"
 #include "tests/support/support.h"
 
-using namespace netsift::test;
-using std::string, std::chrono::milliseconds;
+using std::chrono::milliseconds;
 
 namespace {
 

@@ -4,10 +4,6 @@
 #include "http/strictHead.h"
 #include "tests/support/coded.h"
 
-using namespace netsift;
-using namespace netsift::test;
-using std::string;
-
 namespace {
 
 /* Decodes input that ends at a page that cannot be read, cut at two places, through an output of `room` bytes. Gives

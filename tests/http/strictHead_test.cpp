@@ -6,10 +6,6 @@
 #include "http/strictFraming.h"
 #include "tests/support/support.h"
 
-using namespace netsift;
-using namespace netsift::test;
-using std::string;
-
 namespace {
 
 const string get = "GET / HTTP/1.1\r\n", ok = "HTTP/1.1 200 OK\r\n";

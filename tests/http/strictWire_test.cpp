@@ -10,9 +10,6 @@
 #include "tests/support/scriptedDaemon.h"
 #include "tests/support/support.h"
 
-using namespace netsift;
-using namespace netsift::test;
-
 TEST(StrictWire, anAnswerComesFirstUnlessItIsInterimOrTheClientGoesOn) {
   const std::tuple<const char *, const char *, Word> cases[] = {{"HTTP/1.1 200 OK", "", Word::answer},
                                                                 {"HTTP/1.1 100 Co", "", Word::interim},

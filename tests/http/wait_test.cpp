@@ -6,8 +6,6 @@
 
 #include "tests/support/support.h"
 
-using namespace netsift;
-using namespace netsift::test;
 using namespace std::chrono_literals;
 
 namespace {

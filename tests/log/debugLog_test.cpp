@@ -7,8 +7,6 @@
 #include "log/peerText.h"
 #include "tests/support/support.h"
 
-using namespace netsift::test;
-
 namespace {
 
 const std::string stamp = R"(\d\d:\d\d:\d{4} \d\d:\d\d:\d\d Netsift\[)" + std::to_string(getpid()) + R"(\]: )";

@@ -2,9 +2,6 @@
 #include "policy/popupIndex.h"
 #include "tests/support/support.h"
 
-using netsift::test::GuardedText;
-using std::string;
-
 TEST(PopupIndex, FindsTheEndOfTheFirstHtmlTag) {
   const std::pair<string, int> cases[] = {{"a<HTML lang>b<html>", 12},
                                           {"<html\n" + string(70000, ' ') + ">", 70007},

@@ -10,8 +10,6 @@
 #include "util/symbolStore.h"
 #include "util/text.h"
 
-using namespace netsift::test;
-using std::string;
 using Strings = std::vector<string>;
 
 /* Few pieces, so that what they are put together to is often alike; lengths that come out at the edges. */

@@ -3,8 +3,6 @@
 #include "policy/blacklistAdd.h"
 #include "tests/support/support.h"
 
-using namespace netsift::test;
-using std::string;
 using Strings = std::vector<string>;
 
 void expectListed(const UrlList &list, int expected, const Strings &urls, Strings hosts) {

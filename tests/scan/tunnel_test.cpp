@@ -10,9 +10,6 @@
 #include "tests/support/support.h"
 #include "util/installPath.h"
 
-using namespace netsift::test;
-using std::string;
-
 struct Tunnels : testing::Test {
   SocketPair client, upstream;
   LogCapture log{4};

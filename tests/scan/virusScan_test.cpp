@@ -9,8 +9,6 @@
 #include "scan/scanTunnel.h"
 #include "tests/support/scriptedDaemon.h"
 
-using namespace netsift::test;
-
 using Replies = std::map<std::string, int>; /* with the verdict */
 
 const std::string path = "/" + std::string(400, 'p');

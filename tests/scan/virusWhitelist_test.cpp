@@ -4,8 +4,6 @@
 
 #include "tests/support/support.h"
 
-using namespace netsift::test;
-
 TEST(VirusWhitelist, EntriesMatchAsSubstrings) {
   const std::tuple<const char *, const char *, int> cases[] = {
       {"none\n \t image/ \r\nother\n", "image/png", 1},

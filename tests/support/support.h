@@ -107,4 +107,8 @@ std::string take(char *text);
 
 }  // namespace netsift::test
 
+using namespace netsift; /* for every test */
+using namespace netsift::test;
+using std::string;
+
 #endif

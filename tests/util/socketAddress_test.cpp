@@ -2,8 +2,6 @@
 
 #include "tests/support/support.h"
 
-using namespace netsift;
-
 TEST(SocketAddress, TextIsReadInEveryFormAndWrittenInOne) {
   const std::pair<std::string, const char *> cases[] = {{"127.0.0.1:8080", "127.0.0.1:8080"},
                                                         {"[2001:DB8:0:0::1]:65535", "[2001:db8::1]:65535"},

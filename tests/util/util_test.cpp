@@ -5,8 +5,6 @@
 #include "util/text.h"
 #include "util/version.h"
 
-using namespace netsift;
-
 TEST(Version, IsThatOfItsParts) {
   const int parts[] = {NETSIFT_VERSION_MAJOR, NETSIFT_VERSION_MINOR, NETSIFT_VERSION_PATCH};
   std::string joined;
