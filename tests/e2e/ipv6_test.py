@@ -94,7 +94,7 @@ class Clients(Case):
             wait_until(filtering.connections, "the connection's process")
             with socket.create_connection(place, PATIENCE) as further:
                 self.assertTrue(read_all(further).startswith(b"HTTP/1.1 429 "))
-        wait_until(lambda: " from ::1\n" in filtering.output.read_text(), "who was turned away")
+        filtering.await_said(" from ::1\n")
 
     def test_the_same_port_of_both_families_and_the_configured_list(self):
         filtering = self.listening(("0.0.0.0:0",))
@@ -126,20 +126,6 @@ class Sites(Case):
 
         self.site = Peer(self.addCleanup, serve_once, place=("::1", 0))
         self.host = f"[::1]:{self.site.port}"
-
-    def test_bracketed_hosts_are_reached_and_judged(self):
-        addresses = "Sites may not be called by their address in numbers"
-        for settings, said in (({}, None), ({"requests.local_addresses": "refuse"}, "leads to the filter itself"),
-                               ({"requests.block_ip_hosts": True}, addresses),
-                               ({"requests.block_ip_hosts": True, "requests.allowed_ip_hosts": ["[::*"]}, None),
-                               ({"requests.use_blocked_ip_hosts": True, "requests.blocked_ip_hosts": ["[::1]"]}, addresses)):
-            filtering = self.filter(settings)
-            answer = filtering.exchange(ask(self.host, "Connection: close"))
-            if said:
-                self.assert_page(answer, "block", said)
-            else:
-                self.assertTrue(answer.endswith(b"\r\n\r\nok"), answer)
-        self.assertEqual(self.seen, ["GET / HTTP/1.1"] * 2)
 
     def test_tunnels_lead_there_and_an_address_that_nobody_has_is_said(self):
         filtering = self.filter({"requests.connect_any_protocol": True})
