@@ -7,7 +7,6 @@
 #include <filesystem>
 
 #include "cache/recalledVerdicts.h"
-#include "state/settings.h"
 #include "tests/support/support.h"
 
 constexpr const char *date = "Sun, 06 Nov 1994 08:49:37 GMT";

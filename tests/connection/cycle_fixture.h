@@ -4,7 +4,6 @@
 #define NETSIFT_TESTS_CONNECTION_CYCLE_FIXTURE_H
 
 #include <gdbm.h>
-#include <sys/socket.h>
 
 #include <atomic>
 #include <memory>
@@ -12,7 +11,6 @@
 #include "cache/dbcache.h"
 #include "connection/connection_trickle.h"
 #include "tests/support/scriptedDaemon.h"
-#include "tests/support/support.h"
 
 namespace netsift::test {
 

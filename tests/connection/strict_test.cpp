@@ -235,7 +235,6 @@ TEST_F(StrictTest, aSilentConnectionIsKeptForTheNextClientUnlessItIsPersonal) {
     EXPECT_EQ(opened, count) << seconds << fields << first;
     EXPECT_TRUE(answers.find("HTTP/1.1 200", 1) != std::string::npos && answers.ends_with("\r\n\r\n.")) << answers;
   }
-  KeepUpstreamSeconds = 0;
 }
 
 /* The request that carries it fails on a kept connection and goes out on a new one. */
@@ -257,7 +256,6 @@ TEST_F(StrictTest, aLoginThatWasSentAgainIsNotTheNextClientsEither) {
     netsift_releaseUpstreams();
   }
   EXPECT_EQ(opened, 3);
-  KeepUpstreamSeconds = 0;
 }
 
 /* What a site does with a second request on the connection of the first, then with that on a new one. */

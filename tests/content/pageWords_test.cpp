@@ -21,7 +21,6 @@ class PageWordsTest : public testing::Test {
   ~PageWordsTest() override {
     freePhraseLists();
     relContentFilter();
-    StrictHttp = ContentMatch = 0;
   }
 
   void load(const string &records) {

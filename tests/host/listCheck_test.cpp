@@ -2,7 +2,6 @@
 
 #include <filesystem>
 
-#include "state/settings.h"
 #include "tests/support/support.h"
 
 using namespace netsift::host;

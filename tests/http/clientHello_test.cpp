@@ -1,7 +1,5 @@
 #include "http/clientHello.h"
 
-#include <sys/socket.h>
-
 #include <array>
 
 #include "tests/support/support.h"

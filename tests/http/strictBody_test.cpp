@@ -1,6 +1,5 @@
 #include "http/httpHeader.h"
 #include "http/strictChunk.h"
-#include "http/strictCoding.h"
 #include "http/strictHead.h"
 #include "tests/support/coded.h"
 

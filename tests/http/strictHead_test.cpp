@@ -1,7 +1,6 @@
 #include "http/strictHead.h"
 
 #include "http/httpHeader.h"
-#include "http/strictCoding.h"
 #include "http/strictForward.h"
 #include "http/strictFraming.h"
 #include "tests/support/support.h"

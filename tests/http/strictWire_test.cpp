@@ -1,14 +1,9 @@
 #include "http/strictWire.h"
 
 #include <fcntl.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <thread>
 
 #include "http/strictRelay.h"
 #include "tests/support/scriptedDaemon.h"
-#include "tests/support/support.h"
 
 TEST(StrictWire, anAnswerComesFirstUnlessItIsInterimOrTheClientGoesOn) {
   const std::tuple<const char *, const char *, Word> cases[] = {{"HTTP/1.1 200 OK", "", Word::answer},

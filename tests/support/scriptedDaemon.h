@@ -2,9 +2,7 @@
 #ifndef NETSIFT_TESTS_SCRIPTEDDAEMON_H
 #define NETSIFT_TESTS_SCRIPTEDDAEMON_H
 
-#include <netinet/in.h>
 #include <poll.h>
-#include <sys/socket.h>
 #include <sys/un.h>
 
 #include <functional>
