@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 
 namespace netsift {
 namespace {
@@ -17,46 +16,60 @@ constexpr size_t entryCount = static_cast<size_t>(std::count(table.begin(), tabl
 
 struct Entry {
   uint16_t start; /* in the table */
-  uint8_t nameLength, length;
+  uint8_t nameLength;
+  bool isBare; /* counts without ";" */
+  uint32_t codePoints[2];
 
-  std::string_view name() const { return table.substr(start, nameLength); }
+  constexpr std::string_view name() const { return table.substr(start, nameLength); }
 };
+
+constexpr uint32_t hexDigit(char c) { return static_cast<uint32_t>(c <= '9' ? c - '0' : c - 'a' + 10); }
 
 constexpr auto entries = [] {
   std::array<Entry, entryCount> all{};
-  size_t count = 0, start = 0, divider = 0;
-  for (size_t i = 0; i < table.size(); i++) {
-    if (table[i] == '=' || table[i] == ':') divider = i;
-    if (table[i] != ' ') continue;
-    all[count++] = {static_cast<uint16_t>(start), static_cast<uint8_t>(divider - start),
-                    static_cast<uint8_t>(i - start)};
-    start = i + 1;
+  size_t start = 0;
+  for (Entry &entry : all) {
+    size_t i = start;
+    while (table[i] != '=' && table[i] != ':') i++;
+    entry.start = static_cast<uint16_t>(start);
+    entry.nameLength = static_cast<uint8_t>(i - start);
+    entry.isBare = table[i] == ':';
+    for (size_t number = 0; table[i++] != ' '; number++) {
+      for (; table[i] != ' ' && table[i] != ','; i++)
+        entry.codePoints[number] = entry.codePoints[number] * 16 + hexDigit(table[i]);
+    }
+    start = i;
   }
   return all;
 }();
 
-/* Where the names begin that start with a letter, and behind the last. */
-constexpr auto firstEntries = [] {
-  std::array<uint16_t, 129> firsts{};
-  for (const Entry &entry : entries) firsts[static_cast<size_t>(table[entry.start]) + 1]++;
-  for (size_t i = 1; i < firsts.size(); i++) firsts[i] = static_cast<uint16_t>(firsts[i] + firsts[i - 1]);
-  return firsts;
+constexpr size_t slotOf(std::string_view name) {
+  uint32_t mixed = 0;
+  for (const char c : name) mixed = (mixed ^ static_cast<uint8_t>(c)) * 0x9E3779B1;
+  return mixed >> 20;
+}
+
+/* Entries' numbers from 1, each in its slot or the next that is free. */
+constexpr auto slots = [] {
+  std::array<uint16_t, 4096> all{};
+  for (size_t i = 0; i < entries.size(); i++) {
+    size_t slot = slotOf(entries[i].name());
+    while (all[slot] != 0) slot = (slot + 1) % all.size();
+    all[slot] = static_cast<uint16_t>(i + 1);
+  }
+  return all;
 }();
 
 NamedReference find(std::string_view name, bool mustBeBare) {
   NamedReference reference;
-  if (name.empty() || static_cast<signed char>(name[0]) < 0) return reference;
-  const auto letter = static_cast<size_t>(name[0]);
-  const auto last = entries.begin() + firstEntries[letter + 1];
-  const auto before = [](const Entry &entry, std::string_view sought) { return entry.name() < sought; };
-  const auto found = std::lower_bound(entries.begin() + firstEntries[letter], last, name, before);
-  if (found == last || found->name() != name) return reference;
-  const std::string_view entry = table.substr(found->start, found->length);
-  if (mustBeBare && entry[name.size()] != ':') return reference;
-  reference.length = name.size();
-  const char *end = entry.data() + entry.size();
-  const auto first = std::from_chars(entry.data() + name.size() + 1, end, reference.codePoints[0], 16);
-  if (first.ptr != end) std::from_chars(first.ptr + 1, end, reference.codePoints[1], 16);
+  for (size_t slot = slotOf(name); slots[slot] != 0; slot = (slot + 1) % slots.size()) {
+    const Entry &entry = entries[slots[slot] - 1U];
+    if (entry.name() != name) continue;
+    if (mustBeBare && !entry.isBare) return reference;
+    reference.length = name.size();
+    std::copy_n(entry.codePoints, 2, reference.codePoints);
+    return reference;
+  }
   return reference;
 }
 

@@ -151,13 +151,18 @@ void addFragment(NormalText &normal, const char *text, size_t length) {
   normal.afterBlank = text[length - 1] == ' ';
 }
 
+std::array<uint64_t, 2> sourceOf(const char *characters, size_t length) {
+  std::array<uint64_t, 2> source{};
+  std::memcpy(source.data(), characters, std::min(length, sizeof source));
+  return source;
+}
+
 /* The open character with its marks, into the text. */
 void closeCharacter(NormalText &normal) {
   if (normal.openLength == 0) return;
   const size_t length = std::exchange(normal.openLength, 0);
-  std::array<uint64_t, 2> source{};
+  const std::array<uint64_t, 2> source = sourceOf(normal.open, length);
   const bool isShort = length <= sizeof source;
-  std::memcpy(source.data(), normal.open, std::min(length, sizeof source));
   Folded &slot = slotOf(source);
   if (isShort && slot.source == source) return addFragment(normal, slot.text, slot.length);
   const std::string text = folded(normal.open, length);
@@ -210,15 +215,18 @@ void addOne(NormalText &normal, const char *bytes, size_t length, utf8proc_int32
 
 /* A character of two or three bytes that nothing before it changes, as it is when nothing behind it does. */
 struct Simple {
-  uint8_t kind; /* 0: not looked up yet; then 1: it is not simple; else simpleKind and its length */
+  uint8_t
+      kind; /* 0: not looked up yet; then 1: neither; 2: one that may change those before it; else simpleKind and its
+                   length */
   char text[3];
 };
-constexpr uint8_t complicated = 1, simpleKind = 2;
+constexpr uint8_t complicated = 1, mark = 2, simpleKind = 3;
 Simple simpleForms[0x10000];
 
 Simple lookUp(std::string_view character, utf8proc_int32_t codePoint) {
   const utf8proc_property_t *property = utf8proc_get_property(codePoint);
-  if (property->ignorable || continues(codePoint, *property)) return {complicated, {}};
+  if (property->ignorable || property->category == UTF8PROC_CATEGORY_CC) return {complicated, {}};
+  if (continues(codePoint, *property)) return {mark, {}};
   const std::string text = folded(character.data(), character.size());
   Simple simple{complicated, {}};
   if (text.size() > sizeof simple.text) return simple;
@@ -227,7 +235,7 @@ Simple lookUp(std::string_view character, utf8proc_int32_t codePoint) {
   return simple;
 }
 
-/* What stands at the front of text that is not ASCII; null when it is not simple. */
+/* What stands at the front of text that is not ASCII; null for what has four bytes. */
 const Simple *simpleAt(std::string_view characters, size_t &length) {
   const auto byte = [&](size_t i) { return static_cast<uint32_t>(static_cast<uint8_t>(characters[i])); };
   length = byte(0) < 0xE0 ? 2 : 3;
@@ -236,29 +244,62 @@ const Simple *simpleAt(std::string_view characters, size_t &length) {
                                          : (byte(0) & 0xF) << 12 | (byte(1) & 0x3F) << 6 | (byte(2) & 0x3F);
   Simple &simple = simpleForms[codePoint];
   if (simple.kind == 0) simple = lookUp(characters.substr(0, length), static_cast<utf8proc_int32_t>(codePoint));
-  return simple.kind == complicated ? nullptr : &simple;
+  return &simple;
 }
 
-/* Adds the simple characters at the front, if another follows or ASCII that the table has a letter, digit or blank for;
-   returns how many bytes they have. */
+bool isSimple(const Simple *simple) { return simple != nullptr && simple->kind >= simpleKind; }
+
+/* Where the marks end that stand from `at` on, as far as they may with what they change be looked up. `next` becomes
+   what follows, null for ASCII, and `size` its length. False when what follows may have to do with them. */
+bool skipMarks(std::string_view characters, const std::array<char, 256> &forms, size_t &at, const Simple *&next,
+               size_t &size) {
+  size = 0;
+  next = nullptr;
+  for (const size_t last = at + sizeof Folded::source; at < characters.size() && at <= last; at += size) {
+    if (isAscii(characters[at])) {
+      next = nullptr;
+      size = 0;
+      return forms[static_cast<unsigned char>(characters[at])] > other;
+    }
+    next = simpleAt(characters.substr(at), size);
+    if (next == nullptr || next->kind != mark) return isSimple(next);
+  }
+  return false;
+}
+
+/* What a character with its marks became before; null when it was not met, or begins with a blank. */
+const Folded *foldedWithMarks(const char *characters, size_t length) {
+  if (length > sizeof Folded::source) return nullptr;
+  const std::array<uint64_t, 2> source = sourceOf(characters, length);
+  const Folded &slot = slotOf(source);
+  return slot.source == source && slot.length > 0 && slot.text[0] != ' ' ? &slot : nullptr;
+}
+
+/* Adds the simple characters at the front, and marks behind them that were met there before, if another simple one
+   follows or ASCII that the table has a letter, digit or blank for; returns how many bytes they have. */
 size_t addSimple(NormalText &normal, std::string_view characters, const std::array<char, 256> &forms) {
   std::array<char, 512> run;
   size_t length = 0, at = 0, next = 0;
-  const Simple *simple = simpleAt(characters, next);
-  if (simple == nullptr) return 0;
+  const Simple *simple = simpleAt(characters, next), *following;
+  if (!isSimple(simple)) return 0;
   closeCharacter(normal);
   bool afterBlank = normal.afterBlank;
-  while (simple != nullptr && next < characters.size() && length + sizeof simple->text <= run.size()) {
-    const bool isAsciiNext = isAscii(characters[next]);
-    size_t size = 0;
-    const Simple *following = isAsciiNext ? nullptr : simpleAt(characters.substr(next), size);
-    if (isAsciiNext ? forms[static_cast<unsigned char>(characters[next])] <= other : following == nullptr) break;
-    for (uint8_t i = 0; i < simple->kind - simpleKind; i++) {
+  while (isSimple(simple) && length + sizeof Folded::text <= run.size()) {
+    size_t end = next, size;
+    if (!skipMarks(characters, forms, end, following, size)) break;
+    if (end > next) {
+      const Folded *whole = foldedWithMarks(characters.data() + at, end - at);
+      if (whole == nullptr) break;
+      std::memcpy(run.data() + length, whole->text, sizeof whole->text);
+      length += whole->length;
+      afterBlank = run[length - 1] == ' ';
+    }
+    for (uint8_t i = 0; end == next && i < simple->kind - simpleKind; i++) {
       if (simple->text[i] != ' ' || !afterBlank) run[length++] = simple->text[i];
       afterBlank = simple->text[i] == ' ';
     }
-    at = next;
-    next += size;
+    at = end;
+    next = end + size;
     simple = following;
   }
   normal.text.append(run.data(), length);
@@ -306,6 +347,10 @@ size_t addPlain(NormalText &normal, std::string_view characters, bool inScript) 
 }
 
 void addCharacter(NormalText &normal, uint32_t codePoint) {
+  if (codePoint < 128) {
+    if (asciiForms[codePoint] != 0) closeCharacter(normal);
+    return addAscii(normal, static_cast<char>(codePoint));
+  }
   utf8proc_uint8_t bytes[4];
   if (!utf8proc_codepoint_valid(static_cast<utf8proc_int32_t>(codePoint))) codePoint = 0xFFFD;
   const auto length = utf8proc_encode_char(static_cast<utf8proc_int32_t>(codePoint), bytes);

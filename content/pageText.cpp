@@ -196,7 +196,15 @@ bool finishReference(PageText &page, char next) {
   return next == ';' && page.reference.hasDigits;
 }
 
-const char *readReference(PageText &page, const char *at) {
+const char *readReferenceName(PageText &page, const char *at, const char *end) {
+  OpenReference &reference = page.reference;
+  while (at < end && (isLetter(*at) || isDigit(*at)) && reference.length < longestReferenceName)
+    reference.name[reference.length++] = *at++;
+  if (at == end) return end;
+  return finishReference(page, *at) ? at + 1 : at;
+}
+
+const char *readReference(PageText &page, const char *at, const char *end) {
   using Kind = OpenReference::Kind;
   OpenReference &reference = page.reference;
   const char c = *at;
@@ -207,16 +215,12 @@ const char *readReference(PageText &page, const char *at) {
         return at + 1;
       }
       reference.kind = Kind::named;
-      return at;
+      return readReferenceName(page, at, end);
     case Kind::number:
       reference.kind = lower(c) == 'x' ? Kind::hex : Kind::decimal;
       return lower(c) == 'x' ? at + 1 : at;
     case Kind::named:
-      if ((isLetter(c) || isDigit(c)) && reference.length < longestReferenceName) {
-        reference.name[reference.length++] = c;
-        return at + 1;
-      }
-      break;
+      return readReferenceName(page, at, end);
     default:
       const int digit = hexValue(c);
       const uint32_t base = reference.kind == Kind::hex ? 16 : 10;
@@ -692,7 +696,7 @@ const char *readSome(PageText &page, const char *at, const char *end) {
     case At::cdata:
       return readCdata(page, at, end);
     case At::reference:
-      return readReference(page, at);
+      return readReference(page, at, end);
     case At::raw:
       return readRaw(page, at, end);
     case At::rawTag:

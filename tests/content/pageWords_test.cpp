@@ -136,6 +136,8 @@ TEST_F(Cases, Forms) {
   expect(plain, "", "<zonk blorp>100", true, {"zonk \u2014\u201C blorp"});
   expect(plain, "", "<🍕>100", true, {"pizza\U0001F355now"});
   expect(plain, "", "<й>100", true, {"\u0438\x1F\u0306"});
+  expect(plain, "", "<zónk>100", true, {"zo\u009F\u0301nk"});
+  expect(plain, "", "<कि की>100", true, {"की कि कि की" /* as it was met before */});
 }
 
 TEST_F(Cases, Markup) {
