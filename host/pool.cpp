@@ -50,7 +50,7 @@ uint64_t queueLength(int listener) {
 int32_t allWorkers(const Board &board) { return sumOf(board.workers); }
 int32_t allTunnels(const Board &board) { return sumOf(board.tunnels); }
 
-bool makePool(Pool &pool) {
+bool makePool(Pool &pool, int idleSemaphore) {
   auto count = static_cast<size_t>(hostConfig.maxConnections);
   size_t size = sizeof(PoolBoard) + count * sizeof(WorkerSlot);
   void *shared = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
@@ -64,9 +64,9 @@ bool makePool(Pool &pool) {
   pool.hangUpRead = ends[0];
   pool.hangUpWrite = ends[1];
   pool.poke = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
-  pool.idleSemaphore = eventfd(0, EFD_SEMAPHORE | EFD_NONBLOCK | EFD_CLOEXEC);
-  if (pool.poke < 0 || pool.idleSemaphore < 0) return false;
-  IdleSemaphore = pool.idleSemaphore;
+  if (pool.poke < 0) return false;
+  IdleSemaphore = pool.idleSemaphore = idleSemaphore;
+  for (uint64_t left; read(idleSemaphore, &left, sizeof left) == sizeof left;) continue; /* by a server that crashed */
   if (hostConfig.maxTunnels == 0) return true;
   hostConfig.maxTunnels = std::min(hostConfig.maxTunnels, mostTunnels());
   if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) return false;

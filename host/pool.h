@@ -53,7 +53,8 @@ struct Pool {
   PoolBoard *board = nullptr;
   WorkerSlot *slots = nullptr;
   int poke = -1;                          /* eventfd: workers are getting scarce, or somebody had to wait */
-  int idleSemaphore = -1;                 /* eventfd: one is taken by each idle connection that ends to make room */
+  int idleSemaphore = -1;                 /* eventfd: one is taken by each idle connection, whatever its generation,
+                                             that ends to make room */
   int hangUpRead = -1, hangUpWrite = -1;  /* a pipe whose end of file wakes the workers that wait */
   int offer = -1, take = -1;              /* sockets: workers offer tunnels, the relay process takes them */
   std::unordered_map<pid_t, int> workers; /* and their slots */
@@ -68,7 +69,7 @@ struct Pool {
 };
 
 /* Makes what is shared. False with errno when it cannot be had. */
-bool makePool(Pool &pool);
+bool makePool(Pool &pool, int idleSemaphore);
 
 /* Takes note of a process that has ended; false when it is none of the pool's. */
 bool forgetWorker(Pool &pool, Board &board, int generation, pid_t worker);

@@ -283,7 +283,7 @@ int serveClients(const ServerSockets &sockets, Board *board, int slot) {
   warmUp();
   sweepScanFiles();
   netsift_keepState();
-  if (!makePool(server.pool) || !takeSignals(server) || !tell(server, readyMessage)) {
+  if (!makePool(server.pool, sockets.idleSemaphore) || !takeSignals(server) || !tell(server, readyMessage)) {
     say(std::string("cannot serve: ") + std::strerror(errno));
     return 1;
   }

@@ -22,6 +22,7 @@ struct ServerSockets {
   std::vector<int> listeners; /* clients; non-blocking, shared with other generations */
   int notify;                 /* the notification socket, or -1 */
   int control;                /* to the supervisor */
+  int idleSemaphore;          /* eventfd that the connections of all generations watch while they are idle */
 };
 
 /* Serves until it was told to end and no connection is left. Returns 0, or 1 when it cannot serve. */

@@ -1,6 +1,7 @@
 #include "host/supervisor.h"
 
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <sys/mman.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
@@ -44,7 +45,7 @@ struct Supervisor {
   std::vector<SocketAddress> listenGiven; /* on the command line */
   std::vector<SocketAddress> listen;      /* as it was at the start */
   std::vector<int> listeners;
-  int notify = -1, signals = -1;
+  int notify = -1, signals = -1, idleSemaphore = -1;
   Board *board = nullptr;
   std::vector<Generation> generations;
   bool started = false;     /* the first generation serves */
@@ -95,7 +96,8 @@ int runGeneration(const Supervisor &supervisor, int control, int slot) {
   alarm(static_cast<unsigned>(hostConfig.loadSeconds));
   if (!loadLists()) return exitConfiguration;
   alarm(0);
-  return serveClients({supervisor.listeners, supervisor.notify, control}, supervisor.board, slot);
+  return serveClients({supervisor.listeners, supervisor.notify, control, supervisor.idleSemaphore}, supervisor.board,
+                      slot);
 }
 
 int freeSlot(const Supervisor &supervisor) {
@@ -279,11 +281,12 @@ bool takeSignals(Supervisor &supervisor) {
   return supervisor.signals >= 0;
 }
 
-bool makeBoard(Supervisor &supervisor) {
+bool makeShared(Supervisor &supervisor) {
   void *shared = mmap(nullptr, sizeof(Board), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   if (shared == MAP_FAILED) return false;
   supervisor.board = new (shared) Board{};
-  return true;
+  supervisor.idleSemaphore = eventfd(0, EFD_SEMAPHORE | EFD_NONBLOCK | EFD_CLOEXEC);
+  return supervisor.idleSemaphore >= 0;
 }
 
 }  // namespace
@@ -294,7 +297,7 @@ int supervise(const std::string &configuration, const std::vector<SocketAddress>
   supervisor.listenGiven = listen;
   if (!readAndCheck(supervisor)) return exitConfiguration;
   supervisor.listen = hostConfig.listen;
-  if (!makeBoard(supervisor) || !takeSignals(supervisor)) {
+  if (!makeShared(supervisor) || !takeSignals(supervisor)) {
     say(std::string("cannot start: ") + std::strerror(errno));
     return exitTrouble;
   }
