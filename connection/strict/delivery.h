@@ -21,6 +21,7 @@ namespace netsift {
 
 constexpr size_t pieceSize = sizeof httpbody;
 constexpr size_t codedPiece = 16384;
+constexpr size_t mostHeld = 256 * 1024; /* of coded bytes that give no text */
 
 /* What becomes of a response: it goes on, all of it came, it broke off, it could not be read, it was refused, the client
    has left. */

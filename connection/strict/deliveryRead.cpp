@@ -14,8 +14,7 @@ using Clock = std::chrono::steady_clock;
 /* Text is judged in pieces as large as can be had within this time, so that a page that grows slowly is seen to
    grow. */
 constexpr int gatherMilliseconds = 1000;
-constexpr int headMilliseconds = 100;      /* a body that is this slow is waited for by a client that has the head */
-constexpr size_t mostPending = 256 * 1024; /* coded bytes may go on without ever giving a text */
+constexpr int headMilliseconds = 100; /* a body that is this slow is waited for by a client that has the head */
 
 enum class Read { piece, end, timedOut, broken, unreadable, clientLeft };
 
@@ -44,7 +43,7 @@ Read readDecoded(Delivery &delivery, char *out, size_t room, size_t &count, int 
       delivery.decoderHoldsOutput = count == room;
       if (count > 0) return Read::piece;
     }
-    if (delivery.pending.size() >= mostPending) return Read::piece;
+    if (delivery.pending.size() >= mostHeld) return Read::piece;
     size_t coded = 0;
     const Ends &ends = delivery.connection.ends;
     const BodyRead read = readBody(ends.upstream, delivery.source, delivery.coded.data(), codedPiece, coded,
@@ -66,17 +65,19 @@ Read readMore(Delivery &delivery, size_t &count, int waitMilliseconds) {
   return asRead(readBody(ends.upstream, delivery.source, out, room, count, waitMilliseconds, ends.client));
 }
 
-/* How long to wait for more of a piece that began at `begun`. */
-int gatherLeft(Clock::time_point begun) {
-  const auto passed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begun).count();
-  return static_cast<int>(std::clamp<int64_t>(gatherMilliseconds - passed, 0, gatherMilliseconds));
+/* The same within that time after `begun`, however little of its framing and coding comes meanwhile. */
+Read readWithin(Delivery &delivery, size_t &count, int milliseconds, Clock::time_point begun) {
+  delivery.source.deadline = begun + std::chrono::milliseconds(milliseconds);
+  const Read read = readMore(delivery, count, milliseconds);
+  delivery.source.deadline = {};
+  return read;
 }
 
 /* The first bytes of a piece. The head of what is passed as it comes does not wait for a slow body. */
 Read readFirst(Delivery &delivery, size_t &count) {
   const bool headWaits = delivery.gathers || delivery.scans || delivery.cycle.responseBegun;
   if (!headWaits) {
-    const Read read = readMore(delivery, count, headMilliseconds);
+    const Read read = readWithin(delivery, count, headMilliseconds, Clock::now());
     if (read != Read::timedOut) return read;
     if (!sendClientHead(delivery)) return Read::clientLeft;
   }
@@ -109,7 +110,7 @@ Flow readPiece(Delivery &delivery) {
   while (delivery.size < pieceSize) {
     const bool begins = delivery.size == delivery.fresh;
     size_t count = 0;
-    const Read read = begins ? readFirst(delivery, count) : readMore(delivery, count, gatherLeft(begun));
+    const Read read = begins ? readFirst(delivery, count) : readWithin(delivery, count, gatherMilliseconds, begun);
     if (begins) begun = Clock::now();
     delivery.size += count;
     if (read == Read::end) return Flow::finished;
@@ -117,7 +118,7 @@ Flow readPiece(Delivery &delivery) {
     if (read == Read::clientLeft) return Flow::gone;
     if (read == Read::timedOut && !begins) return Flow::on;
     if (read != Read::piece) return cutOff(delivery, read == Read::timedOut);
-    if (!delivery.gathers || delivery.pending.size() >= mostPending) return Flow::on;
+    if (!delivery.gathers || delivery.pending.size() >= mostHeld) return Flow::on;
   }
   return Flow::on;
 }

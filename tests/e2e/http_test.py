@@ -1,5 +1,7 @@
 """docs/http.md, row by row: what the site sees of a request and what the client gets of the answer."""
 import re
+import threading
+import zlib
 
 from exchanges import read_chunks
 from harness import TOP, Case, read_head
@@ -112,3 +114,21 @@ class Http(Case):
                 received = self.ask(filtering, request)
                 self.assertRegex(received, f"(?s){got}")
                 self.assertRegex(self.seen, f"(?s){seen}")
+
+    def test_text_is_not_held_back_by_bytes_that_give_none(self):
+        packer, read, filtering = zlib.compressobj(), threading.Event(), self.filter()
+        packed = packer.compress(b"<p>here it is") + packer.flush(zlib.Z_SYNC_FLUSH)
+
+        def serve(connection):
+            read_head(connection)
+            connection.sendall(b"HTTP/1.1 200 OK\r\nContent-Type: text/html\r\n" + start)
+            while not read.wait(0.1):
+                connection.sendall(more)
+        site = f"localhost:{self.peer(serve).port}"
+        for start, more in ((b"Content-Encoding: deflate\r\n\r\n" + packed, b"\0\0\0\xff\xff"),  # a block of no bytes
+                            (b"Transfer-Encoding: chunked\r\n\r\n2\r\nhi\r\n1;", b"x")):
+            read.clear()
+            with filtering.connect() as client:
+                client.sendall(f"GET http://{site}/ HTTP/1.1\r\nHost: {site}\r\n\r\n".encode())
+                self.assertIn(b" 200 ", client.recv(65536))
+                read.set()
