@@ -29,16 +29,27 @@ Flow releaseCollected(Delivery &delivery) {
   return Flow::gone;
 }
 
+/* Coded bytes are mostly fewer than those of their text, but may go on and give none. */
+constexpr uint64_t mostCoded = 4 << 20, mostCodedForEach = 4;
+
+bool writeCoded(Delivery &delivery, const std::string &bytes) {
+  if (delivery.codedSpooled + bytes.size() > mostCoded + mostCodedForEach * delivery.spooled) return false;
+  if (!delivery.codedSpool) delivery.codedSpool.reset(std::tmpfile());
+  return delivery.codedSpool &&
+         writeSpool(fileno(delivery.codedSpool.get()), delivery.codedSpooled, bytes.data(), bytes.size());
+}
+
 /* Puts coded bytes beside the scan file once that holds all their text. */
 bool collectSettled(Delivery &delivery) {
   const std::string bytes = takeSettled(delivery);
   if (bytes.empty()) return true;
-  if (!delivery.codedSpool) delivery.codedSpool.reset(std::tmpfile());
-  if (!delivery.codedSpool ||
-      !writeSpool(fileno(delivery.codedSpool.get()), delivery.codedSpooled, bytes.data(), bytes.size()))
-    return false;
-  delivery.codedSpooled += bytes.size();
-  return true;
+  if (writeCoded(delivery, bytes)) {
+    delivery.codedSpooled += bytes.size();
+    return true;
+  }
+  delivery.pending.insert(0, bytes);
+  delivery.settled = bytes.size();
+  return false;
 }
 
 bool collect(Delivery &delivery, const char *piece, size_t length) {
@@ -83,8 +94,7 @@ Flow scanCollected(Delivery &delivery) {
 
 Flow collectPiece(Delivery &delivery, const char *piece, size_t length) {
   if (hasLeft(delivery.watch)) return Flow::gone;
-  if (collect(delivery, piece, length)) {
-    if (!collectSettled(delivery)) return Flow::gone;
+  if (!delivery.decoder.exceeded && collect(delivery, piece, length) && collectSettled(delivery)) {
     if (delivery.threshold == 0 || delivery.spooled < delivery.threshold) return Flow::on;
     while (delivery.threshold <= delivery.spooled) delivery.threshold *= 2;
     return scanCollected(delivery);

@@ -1,3 +1,6 @@
+#include <sys/resource.h>
+
+#include <csignal>
 #include <filesystem>
 #include <list>
 
@@ -484,16 +487,52 @@ TEST_F(StrictTest, whatWasJudgedIsDeliveredAsItCame) {
   }
 }
 
+/* Stored blocks of no bytes, so many of a deflate stream. */
+std::string silence(size_t size) {
+  std::string blocks;
+  while (blocks.size() < size) blocks += std::string("\0\0\0\xFF\xFF", 5);
+  return blocks;
+}
+
 /* A coded stream may go on without end and say nothing. */
 TEST_F(StrictTest, codedBytesWithoutTextAreNotHeldForEver) {
   blockWord();
-  const std::string empty = std::string("\0\0\0\xFF\xFF", 5); /* a stored block of no bytes */
-  std::string body = compressed("<p>text", -15);
-  std::string filler;
-  while (filler.size() < 600'000) filler += empty;
-  body = filler + body;
+  const std::string body = silence(600'000) + compressed("<p>text", -15);
   const std::string answer = serveOne(response("Content-Type: text/html\r\nContent-Encoding: deflate\r\n", body));
   EXPECT_TRUE(bodyOf(answer) == body) << bodyOf(answer).size();
+}
+
+/* Where coded bytes are kept beside the scan file, and there is no room or no end of them, that is a scan that failed. */
+TEST_F(StrictTest, whatCannotBeCollectedIsNotScanned) {
+  virusscan = 1;
+  startScanSize = 0;
+  signal(SIGXFSZ, SIG_IGN);
+  rlimit before{};
+  getrlimit(RLIMIT_FSIZE, &before);
+  const std::string quiet = "Content-Encoding: deflate\r\n",
+                    bomb = "Content-Type: text/html\r\nContent-Encoding: br\r\n",
+                    packed = coded(Coding::brotli, std::string(8 << 20, 'a')), end = compressed("text", -15);
+  const std::tuple<rlim_t, std::string, std::string> cases[] = {{300'000, quiet, silence(600'000) + end},
+                                                                {before.rlim_max, quiet, silence(5 << 20) + end},
+                                                                {before.rlim_max, bomb, packed}};
+  for (const auto &[room, fields, body] : cases) {
+    for (const int32_t passes : {0, int32_t{STRICT_PASS_UNSCANNED}}) {
+      for (const bool judges : {false, true}) {
+        contentcheck = 0;
+        if (judges) blockWord();
+        StrictHttp = STRICT_HTTP | STRICT_PASS_UNJUDGED | passes;
+        engine({"OK"});
+        const rlimit limit{room, before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        const std::string answer = serveOne(response(fields, body));
+        setrlimit(RLIMIT_FSIZE, &before);
+        stopEngine();
+        EXPECT_EQ(answer.starts_with("HTTP/1.1 403"), passes == 0) << fields << body.size() << answer.substr(0, 300);
+        EXPECT_EQ(bodyOf(answer) == body, passes != 0) << fields << body.size() << judges;
+        EXPECT_EQ(scans, 0U);
+      }
+    }
+  }
 }
 
 TEST_F(StrictTest, whatDescribedTheBytesIsTakenOutWithThem) {
