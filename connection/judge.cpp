@@ -175,10 +175,11 @@ bool refuseOffensive(Connection &connection, const Cycle &cycle, char *piece, si
 }
 
 bool refuseWords(Connection &connection, const Cycle &cycle, PageWords &words, std::span<char> window, size_t fresh,
-                 bool first, bool isLast) {
+                 bool first, bool isLast, bool mayWait) {
   dprintf(7, "preprocessing body...\n");
   if (!first || !isRatingBlocked(window.data(), static_cast<int32_t>(window.size()))) {
-    const int category = judgeWords(words, {window.data() + fresh, window.size() - fresh}, isLast);
+    int category = judgeWords(words, {window.data() + fresh, window.size() - fresh}, isLast);
+    if (category == 0 && !mayWait) category = words.atEnd;
     if (category == 0) return false;
     recordOffensive(category);
   }

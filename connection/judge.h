@@ -87,9 +87,10 @@ void recordOffensive(int category);
 bool refuseOffensive(Connection &connection, const Cycle &cycle, char *piece, size_t length, bool first);
 
 /* The same of a page whose words are judged: what stands in the window from `fresh` on is read on. `first`: ratings are
-   looked for in the window. `isLast`: nothing follows. */
+   looked for in the window. `isLast`: nothing follows; `mayWait`: what only an end here would condemn is left to what
+   follows, and words.atEnd tells. */
 bool refuseWords(Connection &connection, const Cycle &cycle, PageWords &words, std::span<char> window, size_t fresh,
-                 bool first, bool isLast);
+                 bool first, bool isLast, bool mayWait);
 
 /* -- the scan -- */
 

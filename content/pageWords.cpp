@@ -58,7 +58,7 @@ int judgeAsEnd(const PageReading &reading) {
   std::copy_n(reading.scores, maxPhraseCategories, scores);
   const FoundCounts counts = countFound();
   const int category = weighTexts(scores, page, true, shownWeighed, besideWeighed);
-  if (category == 0) restoreFound(counts);
+  restoreFound(counts);
   return category;
 }
 
@@ -73,6 +73,15 @@ int judgeReading(PageReading &reading, std::string_view bytes, bool isLast) {
   return category;
 }
 
+int judgeReadings(PageWords &words, std::string_view bytes, bool isLast) {
+  for (PageReading &reading : words.readings) {
+    const int category = judgeReading(reading, bytes, isLast);
+    if (category != 0) return category;
+    if (words.atEnd == 0 && !isLast) words.atEnd = judgeAsEnd(reading);
+  }
+  return 0;
+}
+
 }  // namespace
 
 bool isJudgedType(std::string_view type) {
@@ -85,24 +94,22 @@ bool isJudgedType(std::string_view type) {
 }
 
 int judgeWords(PageWords &words, std::string_view bytes, bool isLast) {
+  words.atEnd = 0;
   if (words.readings.empty()) {
     words.start.append(bytes);
-    bytes = words.start;
     if (words.start.size() < namingLength && !isLast) {
-      PageWords whole{words.type, words.charset, words.start, {}};
+      PageWords sofar{words.type, words.charset, words.start, {}};
+      openReadings(sofar);
       const FoundCounts counts = countFound();
-      const int category = judgeWords(whole, "", true);
+      const int category = judgeReadings(sofar, sofar.start, false);
       if (category == 0) restoreFound(counts);
+      words.atEnd = sofar.atEnd;
       return category;
     }
     openReadings(words);
     bytes = words.start;
   }
-  int category = 0;
-  for (PageReading &reading : words.readings) {
-    if (category == 0) category = judgeReading(reading, bytes, isLast);
-    if (category == 0 && !isLast) category = judgeAsEnd(reading);
-  }
+  const int category = judgeReadings(words, bytes, isLast);
   words.start.clear();
   return category;
 }

@@ -31,14 +31,15 @@ struct PageWords {
   std::string type, charset; /* as the answer's head names them, "" where it does not */
   std::string start;         /* the first bytes, until they are enough to say what they are written in */
   std::vector<PageReading> readings;
+  int atEnd = 0; /* the category that would condemn the page if it ended here, where a word or character is open */
 };
 
 /* Whether a type, without parameters and in small letters, is one of JudgedTypes, or none that says anything. */
 bool isJudgedType(std::string_view type);
 
-/* Reads on and weighs what can be told so far, as if the page ended behind `bytes`. The number, from 1, of a category
-   whose score reaches the threshold; 0 when there is none. The phrase filter must have been made ready for this page
-   (iniContentFilter) and for no other since. `isLast`: nothing follows. */
+/* Reads on and weighs what can be told so far. The number, from 1, of a category whose score reaches the threshold,
+   whatever follows; 0 when there is none: `atEnd` then says what would be if nothing did. The phrase filter must have
+   been made ready for this page (iniContentFilter) and for no other since. `isLast`: nothing follows. */
 int judgeWords(PageWords &words, std::string_view bytes, bool isLast);
 
 }  // namespace netsift

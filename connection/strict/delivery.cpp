@@ -28,20 +28,41 @@ void passDecoded(Delivery &delivery) {
   for (CodingDecoder &decoder : delivery.decoder.each) decoder.showsRest = false;
 }
 
+/* Where the script belongs. Coded bytes that give no text are not held until there is some: as they came they could not
+   go out before a script. */
+void findPlaceForScript(Delivery &delivery, bool isLast) {
+  if (!delivery.first || !delivery.inserts) return;
+  delivery.popupIndex = delivery.size == 0 ? -1 : getPopUpIndex(httpbody, static_cast<int>(delivery.size));
+  if (delivery.popupIndex >= 0 || (delivery.size == 0 && !isLast)) passDecoded(delivery);
+}
+
+/* Whether there is something to judge: words also at the end, which finishes the last one. */
+bool hasMoreToJudge(const Delivery &delivery, bool isLast) {
+  if (!delivery.judges) return false;
+  const bool isOpen = delivery.words && !delivery.first && (isLast || !delivery.held.empty());
+  return delivery.size > delivery.fresh || isOpen;
+}
+
+/* Half a word may be one that condemns the page: it is held back with its piece until there is more of it, or the end.
+ */
+bool mayWait(const Delivery &delivery) {
+  const size_t length = delivery.held.size() + delivery.size - delivery.fresh;
+  return length <= mostHeld && delivery.pending.size() < mostHeld;
+}
+
 Flow judgePiece(Delivery &delivery, bool isLast) {
+  delivery.waits = false;
   if (mayStore(delivery.cycle)) noticePopups(delivery.cycle, httpbody, delivery.size);
-  if (delivery.first && delivery.inserts) {
-    delivery.popupIndex = delivery.size == 0 ? -1 : getPopUpIndex(httpbody, static_cast<int>(delivery.size));
-    if (delivery.popupIndex >= 0) passDecoded(delivery);
-  }
-  if (!delivery.judges || delivery.size == delivery.fresh) return Flow::on;
+  findPlaceForScript(delivery, isLast);
+  if (!hasMoreToJudge(delivery, isLast)) return Flow::on;
   if (delivery.fresh > 0 && contentcheck != 0 && !delivery.words) prepareContentFilter();
   if (delivery.fresh == 0 && !delivery.first) delivery.inFirstWindow = false;
   const bool first = delivery.inFirstWindow;
   const bool refused = delivery.words
                            ? refuseWords(delivery.connection, delivery.cycle, *delivery.words,
-                                         {httpbody, delivery.size}, delivery.fresh, first, isLast)
+                                         {httpbody, delivery.size}, delivery.fresh, first, isLast, mayWait(delivery))
                            : refuseOffensive(delivery.connection, delivery.cycle, httpbody, delivery.size, first);
+  delivery.waits = !refused && delivery.words && delivery.words->atEnd != 0;
   return refused ? Flow::blocked : Flow::on;
 }
 
@@ -53,13 +74,16 @@ Flow handleUnjudged(Delivery &delivery) {
   return Flow::blocked;
 }
 
-/* A piece that passed: into the scan file, or to the client. */
+/* A piece that passed, behind what was held back: into the scan file, or to the client. */
 Flow passPiece(Delivery &delivery) {
-  const char *piece = httpbody + delivery.fresh;
-  const size_t length = delivery.size - delivery.fresh;
-  if (length == 0 && delivery.pending.empty()) return Flow::on;
-  if (delivery.scans) return collectPiece(delivery, piece, length);
-  return releasePiece(delivery, piece, length) ? Flow::on : Flow::gone;
+  std::string_view piece(httpbody + delivery.fresh, delivery.size - delivery.fresh);
+  if (delivery.waits || !delivery.held.empty()) delivery.held.append(piece);
+  if (delivery.waits) return Flow::on;
+  const std::string held = std::exchange(delivery.held, {});
+  if (!held.empty()) piece = held;
+  if (piece.empty() && delivery.pending.empty()) return Flow::on;
+  if (delivery.scans) return collectPiece(delivery, piece.data(), piece.size());
+  return releasePiece(delivery, piece.data(), piece.size()) ? Flow::on : Flow::gone;
 }
 
 bool isType(const Cycle &cycle, const char *what) {
@@ -168,12 +192,10 @@ Flow handlePieces(Delivery &delivery) {
     const bool mayPass = delivery.decoder.unbounded || (delivery.passesCoded && !delivery.judges && !delivery.scans);
     if (read == Flow::unjudged && !mayPass) return handleUnjudged(delivery);
     if (delivery.decoder.exceeded && delivery.judges) handleUnjudged(delivery);
-    if (delivery.first || delivery.size > delivery.fresh || !delivery.pending.empty()) {
-      Flow flow = judgePiece(delivery, read != Flow::on);
-      if (flow == Flow::on) flow = passPiece(delivery);
-      if (flow != Flow::on) return flow;
-      delivery.first = false;
-    }
+    Flow flow = judgePiece(delivery, read != Flow::on);
+    if (flow == Flow::on) flow = passPiece(delivery);
+    if (flow != Flow::on) return flow;
+    if (delivery.size > 0) delivery.first = false;
     const bool passes = delivery.passesCoded && delivery.decodes && !delivery.scans;
     if (read == Flow::unjudged && delivery.judges) handleUnjudged(delivery);
     if (passes && !delivery.judges && (read == Flow::on || read == Flow::unjudged)) {

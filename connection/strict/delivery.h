@@ -21,7 +21,7 @@ namespace netsift {
 
 constexpr size_t pieceSize = sizeof httpbody;
 constexpr size_t codedPiece = 16384;
-constexpr size_t mostHeld = 256 * 1024; /* of coded bytes that give no text */
+constexpr size_t mostHeld = 256 * 1024; /* of text whose last word is open, and of coded bytes that give no text */
 
 /* What becomes of a response: it goes on, all of it came, it broke off, it could not be read, it was refused, the client
    has left. */
@@ -48,9 +48,11 @@ struct Delivery {
   File codedSpool;     /* those whose text is in the scan file, a file without a name */
   uint64_t codedSpooled = 0;
 
-  size_t size = 0;  /* of what is in httpbody and judged as one */
-  size_t fresh = 0; /* where in it the piece begins that the client has not had */
-  bool first = true, inFirstWindow = true;
+  size_t size = 0;                         /* of what is in httpbody and judged as one */
+  size_t fresh = 0;                        /* where in it the piece begins that was read last */
+  bool first = true, inFirstWindow = true; /* `first`: there was no text yet */
+  bool waits = false; /* the page would be condemned if it ended here: what was read last is held back */
+  std::string held;   /* text read before that, which is too */
   bool timedOut = false;
   bool trusted = true; /* every check that is on has passed all of it */
   int popupIndex = -1;

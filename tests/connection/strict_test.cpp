@@ -3,6 +3,7 @@
 #include <csignal>
 #include <filesystem>
 #include <list>
+#include <random>
 
 #include "connection/connectionReset.h"
 #include "content/phraseList.h"
@@ -219,6 +220,7 @@ TEST_F(StrictTest, aSilentConnectionIsKeptForTheNextClientUnlessItIsPersonal) {
       {15, "", good, 1},
       {15, close, good, 1},
       {0, close, good, 2},
+      {1, "", good, 2}, /* that is over when the next one comes */
       {15, "Authorization: Basic eDp5\r\n", good, 2},
       {15, "", "HTTP/1.1 401 Unauthorized\r\nContent-Length: 0\r\n\r\n", 2},
       {15, "", good + "HTTP/1.1 200 OK\r\n", 2},
@@ -232,6 +234,7 @@ TEST_F(StrictTest, aSilentConnectionIsKeptForTheNextClientUnlessItIsPersonal) {
         for (opened++; !readOnce(fd).empty();) say(fd, answers.empty() ? first : good);
       });
       answers = serveDirect(ask(site.port, fields));
+      if (seconds == 1) usleep(1'010'000);
       answers += serveDirect(ask(site.port));
       netsift_releaseUpstreams();
     }
@@ -494,12 +497,21 @@ std::string silence(size_t size) {
   return blocks;
 }
 
-/* A coded stream may go on without end and say nothing. */
+/* A coded stream may go on without end and say nothing; what comes then is looked at as the page's start. */
 TEST_F(StrictTest, codedBytesWithoutTextAreNotHeldForEver) {
   blockWord();
-  const std::string body = silence(600'000) + compressed("<p>text", -15);
-  const std::string answer = serveOne(response("Content-Type: text/html\r\nContent-Encoding: deflate\r\n", body));
-  EXPECT_TRUE(bodyOf(answer) == body) << bodyOf(answer).size();
+  blockPopups();
+  testforratings = rsacenable = 1;
+  const std::string type = "Content-Type: text/html\r\nContent-Encoding: deflate\r\n", filler = silence(600'000);
+  const auto ask = [&](const std::string &text) { return serveOne(response(type, filler + compressed(text, -15))); };
+  blockpopup = 0;
+  EXPECT_TRUE(bodyOf(ask("<p>text")) == filler + compressed("<p>text", -15));
+  const std::string rated = R"(<META><head><meta name="pics-label" content='(x "rsac" r (v 4))'></head>)";
+  EXPECT_EQ(bodyOf(ask(rated)).find("rated"), std::string::npos);
+  blockpopup = 1;
+  const std::string script(popupblocker, static_cast<size_t>(popuplen)), answer = ask("<html>x");
+  EXPECT_NE(bodyOf(answer).find(script), std::string::npos) << answer.substr(0, 500);
+  EXPECT_EQ(answer.find("Content-Encoding"), std::string::npos);
 }
 
 /* Where coded bytes are kept beside the scan file, and there is no room or no end of them, that is a scan that failed. */
@@ -533,6 +545,56 @@ TEST_F(StrictTest, whatCannotBeCollectedIsNotScanned) {
       }
     }
   }
+  std::string noise;
+  for (std::mt19937 random; noise.size() < 5 << 20;) noise += static_cast<char>(random());
+  StrictHttp = STRICT_HTTP;
+  contentcheck = 0;
+  engine({"OK"});
+  const std::string large = compressed(noise, -15);
+  EXPECT_TRUE(bodyOf(serveOne(response(quiet, large))) == large) << "which is no more than its text";
+}
+
+/* What only an end there would condemn waits for what follows: neither that nor an end alone is passed over. */
+TEST_F(StrictTest, halfAWordAtTheEndOfAPieceIsHeldBack) {
+  ContentMatch = CONTENT_WORDS;
+  std::strcpy(JudgedTypes[0], "text/html");
+  blockWord();
+  startScanSize = 0;
+  const std::string word = " vexatious", full = std::string(65536 - word.size(), '.') + word, rest = "ly so";
+  const std::string again = rest + std::string(65536 - word.size() - rest.size(), '.') + word;
+  const std::pair<std::string, bool> cases[] = {{full, false},
+                                                {full + rest, true},
+                                                {full + "<b>" + rest, true},
+                                                {full + again + rest, true},
+                                                {full + again, false},
+                                                {full + rest + word, false},
+                                                {full + "<!--" + std::string(300'000, '.') + "-->" + rest, false},
+                                                {word + "\1" + rest, true}};
+  const auto expect = [&](const std::string &fields, const std::string &body, bool passes) {
+    const std::string sent = "HTTP/1.0 200 OK\r\nContent-Type: text/html\r\n" + fields + "\r\n" + body;
+    for (const int scanned : {0, 1}) {
+      virusscan = scanned;
+      engine({"OK"});
+      const bool pauses = body.starts_with(word) && scanned == 0;
+      const std::string answer = pauses ? serve(get, {sent}) : serveOne(sent);
+      ProxyPresent = 0;
+      stopEngine();
+      const std::string which = body.substr(0, 20) + std::to_string(body.size()) + fields + std::to_string(scanned);
+      EXPECT_EQ(answer.ends_with("\r\n0\r\n\r\n"), passes) << which << answer.substr(0, 300);
+      EXPECT_TRUE(!passes || answer.size() > body.size()) << which;
+    }
+  };
+  const std::string gzip = "Content-Encoding: gzip\r\n", none = compressed("", 31);
+  for (const auto &[page, passes] : cases) {
+    expect("X: close\r\n", page, passes);
+    expect(gzip, compressed(page, 31), passes);
+  }
+  std::string quiet = compressed(full, 31); /* then streams of no bytes */
+  while (quiet.size() < 300'000) quiet += none;
+  expect(gzip, quiet + compressed(rest, 31), false);
+  StrictHttp |= STRICT_PASS_UNJUDGED | STRICT_PASS_UNSCANNED; /* and beyond bounds behind it */
+  const std::string large((1 << 20) - word.size(), '.');
+  expect(gzip, compressed(large + word + rest + large, 31), true);
 }
 
 TEST_F(StrictTest, whatDescribedTheBytesIsTakenOutWithThem) {
@@ -540,10 +602,13 @@ TEST_F(StrictTest, whatDescribedTheBytesIsTakenOutWithThem) {
                     page = "<html>x";
   const std::string coded = described + "Content-Encoding: gzip\r\n", packed = compressed(page, 31),
                     plain = compressed("no page", 31);
-  const std::tuple<bool, uint8_t, std::string, bool> cases[] = {
-      {false, 0, response(described, page), true},  {true, 0, response(coded, packed), true},
-      {false, 1, response(described, page), false}, {false, 1, response(coded, packed), false},
-      {true, 1, response(coded, packed), false},    {false, 1, response(coded, plain), true}};
+  const std::tuple<bool, uint8_t, std::string, bool> cases[] = {{false, 0, response(described, page), true},
+                                                                {true, 0, response(coded, packed), true},
+                                                                {false, 1, response(described, page), false},
+                                                                {false, 1, response(coded, packed), false},
+                                                                {true, 1, response(coded, packed), false},
+                                                                {false, 1, response(coded, plain), true},
+                                                                {false, 1, response(coded, compressed("", 31)), true}};
   blockPopups();
   for (const auto &[judges, inserts, sent, kept] : cases) {
     testforratings = judges ? 1 : 0;

@@ -215,15 +215,17 @@ TEST_F(PageWordsTest, ScoresGoOnOverTheWholePage) {
   EXPECT_EQ(judge(html, "", page, 100).first, 1 + 1 + 2);
 }
 
-/* What has come is judged as if it were all: its last word too, but that counts once. */
+/* What has come is told as if it were all, its last word too; but that condemns nothing before it has ended. */
 TEST_F(PageWordsTest, APageThatStopsIsJudged) {
   load("<\"zonk\">60");
   for (const size_t before : {size_t{0}, size_t{2000}}) {
     iniContentFilter();
     PageWords words{html, "", {}, {}};
     const string start = string(before, '-') + "<p>zonk a ";
-    EXPECT_EQ(judgeWords(words, start + "<b>zon", false), 0);
-    EXPECT_EQ(judgeWords(words, "k", false), 1);
+    EXPECT_EQ(judgeWords(words, start + "<b>zon", false) + words.atEnd, 0);
+    EXPECT_EQ(judgeWords(words, "k", false), 0);
+    EXPECT_EQ(words.atEnd, 1);
+    EXPECT_EQ(judgeWords(words, ".", false), 1);
     PageWords other{html, "", {}, {}};
     iniContentFilter();
     EXPECT_EQ(judgeWords(other, start.substr(0, start.size() - 3), false), 0);
