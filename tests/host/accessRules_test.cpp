@@ -58,7 +58,9 @@ TEST(ClientCount, WhoCountsAsOneClient) {
                                                                 {"fd00::1", "fd00::2", false},
                                                                 {"fd00::1", "fd00::1", true},
                                                                 {"fd00:0:0:1::1", "fd00:0:0:1::2", true},
-                                                                {"::1", "::2", false}};
+                                                                {"::1", "::2", false},
+                                                                {"fd00::1", "::1", false},
+                                                                {"1.0.0.0", "::1", false}};
   for (const auto &[one, other, same] : cases)
     EXPECT_EQ(clientKey(client(one), own) == clientKey(client(other), own), same) << one << " " << other;
   EXPECT_NE(clientKey(client("::1"), {}), 0u);

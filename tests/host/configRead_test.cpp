@@ -140,11 +140,12 @@ TEST(ConfigRead, ListenersAndRulesOfBothFamilies) {
     EXPECT_EQ(found, expected);
   }
   for (const char *pattern : {"[2001:0db8:*", "[2001:DB8::*", "[2001:db8::01]", "[2001:db8::1", "[::ffff:1.2.3.4]", "[",
-                              "[2001:db8:0:1:2::]", "2001:db8::*"})
+                              "[2001:db8:0:1:2::]", "2001:db8::*", "[01*"})
     EXPECT_NE(faults("requests.blocked_ip_hosts = [\"" + std::string(pattern) + "\"]"), "") << pattern;
-  EXPECT_EQ(faults("requests.blocked_ip_hosts = ['[2001:db8::1]', '[2001:db8:0:*', '[fe80::*', '[::]', '[*']\n"
-                   "upstream.proxy = '[0::1]:3128'"),
-            "");
+  EXPECT_EQ(
+      faults("requests.blocked_ip_hosts = ['[2001:db8::1]', '[2001:db8:0:*', '[2001:0*', '[fe80::*', '[::]', '[*']\n"
+             "upstream.proxy = '[0::1]:3128'"),
+      "");
   EXPECT_TRUE(proxyip == std::string("::1") && proxyport == 3128 && ProxyPresent == 1);
   EXPECT_EQ(hostConfig.listen.size(), 1u) << "the default takes the place of what was wrong";
   for (const char *network :

@@ -70,6 +70,9 @@ TEST(dial, aSilentAddressIsOvertakenAndTriedLastForAWhile) {
   EXPECT_TRUE(first.took >= 240ms && first.took < 3s) << first.took.count();
   const std::vector<SocketAddress> both = {silent.address, good.address};
   EXPECT_EQ(texts(dialOrder(both)), texts({good.address, silent.address}));
+  std::vector<SocketAddress> otherPort = both;
+  for (SocketAddress &address : otherPort) setPort(address, 9);
+  EXPECT_EQ(texts(dialOrder(otherPort)), texts(otherPort));
   EXPECT_EQ(texts(dialOrder(both, begin + failureLifetime + 5s)), texts(both));
   const Outcome late = outcomeOf({silent.address}, 300);
   EXPECT_TRUE(late.wait == Wait::timedOut && late.error == ETIMEDOUT && late.took >= 290ms);
@@ -83,6 +86,8 @@ TEST(dial, aRefusalIsFollowedAtOnceAndTheLastOneTold) {
     refusing.push_back(gone.address);
   }
   const Outcome none = outcomeOf(refusing, 10000);
+  const Place fresh("127.0.0.7:0");
+  EXPECT_EQ(texts(dialOrder({refusing[0], fresh.address})), texts({fresh.address, refusing[0]}));
   EXPECT_TRUE(none.wait == Wait::failed && none.error == ECONNREFUSED && none.took < 1s) << none.took.count();
   const Place silent("127.0.0.8:0", true), good("127.0.0.9:0");
   refusing.insert(refusing.begin(), silent.address);
