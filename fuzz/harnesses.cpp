@@ -208,8 +208,8 @@ void clientHello(Bytes input) {
   if (again != Parse::more && cut.size() + 5 <= mostHelloBytes) check(part.serverName == whole.serverName);
 }
 
-/* A response's fields; the first byte chooses its status line. One Content-Length, or one "chunked" of HTTP/1.1, and
-   nothing else frames a body. */
+/* A response's fields; the first byte chooses its status line. One Content-Length, or one "chunked", and nothing else
+   frames a body; behind chunks of HTTP/1.0 nothing is read. */
 void strictFraming(Bytes input) {
   constexpr const char *statusLines[] = {"1 200", "0 200", "1 204", "1 304", "1 100"};
   const size_t choice = static_cast<unsigned char>(input[0]) % std::size(statusLines);
@@ -218,10 +218,12 @@ void strictFraming(Bytes input) {
   Header header;
   if (!scan(text, true, header)) return;
   const ResponseFraming framing = responseFraming(header.first, false);
+  text.clear(); /* the head alone: an LF may have ended it early */
+  for (const HeaderLine *line = header.first; line != nullptr; line = line->next) text += line->text;
   destroyHeader(&header);
   if (framing.fault.status != 0) return;
   const auto has = [&](const string &what) { return strcasestr(text.c_str(), what.c_str()) != nullptr; };
-  if (framing.kind == BodyKind::chunked) check(has("chunked") && choice == 0);
+  if (framing.kind == BodyKind::chunked) check(has("chunked") && (choice == 0 || !framing.upstreamPersists));
   if (framing.kind == BodyKind::length) check(has(std::to_string(framing.length)));
   if (framing.kind == BodyKind::untilClose) check(!has("\nContent-Length:") && !framing.upstreamPersists);
 }

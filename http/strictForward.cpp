@@ -73,7 +73,11 @@ void rewriteRequest(Header &header, const StrictTarget &target, const std::strin
   const bool http11 = std::strstr(header.first->text, " HTTP/1.1") != nullptr;
   setLine(header.first, target.method + " " + address + (http11 ? " HTTP/1.1" : " HTTP/1.0"));
   removeHopByHop(header);
-  if (!hasField(header, "Transfer-Encoding:")) removeField(header, "Trailer:");
+  if (hasField(header, "Transfer-Encoding:")) {
+    setFraming(header, true); /* in the letters and blanks that everybody reads */
+  } else {
+    removeField(header, "Trailer:");
+  }
   removeField(header, "Expect:");
   removeField(header, "Host:");
   unifyContentLength(header);
@@ -136,6 +140,14 @@ bool acceptsWebSocket(const HeaderLine *first) {
     if (isField(line, "Upgrade:")) accepts |= hasListToken(fieldValue(line, "Upgrade:"), "websocket");
   }
   return accepts;
+}
+
+bool asksForWebSocket(const HeaderLine *first) {
+  bool isOption = false;
+  for (const HeaderLine *line = first->next; line != nullptr; line = line->next) {
+    if (isField(line, "Connection:")) isOption |= hasListToken(fieldValue(line, "Connection:"), "upgrade");
+  }
+  return isOption && acceptsWebSocket(first);
 }
 
 void offerWebSocket(Header &header) {

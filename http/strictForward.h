@@ -14,7 +14,7 @@ namespace netsift {
 /* Addresses the request to the origin itself, with the target in origin form, or to the proxy upstream, in absolute
    form (the authority for CONNECT). One Host field names the target's host, and a Content-Length stands once. Gone are
    the hop-by-hop fields and those that Connection names, but for what frames or describes the content; Expect, which is
-   answered here; Trailer where nothing is chunked; and towards an origin Proxy-Authorization. The "Connection" field of
+   answered here; Trailer where nothing is chunked, else the one Transfer-Encoding says so anew; and towards an origin Proxy-Authorization. The "Connection" field of
    this hop says whether the upstream is to keep the connection: not when it `closes`. The request line keeps its version
    where that is 1.0 or 1.1. */
 void rewriteForOrigin(Header &header, const StrictTarget &target, bool closes);
@@ -46,6 +46,10 @@ void setFraming(Header &header, bool chunked);
 
 /* Whether a head names "websocket" as what its sender goes on in. */
 bool acceptsWebSocket(const HeaderLine *first);
+
+/* Whether its sender offers it to this hop: an Upgrade that Connection does not list is what an earlier one forgot to
+   take out (RFC 9110 section 7.8). */
+bool asksForWebSocket(const HeaderLine *first);
 
 /* Offers it to the next hop. */
 void offerWebSocket(Header &header);

@@ -34,15 +34,18 @@ bool parseLength(std::string_view digits, uint64_t &length) {
   return !digits.empty();
 }
 
-enum class TransferCoding { absent, chunked, other };
+enum class TransferCoding { absent, chunked, identity, other };
 
-/* Nothing but one "chunked" is chunked. */
+/* Nothing but one "chunked" is chunked. "identity", which HTTP/1.1 had until RFC 7230, is no coding at all. */
 TransferCoding readTransferCoding(const HeaderLine *first) {
   TransferCoding coding = TransferCoding::absent;
   for (const HeaderLine *line = first; line != nullptr; line = line->next) {
     if (!isField(line, "Transfer-Encoding:")) continue;
-    const bool chunked = equalsIgnoringCase(fieldValue(line, "Transfer-Encoding:"), "chunked");
-    coding = chunked && coding == TransferCoding::absent ? TransferCoding::chunked : TransferCoding::other;
+    const std::string_view value = fieldValue(line, "Transfer-Encoding:");
+    const bool isFirst = coding == TransferCoding::absent;
+    coding = TransferCoding::other;
+    if (isFirst && equalsIgnoringCase(value, "chunked")) coding = TransferCoding::chunked;
+    if (isFirst && equalsIgnoringCase(value, "identity")) coding = TransferCoding::identity;
   }
   return coding;
 }
@@ -56,15 +59,17 @@ StrictFault readExpectation(const HeaderLine *first, RequestFraming &framing) {
   return none;
 }
 
-/* Kind, length and persistence of a response whose body its fields delimit. */
+/* Kind, length and persistence of a response whose body its fields delimit. Chunks in HTTP/1.0 are read as others read
+   them; it travels on in a framing of ours. */
 void frameByFields(ResponseFraming &framing, TransferCoding coding, Lengths lengths) {
-  if (coding == TransferCoding::other || (coding == TransferCoding::chunked && framing.line.minorVersion == 0)) {
+  if (coding == TransferCoding::other) {
     framing.fault = unknownAnswerCoding;
   } else if (coding == TransferCoding::chunked) {
     framing.kind = BodyKind::chunked;
-    framing.upstreamPersists &= lengths == Lengths::absent;
+    framing.upstreamPersists &= lengths == Lengths::absent && framing.line.minorVersion > 0;
   } else if (lengths == Lengths::given) {
     framing.kind = BodyKind::length;
+    framing.upstreamPersists &= coding == TransferCoding::absent;
   } else {
     framing.kind = BodyKind::untilClose;
     framing.upstreamPersists = false;

@@ -40,6 +40,15 @@ StrictFault checkStartLine(HeadScan &scan) {
   return scan.response ? parseStatusLine(scan.text, status) : parseRequestLine(scan.text, request);
 }
 
+/* Goes on with the line before, after one blank for the fold (RFC 9112 section 5.2). */
+StrictFault unfold(HeadScan &scan) {
+  if (!scan.response || scan.fields == 0) return folded;
+  scan.lineStart = scan.text.size() - 2;
+  scan.text.replace(scan.lineStart, 2, " ");
+  scan.place = HeadPlace::fieldValue;
+  return none;
+}
+
 /* The byte at a place of the head that is not behind a CR. */
 StrictFault takeByte(HeadScan &scan, char c) {
   const bool lineEnds = c == '\r';
@@ -49,7 +58,7 @@ StrictFault takeByte(HeadScan &scan, char c) {
       break;
     case HeadPlace::fieldStart:
       if (lineEnds) break;
-      if (isBlank(c)) return folded;
+      if (isBlank(c)) return unfold(scan);
       if (!isTokenCharacter(c)) return badName;
       if (++scan.fields > mostFields) return tooManyFields;
       scan.place = HeadPlace::fieldName;
@@ -74,8 +83,12 @@ StrictFault takeByte(HeadScan &scan, char c) {
   return none;
 }
 
-/* The LF that ends a line. */
+/* The LF that ends a line: behind a CR or, in an answer, without one. */
 StrictFault endLine(HeadScan &scan) {
+  if (scan.place != HeadPlace::lineFeed) {
+    const StrictFault fault = scan.response ? takeByte(scan, '\r') : bareLineEnd;
+    if (fault.status != 0) return fault;
+  }
   scan.text += '\n';
   scan.place = HeadPlace::fieldStart;
   if (scan.lineStart == 0) {
@@ -117,7 +130,7 @@ Parse scanHead(HeadScan &scan, std::string_view bytes, size_t &used) {
       fault = tooLong;
     } else if (c == '\0') {
       fault = nul;
-    } else if ((c == '\n') != (scan.place == HeadPlace::lineFeed)) {
+    } else if (c != '\n' && scan.place == HeadPlace::lineFeed) {
       fault = bareLineEnd;
     } else {
       fault = c == '\n' ? endLine(scan) : takeByte(scan, c);

@@ -34,8 +34,9 @@ struct HeadScan {
      431  over 100 fields, or over 64 KiB of head
      505  another major version than 1
      502  any of these in a response
-   One empty line before a request line is ignored. In a response, blanks before a colon are taken out (RFC 9112 section
-   5.1). After bad or done the record is not fed again. */
+   One empty line before a request line is ignored. What old servers write is put right in a response: blanks before a
+   colon are taken out, a fold becomes a blank, and LF alone ends a line too (RFC 9112 sections 5.1, 5.2 and 2.2). After
+   bad or done the record is not fed again. */
 Parse scanHead(HeadScan &scan, std::string_view bytes, size_t &used);
 
 /* Makes the lines of a head that was scanned to its end: CR LF kept, the empty line last, both counts set. `header` is

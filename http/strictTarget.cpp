@@ -11,7 +11,7 @@
 namespace netsift {
 namespace {
 
-constexpr size_t longestMethod = 14; /* `request` holds 15 bytes */
+constexpr size_t longestMethod = 32; /* "UPDATEREDIRECTREF" is the longest that is registered */
 constexpr size_t longestUrl = 500;
 
 constexpr StrictFault none{0, ""};
@@ -155,6 +155,7 @@ StrictFault parseStrictTarget(const HeaderLine *first, StrictTarget &target) {
     fault = parseAuthority(field, unusedHost, unusedPort);
   }
   if (fault.status != 0) return fault;
+  if (target.port == 0 && target.form == TargetForm::authority) return badPort; /* RFC 9110 section 9.3.6 */
   if (target.port == 0) target.port = target.usualPort;
   target.keepAlive = keepsConnection(first, line.minorVersion > 0);
   return none;

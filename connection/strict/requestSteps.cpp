@@ -135,7 +135,7 @@ Next readRequestHead(Connection &connection, Cycle &cycle) {
    would be HTTP that nobody reads. */
 bool asksToSwitch(const Cycle &cycle) {
   return cycle.target.minorVersion > 0 && cycle.target.method == "GET" && !hasBody(cycle) &&
-         acceptsWebSocket(reqheader.first);
+         asksForWebSocket(reqheader.first);
 }
 
 Next identify(Connection &connection, Cycle &cycle) {
