@@ -84,6 +84,8 @@ struct Connection {
   bool used = false;                                     /* StrictHttp: a request has come */
   std::array<Upstream, 4> upstreams; /* clients that send one proxy requests for several sites go back and forth */
   size_t current = 0;                /* in it: to whom ends.upstream leads */
+  bool inTunnel = false;             /* StrictHttp: that is the site at the end of a CONNECT's, and a request to it that
+                                        came through there is in reqheader */
   bool sendsChunks = false;          /* the response goes to the client in chunks */
 };
 

@@ -106,7 +106,8 @@ const Setting requestSettings[] = {
      "port that is not refused above."},
     {"requests", "connect_any_protocol", Flag{&TunnelTlsOnly, true}, "false",
      "Let tunnels carry whatever they like, unread. When false, while strict_http is on, a tunnel begins with TLS, and "
-     "the server's name in it is held against the lists as the CONNECT's host was; anything else is ended."},
+     "the server's name in it is held against the lists as the CONNECT's host was, or with the handshake of a "
+     "WebSocket, which is judged as a request; anything else is ended."},
     {"requests", "client_hello_seconds", Number{&ClientHelloSeconds, 1, mostSeconds, "seconds"}, "10",
      "In which a client has to begin with TLS after its CONNECT was answered."},
     {"requests", "match_server_name", Flag{&MatchServerName}, "false",

@@ -131,6 +131,7 @@ int openUpstream(Connection &connection, Cycle &cycle, Reuse reuse) {
   const bool direct = ProxyPresent != 1;
   if (!direct && RefuseLocalAddresses != 0 && isLocalHost(request.hostname)) return targetIsLocal;
   cycle.usesUpstream = true;
+  if (connection.inTunnel) return 0;
   turnTo(connection, direct ? request.hostname : "", direct ? request.port : 0);
   Upstream &upstream = connection.upstreams[connection.current];
   const bool fits = reuse == Reuse::any || (reuse == Reuse::personal && upstream.isPersonal);

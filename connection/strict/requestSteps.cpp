@@ -38,9 +38,9 @@ Next answerConnect(Connection &connection) {
 
 /* The head as the upstream gets it, once per request: in this filter's own version, or in the client's where the answer
    is relayed to that as it comes. */
-void rewriteHead(const Cycle &cycle, bool isRelayed) {
+void rewriteHead(const Connection &connection, const Cycle &cycle, bool isRelayed) {
   const bool closes = isRelayed || (!cycle.target.keepAlive && KeepUpstreamSeconds <= 0);
-  if (ProxyPresent == 1) {
+  if (ProxyPresent == 1 && !connection.inTunnel) {
     rewriteForProxy(reqheader, cycle.target, closes);
   } else {
     rewriteForOrigin(reqheader, cycle.target, closes);
@@ -103,14 +103,10 @@ Next passEverything(Connection &connection, Cycle &cycle) {
 
 int orUsual(int32_t seconds) { return seconds > 0 ? seconds : clientTimeoutSeconds; }
 
-/* Reads the head and refuses what RFC 9112 does not allow. */
-Next readRequestHead(Connection &connection, Cycle &cycle) {
+/* The next head that comes, where none has come through a tunnel. */
+Next awaitHead(Connection &connection, Cycle &cycle) {
+  if (connection.inTunnel) return Next::step;
   destroyHeader(&reqheader);
-  destroyHeader(&respheader);
-  request[0] = '\0';
-  blockip = connection.configuredBlockip; /* an exemption holds for one request */
-  connection.reverse = {};
-  urlcheck = connection.configuredUrlcheck;
   const int grace = connection.used ? 0 : newClientMilliseconds;
   const int idleSeconds = orUsual(ClientIdleSeconds);
   if (!awaitRequest(connection.ends.client, idleSeconds, IdleSemaphore, grace)) return endCall(connection, callFailed);
@@ -118,7 +114,18 @@ Next readRequestHead(Connection &connection, Cycle &cycle) {
   HeadScan scan;
   const HeadRead read = readBegunHead(connection.ends.client, scan, reqheader, orUsual(RequestHeadSeconds));
   if (read == HeadRead::refused) return refuseWithError(connection, cycle, scan.fault.status, scan.fault.text);
-  if (read != HeadRead::done) return endCall(connection, callFailed);
+  return read == HeadRead::done ? Next::step : endCall(connection, callFailed);
+}
+
+/* Reads the head and refuses what RFC 9112 does not allow. */
+Next readRequestHead(Connection &connection, Cycle &cycle) {
+  destroyHeader(&respheader);
+  request[0] = '\0';
+  blockip = connection.configuredBlockip; /* an exemption holds for one request */
+  connection.reverse = {};
+  urlcheck = connection.configuredUrlcheck;
+  const Next next = awaitHead(connection, cycle);
+  if (next != Next::step) return next;
   RequestFraming framing;
   const StrictFault fault = requestFraming(reqheader.first, framing);
   if (fault.status != 0) return refuseWithError(connection, cycle, fault.status, fault.text);
@@ -147,7 +154,7 @@ Next identify(Connection &connection, Cycle &cycle) {
   if (target.form == TargetForm::absolute && !isWeb) {
     return refuseWithError(connection, cycle, 501, "Addresses of this kind are not served.");
   }
-  if (DoNotKeepConnectionAlive != 0) target.keepAlive = false;
+  if (DoNotKeepConnectionAlive != 0 || connection.inTunnel) target.keepAlive = false;
   fillRequest(cycle.request, target);
   cycle.asksToSwitch = asksToSwitch(cycle);
   if (!publishRequest(cycle.request)) return endCall(connection, callFailed);
@@ -163,7 +170,7 @@ Next openRelay(Connection &connection, Cycle &cycle) {
   if (next != Next::step) return next;
   if (cycle.request.isConnect) return ProxyPresent == 1 ? Next::step : answerConnect(connection);
   cycle.target.keepAlive = false;
-  rewriteHead(cycle, true);
+  rewriteHead(connection, cycle, true);
   return inviteBody(connection, cycle) ? Next::step : endCall(connection, callFailed);
 }
 
@@ -259,7 +266,7 @@ bool passExpectation(const Connection &connection, Cycle &cycle) {
 
 Next forwardHead(Connection &connection, Cycle &cycle) {
   limitWhatIsAskedFor();
-  rewriteHead(cycle, false);
+  rewriteHead(connection, cycle, false);
   if (!passExpectation(connection, cycle)) return endCall(connection, callFailed);
   if (cycle.asksToSwitch) offerWebSocket(reqheader);
   if (sendWholeHead(connection.ends.upstream, reqheader, PROXY_TIMEOUT) || cycle.upstreamReused) return Next::step;

@@ -1,6 +1,9 @@
 #include "connection/strict/tunnel.h"
 
+#include <sys/socket.h>
+
 #include <algorithm>
+#include <string_view>
 
 #include "connection/publish.h"
 #include "connection/refuse.h"
@@ -8,7 +11,10 @@
 #include "connection/strict/steps.h"
 #include "http/clientHello.h"
 #include "http/httpBody_iter.h"
+#include "http/httpHeader.h"
 #include "http/strictForm.h"
+#include "http/strictForward.h"
+#include "http/strictWire.h"
 #include "log/debugLog.h"
 #include "log/peerText.h"
 #include "log/resultLine.h"
@@ -102,6 +108,32 @@ Next checkHello(Connection &connection, Cycle &cycle, const ClientHello &hello) 
   return mustMatch ? endTunnel(connection, cycle, "no server name") : Next::step;
 }
 
+bool beginsWithGet(int client) {
+  constexpr std::string_view get = "GET ";
+  char begin[get.size()];
+  const ssize_t count = recv(client, begin, sizeof begin, MSG_PEEK | MSG_DONTWAIT);
+  return count == static_cast<ssize_t>(get.size()) && std::string_view(begin, get.size()) == get;
+}
+
+/* Browsers open a WebSocket without TLS through a tunnel too (RFC 6455 section 4.1). Its handshake is a request, which
+   the next cycle judges like any other and sends through the tunnel, and so is what the site answers. */
+Next beginPlain(Connection &connection, Cycle &cycle, int seconds) {
+  const std::string notTls = whyEnded(HelloRead::notTls);
+  if (!beginsWithGet(connection.ends.client)) return endTunnel(connection, cycle, notTls);
+  destroyHeader(&reqheader);
+  HeadScan scan;
+  StrictTarget target;
+  const HeadRead read = readBegunHead(connection.ends.client, scan, reqheader, seconds);
+  if (read != HeadRead::done || parseStrictTarget(reqheader.first, target).status != 0 ||
+      !asksForWebSocket(reqheader.first) || target.host != cycle.target.host || target.port != cycle.target.port) {
+    return endTunnel(connection, cycle, notTls);
+  }
+  connection.inTunnel = true;
+  connection.upstreams[connection.current].isPersonal = true; /* it leads to this site alone */
+  cycle.responseComplete = true;
+  return Next::cycle;
+}
+
 Next judgeStart(Connection &connection, Cycle &cycle) {
   ClientHello hello;
   const int seconds = ClientHelloSeconds > 0 ? ClientHelloSeconds : clientTimeoutSeconds;
@@ -112,6 +144,7 @@ Next judgeStart(Connection &connection, Cycle &cycle) {
     return endCall(connection, callFailed);
   }
   cycle.responseBegun = true;
+  if (read == HelloRead::notTls) return beginPlain(connection, cycle, seconds);
   if (read != HelloRead::done) return endTunnel(connection, cycle, whyEnded(read));
   const Next next = checkHello(connection, cycle, hello);
   if (next != Next::step) denyAccess(connection.ends.client);

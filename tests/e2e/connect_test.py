@@ -3,7 +3,7 @@ import contextlib
 import socket
 import ssl
 
-from harness import PATIENCE, Case, Nginx, Squid, read_all, wait_until
+from harness import PATIENCE, Case, Nginx, Squid, read_all, read_head, wait_until
 
 
 def tls_context():
@@ -18,6 +18,12 @@ def hello(name):
     with contextlib.suppress(ssl.SSLWantReadError):
         tls_context().wrap_bio(ssl.MemoryBIO(), sent, server_hostname=name).do_handshake()
     return sent.read()
+
+
+def handshake(site, path):
+    """What a browser begins a WebSocket with."""
+    return (f"GET {path} HTTP/1.1\r\nHost: {site}\r\nConnection: keep-alive, Upgrade\r\nUpgrade: websocket\r\n"
+            "Sec-WebSocket-Version: 13\r\nSec-WebSocket-Key: AAAAAAAAAAAAAAAAAAAAAA==\r\n\r\n").encode()
 
 
 class Connect(Case):
@@ -47,17 +53,43 @@ class Connect(Case):
             listen(asked)
         filtering = self.filter({"requests.client_hello_seconds": 1})
         for site, sent, why in (
-                (listen, b"GET / HTTP/1.1\r\n\r\n", "not TLS"), (greet, b"", "the server speaks first"),
+                (listen, b"GET / HTTP/1.1\r\n\r\n", "not TLS"), (listen, handshake("localhost:1", "/"), "not TLS"),
+                (listen, handshake("other:PORT", "/"), "not TLS"),
+                (listen, b"GET http://SITE/ HTTP/1.1\r\nHost: SITE\r\n\r\n", "not TLS"),
+                (greet, b"", "the server speaks first"),
                 (listen, b"", "no ClientHello in time"), (listen, hello("a.example")[:60], "no ClientHello in time"),
                 (listen, hello("a.example").replace(b"a.example", b"a example"), "malformed server name")):
             with self.subTest(why):
-                with filtering.tunnel(f"localhost:{self.peer(site).port}")[0] as client:
-                    client.sendall(sent)
+                target = f"localhost:{self.peer(site).port}"
+                with filtering.tunnel(target)[0] as client:
+                    client.sendall(sent.replace(b"SITE", target.encode()).replace(b"PORT", target[10:].encode()))
                     self.assertNotIn(b"220", read_all(client))
                 self.assertIn(f"URL:localhost,STATUS:BLOCKED,Tunnel Blocked:{why}", filtering.results()[-1:])
                 self.assertEqual(("localhost", "Tunnel Blocked", why), filtering.blocks()[-1])
-        wait_until(lambda: len(heard) == 5, "the sites' connections to end")
-        self.assertEqual(heard, [b""] * 5)
+        wait_until(lambda: len(heard) == 8, "the sites' connections to end")
+        self.assertEqual(heard, [b""] * 8)
+
+    def test_a_websocket_without_tls_begins_with_a_request_that_is_judged(self):
+        def serve(asked):
+            heads.append(head := read_head(asked))
+            if b"/echo " not in head:
+                page = b"HTTP/1.1 200 OK\r\nContent-Type: text/html\r\nContent-Length: 13\r\n\r\n<p>some zonk."
+                return asked.sendall(page)
+            asked.sendall(b"HTTP/1.1 101 Switching Protocols\r\nConnection: Upgrade\r\nUpgrade: websocket\r\n\r\nready")
+            asked.sendall(asked.recv(100).upper())
+        target = f"localhost:{self.peer(serve).port}"
+        for proxy in ("", f"127.0.0.1:{Squid(self.addCleanup).port}"):
+            heads = []
+            filtering = self.filter({"upstream.proxy": proxy}, {"sample.url.orig": "localhost/listed\n",
+                                                                "sample.phrase": "<zonk>100\n<~>0\n"})
+            for path, code, said in (("/listed", b"403", b"is on the list"), ("/page", b"403", b"Sample category"),
+                                     ("/echo", b"101", b"\r\n\r\nreadySHOUT")):
+                with filtering.tunnel(target)[0] as client:
+                    client.sendall(handshake(target, path) + b"shout")
+                    answer = read_all(client)
+                self.assertEqual((answer.split()[1], said in answer), (code, True), answer)
+            self.assertEqual([head.split(b"\r\n")[0] for head in heads if head],
+                             [b"GET /page HTTP/1.1", b"GET /echo HTTP/1.1"])
 
     def test_a_hello_in_single_bytes_goes_on_and_so_does_what_follows(self):
         origin = Nginx(self.addCleanup)
