@@ -30,7 +30,7 @@ done
 # neither start now nor at boot.
 policy=/usr/sbin/policy-rc.d
 units=()
-for unit in nginx squid clamav-daemon clamav-freshclam privoxy tinyproxy; do
+for unit in nginx squid clamav-daemon clamav-freshclam fcgiwrap privoxy tinyproxy; do
   [ -e "/lib/systemd/system/$unit.service" ] || units+=("$unit")
 done
 if [ ! -e "$policy" ]; then
@@ -45,6 +45,8 @@ echo "installing: ${missing[*]}"
 
 if [ -d /run/systemd/system ]; then
   for unit in "${units[@]}"; do
-    if [ -e "/lib/systemd/system/$unit.service" ]; then "${sudo[@]}" systemctl disable --quiet "$unit" || true; fi
+    for file in /lib/systemd/system/"$unit".{service,socket}; do
+      if [ -e "$file" ]; then "${sudo[@]}" systemctl disable --quiet "${file##*/}" || true; fi
+    done
   done
 fi

@@ -296,9 +296,9 @@ class Peer(socketserver.ThreadingTCPServer):
 
 
 class Nginx:
-    """A real origin over files, plain and TLS."""
+    """A real origin over files, plain and TLS. `more` is added to its configuration, <port> and <folder> filled in."""
 
-    def __init__(self, cleanup):
+    def __init__(self, cleanup, more=""):
         self.folder = scratch_folder()
         self.www = self.folder / "www"
         self.www.mkdir()
@@ -315,7 +315,8 @@ class Nginx:
                 ssl_certificate {self.folder}/cert.pem; ssl_certificate_key {self.folder}/key.pem;
                 default_type application/octet-stream; location /taken {{ return 200 "taken\\n"; }}
                 location /post {{ client_body_in_file_only on; proxy_pass_request_body off; proxy_method GET;
-                  proxy_set_header Content-Length ""; proxy_pass http://127.0.0.1:{self.port}/taken; }} }} }}""")
+                  proxy_set_header Content-Length ""; proxy_pass http://127.0.0.1:{self.port}/taken; }}
+                {more.replace("<port>", str(self.port)).replace("<folder>", str(self.folder))} }} }}""")
         start(["nginx", "-e", "stderr", "-p", self.folder, "-c", self.folder / "nginx.conf"],
               self.folder / "out", lambda: accepts(self.port) and accepts(self.tls_port), cleanup)
 
