@@ -1,7 +1,8 @@
 #!/bin/bash
 # usage: scripts/browse.sh
-# Browses local sites in headless Chromium without the filter, through it, and through it and squid, and prints what came
-# of it. Needs chromium, node and npm (Debian: chromium nodejs npm); without them it is skipped, and says so.
+# Browses local sites in headless Chromium without the filter, through it, through it and squid, and through it over
+# IPv6, and prints what came of it. Needs chromium, node and npm (Debian: chromium nodejs npm); without them it is
+# skipped, and says so.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

@@ -15,10 +15,18 @@ const noise = (size, seed) => crypto.createCipheriv('aes-128-ctr', sha(`${seed}`
   .update(Buffer.alloc(Number(size)));
 const prose = size => Buffer.from('A harmless line, as good as any other.\n'.repeat(size / 39));
 
+// A sound of so many bytes, nearly an hour for 20 MB.
+const sound = size => {
+  const head = Buffer.alloc(44, 'RIFF\0\0\0\0WAVEfmt \x10\0\0\0\x01\0\x01\0\0\0\0\0\0\0\0\0\x01\0\x08\0data', 'latin1');
+  [[size - 8, 4], [6000, 24], [6000, 28], [size - 44, 40]].forEach(([number, at]) => head.writeUInt32LE(number, at));
+  return Buffer.concat([head, Buffer.alloc(size - 44, 128)]);
+};
+
 const form = (id, type, inner) => `<form id=${id} method=post action=/${id} enctype=${type}>${inner}</form>`;
 const upload = id => form(id, 'multipart/form-data', '<input type=file name=f>');
 const contents = {
-  noise, prose, words: () => share('words.html'), marked: size => Buffer.concat([noise(size, 4), share('marked.txt')]),
+  noise, prose, sound, words: () => share('words.html'),
+  marked: size => Buffer.concat([noise(size, 4), share('marked.txt')]),
   page: () => Buffer.from(`<!doctype html><title>page</title><link rel=stylesheet href="/?type=text/css&size=70000">
     <script src="/?type=text/javascript&of=script"></script><iframe src="/?framing=chunked&size=90000"></iframe>
     ${Array.from({ length: 24 }, (_, i) => `<img src="/?type=image/png&of=noise&size=20000&seed=${i}">`).join('')}`),
@@ -26,7 +34,7 @@ const contents = {
   forms: () => Buffer.from(upload('allowed') + upload('refused') + form('fields', '',
     `<input name=a value="&#228; &amp; =b"><textarea name=t>${'line\n'.repeat(3000)}</textarea>`)),
 };
-const go = new EventEmitter(), uploads = []; // digests of the files that came in forms
+const go = new EventEmitter(), uploads = [], starts = []; // digests of the files in forms; where ranges began
 
 // Says what arrived: of a form's file the file alone, since its boundary differs each time.
 function echo(request, response, body) {
@@ -58,8 +66,10 @@ async function serve(request, response) {
   if (asked.coding) fields['Content-Encoding'] = asked.coding;
   let content = contents[asked.of](asked.size, asked.seed);
   if (asked.coding) content = zlib[`${asked.coding}Sync`](content);
-  const range = /bytes=(\d+)-(\d+)/.exec(request.headers.range);
+  const range = /bytes=(\d+)-(\d*)/.exec(request.headers.range);
   if (range) {
+    starts.push(Number(range[1]));
+    range[2] ||= content.length - 1;
     [asked.status, fields['Content-Range']] = range[1] < content.length
       ? [206, `bytes ${range[1]}-${range[2]}/${content.length}`] : [416, `bytes */${content.length}`];
     content = content.subarray(range[1], Number(range[2]) + 1);
@@ -95,10 +105,10 @@ function echoMessage(request, socket) {
 async function open(folder) {
   const [key, cert] = ['key', 'cert'].map(name => fs.readFileSync(`${folder}/${name}.pem`));
   const servers = [http.createServer(serve), https.createServer({ key, cert }, serve)];
-  servers.forEach(server => server.on('upgrade', echoMessage).listen(0, '127.0.0.1').unref());
+  servers.forEach(server => server.on('upgrade', echoMessage).listen(0, '::').unref());
   await Promise.all(servers.map(server => once(server, 'listening')));
-  const [plain, secure] = servers.map((server, i) => `${['http', 'https'][i]}://localhost:${server.address().port}`);
-  return { plain, secure, uploads };
+  const ports = servers.map(server => server.address().port);
+  return host => ({ plain: `http://${host}:${ports[0]}`, secure: `https://${host}:${ports[1]}`, uploads, starts });
 }
 
 module.exports = { open, noise, sha };

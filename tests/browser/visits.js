@@ -1,6 +1,7 @@
 // What the browser does on the sites. A visit's value is all that it got; it is compared with the value of the same
 // visit without the filter. Where texts follow, the filter keeps something back, and the value has these texts in it.
 'use strict';
+const fs = require('node:fs');
 const { noise, sha } = require('./sites.js');
 
 const file = noise(300_000, '8'), largeFile = noise(3_000_000, '9');
@@ -54,6 +55,22 @@ const events = ({ page }) => page.evaluate(() => new Promise(resolve => {
   source.addEventListener('error', () => resolve(seen));
 }));
 
+// A player that goes near the end asks for the part from there on.
+const seek = ({ page, sites }) => page.evaluate(() => new Promise((resolve, reject) => {
+  const player = Object.assign(document.createElement('video'), { src: '/?of=sound&type=audio/wav&size=20000000' });
+  player.addEventListener('loadedmetadata', () => { player.currentTime = player.duration * 0.9; });
+  player.addEventListener('seeked', () => resolve([player.duration, player.currentTime, player.readyState > 1]));
+  player.addEventListener('error', () => reject(new Error(player.error.message)));
+})).then(values => [...values, sites.starts.splice(0).some(start => start > 15_000_000)]);
+
+const download = ({ page, sites }) => page.goto(sites.plain).then(async () => {
+  const starts = page.waitForEvent('download');
+  await page.evaluate(() => Object.assign(document.createElement('a'),
+    { href: '/?of=noise&type=application/zip&size=3000000', download: 'file.zip' }).click());
+  const saved = await starts;
+  return [saved.suggestedFilename(), sha(fs.readFileSync(await saved.path()))];
+});
+
 const socket = site => ({ page, sites }) => page.evaluate(url => new Promise((resolve, reject) => {
   const seen = [], ws = new WebSocket(url);
   ws.binaryType = 'arraybuffer';
@@ -62,8 +79,8 @@ const socket = site => ({ page, sites }) => page.evaluate(url => new Promise((re
   ws.onclose = event => event.wasClean ? resolve([seen, event.code]) : reject(new Error(`closed: ${event.code}`));
 }), sites[site].replace('http', 'ws') + '/socket');
 
-const isBlocked = ['[403,', 'This page is blocked'], infected = 'Content is infected';
-const offensive = 'Offensive content found on the site in category Sample category';
+const isBlocked = ['[403,', 'This page is blocked'], infected = 'A virus was found in the file';
+const offensive = 'text fits the category';
 const redirect = (to, code) => `/?status=${code}&to=${encodeURIComponent(to)}`;
 const visits = [
   ['page with 28 resources', load('/?of=page')],
@@ -88,6 +105,8 @@ const visits = [
   ['POST of 0, 10240, 2000000 bytes', all(post('/echo', 0), post('/echo', 10_240), post('/echo', 2_000_000))],
   ['fetch streams, live', all(stream('application/x-ndjson'), stream('text/plain'), stream('text/html'))],
   ['server-sent events, live', events],
+  ['media, ranges', seek],
+  ['download', download],
   ['WebSocket ws, wss', all(socket('plain'), socket('secure'))],
   ['phrases', get('/?of=words'), ...isBlocked, offensive],
   ['phrases, chunked', get('/?of=words&framing=chunked'), ...isBlocked, offensive],
