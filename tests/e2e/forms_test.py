@@ -6,12 +6,14 @@ from harness import TOP, Case, read_head
 
 DATE = "Last-Modified: Tue, 15 Nov 1994 12:45:26 GMT"
 FILE = b'--b\r\nContent-Disposition: form-data; name="f"; filename="x"\r\n\r\ndata\r\n--b--\r\n'
+PART = FILE.replace(b' filename="x"', b"")
 WORDS, PLAIN = (TOP / "share/site/words.html").read_bytes(), b"<html><body><p>fine</p></body></html>"
 LISTS = {"sample.dom": "# format: hosts\n0.0.0.0 LISTED.example localhost # a note\n0.0.0.0 b\u00fccher.example\n"
                        "127.0.0.1 127.9.9.9 [2001:db8::1]\n",
          "adserver.dom": "! format: adblock\n||Ads.example^$document\n",
          "sample.url.orig": "\ufeff# format: urls\n"
-                            "https://www.Partly.example:8443/Listed/ # a note\npartly.example?page=1\n",
+                            "https://www.Partly.example:8443/Listed/ # a note\n"
+                            "partly.example/?page=1\npartly.example?page=2\n",
          "whitelist.dom": "", "whitelist.url.orig": "partly.example/free/*\n"}
 REFUSED = (
     "http://listed.example/", "http://LISTED.Example./", "http://sub.listed.example:81/", "http://%6cisted.example/",
@@ -22,7 +24,8 @@ REFUSED = (
     "http://partly.example/.//Listed", "http://partly.example/x//../Listed", "http://partly.example/%2fListed",
     "http://partly.example/%2e%2fListed", "http://partly.example/x/..;/Listed", "http://partly.example/Listed;a=b",
     "http://partly.example/%254cisted", "http://partly.example/x/..%5cListed", "http://partly.example/x%2fy/../Listed",
-    "http://partly.example?page=1", "http://partly.example/free/../Listed", "http://partly.example/free//..%2fListed",
+    "http://partly.example?page=1", "http://partly.example/?page=2", "http://partly.example/free/../Listed",
+    "http://partly.example/free//..%2fListed",
     "http://partly.example/free%2f..;/Listed")
 PASSED = ("http://example/", "http://notlisted.example/", "http://partly.example/Listed/more", "http://127.9.9.8/",
           "http://partly.example/listed", "http://partly.example/free/x", "http://partly.example/a//b;c/%25x?page=1")
@@ -65,11 +68,14 @@ class Forms(Case):
                 ("http://h/x", f"{form}\r\nContent-Encoding: gzip", gzip.compress(FILE), 403),
                 ("http://h/x", f"{form}\r\nContent-Encoding: br", FILE, 403),
                 ("http://h/x", form, FILE.decode().encode("utf-16"), 403),
-                ("http://h/x", form, FILE.replace(b' filename="x"', b""), 200), ("http://h/taken", form, FILE, 200),
+                ("http://h/x", form, PART + FILE.decode().encode("utf-16"), 403),
+                ("http://h/x", f"{form}\r\nContent-Encoding: gzip", gzip.compress(PART), 200),
+                ("http://h/x", f"{form}\r\nContent-Encoding: gzip", gzip.compress(PART + FILE), 403),
+                ("http://h/x", form, PART, 200), ("http://h/taken", form, FILE, 200),
                 ("http://h/taken/../x", form, FILE, 403), ("http://h/x/..;/taken", form, FILE, 403)):
             request = f"{field}\r\nContent-Length: {len(body)}\r\n\r\n".encode() + body
             self.assertEqual(self.status(filtering, f"POST {target}", request), code, (target, field))
-        self.assertEqual(len(self.heads), 2)
+        self.assertEqual(len(self.heads), 3)
 
     def test_a_verdict_says_nothing_of_another_port(self):
         filtering = self.proxied(page=lambda head: WORDS if b":81/" in head else PLAIN)
