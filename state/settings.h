@@ -70,7 +70,7 @@ NETSIFT_API extern UrlList *categories; /* numcategories lists, made by makeBlac
 
 /* Tunnels and where requests lead: with StrictHttp. */
 NETSIFT_API extern int32_t connectports[100]; /* where a CONNECT may go; the first 0 ends the list; none: every port */
-NETSIFT_API extern int32_t TunnelTlsOnly;     /* 1: what goes through begins with a ClientHello, whose name is judged */
+NETSIFT_API extern int32_t TunnelTlsOnly; /* 1: it begins with a ClientHello, whose name is judged, or as a WebSocket */
 NETSIFT_API extern int32_t ClientHelloSeconds;   /* in which that is to be whole; 0: as a request's head */
 NETSIFT_API extern int32_t MatchServerName;      /* 1: that name is the CONNECT's host, unless that is an address */
 NETSIFT_API extern int32_t TunnelIdleSeconds;    /* of a relay without traffic; 0: 100 */

@@ -102,7 +102,8 @@ TEST_F(StrictTest, brokenMessagesAreToldOrCutShort) {
 TEST_F(StrictTest, aProtocolThatTheClientOfferedIsRelayed) {
   const std::string all = "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\n\r\nspoken until the close";
   endsRequests = false;
-  EXPECT_EQ(serve("GET http://h/p HTTP/1.1\r\nHost: h\r\nConnection: upgrade\r\nUpgrade: websocket\r\n\r\n", {all}), all);
+  EXPECT_EQ(serve("GET http://h/p HTTP/1.1\r\nHost: h\r\nConnection: upgrade\r\nUpgrade: websocket\r\n\r\n", {all}),
+            all);
 }
 
 TEST_F(StrictTest, requestBodiesAreTakenToTheByte) {
