@@ -57,6 +57,7 @@
 #include "scan/virusScan.h"
 #include "scan/virusWhitelist.h"
 #include "state/connection.h"
+#include "state/observer.h"
 #include "state/results.h"
 #include "state/settings.h"
 #include "util/file.h"

@@ -8,6 +8,7 @@
 #include "connection/publish.h"
 #include "log/debugLog.h"
 #include "state/connection.h"
+#include "state/observer.h"
 #include "state/settings.h"
 #include "state/strict.h"
 
@@ -29,6 +30,7 @@ void setUpConnection(Connection &connection) {
 Next runSteps(std::span<const Step> steps, Connection &connection, Cycle &cycle) {
   for (const Step &step : steps) {
     const Next next = step.run(connection, cycle);
+    if (netsift_observer != nullptr) netsift_observer->stepped(step.name, next == Next::step);
     if (next == Next::step) continue;
     dprintf(7, "%s cycle left at step %s\n", connection.road.name, step.name);
     return next;

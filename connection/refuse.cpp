@@ -5,8 +5,20 @@
 #include "log/resultLine.h"
 #include "pages/answerPage.h"
 #include "state/connection.h"
+#include "state/observer.h"
 
 namespace netsift {
+namespace {
+
+constexpr int usualStatus = 503; /* of an error page that names none */
+
+void tellObserver(const Refusal &refusal) {
+  if (netsift_observer == nullptr) return;
+  const int error = refusal.status != 0 ? refusal.status : usualStatus;
+  netsift_observer->refused(refusal.page == Page::error ? error : refusal.page == Page::empty ? -1 : 0);
+}
+
+}  // namespace
 
 void announce(const Cycle &cycle, const Refusal &refusal) {
   if (!refusal.reason.empty()) setReason(refusal.reason);
@@ -15,6 +27,7 @@ void announce(const Cycle &cycle, const Refusal &refusal) {
 }
 
 Next answer(Connection &connection, const Cycle &cycle, const Refusal &refusal) {
+  tellObserver(refusal);
   switch (refusal.page) {
     case Page::error:
       sendErrorPage(connection.ends.client, refusal.status, cycle.responseBegun);

@@ -18,6 +18,7 @@
 #include "policy/urlList.h"
 #include "scan/tunnel.h"
 #include "state/connection.h"
+#include "state/observer.h"
 #include "state/settings.h"
 #include "state/strict.h"
 #include "util/hostEntry.h"
@@ -92,11 +93,25 @@ hostent *lookUpReverse(Connection &connection, const Request &request) {
   return found;
 }
 
+const char *listName(int (*inList)(const char *, char *, int)) {
+  if (inList == inADList) return "adserver";
+  return inList == inWhiteList ? "whitelist" : "popup";
+}
+
+const char *listName(signed char (*)(const char *, char *, int)) { return "blacklists"; }
+
+template <typename InList>
+int lookUp(InList inList, const char *url, char *host, bool isAddress) {
+  const int answer = static_cast<uint8_t>(inList(url, host, isAddress ? 1 : 0));
+  if (netsift_observer != nullptr) netsift_observer->asked(listName(inList), url, host, isAddress ? 1 : 0, answer);
+  return answer;
+}
+
 /* One list's answer for a form of the URL or, where `name` is not null, for what that name makes of it. */
 template <typename InList>
 int listedAs(const std::string &url, Request &request, ReverseName *name, const std::string &namedUrl, InList inList) {
-  int answer = static_cast<uint8_t>(inList(url.c_str(), request.hostname.data(), request.isAddress ? 1 : 0));
-  if (name != nullptr) answer |= static_cast<uint8_t>(inList(namedUrl.c_str(), name->host.data(), 0));
+  int answer = lookUp(inList, url.c_str(), request.hostname.data(), request.isAddress);
+  if (name != nullptr) answer |= lookUp(inList, namedUrl.c_str(), name->host.data(), false);
   return answer;
 }
 

@@ -18,6 +18,7 @@
 #include "pages/answer.h"
 #include "pages/reasons.h"
 #include "state/connection.h"
+#include "state/observer.h"
 #include "state/settings.h"
 #include "state/strict.h"
 #include "util/ownedText.h"
@@ -45,6 +46,7 @@ void nameRatingViolation(int violated) {
 
 bool violatesRatings(char *text) {
   const int violated = checkPICSRating(text);
+  if (netsift_observer != nullptr) netsift_observer->rated(violated);
   if (violated == 0) return false;
   nameRatingViolation(violated);
   return true;

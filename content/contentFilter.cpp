@@ -5,6 +5,7 @@
 
 #include "content/openMatch.h"
 #include "log/debugLog.h"
+#include "state/observer.h"
 #include "state/settings.h"
 
 using netsift::FoundPhrases;
@@ -60,12 +61,14 @@ bool countPhrase(FoundPhrases *found, const PhraseNode *phrase, int32_t &score) 
 }
 
 FoundCounts countFound() {
+  if (netsift_observer != nullptr) netsift_observer->marked();
   FoundCounts counts{};
   for (size_t i = 0; i < static_cast<size_t>(foundCategories); i++) counts[i] = foundTables[i].count;
   return counts;
 }
 
 void restoreFound(const FoundCounts &counts) {
+  if (netsift_observer != nullptr) netsift_observer->dropped();
   for (size_t i = 0; i < static_cast<size_t>(foundCategories); i++) foundTables[i].count = counts[i];
 }
 

@@ -5,6 +5,7 @@
 #include "content/openMatch.h"
 #include "content/weighOn.h"
 #include "content/wildcardMatch.h"
+#include "state/observer.h"
 #include "state/settings.h"
 
 namespace netsift {
@@ -75,6 +76,7 @@ int judgeReading(PageReading &reading, std::string_view bytes, bool isLast) {
 
 int judgeReadings(PageWords &words, std::string_view bytes, bool isLast) {
   for (PageReading &reading : words.readings) {
+    if (netsift_observer != nullptr) netsift_observer->reading(static_cast<int>(&reading - words.readings.data()));
     const int category = judgeReading(reading, bytes, isLast);
     if (category != 0) return category;
     if (words.atEnd == 0 && !isLast) words.atEnd = judgeAsEnd(reading);

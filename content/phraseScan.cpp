@@ -8,6 +8,7 @@
 #include "content/phraseTable.h"
 #include "content/weighOn.h"
 #include "log/debugLog.h"
+#include "state/observer.h"
 #include "state/settings.h"
 #include "state/strict.h"
 
@@ -29,8 +30,10 @@ struct Scan {
   const InitialEntry *index;
   const PhraseTable *table;
   FoundPhrases *found; /* null: phrases are not recorded */
-  ptrdiff_t weighed;   /* bytes of the text, at whose ends phrases have been counted before */
-  FifoNode *open;      /* open matches, the earliest start first */
+  const char *text;
+  int category;
+  ptrdiff_t weighed; /* bytes of the text, at whose ends phrases have been counted before */
+  FifoNode *open;    /* open matches, the earliest start first */
   FifoNode **openEnd;
 };
 
@@ -79,6 +82,13 @@ bool isWhole(const OpenMatch &match) {
   return match.group != nullptr ? match.group->firstIsWhole : match.candidate->phrase[match.matched] == '\0';
 }
 
+bool count(const Scan &scan, const PhraseNode *phrase, ptrdiff_t i) {
+  if (!countPhrase(scan.found, phrase, totalweight)) return false;
+  if (netsift_observer != nullptr)
+    netsift_observer->counted(scan.category, phrase->phrase, phrase->weight, scan.text, static_cast<int>(i));
+  return true;
+}
+
 /* Counts what the bytes before `i` have completed and carries the open matches over `byte`. True when a count has
    brought the score to the threshold. */
 bool advance(Scan &scan, signed char byte, ptrdiff_t i) {
@@ -87,7 +97,7 @@ bool advance(Scan &scan, signed char byte, ptrdiff_t i) {
   while (FifoNode *node = *link) {
     auto &match = static_cast<OpenMatch &>(*node);
     if (!counted && isWhole(match)) {
-      counted = i <= scan.weighed || countPhrase(scan.found, match.candidate, totalweight);
+      counted = i <= scan.weighed || count(scan, match.candidate, i);
       if (counted && totalweight >= allowedweight) return true;
       match.candidate = match.candidate->next;
     }
@@ -157,7 +167,8 @@ namespace {
 /* Adds to totalweight what ends behind the first `weighed` bytes. */
 bool weighList(const char *text, int length, int weighed, const InitialEntry *index, int category) {
   if (index == nullptr) return false;
-  Scan scan{index, netsift::findPhraseTable(index), netsift::foundTable(category), weighed, nullptr, nullptr};
+  Scan scan{index,  netsift::findPhraseTable(index), netsift::foundTable(category), text, category, weighed, nullptr,
+            nullptr};
   scan.openEnd = &scan.open;
 
   bool reached = false;
@@ -184,7 +195,7 @@ int calcWeight(const char *text, int length, const InitialEntry *index, int cate
 int netsift::weighOn(const char *text, int length, int weighed, int32_t (&scores)[maxPhraseCategories]) {
   if (contentinitialised != 1) return 0;
   const int slots = netsift::phraseSlots();
-  const bool inOnePass = netsift::weighInOnePass(text, length, weighed, scores);
+  const bool inOnePass = netsift_observer == nullptr && netsift::weighInOnePass(text, length, weighed, scores);
   for (int i = 0; i < numcategories1; i++) {
     totalweight = scores[i];
     if (!inOnePass) {
@@ -192,6 +203,7 @@ int netsift::weighOn(const char *text, int length, int weighed, int32_t (&scores
     }
     const int32_t score = scores[i] = totalweight;
     if (categweight != nullptr && i < slots) categweight[i] = score;
+    if (netsift_observer != nullptr) netsift_observer->scored(i, score);
     dprintf(7, " weight = %d tot weight = %d allowed = %d\n", score, totalweight, allowedweight);
     if (score >= allowedweight) {
       const FoundPhrases *found = netsift::foundTable(i);

@@ -10,6 +10,7 @@
 #include "http/peerSocket.h"
 #include "log/debugLog.h"
 #include "state/connection.h"
+#include "state/observer.h"
 
 namespace netsift {
 namespace {
@@ -22,6 +23,7 @@ constexpr useconds_t retryMicroseconds = 1000;
 /* The test after the loop looks at the count alone: a sixth attempt that succeeds still marks the upstream unavailable,
    and from then on every connect of the call makes a single attempt. */
 void connectUpstream(Connection &connection) {
+  if (netsift_observer != nullptr) return publishUpstream(connection, netsift_observer->connected());
   const int fd = openPeerSocket();
   publishUpstream(connection, fd);
   while (connect(fd, reinterpret_cast<const sockaddr *>(&proxyaddr), sizeof proxyaddr) != 0) {

@@ -19,6 +19,7 @@
 #include "log/debugLog.h"
 #include "log/peerText.h"
 #include "state/connection.h"
+#include "state/observer.h"
 #include "state/settings.h"
 
 namespace netsift {
@@ -39,7 +40,9 @@ struct ConnectLimit {
 
 /* A new upstream socket, connected to the first of the addresses that answers; else none, and errno. */
 Wait openWithin(Connection &connection, std::span<const SocketAddress> addresses, int milliseconds) {
-  const Dialled dialled = dial(addresses, milliseconds, connection.ends.client);
+  const Dialled dialled = netsift_observer != nullptr
+                              ? Dialled{Wait::ready, netsift_observer->connected(), addresses.front()}
+                              : dial(addresses, milliseconds, connection.ends.client);
   if (dialled.wait != Wait::ready) return dialled.wait;
   boundSends(dialled.fd, PROXY_TIMEOUT);
   connection.upstreams[connection.current].fd = dialled.fd;

@@ -20,6 +20,7 @@
 #include "log/resultLine.h"
 #include "scan/handOverRelay.h"
 #include "state/connection.h"
+#include "state/observer.h"
 #include "state/settings.h"
 
 namespace netsift {
@@ -63,6 +64,7 @@ constexpr Step listSteps[] = {
 Next runAll(std::span<const Step> steps, Connection &connection, Cycle &cycle) {
   for (const Step &step : steps) {
     const Next next = step.run(connection, cycle);
+    if (netsift_observer != nullptr) netsift_observer->stepped(step.name, next == Next::step);
     if (next != Next::step) return next;
   }
   return Next::step;

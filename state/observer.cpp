@@ -1,0 +1,3 @@
+#include "state/observer.h"
+
+const Observer *netsift_observer;
