@@ -258,4 +258,10 @@ Converted convertList(string_view text, ListFormat format, bool blocks) {
   return converted;
 }
 
+Converted convertLine(string_view line, int number, ListFormat format, bool blocks) {
+  Converted converted;
+  readLine(line, format, {converted, blocks, number});
+  return converted;
+}
+
 }  // namespace netsift::host

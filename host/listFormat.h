@@ -31,6 +31,9 @@ struct Converted {
    every hosts file has for the machine itself are passed over; lines that mean no entry are left out and told. */
 Converted convertList(std::string_view text, ListFormat format, bool blocks);
 
+/* The same of one line, which is none that names a format. */
+Converted convertLine(std::string_view line, int number, ListFormat format, bool blocks);
+
 /* What is wrong with a format for a .dom file or, `isUrls`, for one of URLs; null when nothing is. */
 const char *formatFault(ListFormat format, bool isUrls);
 

@@ -63,4 +63,12 @@ void loadLibrary(Problems &problems) {
   if (!anyFatal(problems)) forgetVerdicts(problems);
 }
 
+void loadAside(const std::string &folder, Problems &problems) {
+  dInitialise(nullptr, 0, "", 1, 1);
+  MadeLists made = makeListsAside(folder, problems);
+  if (!anyFatal(problems)) loadLists(made, problems);
+  if (!anyFatal(problems)) load(phraseLists, problems);
+  dropLists(made);
+}
+
 }  // namespace netsift::host

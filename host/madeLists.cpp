@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <utility>
 
 #include "host/files.h"
 #include "host/listFiles.h"
@@ -54,9 +55,8 @@ Source sourceOf(const std::string &file, const std::string &place, bool isUrls, 
   return {place, writeNewFile(place, convertList(text, format, blocks).entries)};
 }
 
-/* Makes the file beside its place. Returns what is wrong, "" when it is whole. */
-std::string makeBeside(const ListFiles &files) {
-  std::string fresh = freshName(files.url);
+/* Makes the file anew as `fresh`. Returns what is wrong, "" when it is whole. */
+std::string makeFresh(const ListFiles &files, const std::string &fresh) {
   off_t least = sizeOf(files.original);
   unlink(fresh.c_str());
   errno = 0;
@@ -66,8 +66,24 @@ std::string makeBeside(const ListFiles &files) {
     return "comes out shorter than " + files.original + ", of which it is made; load again when that is complete";
   std::vector<std::string> reported;
   if (exists(files.reported)) reported.push_back(files.reported);
-  std::string trouble = appendFiles(fresh, reported);
+  return appendFiles(fresh, reported);
+}
+
+/* Beside its place. */
+std::string makeBeside(const ListFiles &files) {
+  std::string fresh = freshName(files.url);
+  std::string trouble = makeFresh(files, fresh);
   if (trouble.empty()) keepOwner(files.url, fresh);
+  return trouble;
+}
+
+/* In the root, which the library takes for the system's meanwhile: it gives the configuration folder to its user. */
+std::string makeAside(const ListFiles &files, const std::string &fresh, std::string root) {
+  char *own = std::exchange(installroot, root.data());
+  const int32_t strict = std::exchange(StrictHttp, StrictHttp | STRICT_HTTP); /* quiet where there is no such user */
+  std::string trouble = makeFresh(files, fresh);
+  StrictHttp = strict;
+  installroot = own;
   return trouble;
 }
 
@@ -87,7 +103,9 @@ void makeList(const std::string &name, MadeLists &lists, Problems &problems) {
   const Source source = sourceOf(urls, shown + ".written", true, blocks);
   if (!source.trouble.empty()) return report(problems, urls, source.trouble);
   urls = source.path;
-  if (made) {
+  if (made && lists.isAside) {
+    trouble = makeAside(files, shown + ".url", lists.root);
+  } else if (made) {
     lists.made.push_back(files.url);
     trouble = makeBeside(files);
     show(freshName(files.url), shown + ".url", problems);
@@ -101,10 +119,9 @@ void makeList(const std::string &name, MadeLists &lists, Problems &problems) {
 
 }  // namespace
 
-MadeLists makeLists(Problems &problems) {
-  MadeLists lists;
-  lists.root = rooted(runFolder).append(loadingFolder);
-  dropLists(lists); /* of a loading that was killed */
+namespace {
+
+MadeLists makeIn(MadeLists lists, Problems &problems) {
   if (std::string trouble = makeFolder(lists.root + configFolder, 0755); !trouble.empty())
     report(problems, lists.root, trouble);
   for (const std::string &name : loadedLists()) {
@@ -112,6 +129,17 @@ MadeLists makeLists(Problems &problems) {
   }
   return lists;
 }
+
+}  // namespace
+
+MadeLists makeLists(Problems &problems) {
+  MadeLists lists;
+  lists.root = rooted(runFolder).append(loadingFolder);
+  dropLists(lists); /* of a loading that was killed */
+  return makeIn(std::move(lists), problems);
+}
+
+MadeLists makeListsAside(const std::string &root, Problems &problems) { return makeIn({root, {}, true}, problems); }
 
 void placeLists(const MadeLists &lists, Problems &problems) {
   for (const std::string &path : lists.made) {

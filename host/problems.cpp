@@ -22,7 +22,9 @@ size_t sequenceLength(std::string_view text) {
   return length;
 }
 
-std::string quoted(std::string_view text) {
+}  // namespace
+
+std::string jsonText(std::string_view text) {
   std::string out = "\"";
   while (!text.empty()) {
     size_t length = sequenceLength(text);
@@ -43,8 +45,6 @@ std::string quoted(std::string_view text) {
   return out + "\"";
 }
 
-}  // namespace
-
 bool anyFatal(const Problems &problems) {
   return std::any_of(problems.begin(), problems.end(), [](const Problem &problem) { return problem.fatal; });
 }
@@ -63,10 +63,10 @@ std::string problemsJson(const Problems &problems) {
   for (const Problem &problem : problems) {
     out += &problem == problems.data() ? "\n" : ",\n";
     out += std::string("  {\"severity\": ") + (problem.fatal ? "\"error\"" : "\"warning\"");
-    out += ", \"file\": " + quoted(problem.file);
+    out += ", \"file\": " + jsonText(problem.file);
     if (problem.line > 0) out += ", \"line\": " + std::to_string(problem.line);
-    if (!problem.key.empty()) out += ", \"key\": " + quoted(problem.key);
-    out += ", \"message\": " + quoted(problem.message) + "}";
+    if (!problem.key.empty()) out += ", \"key\": " + jsonText(problem.key);
+    out += ", \"message\": " + jsonText(problem.message) + "}";
   }
   return out + (problems.empty() ? "]}\n" : "\n]}\n");
 }

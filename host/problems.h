@@ -3,6 +3,7 @@
 #define NETSIFT_HOST_PROBLEMS_H
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace netsift::host {
@@ -25,6 +26,9 @@ std::string problemLine(const Problem &problem);
 /* {"ok": ..., "problems": [{"severity", "file", "line", "key", "message"}, ...]} and a line end; "line" and "key" are
    left out where there is none. Bytes that are no UTF-8 are shown as U+FFFD. */
 std::string problemsJson(const Problems &problems);
+
+/* A text in double quotes, as JSON has it; what is no UTF-8 becomes U+FFFD. */
+std::string jsonText(std::string_view text);
 
 /* What --check ends with on standard output: whether a start would do, and with how many warnings. */
 std::string checkSummary(const Problems &problems);
