@@ -3,12 +3,12 @@
 # before both.
 include(GNUInstallDirs)
 
-install(TARGETS netsift netsiftd
+install(TARGETS netsift netsiftd netsiftctl
         RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR}
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-# The program finds its library by the way from one folder to the other, wherever both are put.
+# The programs find their library by the way from one folder to the other, wherever they are put.
 file(RELATIVE_PATH to_library ${CMAKE_INSTALL_FULL_SBINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
-set_target_properties(netsiftd PROPERTIES INSTALL_RPATH "$ORIGIN/${to_library}")
+set_target_properties(netsiftd netsiftctl PROPERTIES INSTALL_RPATH "$ORIGIN/${to_library}")
 
 # netsift.h and what it includes, in the folders that they include each other by. The list is made when the build is
 # configured, so each of them is a reason to configure anew.

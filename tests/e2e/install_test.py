@@ -28,6 +28,9 @@ class Installed(Case):
               lambda: "listening on" in log.read_text(), self.addCleanup)
         port = int(re.search(r"listening on 127\.0\.0\.1:(\d+)", log.read_text())[1])
         self.assert_page(ask(port), "block", "Connections to port 25 are not allowed.")
+        asked = [daemon.with_name("netsiftctl"), "--root", self.stage, "explain", "http://localhost:25/"]
+        control = subprocess.run(asked, capture_output=True, text=True)
+        self.assertEqual((control.returncode, control.stderr), (1, ""))
         libraries = subprocess.check_output(["ldd", daemon], text=True)
         self.assertIn(str(self.stage / "usr/local/lib/libnetsift.so.1"), libraries.replace("sbin/../", ""))
 
