@@ -1,5 +1,7 @@
 #include "util/escape.h"
 
+#include <utf8proc.h>
+
 #include <span>
 
 namespace netsift {
@@ -30,8 +32,9 @@ bool beginsControlCharacter(std::string_view text) {
   return second >= 0x80 && second <= 0x9F;
 }
 
+constexpr char digits[] = "0123456789ABCDEF";
+
 std::string hexEscape(char c) {
-  constexpr char digits[] = "0123456789ABCDEF";
   const auto byte = static_cast<unsigned char>(c);
   return {'\\', 'x', digits[byte >> 4], digits[byte & 15]};
 }
@@ -58,6 +61,42 @@ std::string logEscape(std::string_view text) {
       hexadecimal -= hexadecimal > 0 ? 1 : 0;
     } else {
       escaped += escape.empty() ? std::string_view(&c, 1) : escape;
+    }
+  }
+  return escaped;
+}
+
+std::string jsonEscape(std::string_view text) {
+  std::string escaped;
+  while (!text.empty()) {
+    utf8proc_int32_t point = 0;
+    const auto *bytes = reinterpret_cast<const utf8proc_uint8_t *>(text.data());
+    const auto length = utf8proc_iterate(bytes, static_cast<utf8proc_ssize_t>(text.size()), &point);
+    const std::string_view character = text.substr(0, length > 0 ? static_cast<size_t>(length) : 1);
+    const bool isControl = point < 0x20 || (point >= 0x7F && point < 0xA0) || point == 0x2028 || point == 0x2029;
+    if (length <= 0) {
+      escaped += "\\uFFFD";
+    } else if (isControl) {
+      escaped += "\\u";
+      for (const int shift : {12, 8, 4, 0}) escaped += digits[point >> shift & 15];
+    } else {
+      if (point == '"' || point == '\\') escaped += '\\';
+      escaped += character;
+    }
+    text.remove_prefix(character.size());
+  }
+  return escaped;
+}
+
+std::string urlEscape(std::string_view text) {
+  std::string escaped;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    const bool isPlain = byte > ' ' && byte < 0x7F && c != '"' && c != '\\';
+    if (isPlain) {
+      escaped += c;
+    } else {
+      escaped.append({'%', digits[byte >> 4], digits[byte & 15]});
     }
   }
   return escaped;
