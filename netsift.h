@@ -44,6 +44,7 @@
 #include "http/socket.h"
 #include "log/accessLog.h"
 #include "log/hostLog.h"
+#include "log/requestLog.h"
 #include "pages/answer.h"
 #include "pages/htmlTemplate.h"
 #include "policy/accessList.h"

@@ -5,8 +5,10 @@
 #include <sys/socket.h>
 
 #include "connection/cycle.h"
+#include "connection/describeRequest.h"
 #include "connection/publish.h"
 #include "log/debugLog.h"
+#include "log/requestRecord.h"
 #include "state/connection.h"
 #include "state/observer.h"
 #include "state/settings.h"
@@ -44,6 +46,8 @@ Next runCycle(Connection &connection) {
   Cycle cycle;
   Next next = runSteps(road.requestSteps, connection, cycle);
   if (next == Next::step) next = runSteps(road.responseSteps, connection, cycle);
+  describeRequest(cycle);
+  endRecord();
   road.endCycle(connection, cycle);
   retractCycle(cycle);
   return next;

@@ -17,6 +17,7 @@
 #include "log/accessLog.h"
 #include "log/debugLog.h"
 #include "log/peerText.h"
+#include "log/requestRecord.h"
 #include "log/resultLine.h"
 #include "scan/virusWhitelist.h"
 #include "state/connection.h"
@@ -69,7 +70,8 @@ Next checkContentType(Connection &connection, const Cycle &cycle) {
                  .kind = "MIME Blocked",
                  .what = type,
                  .line = std::string("MIME Blocked:") + peerText(type),
-                 .result = callFailed});
+                 .result = callFailed,
+                 .blocked = NETSIFT_BLOCK_TYPE});
 }
 
 void traceMiss(const Cycle &cycle) {
@@ -116,14 +118,20 @@ int32_t knownVerdict(const Cycle &cycle) {
 
 void noteUnknown(Cycle &cycle, const char *file, int line) {
   dprintf(7, "%s:%d :: NOT present in the database\n", file, line);
+  noteCache(NETSIFT_CACHE_MISS);
   cycle.cacheEligible = true;
 }
 
 Next refuseKnown(Connection &connection, Cycle &cycle, int verdict) {
   const char *url = cycle.request.url.c_str();
   addto_urlcache_db(verdictKey(cycle).c_str(), cycle.date.get(), verdict);
-  const Why why = verdict == verdictInfected ? Why::infected : Why::knownOffensive;
-  const Next next = refuse(connection, cycle, {.reason = sentenceFor(why), .result = callEnded});
+  noteCache(NETSIFT_CACHE_HIT);
+  const bool isInfected = verdict == verdictInfected;
+  const Why why = isInfected ? Why::infected : Why::knownOffensive;
+  const Next next = refuse(connection, cycle,
+                           {.reason = sentenceFor(why),
+                            .result = callEnded,
+                            .blocked = isInfected ? NETSIFT_BLOCK_VIRUS : NETSIFT_BLOCK_PHRASES});
   logKnown(url, verdict == verdictInfected ? "INFECTED" : "Offensive content.");
   return next;
 }
@@ -196,7 +204,9 @@ void refuseInfected(Connection &connection, const Cycle &cycle, const char *viru
                         .isRecorded = true, /* whatever the log switches say */
                         .kind = "Virus",
                         .what = "Infected Content" + signature,
-                        .line = std::string("Infected Content:Virus-") + peerText(virusName)};
+                        .line = std::string("Infected Content:Virus-") + peerText(virusName),
+                        .blocked = NETSIFT_BLOCK_VIRUS};
+  if (isLogged()) record.signature = name;
   announce(cycle, refusal);
   if (mayStore(cycle) && storeVerdict(cycle, verdictInfected)) connection.alreadyCached = true;
   answer(connection, cycle, refusal);
@@ -210,7 +220,8 @@ void traceUnscanned(int32_t verdict) {
 
 void refuseUnscanned(Connection &connection, const Cycle &cycle, int32_t verdict) {
   refuse(connection, cycle,
-         {.reason = reasonFor(verdict == NETSIFT_SCAN_NOT_RUNNING ? Why::noEngine : Why::scanFailed)});
+         {.reason = reasonFor(verdict == NETSIFT_SCAN_NOT_RUNNING ? Why::noEngine : Why::scanFailed),
+          .blocked = NETSIFT_BLOCK_UNSCANNED});
 }
 
 bool sendScript(const Connection &connection, Send send) {

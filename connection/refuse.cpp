@@ -2,6 +2,7 @@
 
 #include "log/accessLog.h"
 #include "log/peerText.h"
+#include "log/requestRecord.h"
 #include "log/resultLine.h"
 #include "pages/answerPage.h"
 #include "state/connection.h"
@@ -18,6 +19,13 @@ void tellObserver(const Refusal &refusal) {
   netsift_observer->refused(refusal.page == Page::error ? error : refusal.page == Page::empty ? -1 : 0);
 }
 
+/* Of a list the category is the record's first text. */
+void noteRefusal(const Refusal &refusal) {
+  noteOutcome(refusal.page == Page::error ? NETSIFT_REQUEST_ERROR : NETSIFT_REQUEST_BLOCKED);
+  if (refusal.blocked == NETSIFT_BLOCK_NONE) return;
+  noteBlock(refusal.blocked, refusal.category, refusal.blocked == NETSIFT_BLOCK_LIST ? refusal.kind : refusal.what);
+}
+
 }  // namespace
 
 void announce(const Cycle &cycle, const Refusal &refusal) {
@@ -28,6 +36,7 @@ void announce(const Cycle &cycle, const Refusal &refusal) {
 
 Next answer(Connection &connection, const Cycle &cycle, const Refusal &refusal) {
   tellObserver(refusal);
+  noteRefusal(refusal);
   switch (refusal.page) {
     case Page::error:
       sendErrorPage(connection.ends.client, refusal.status, cycle.responseBegun);

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "connection/cycle.h"
+#include "log/requestLog.h"
 #include "pages/reasons.h"
 
 namespace netsift {
@@ -22,8 +23,10 @@ struct Refusal {
   std::string kind{}, what{}; /* the record's last two fields */
   std::string line{};         /* the result line behind "STATUS:BLOCKED,"; empty: none */
   Page page = Page::block;
-  int status = 0;              /* StrictHttp: of the error page */
-  int32_t result = callFailed; /* of the call */
+  int status = 0;                       /* StrictHttp: of the error page */
+  int32_t result = callFailed;          /* of the call */
+  int32_t blocked = NETSIFT_BLOCK_NONE; /* of the request's record; none: what that holds stays */
+  int32_t category = 0;                 /* NETSIFT_BLOCK_LIST: its number, from 1 */
 };
 
 /* Says what was refused: reason, access record, result line. */

@@ -14,6 +14,7 @@
 #include "http/siteAddresses.h"
 #include "log/debugLog.h"
 #include "log/peerText.h"
+#include "log/requestRecord.h"
 #include "policy/attachFile.h"
 #include "policy/urlList.h"
 #include "scan/tunnel.h"
@@ -182,6 +183,7 @@ bool isMessenger(const Request &request) {
 
 Next relayMessenger(Connection &connection) {
   const Ends &ends = connection.ends;
+  noteOutcome(NETSIFT_REQUEST_RELAYED);
   if (logtunnel != 0) {
     tunnellog(ends.client, ends.upstream, noTimeout);
   } else {
@@ -224,7 +226,8 @@ Next refusePort(Connection &connection, const Cycle &cycle, Why why) {
                  .kind = "Port Blocked",
                  .what = text,
                  .line = "Port Blocked:" + text,
-                 .result = callEnded});
+                 .result = callEnded,
+                 .blocked = NETSIFT_BLOCK_PORT});
 }
 
 Next checkIpHost(Connection &connection, Cycle &cycle) {
@@ -242,7 +245,8 @@ Next checkIpHost(Connection &connection, Cycle &cycle) {
                  .kind = "IP Blocking",
                  .what = request.hostname,
                  .line = "IP Blocking:access to ip based url is blocked",
-                 .result = callEnded});
+                 .result = callEnded,
+                 .blocked = NETSIFT_BLOCK_ADDRESS});
 }
 
 Next consultLists(Connection &connection, Cycle &cycle) {
@@ -262,7 +266,8 @@ Next checkAdServer(Connection &connection, Cycle &cycle) {
                 {.reason = reasonFor(Why::adServer),
                  .line = "BLOCKED SERVER:ADSERVER",
                  .page = Page::empty,
-                 .result = callEnded});
+                 .result = callEnded,
+                 .blocked = NETSIFT_BLOCK_ADS});
 }
 
 Next checkBlackLists(Connection &connection, Cycle &cycle) {
@@ -279,7 +284,9 @@ Next checkBlackLists(Connection &connection, Cycle &cycle) {
                  .kind = categoryText,
                  .what = "BlackListed",
                  .line = std::string("BlackListed:") + peerText(categoryText),
-                 .result = callFailed}); /* of the blocks this one alone answers -1 */
+                 .result = callFailed, /* of the blocks this one alone answers -1 */
+                 .blocked = NETSIFT_BLOCK_LIST,
+                 .category = category});
 }
 
 }  // namespace netsift

@@ -5,6 +5,7 @@
 
 #include "log/debugLog.h"
 #include "log/peerText.h"
+#include "log/requestRecord.h"
 #include "scan/tunnel.h"
 #include "state/connection.h"
 #include "state/settings.h"
@@ -42,6 +43,7 @@ Next relayUnfiltered(Connection &connection, bool headSent, int idleSeconds) {
     dprintf(2, "Timeout while sending header to proxy\n");
     return endCall(connection, callFailed);
   }
+  noteOutcome(NETSIFT_REQUEST_RELAYED);
   tunnel(connection.ends.client, connection.ends.upstream, idleSeconds);
   return endCall(connection, callEnded);
 }

@@ -8,12 +8,15 @@
 #include "cache/hostNotify.h"
 #include "connection/judge.h"
 #include "content/htmlToText.h"
+#include "content/openMatch.h"
 #include "content/phraseScan.h"
+#include "content/phraseTable.h"
 #include "content/ratings.h"
 #include "http/httpBody_iter.h"
 #include "log/accessLog.h"
 #include "log/debugLog.h"
 #include "log/peerText.h"
+#include "log/requestRecord.h"
 #include "log/resultLine.h"
 #include "pages/answer.h"
 #include "pages/reasons.h"
@@ -31,6 +34,7 @@ constexpr int icraExceeded = 1, rsacExceeded = 2, safeSurfExceeded = 4;
 const char *urlText() { return url == nullptr ? "" : url; }
 
 void recordRating(const char *vocabulary) {
+  noteBlock(NETSIFT_BLOCK_RATING, 0, vocabulary);
   setReason(reasonFor(Why::rating, vocabulary));
   if (lograting == 0) return;
   storeLog("Rating Violation", vocabulary, 0);
@@ -62,6 +66,14 @@ void storeOffensive() {
   }
 }
 
+/* What was counted, as far as that is kept, and the score. */
+void notePhrases(int category) {
+  const FoundPhrases *found = foundTable(category);
+  for (int i = 0; found != nullptr && i < found->count; i++)
+    record.phrases.push_back({found->phrases[i]->phrase, found->phrases[i]->weight});
+  if (categweight != nullptr && category < phraseSlots()) record.score = categweight[category];
+}
+
 }  // namespace
 
 void recordOffensive(int category) {
@@ -70,6 +82,8 @@ void recordOffensive(int category) {
     dprintf(4, "adding url to list\n");
     sendURLToParent(category - 1, urlText());
   }
+  noteBlock(NETSIFT_BLOCK_PHRASES, category, name);
+  if (isLogged()) notePhrases(category - 1);
   setReason(reasonFor(Why::offensive, name));
   if (logcontent != 0) storeLog(name, "Offensive Content", 0);
   logBlocked(url, std::string("Offensive Content:") + peerText(name));

@@ -12,6 +12,7 @@
 #include "http/socket.h"
 #include "http/socketLine.h"
 #include "log/debugLog.h"
+#include "log/requestRecord.h"
 #include "util/ownedText.h"
 
 using netsift::Text;
@@ -141,6 +142,7 @@ ssize_t sendLines(int fd, const Header *header) {
     if (line->text != nullptr) end = stpcpy(end, line->text);
   }
   const ssize_t sent = send(fd, head.get(), size, MSG_NOSIGNAL);
+  netsift::noteSent(fd, sent);
   dprintf(7, "%zd of %zu bytes sent\n", sent, size);
   return sent;
 }

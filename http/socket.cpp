@@ -15,6 +15,7 @@
 #include "http/socketLine.h"
 #include "http/wait.h"
 #include "log/debugLog.h"
+#include "log/requestRecord.h"
 
 namespace {
 
@@ -48,6 +49,7 @@ int sendAll(int fd, const char *buffer, int length, int limit) {
       dprintf(7, "0 Bytes Sent.");
       return -3;
     }
+    netsift::noteSent(fd, count);
     sent += static_cast<int>(count);
     if (sent == length) return 0;
   }
@@ -228,10 +230,12 @@ int sendLine(int fd, const char *text, int limit) {
     dprintf(4, "%s", ready == 0 ? "timed out in sendSocketLine" : "error in select in sendSocketLine");
     return 0;
   }
-  if (write(fd, text, length) < 0) {
+  const ssize_t count = write(fd, text, length);
+  if (count < 0) {
     dprintf(7, "error in write in sendSocketLine::: %d%s\n", errno, std::strerror(errno));
     return 0;
   }
+  netsift::noteSent(fd, count);
   return static_cast<int>(length);
 }
 

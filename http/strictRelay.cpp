@@ -9,6 +9,7 @@
 #include <cerrno>
 
 #include "http/wait.h"
+#include "log/requestRecord.h"
 
 namespace netsift {
 namespace {
@@ -82,6 +83,7 @@ bool drain(const Pipe &pipe, int client, uint64_t held, bool isLast, int clientS
     if (moved == 0 || (moved < 0 && !isFull)) return false;
     if (isFull && waitWritable(client, int64_t{clientSeconds} * 1000) != Wait::ready) return false;
     if (isFull) continue;
+    noteSent(client, moved);
     held -= static_cast<uint64_t>(moved);
     sent += static_cast<uint64_t>(moved);
   }

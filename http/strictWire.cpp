@@ -11,6 +11,7 @@
 #include <string>
 
 #include "http/wait.h"
+#include "log/requestRecord.h"
 
 namespace netsift {
 namespace {
@@ -174,6 +175,7 @@ bool sendWhole(int fd, std::string_view bytes, int seconds, int flags) {
     const ssize_t sent = send(fd, bytes.data(), bytes.size(), flags | mode | MSG_NOSIGNAL);
     const bool isFull = sent < 0 && mode != 0 && errno == EAGAIN;
     if (sent == 0 || (sent < 0 && !isFull && errno != EINTR)) return false;
+    noteSent(fd, sent);
     if (sent > 0) bytes.remove_prefix(static_cast<size_t>(sent));
     const int64_t limit = seconds < 0 ? -1 : int64_t{seconds} * 1000;
     if (!bytes.empty() && waitWritable(fd, limit) != Wait::ready) return false;

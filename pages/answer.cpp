@@ -11,6 +11,7 @@
 #include "http/httpHeader.h"
 #include "http/socket.h"
 #include "log/debugLog.h"
+#include "log/requestRecord.h"
 #include "pages/answerPage.h"
 #include "pages/htmlTemplate.h"
 #include "state/connection.h"
@@ -65,6 +66,7 @@ int blockStatus() {
 void sendAnswerHead(int32_t sock, int status, const char *ownLines) {
   char lines[headRoom];
   const bool strict = strictHttp();
+  noteStatus(strict ? status : 200);
   std::snprintf(lines, sizeof lines, "HTTP/1.1 %d %s\r\nContent-Type: text/html\r\nPragma: no-cache\r\n%s%s",
                 strict ? status : 200, strict ? statusText(status) : "OK", strict ? "Connection: close\r\n" : "",
                 ownLines);

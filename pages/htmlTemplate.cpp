@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "log/debugLog.h"
+#include "log/requestRecord.h"
 #include "state/connection.h"
 #include "state/settings.h"
 #include "util/escape.h"
@@ -40,6 +41,8 @@ std::string_view substitution(int selector) {
       return textOf(mailto);
     case 'e':
       return reference();
+    case 'i':
+      return requestReference();
     default:
       return {};
   }

@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "log/debugLog.h"
+#include "log/requestRecord.h"
 #include "scan/scanTunnel.h"
 #include "state/connection.h"
 #include "state/settings.h"
@@ -75,18 +76,24 @@ bool isSpoolInPlace(int file, uint64_t size) {
 
 int32_t scanSpool(char (&virusName)[virusNameSize]) {
   virusName[0] = '\0';
+  const int64_t start = timingStart();
   const int32_t verdict = isVirusInfection(virfilename, virusName, DoVlavScan, DoClamScan);
+  noteScan(verdict, start);
   if (DoVlavScan == 1 && DoClamScan != 1) dprintf(7, "Virus found is ------ [ %s ]\n", virusName);
   return verdict;
 }
 
 int32_t scanSpoolByAll(char (&virusName)[virusNameSize]) {
   virusName[0] = '\0';
-  const int32_t first = isVirusInfection(virfilename, virusName, DoVlavScan, 0);
-  if (first == 1) return first;
-  virusName[0] = '\0'; /* an engine that failed leaves a word there too */
-  const int32_t second = isVirusInfection(virfilename, virusName, 0, DoClamScan);
-  return second == 1 || first == 0 ? second : first;
+  const int64_t start = timingStart();
+  int32_t verdict = isVirusInfection(virfilename, virusName, DoVlavScan, 0);
+  if (verdict != 1) {
+    virusName[0] = '\0'; /* an engine that failed leaves a word there too */
+    const int32_t second = isVirusInfection(virfilename, virusName, 0, DoClamScan);
+    if (second == 1 || verdict == 0) verdict = second;
+  }
+  noteScan(verdict, start);
+  return verdict;
 }
 
 int openSpool() { return open(virfilename, O_RDONLY | O_CLOEXEC); }

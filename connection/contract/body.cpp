@@ -8,6 +8,7 @@
 #include "http/httpHeader.h"
 #include "http/socket.h"
 #include "log/debugLog.h"
+#include "log/requestRecord.h"
 #include "log/resultLine.h"
 #include "policy/popupIndex.h"
 #include "scan/scanSpool.h"
@@ -155,6 +156,7 @@ Flow releaseScanned(Body &body) {
   closeSpool(file);
   if (!taken) {
     body.callResult = callLeft;
+    noteOutcome(NETSIFT_REQUEST_ABORTED);
     return Flow::endCall;
   }
   dprintf(7, "---%ld bytes has been sent to the Client.\n", static_cast<long>(body.delivered));
@@ -294,6 +296,7 @@ Next finishBody(Body &body, Flow flow) {
   connection.lastStatus = body.status;
   if (flow == Flow::endCycle) return Next::cycle;
   if (flow == Flow::endCall) return endCall(connection, body.callResult);
+  if (flow == Flow::leave && body.status != 1) noteOutcome(NETSIFT_REQUEST_ABORTED);
   if (flow == Flow::infected) endInfected(body);
   connection.lastStatus = body.status;
   deliverRest(body);

@@ -4,6 +4,7 @@
 
 #include "connection/contract/connect.h"
 #include "connection/contract/steps.h"
+#include "connection/describeRequest.h"
 #include "connection/publish.h"
 #include "connection/refuse.h"
 #include "connection/requestPolicy.h"
@@ -12,6 +13,7 @@
 #include "http/httpHeader.h"
 #include "http/requestUrl.h"
 #include "log/debugLog.h"
+#include "log/requestRecord.h"
 #include "policy/attachFile.h"
 #include "state/connection.h"
 #include "state/settings.h"
@@ -39,13 +41,17 @@ Next checkUpstream(Connection &connection, Cycle &cycle) {
 Next readRequestHead(Connection &connection, Cycle &) {
   destroyHeader(&reqheader);
   destroyHeader(&respheader);
-  if (getHeader(connection.ends.client, &reqheader, clientTimeoutSeconds) != 0) return Next::step;
+  if (getHeader(connection.ends.client, &reqheader, clientTimeoutSeconds) != 0) {
+    beginRecord();
+    return Next::step;
+  }
   destroyHeader(&reqheader);
   return endCall(connection, callFailed);
 }
 
 Next identify(Connection &connection, Cycle &cycle) {
   traceRequestHead();
+  noteRequestHead();
   char *host = nullptr;
   const Text raw(getURL(reqheader.first, &cycle.request.port, &host));
   const Text targetHost(host);
@@ -146,7 +152,9 @@ Next forwardChunk(Connection &connection, const Cycle &cycle, char *chunk, unsig
   if (sendHTTPBody(connection.ends.upstream, chunk, kept, PROXY_TIMEOUT) < 0) return endCall(connection, callFailed);
   if (cut <= 0) return Next::step;
   dprintf(2, "Upload/Attachment is BLOCKED.\n");
-  return answer(connection, cycle, {.result = callEnded}); /* the part before the cut has already gone upstream */
+  return answer(
+      connection, cycle,
+      {.result = callEnded, .blocked = NETSIFT_BLOCK_UPLOAD}); /* the part before the cut has already gone upstream */
 }
 
 Next forwardBody(Connection &connection, Cycle &cycle) {

@@ -9,6 +9,7 @@
 #include "http/requestUrl.h"
 #include "log/debugLog.h"
 #include "log/peerText.h"
+#include "log/requestRecord.h"
 #include "log/resultLine.h"
 #include "scan/tunnel.h"
 #include "state/connection.h"
@@ -85,6 +86,7 @@ Next readCode(Connection &, Cycle &cycle) {
 }
 
 Next relayKnownClean(Connection &connection, const Cycle &cycle) {
+  noteCache(NETSIFT_CACHE_HIT);
   const Next next = relayUntouched(connection, callEnded);
   if (storeVerdict(cycle, verdictClean)) {
     dprintf(7, "URL Updated in Cache.[tunnel]\n");
@@ -139,6 +141,7 @@ Next checkType(Connection &connection, Cycle &cycle) { return checkContentType(c
 Next relayConnect(Connection &connection, Cycle &cycle) {
   if (!cycle.request.isConnect) return Next::step;
   logTunneled(cycle.request.url.c_str());
+  noteOutcome(NETSIFT_REQUEST_TUNNELED);
   return relayUntouched(connection, callTunneled);
 }
 

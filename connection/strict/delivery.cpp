@@ -13,6 +13,7 @@
 #include "http/strictForward.h"
 #include "http/strictRelay.h"
 #include "log/debugLog.h"
+#include "log/requestRecord.h"
 #include "log/resultLine.h"
 #include "policy/popupIndex.h"
 #include "state/settings.h"
@@ -70,7 +71,8 @@ Flow judgePiece(Delivery &delivery, bool isLast) {
 Flow handleUnjudged(Delivery &delivery) {
   delivery.judges = false;
   if (passesUnexamined(delivery, STRICT_PASS_UNJUDGED, "unjudged")) return Flow::on;
-  refuse(delivery.connection, delivery.cycle, {.reason = "The page came in a coding that cannot be read."});
+  refuse(delivery.connection, delivery.cycle,
+         {.reason = "The page came in a coding that cannot be read.", .blocked = NETSIFT_BLOCK_UNJUDGED});
   return Flow::blocked;
 }
 
@@ -241,6 +243,8 @@ Next conclude(Delivery &delivery, Flow flow) {
   cycle.responseComplete = mayFollow(delivery);
   if (whole && mayStore(cycle) && cycle.date && delivery.trusted) storeClean(cycle, "delivery.cpp", __LINE__);
   const bool looksWhole = cycle.responseBegun && endsWithConnection(delivery);
+  if (whole) noteOutcome(NETSIFT_REQUEST_DELIVERED);
+  if (flow == Flow::gone || (flow == Flow::cut && cycle.responseBegun)) noteOutcome(NETSIFT_REQUEST_ABORTED);
   if (flow == Flow::gone) dprintf(2, "The response did not reach its client.\n");
   if (!whole && looksWhole) breakOff(connection.ends.client, flow == Flow::gone ? 0 : clientTimeoutSeconds);
   retractRequest();
@@ -257,6 +261,7 @@ bool passesUnexamined(Delivery &delivery, int32_t passBit, const char *what) {
   const bool passes = (StrictHttp & passBit) != 0;
   logOutcome(delivery.cycle.request.url.c_str(), passes ? "DELIVERED" : "BLOCKED", what);
   delivery.trusted = false;
+  if (passes) (passBit == STRICT_PASS_UNSCANNED ? record.unscanned : record.unjudged) = true;
   return passes;
 }
 

@@ -10,6 +10,7 @@
 #include "http/strictField.h"
 #include "http/strictWire.h"
 #include "log/debugLog.h"
+#include "log/requestRecord.h"
 #include "state/connection.h"
 
 namespace netsift {
@@ -48,6 +49,7 @@ Next answerHere(Connection &connection, bool isTrace) {
                              "\r\nConnection: close\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" +
                              body;
   dprintf(4, "answered here: no further forwards\n");
+  noteStatus(200);
   const bool sent = sendWhole(connection.ends.client, answer, clientTimeoutSeconds);
   retractRequest();
   return endCall(connection, sent ? callEnded : callFailed);

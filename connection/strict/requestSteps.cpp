@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <string_view>
 
+#include "connection/describeRequest.h"
 #include "connection/publish.h"
 #include "connection/refuse.h"
 #include "connection/requestPolicy.h"
@@ -21,6 +22,7 @@
 #include "http/strictWire.h"
 #include "log/debugLog.h"
 #include "log/peerText.h"
+#include "log/requestRecord.h"
 #include "state/connection.h"
 #include "state/settings.h"
 
@@ -32,6 +34,7 @@ constexpr int mostHops = 3; /* through filters of this name; a request that come
 /* The client's CONNECT is answered here: no proxy stands upstream that would do it. */
 Next answerConnect(Connection &connection) {
   constexpr char established[] = "HTTP/1.1 200 Connection established\r\n\r\n";
+  noteStatus(200);
   const int sent = sendHTTPBody(connection.ends.client, established, sizeof established - 1, clientTimeoutSeconds);
   return sent >= 0 ? Next::step : endCall(connection, callFailed);
 }
@@ -77,7 +80,8 @@ Next refuseLocal(Connection &connection, const Cycle &cycle) {
                  .kind = "Local Address",
                  .what = host,
                  .line = std::string("Local Address:") + peerText(host.c_str()),
-                 .result = callEnded});
+                 .result = callEnded,
+                 .blocked = NETSIFT_BLOCK_LOCAL_ADDRESS});
 }
 
 /* A request that could not be sent again does not go out on a used connection, unless it is bound to that. */
@@ -111,10 +115,13 @@ Next awaitHead(Connection &connection, Cycle &cycle) {
   const int idleSeconds = orUsual(ClientIdleSeconds);
   if (!awaitRequest(connection.ends.client, idleSeconds, IdleSemaphore, grace)) return endCall(connection, callFailed);
   connection.used = true;
+  beginRecord();
   HeadScan scan;
   const HeadRead read = readBegunHead(connection.ends.client, scan, reqheader, orUsual(RequestHeadSeconds));
   if (read == HeadRead::refused) return refuseWithError(connection, cycle, scan.fault.status, scan.fault.text);
-  return read == HeadRead::done ? Next::step : endCall(connection, callFailed);
+  if (read == HeadRead::done) return Next::step;
+  dropRecord();
+  return endCall(connection, callFailed);
 }
 
 /* Reads the head and refuses what RFC 9112 does not allow. */
@@ -147,6 +154,7 @@ bool asksToSwitch(const Cycle &cycle) {
 
 Next identify(Connection &connection, Cycle &cycle) {
   traceRequestHead();
+  noteRequestHead();
   StrictTarget &target = cycle.target;
   const StrictFault fault = parseStrictTarget(reqheader.first, target);
   if (fault.status != 0) return refuseWithError(connection, cycle, fault.status, fault.text);
@@ -239,7 +247,8 @@ Next checkUpload(Connection &connection, Cycle &cycle) {
   const Collected collected = collectBody(connection, cycle, true);
   if (collected != Collected::upload) return goOnWith(connection, cycle, collected);
   dprintf(2, "Upload/Attachment is BLOCKED.\n");
-  return refuse(connection, cycle, {.reason = reasonFor(Why::upload), .result = callEnded});
+  return refuse(connection, cycle,
+                {.reason = reasonFor(Why::upload), .result = callEnded, .blocked = NETSIFT_BLOCK_UPLOAD});
 }
 
 /* Chunks are nothing for an upstream of HTTP/1.0: it is told the length. */

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "cache/recalledVerdicts.h"
+#include "connection/describeRequest.h"
 #include "connection/judge.h"
 #include "connection/refuse.h"
 #include "connection/strict/steps.h"
@@ -12,6 +13,7 @@
 #include "http/strictForward.h"
 #include "http/strictWire.h"
 #include "log/debugLog.h"
+#include "log/requestRecord.h"
 #include "scan/handOverRelay.h"
 #include "state/connection.h"
 #include "state/settings.h"
@@ -77,6 +79,8 @@ Next relayTunnel(Connection &connection, Cycle &cycle) {
   }
   sendWholeHead(connection.ends.client, respheader, clientTimeoutSeconds);
   if (connected) return runTunnel(connection, cycle);
+  noteOutcome(NETSIFT_REQUEST_RELAYED);
+  describeRequest(cycle);
   handOverRelay(connection.ends.client, connection.ends.upstream, tunnelIdleSeconds(), cycle.request.url.c_str());
   return endCall(connection, callEnded);
 }
@@ -117,6 +121,7 @@ Next consultCache(Connection &connection, Cycle &cycle) {
   const int32_t verdict = recallVerdict(verdictKey(cycle), cycle.date.get());
   if (verdict == verdictInfected || verdict == verdictOffensive) return refuseKnown(connection, cycle, verdict);
   cycle.isExempt = cycle.isKnownClean = verdict == verdictClean;
+  if (cycle.isKnownClean) noteCache(NETSIFT_CACHE_HIT);
   if (verdict != verdictClean) noteUnknown(cycle, "responseSteps.cpp", __LINE__);
   return Next::step;
 }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <string_view>
 
+#include "connection/describeRequest.h"
 #include "connection/publish.h"
 #include "connection/refuse.h"
 #include "connection/requestPolicy.h"
@@ -17,6 +18,7 @@
 #include "http/strictWire.h"
 #include "log/debugLog.h"
 #include "log/peerText.h"
+#include "log/requestRecord.h"
 #include "log/resultLine.h"
 #include "scan/handOverRelay.h"
 #include "state/connection.h"
@@ -41,7 +43,11 @@ const char *whyEnded(HelloRead read) {
 /* The client has the answer to its CONNECT: it can only be told in the log, and in TLS's own way. */
 Next endTunnel(Connection &connection, Cycle &cycle, const std::string &why) {
   return refuse(connection, cycle,
-                {.isRecorded = logport != 0, .kind = "Tunnel Blocked", .what = why, .line = "Tunnel Blocked:" + why});
+                {.isRecorded = logport != 0,
+                 .kind = "Tunnel Blocked",
+                 .what = why,
+                 .line = "Tunnel Blocked:" + why,
+                 .blocked = NETSIFT_BLOCK_TUNNEL});
 }
 
 /* RFC 8446 section 6.2: fatal, access_denied. Else programs try again, and people see a failure of the network. */
@@ -169,6 +175,8 @@ Next runTunnel(Connection &connection, Cycle &cycle) {
   const Next next = TunnelTlsOnly != 0 ? judgeStart(connection, cycle) : Next::step;
   if (next != Next::step) return next;
   logTunneled(cycle.request.url.c_str());
+  noteOutcome(NETSIFT_REQUEST_TUNNELED);
+  describeRequest(cycle);
   handOverRelay(connection.ends.client, connection.ends.upstream, tunnelIdleSeconds(), cycle.request.url.c_str());
   return endCall(connection, callTunneled);
 }
