@@ -61,6 +61,7 @@ void refuseClient(const SocketAddress &peer, int level) {
   std::snprintf(reason, sizeof reason, "The computer %s may not use the web at this time.", clientip);
   dprintf(1, "Client IP:%s,STATUS:BLOCKED,Access List:level %d\n", clientip, level);
   sendError(clientsock);
+  netsift_recordRefused(level);
 }
 
 }  // namespace

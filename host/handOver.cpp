@@ -18,10 +18,10 @@ const Board *sharedBoard;
 uint32_t connectionNumber;
 bool handedOver;
 
-bool sendOffer(const TunnelOffer &offer, const int (&sockets)[2]) {
+bool sendOffer(const TunnelOffer &offer, size_t textSize, const int (&sockets)[2]) {
   alignas(struct cmsghdr) char control[CMSG_SPACE(sizeof sockets)] = {};
   struct iovec bytes {
-    const_cast<TunnelOffer *>(&offer), offsetof(TunnelOffer, text) + std::strlen(offer.text) + 1
+    const_cast<TunnelOffer *>(&offer), offsetof(TunnelOffer, text) + textSize
   };
   struct msghdr message {};
   message.msg_iov = &bytes;
@@ -40,8 +40,10 @@ bool sendOffer(const TunnelOffer &offer, const int (&sockets)[2]) {
 int32_t offerTunnel(int32_t client, int32_t upstream, int32_t idleSeconds, const char *url) {
   if (allTunnels(*sharedBoard) >= hostConfig.maxTunnels) return 0;
   TunnelOffer offer{idleSeconds, connectionNumber, {}};
-  std::snprintf(offer.text, sizeof offer.text, "Client IP:%s,URL:%s", clientip, url);
-  handedOver = sendOffer(offer, {client, upstream});
+  std::snprintf(offer.text, longestTunnelText, "Client IP:%s,URL:%s", clientip, url);
+  const size_t length = std::strlen(offer.text) + 1;
+  const uint32_t packed = netsift_packRecord(offer.text + length, static_cast<uint32_t>(sizeof offer.text - length));
+  handedOver = sendOffer(offer, length + packed, {client, upstream});
   return handedOver ? 1 : 0;
 }
 

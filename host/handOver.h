@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "host/pool.h"
+#include "log/requestLog.h"
 
 namespace netsift::host {
 
@@ -12,8 +13,9 @@ constexpr size_t longestTunnelText = 700; /* "Client IP:...,URL:...", cut */
 
 struct TunnelOffer {
   int32_t idleSeconds;
-  uint32_t number;              /* of the connection, for the log */
-  char text[longestTunnelText]; /* as log lines have it, with its terminator; the message ends there */
+  uint32_t number;                                      /* of the connection, for the log */
+  char text[longestTunnelText + NETSIFT_PACKED_RECORD]; /* as log lines have it, with its terminator; then the packed
+                                                            record, with which the message ends */
 };
 
 /* From now on this worker's tunnels go to the relay process behind `sock`, while all generations together hold fewer

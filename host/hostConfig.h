@@ -25,6 +25,10 @@ struct HostConfig {
   std::string debugFile;             /* a relative name lies in the log folder */
   std::string debugTag;              /* put before every line of the debug log */
   int32_t debugLevel = 0;
+  int32_t logRequests = 0;
+  std::string requestFile; /* a relative name lies in the log folder */
+  int32_t requestFormat = 0;
+  int32_t cutQueries = 0;
   int32_t keepCache = 0; /* 1: verdicts of earlier loadings stay */
   std::vector<SixRule> sixRules;
 };

@@ -89,7 +89,8 @@ int parseAndRun(int argc, char **argv) {
                     ->default_str("toml")
                     ->check(CLI::IsMember({"toml", "markdown"}));
   app.footer(
-      "SIGHUP loads configuration and lists anew; SIGTERM and SIGINT end after drain_seconds, a second one at "
+      "SIGHUP loads configuration and lists anew; SIGUSR1 opens the request log anew; SIGTERM and SIGINT end after "
+      "drain_seconds, a second one at "
       "once.\nExit status: 0 after an orderly end, 2 when something named above is not in order, 1 otherwise.");
   try {
     app.parse(argc, argv);

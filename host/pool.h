@@ -12,6 +12,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "log/requestLog.h"
+
 namespace netsift::host {
 
 constexpr int mostGenerations = 64;
@@ -21,6 +23,7 @@ struct Board {
   std::atomic<int32_t> workers[mostGenerations]; /* running, of each generation: max_connections holds over all */
   std::atomic<int32_t> tunnels[mostGenerations]; /* held by the relay processes of each */
   std::atomic<uint32_t> connections;             /* taken so far: the number of the latest */
+  NetsiftLogBoard requestLog;                    /* of all that write it */
 };
 
 int32_t allWorkers(const Board &board);

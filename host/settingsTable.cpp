@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "host/hostConfig.h"
+#include "log/requestLog.h"
 #include "state/connection.h"
 
 namespace netsift::host {
@@ -231,6 +232,9 @@ const Setting scanSettings[] = {
      "Texts that the list kept through the notification socket starts with."},
 };
 
+/* In the order of NETSIFT_LOG_... */
+constexpr const char *requestFormats[NETSIFT_LOG_FORMATS] = {"squid", "combined", "json"};
+
 const Setting logSettings[] = {
     {"log", "debug_file", HostText{&hostConfig.debugFile, longestPath}, "\"netsift-debug.log\"",
      "The debug log, which has a line for every request. A relative name lies in /var/Velmora/var/log/ under the "
@@ -239,6 +243,15 @@ const Setting logSettings[] = {
      "0 nothing, 1 requests and failures, 2 errors of peers, 4 main events, 5 message heads, 6 calls, 7 everything."},
     {"log", "debug_tag", HostText{&hostConfig.debugTag, longestDebugTag}, "\"\"",
      "Text at the start of every line of it."},
+    {"log", "requests", Flag{&hostConfig.logRequests}, "false",
+     "Write a line for every request, whatever becomes of it, into a log of their own."},
+    {"log", "requests_file", HostText{&hostConfig.requestFile, longestPath}, "\"netsift-requests.log\"",
+     "That log. A relative name lies in /var/Velmora/var/log/ under the root. SIGUSR1 opens it anew."},
+    {"log", "format", Choice{&hostConfig.requestFormat, requestFormats}, "\"json\"",
+     "How its lines are written: \"squid\" is that proxy's native format, \"combined\" that of web servers, which "
+     "analysers read; \"json\" is an object a line, and alone says why something was blocked."},
+    {"log", "query", Flag{&hostConfig.cutQueries, true}, "true",
+     "Write URLs with what follows their \"?\", which often is what people searched for."},
     {"log", "access_log", Flag{&logenable}, "true", "Write a line for every block of the kinds below, and of viruses."},
     {"log", "access_file", LibraryText{&logfilename, 100, true}, "\"netsift-access.log\"",
      "Its name in /var/Velmora/var/log/ under the root."},
@@ -330,6 +343,11 @@ struct TypeText {
   std::string operator()(const Flag &) const { return "true or false"; }
   std::string operator()(const Bit &bit) const {
     return *bit.off == 'f' ? "true or false" : std::string(bit.off) + " or " + bit.on;
+  }
+  std::string operator()(const Choice &choice) const {
+    std::string words;
+    for (const char *word : choice.words) words += (words.empty() ? "\"" : ", \"") + std::string(word) + "\"";
+    return "one of " + words;
   }
   std::string operator()(const Number &number) const {
     std::string unit = *number.unit == '\0' ? "" : std::string(" of ") + number.unit;

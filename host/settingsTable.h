@@ -22,6 +22,10 @@ struct Bit { /* one bit of StrictHttp: off with the first value, on with the sec
   int32_t bit;
   const char *off, *on; /* as TOML */
 };
+struct Choice { /* one of some words; stores its place among them */
+  int32_t *variable;
+  std::span<const char *const> words;
+};
 struct Number {
   int32_t *variable;
   int32_t minimum, maximum;
@@ -61,8 +65,8 @@ struct Categories { /* tables of a display name and the base name of a list's fi
 };
 struct AccessRules {}; /* tables of network, from, to, level: into acllist and numacllist, or hostConfig.sixRules */
 
-using Target = std::variant<Flag, Bit, Number, HostText, LibraryText, Texts, Ports, Patterns, TextList, ListenAddresses,
-                            UpstreamAddress, Folder, Categories, AccessRules>;
+using Target = std::variant<Flag, Bit, Choice, Number, HostText, LibraryText, Texts, Ports, Patterns, TextList,
+                            ListenAddresses, UpstreamAddress, Folder, Categories, AccessRules>;
 
 struct Setting {
   std::string section; /* dotted; "" for [[access]] */

@@ -169,6 +169,13 @@ struct Store {
     *bit.variable = given == bit.on ? others | bit.bit : others;
   }
 
+  void operator()(const Choice &choice) const {
+    auto given = value.value_exact<std::string_view>();
+    auto word = given ? std::ranges::find(choice.words, *given) : choice.words.end();
+    if (word == choice.words.end()) return unexpected(value);
+    *choice.variable = static_cast<int32_t>(word - choice.words.begin());
+  }
+
   void operator()(const Number &number) const {
     auto given = boundedNumber(value, number.minimum, number.maximum);
     if (!given) return unexpected(value);

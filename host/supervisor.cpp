@@ -23,6 +23,7 @@
 #include "host/load.h"
 #include "host/server.h"
 #include "host/sockets.h"
+#include "log/requestLog.h"
 
 namespace netsift::host {
 
@@ -88,6 +89,16 @@ bool loadLists() {
   return !anyFatal(problems);
 }
 
+/* Where it cannot be written, that is told, and clients are served all the same. */
+void openRequestLog(Board &board) {
+  static std::string path;
+  if (hostConfig.logRequests == 0) return;
+  path = logPath(hostConfig.requestFile);
+  const NetsiftRequestLog log{path.c_str(), hostConfig.requestFormat, hostConfig.cutQueries, &board.requestLog,
+                              [](const char *message) { say(message); }};
+  if (netsift_openRequestLog(&log) != 1) say(path + ": no descriptor for it; requests are not logged");
+}
+
 /* The life of a generation, in its own process. The first one inherits the configuration that the start has read. */
 int runGeneration(const Supervisor &supervisor, int control, int slot) {
   signal(SIGALRM, SIG_DFL); /* ends a loading that takes too long; bury says so */
@@ -96,6 +107,7 @@ int runGeneration(const Supervisor &supervisor, int control, int slot) {
   alarm(static_cast<unsigned>(hostConfig.loadSeconds));
   if (!loadLists()) return exitConfiguration;
   alarm(0);
+  openRequestLog(*supervisor.board);
   return serveClients({supervisor.listeners, supervisor.notify, control, supervisor.idleSemaphore}, supervisor.board,
                       slot);
 }
@@ -233,6 +245,7 @@ void takeSignal(Supervisor &supervisor) {
   struct signalfd_siginfo info;
   while (read(supervisor.signals, &info, sizeof info) == sizeof info) {
     if (info.ssi_signo == SIGHUP) reload(supervisor);
+    if (info.ssi_signo == SIGUSR1) std::atomic_ref(supervisor.board->requestLog.round)++;
     if (info.ssi_signo == SIGTERM || info.ssi_signo == SIGINT) end(supervisor);
     if (info.ssi_signo == SIGCHLD) reap(supervisor);
   }
@@ -275,7 +288,7 @@ bool takeSignals(Supervisor &supervisor) {
   signal(SIGPIPE, SIG_IGN);
   sigset_t set;
   sigemptyset(&set);
-  for (int number : {SIGHUP, SIGTERM, SIGINT, SIGCHLD}) sigaddset(&set, number);
+  for (int number : {SIGHUP, SIGUSR1, SIGTERM, SIGINT, SIGCHLD}) sigaddset(&set, number);
   sigprocmask(SIG_BLOCK, &set, nullptr);
   supervisor.signals = signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);
   return supervisor.signals >= 0;

@@ -48,6 +48,7 @@ struct Tunnel {
   uint32_t number;
   int64_t began, active;
   std::string text;
+  std::string record; /* packed */
 };
 
 struct Relay {
@@ -121,6 +122,7 @@ void end(Relay &relay, uint32_t index) {
   dprintf(1, "%s,TUNNEL CLOSED,UP:%llu,DOWN:%llu,SECONDS:%lld\n", tunnel.text.c_str(),
           static_cast<unsigned long long>(tunnel.ways[0].bytes), static_cast<unsigned long long>(tunnel.ways[1].bytes),
           static_cast<long long>((relay.now - tunnel.began) / 1000));
+  netsift_recordRelay(tunnel.record.data(), static_cast<uint32_t>(tunnel.record.size()), tunnel.ways[1].bytes);
   for (int sock : tunnel.sockets) close(sock);
   relay.tunnels[index].reset();
   relay.endedRecords.push_back(index);
@@ -156,15 +158,21 @@ bool watch(Relay &relay, uint32_t index) {
   return true;
 }
 
-void takeTunnel(Relay &relay, const TunnelOffer &offer, const int (&sockets)[2]) {
+void takeTunnel(Relay &relay, const TunnelOffer &offer, std::string record, const int (&sockets)[2]) {
   if (relay.freeRecords.empty()) {
     relay.freeRecords.push_back(static_cast<uint32_t>(relay.tunnels.size()));
     relay.tunnels.emplace_back();
   }
   uint32_t index = relay.freeRecords.back();
   relay.freeRecords.pop_back();
-  relay.tunnels[index].reset(
-      new Tunnel{{sockets[0], sockets[1]}, {}, offer.idleSeconds, offer.number, relay.now, relay.now, offer.text});
+  relay.tunnels[index].reset(new Tunnel{{sockets[0], sockets[1]},
+                                        {},
+                                        offer.idleSeconds,
+                                        offer.number,
+                                        relay.now,
+                                        relay.now,
+                                        offer.text,
+                                        std::move(record)});
   relay.count++;
   if (!watch(relay, index)) return end(relay, index);
   relay.checkAt = std::min(relay.checkAt, relay.now + checkPause);
@@ -180,6 +188,13 @@ bool socketsOf(struct msghdr &message, int (&sockets)[2]) {
   if (count == 2) return true;
   for (size_t i = 0; i < count; i++) close(sockets[i]);
   return false;
+}
+
+/* What stands behind the text of an offer that came with so many bytes. */
+std::string recordOf(const TunnelOffer &offer, size_t received) {
+  const size_t start = offsetof(TunnelOffer, text) + std::strlen(offer.text) + 1;
+  if (received <= start) return "";
+  return {reinterpret_cast<const char *>(&offer) + start, received - start};
 }
 
 /* Takes one offer. False when none waits; at the end of them, when no worker is left, it is closed. */
@@ -202,7 +217,7 @@ bool takeOffer(Relay &relay) {
     return false;
   }
   offer.text[sizeof offer.text - 1] = '\0';
-  if (socketsOf(message, sockets)) takeTunnel(relay, offer, sockets);
+  if (socketsOf(message, sockets)) takeTunnel(relay, offer, recordOf(offer, static_cast<size_t>(count)), sockets);
   return true;
 }
 
