@@ -29,7 +29,8 @@ struct HostConfig {
   std::string requestFile; /* a relative name lies in the log folder */
   int32_t requestFormat = 0;
   int32_t cutQueries = 0;
-  int32_t keepCache = 0; /* 1: verdicts of earlier loadings stay */
+  std::string metricsListen; /* ADDRESS:PORT; empty: nowhere */
+  int32_t keepCache = 0;     /* 1: verdicts of earlier loadings stay */
   std::vector<SixRule> sixRules;
 };
 

@@ -78,6 +78,7 @@ bool makePool(Pool &pool, int idleSemaphore) {
 bool forgetWorker(Pool &pool, Board &board, int generation, pid_t worker) {
   auto found = pool.workers.find(worker);
   if (found == pool.workers.end()) return false;
+  if (pool.slots[found->second].serves.exchange(false)) board.serving--; /* it was killed */
   returnSlot(pool, board, generation, found->second);
   pool.workers.erase(found);
   return true;

@@ -12,6 +12,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "host/metrics.h"
 #include "log/requestLog.h"
 
 namespace netsift::host {
@@ -23,7 +24,9 @@ struct Board {
   std::atomic<int32_t> workers[mostGenerations]; /* running, of each generation: max_connections holds over all */
   std::atomic<int32_t> tunnels[mostGenerations]; /* held by the relay processes of each */
   std::atomic<uint32_t> connections;             /* taken so far: the number of the latest */
+  std::atomic<int32_t> serving;                  /* connections that are served now */
   NetsiftLogBoard requestLog;                    /* of all that write it */
+  Metrics metrics;
 };
 
 int32_t allWorkers(const Board &board);
@@ -35,6 +38,7 @@ enum class WorkerState : int32_t { idle, busy };
 struct alignas(64) WorkerSlot { /* a cache line each: they are written with every connection */
   std::atomic<WorkerState> state;
   std::atomic<bool> leave;      /* not needed any more */
+  std::atomic<bool> serves;     /* is counted among those that serve now */
   std::atomic<uint64_t> client; /* whom it serves, as clientCount knows clients; 0: nobody that counts */
 };
 

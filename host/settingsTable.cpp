@@ -262,6 +262,12 @@ const Setting logSettings[] = {
     {"log", "ratings", Flag{&lograting}, "true", "Blocks by rating label."},
     {"log", "content", Flag{&logcontent}, "true", "Blocks by phrases."},
 
+    {"metrics", "listen", MetricsAddress{}, "\"\"",
+     "Where GET /metrics is answered in Prometheus' text format, and GET /health with 200 while clients are served; as "
+     "ADDRESS:PORT, for example 127.0.0.1:9180. Whoever can connect there can read it. Port 0 takes a free one, which "
+     "is "
+     "printed. Empty: nothing is counted. Read at start only."},
+
     {"pages", "administrator", LibraryText{&mailto, longestText}, "\"postmaster@localhost\"",
      "Whom people may ask: %a in the page templates."},
     {"pages", "error_code", LibraryText{&errorcode, longestText}, "\"\"",
@@ -368,6 +374,7 @@ struct TypeText {
     return "text, or list of 1 to " + std::to_string(mostListeners) + " texts: ADDRESS:PORT, port 0 to 65535";
   }
   std::string operator()(const UpstreamAddress &) const { return "text: ADDRESS:PORT, port 1 to 65535, or empty"; }
+  std::string operator()(const MetricsAddress &) const { return "text: ADDRESS:PORT, port 0 to 65535, or empty"; }
   std::string operator()(const Folder &) const { return "text: absolute path"; }
   std::string operator()(const Categories &categories) const {
     return std::string("at most ") + std::to_string(mostCategories) + " tables with the texts name and " +

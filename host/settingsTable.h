@@ -55,6 +55,7 @@ struct TextList { /* any number of texts, and their count */
 };
 struct ListenAddresses {}; /* ADDRESS:PORT, or up to mostListeners of them, into hostConfig.listen */
 struct UpstreamAddress {}; /* ADDRESS:PORT into ProxyPresent, proxyip and proxyport; empty: direct */
+struct MetricsAddress {};  /* ADDRESS:PORT into hostConfig.metricsListen, or empty */
 struct Folder {            /* the spool folder into VIRFILE_DIR, with "/" at its end */
   size_t longest;
 };
@@ -66,7 +67,7 @@ struct Categories { /* tables of a display name and the base name of a list's fi
 struct AccessRules {}; /* tables of network, from, to, level: into acllist and numacllist, or hostConfig.sixRules */
 
 using Target = std::variant<Flag, Bit, Choice, Number, HostText, LibraryText, Texts, Ports, Patterns, TextList,
-                            ListenAddresses, UpstreamAddress, Folder, Categories, AccessRules>;
+                            ListenAddresses, UpstreamAddress, MetricsAddress, Folder, Categories, AccessRules>;
 
 struct Setting {
   std::string section; /* dotted; "" for [[access]] */

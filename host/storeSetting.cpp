@@ -287,6 +287,13 @@ struct Store {
     proxyip = direct ? nullptr : keptCopy(hostText(address));
   }
 
+  void operator()(const MetricsAddress &) const {
+    auto text = value.value_exact<std::string_view>();
+    SocketAddress address;
+    if (!text || (!text->empty() && !parseEndpoint(*text, &address))) return unexpected(value);
+    hostConfig.metricsListen = *text;
+  }
+
   void operator()(const Folder &target) const {
     auto text = boundedText(value, 1, target.longest);
     if (!text || !text->starts_with('/')) return unexpected(value);

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <ctime>
 #include <new>
 #include <utility>
 #include <vector>
@@ -21,6 +22,8 @@
 #include "host/hostConfig.h"
 #include "host/installCheck.h"
 #include "host/load.h"
+#include "host/metrics.h"
+#include "host/metricsServer.h"
 #include "host/server.h"
 #include "host/sockets.h"
 #include "log/requestLog.h"
@@ -46,7 +49,8 @@ struct Supervisor {
   std::vector<SocketAddress> listenGiven; /* on the command line */
   std::vector<SocketAddress> listen;      /* as it was at the start */
   std::vector<int> listeners;
-  int notify = -1, signals = -1, idleSemaphore = -1;
+  int notify = -1, signals = -1, idleSemaphore = -1, metrics = -1;
+  pid_t metricsServer = -1;
   Board *board = nullptr;
   std::vector<Generation> generations;
   bool started = false;     /* the first generation serves */
@@ -108,6 +112,7 @@ int runGeneration(const Supervisor &supervisor, int control, int slot) {
   if (!loadLists()) return exitConfiguration;
   alarm(0);
   openRequestLog(*supervisor.board);
+  if (supervisor.metrics >= 0) countInto(supervisor.board->metrics);
   return serveClients({supervisor.listeners, supervisor.notify, control, supervisor.idleSemaphore}, supervisor.board,
                       slot);
 }
@@ -134,6 +139,7 @@ bool startGeneration(Supervisor &supervisor) {
   if (pid == 0) {
     close(pair[0]);
     close(supervisor.signals);
+    if (supervisor.metrics >= 0) close(supervisor.metrics);
     for (const Generation &other : supervisor.generations) close(other.control);
     sigset_t none; /* while it loads, it may be ended like any process */
     sigemptyset(&none);
@@ -195,6 +201,7 @@ void finishTakeOver(Generation &generation) {
 void hear(Supervisor &supervisor, Generation &generation) {
   char message;
   if (recv(generation.control, &message, 1, MSG_DONTWAIT) != 1) return; /* it has ended: reap says how */
+  if (message == readyMessage && generation.state == State::loading) noteLoading(supervisor.board->metrics, true);
   if (message == readyMessage && generation.state == State::loading) takeOver(supervisor, generation);
   if (message == retiredMessage && generation.state == State::retiring) finishTakeOver(generation);
 }
@@ -218,7 +225,7 @@ void bury(Supervisor &supervisor, Generation &gone, int status) {
         "); another is started");
     sleep(restartSeconds);
     if (!any(supervisor, State::loading) && !startGeneration(supervisor)) giveUp(supervisor, exitTrouble);
-  } else if (!any(supervisor, State::serving)) {
+  } else if (noteLoading(supervisor.board->metrics, false); !any(supervisor, State::serving)) {
     bool told = WIFEXITED(status) && WEXITSTATUS(status) == exitConfiguration;
     if (!told) say("the server could not be started");
     giveUp(supervisor, told ? exitConfiguration : exitTrouble);
@@ -227,10 +234,31 @@ void bury(Supervisor &supervisor, Generation &gone, int status) {
   }
 }
 
+void startMetrics(Supervisor &supervisor) {
+  if (supervisor.metrics < 0) return;
+  supervisor.metricsServer = fork();
+  if (supervisor.metricsServer != 0) return;
+  for (int listener : supervisor.listeners) close(listener);
+  for (const Generation &generation : supervisor.generations) close(generation.control);
+  close(supervisor.signals);
+  if (supervisor.notify >= 0) close(supervisor.notify);
+  serveMetrics(supervisor.metrics, *supervisor.board);
+}
+
+/* Nothing that it does is worth a busy loop of processes. */
+void loseMetrics(Supervisor &supervisor) {
+  supervisor.metricsServer = -1;
+  if (supervisor.ending > 0) return;
+  say("the process that tells the figures has ended; another is started");
+  sleep(restartSeconds);
+  startMetrics(supervisor);
+}
+
 void reap(Supervisor &supervisor) {
   int status;
   for (pid_t pid; (pid = waitpid(-1, &status, WNOHANG)) > 0;) {
     auto found = std::ranges::find(supervisor.generations, pid, &Generation::pid);
+    if (pid == supervisor.metricsServer) loseMetrics(supervisor);
     if (found == supervisor.generations.end()) continue;
     hear(supervisor, *found); /* it may have become ready just before */
     Generation gone = *found;
@@ -265,6 +293,15 @@ void run(Supervisor &supervisor) {
     if (polled[0].revents != 0) takeSignal(supervisor);
     if (supervisor.reloadAsked && !any(supervisor, State::loading)) reload(supervisor);
   }
+}
+
+bool openMetrics(Supervisor &supervisor) {
+  SocketAddress address;
+  if (hostConfig.metricsListen.empty() || !parseEndpoint(hostConfig.metricsListen, &address)) return true;
+  supervisor.metrics = listenOn(address);
+  if (supervisor.metrics < 0) say(hostConfig.metricsListen + ": cannot listen: " + std::strerror(errno));
+  if (supervisor.metrics >= 0) say("figures on " + boundAddress(supervisor.metrics));
+  return supervisor.metrics >= 0;
 }
 
 bool openSockets(Supervisor &supervisor) {
@@ -314,8 +351,11 @@ int supervise(const std::string &configuration, const std::vector<SocketAddress>
     say(std::string("cannot start: ") + std::strerror(errno));
     return exitTrouble;
   }
-  if (!openSockets(supervisor) || !startGeneration(supervisor)) return exitTrouble;
+  supervisor.board->metrics.startedAt = std::time(nullptr);
+  if (!openSockets(supervisor) || !openMetrics(supervisor) || !startGeneration(supervisor)) return exitTrouble;
+  startMetrics(supervisor);
   run(supervisor);
+  if (supervisor.metricsServer > 0) kill(supervisor.metricsServer, SIGTERM);
   if (supervisor.notify >= 0) unlink(rooted(notifySocket).c_str());
   return supervisor.status;
 }

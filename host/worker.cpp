@@ -165,7 +165,11 @@ void numberLines(const Worker &worker) {
 
 void serveClient(Worker &worker, int sock, const SocketAddress &peer) {
   numberLines(worker);
+  worker.board->serving++;
+  worker.slot->serves = true;
   serveConnection(sock, peer);
+  worker.slot->serves = false;
+  worker.board->serving--;
   netsift_resetState(worker.firstDescriptor);
   worker.served++;
 }
@@ -175,6 +179,7 @@ void serveClient(Worker &worker, int sock, const SocketAddress &peer) {
 void work(std::span<const int> listeners, const Pool &pool, Board *board, int slot) {
   pid_t server = getppid();
   resetSignals();
+  useMetricShard(slot);
   Worker worker{listeners, pool, board, &pool.slots[slot]};
   worker.next =
       board->connections % listeners.size(); /* with a process for each connection it is they who take turns */

@@ -30,7 +30,7 @@ done
 # neither start now nor at boot.
 policy=/usr/sbin/policy-rc.d
 units=()
-for unit in nginx squid clamav-daemon clamav-freshclam fcgiwrap privoxy tinyproxy; do
+for unit in nginx squid clamav-daemon clamav-freshclam fcgiwrap privoxy tinyproxy prometheus prometheus-node-exporter; do
   [ -e "/lib/systemd/system/$unit.service" ] || units+=("$unit")
 done
 if [ ! -e "$policy" ]; then

@@ -109,7 +109,10 @@ int orUsual(int32_t seconds) { return seconds > 0 ? seconds : clientTimeoutSecon
 
 /* The next head that comes, where none has come through a tunnel. */
 Next awaitHead(Connection &connection, Cycle &cycle) {
-  if (connection.inTunnel) return Next::step;
+  if (connection.inTunnel) {
+    beginRecord();
+    return Next::step;
+  }
   destroyHeader(&reqheader);
   const int grace = connection.used ? 0 : newClientMilliseconds;
   const int idleSeconds = orUsual(ClientIdleSeconds);

@@ -137,6 +137,7 @@ Next beginPlain(Connection &connection, Cycle &cycle, int seconds) {
     return endTunnel(connection, cycle, notTls);
   }
   connection.inTunnel = true;
+  noteOutcome(NETSIFT_REQUEST_TUNNELED);
   connection.upstreams[connection.current].isPersonal = true; /* it leads to this site alone */
   cycle.responseComplete = true;
   return Next::cycle;
