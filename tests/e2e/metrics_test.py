@@ -61,6 +61,7 @@ class Metrics(Case):
         slow = [socket.create_connection(("127.0.0.1", port)) for _ in range(20)]
         for asked in slow[:10]:
             asked.sendall(b"GET /metrics HT")
+        wait_until(lambda: "200 OK" in self.get(filtering, "/health"), "the first process")
         self.assertRegex(self.get(filtering, "/health"), r"^HTTP/1.1 200 OK\r\n(?s:.*)\r\n\r\nok\n$")
         for path, method, status in (("/", "GET", 404), ("/metrics", "POST", 405), ("/metrics?x=1", "GET", 200)):
             self.assertTrue(self.get(filtering, path, method).startswith(f"HTTP/1.1 {status} "), path)
