@@ -102,7 +102,7 @@ class Explained(Case):
     def test_pages_as_the_daemon_judges_them(self):
         pages = {"two.html": "<p>zonk and zonk", "one.html": "<p>zonk", "split.html": "<p>zo<b>nk</b> zonk",
                  "long.html": "x " * 40_000 + "zonk " + "y " * 40_000 + "zonk", "plain.txt": "zonk <zonk>",
-                 "hidden.html": "<!-- zonk zonk --> <p>zonk"}
+                 "hidden.html": "<!-- zonk zonk --> <p>zonk", "many.html": "z. " * 50_000 + "the end."}
 
         def serve(connection):
             name = connection.recv(65536).split(b" ")[1].rpartition(b"/")[2].decode()
@@ -111,7 +111,7 @@ class Explained(Case):
             connection.sendall((head + pages[name]).encode())
         upstream = {"upstream.proxy": f"127.0.0.1:{self.peer(serve).port}", "content.threshold": 80}
         for settings in ({}, OF_OLD | {"content.match": "bytes"}):
-            filtering = self.filter(upstream | settings, {"sample.phrase": "<zonk>40\n<~>0\n"})
+            filtering = self.filter(upstream | settings, {"sample.phrase": '<"z">0\n<zonk>40\n<~>0\n'})
             for name, body in pages.items():
                 (filtering.root / name).write_text(body)
                 url = f"http://site.test/{name}"
@@ -119,6 +119,8 @@ class Explained(Case):
                 answer = filtering.exchange(f"GET {url} HTTP/1.1\r\nHost: site.test\r\n\r\n".encode())
                 with self.subTest(name, **settings):
                     self.assertEqual(status, 0 if body[-9:].encode() in answer else 1)
+                    if name == "many.html" and not settings:  # also where a piece of the page ends
+                        self.assertEqual([phrase["count"] for phrase in said["phrases"]], [50_000])
                     if said["verdict"] == "blocked":
                         self.assertIn("Sample category", said["reason"])
                         found = [(phrase["phrase"], phrase["weight"], phrase["count"]) for phrase in said["phrases"]]
@@ -128,12 +130,14 @@ class Explained(Case):
     def test_places_of_entries(self):
         filtering = self.proxied({"requests.connect_ports": [443]}, {
             "sample.dom": "# format: adblock\n! a comment\n||bad.test^\n", "adserver.phrase": "<banner>1\n<~>0\n",
-            "adserver.url.orig": "ads.test/one\n", "whitelist.dom": "good.bad.test\n"})
+            "adserver.url.orig": "ads.test/one\n", "whitelist.dom": "good.bad.test\n",
+            "sample.url.orig": "ok.test/two\n"})
         for url, code, step, decisive in (
                 ("http://bad.test/x", 1, "blacklists", "domain bad.test sample.dom:3"),
                 ("http://banner.test/x", 1, "ad server", "pattern banner* adserver.phrase:1"),
                 ("ads.test/one", 1, "ad server", "url ads.test/one adserver.url.orig:1"),
                 ("http://good.bad.test/", 0, None, "domain good.bad.test whitelist.dom:1"),
+                ("http://ok.test//two", 1, "blacklists", "url ok.test/two sample.url.orig:1"),
                 ("https://bad.test/", 1, "blacklists", "domain bad.test sample.dom:3"),
                 ("https://bad.test:444/", 1, "CONNECT port", None), ("https://ok.test/", 0, None, None)):
             with self.subTest(url):
@@ -166,4 +170,10 @@ class Explained(Case):
                 status, output, errors = self.control(filtering, *arguments)
                 self.assertEqual((status, output), (2, ""))
                 self.assertIn(said, errors)
+        with open(filtering.root / "test.toml", "a", encoding="ascii") as config:
+            config.write('[[access]]\nnetwork = "10.0.0.0/8"\nlevel = 3\n[[access]]\nnetwork = "fd00::/8"\nlevel = 1\n')
+        for client, verdict, step in (("10.9.8.7", "blocked", "access"), ("fd00::7", "allowed", "pass everything"),
+                                      ("192.0.2.1", "blocked", "blacklists")):
+            (said,) = self.explain(filtering, "http://bad.test/", "--client", client)[1]
+            self.assertEqual((said["verdict"], said["step"]), (verdict, step))
         self.assertRegex(self.control(filtering, "--version")[1], r"^netsiftctl \d+\.\d+\.\d+\n$")
