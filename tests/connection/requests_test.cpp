@@ -199,30 +199,6 @@ TEST_F(CycleTest, hostsOfBothFamilies) {
   }
 }
 
-TEST_F(CycleTest, strictDirectRequestReachesTheOriginInOriginForm) {
-  StrictHttp = 1;
-  std::string port, answer;
-  {
-    const ScriptedDaemon origin =
-        answering({"HTTP/1.0 200 OK\r\nConnection: keep-alive\r\nContent-Length: 1\r\n\r\n1", page});
-    port = std::to_string(origin.port);
-    answer =
-        serveDirect("GET http://LocalHost:" + port + "/a%00b?q HTTP/1.1\r\nHost: x\r\n" +
-                    "Proxy-Connection: keep-alive\r\nProxy-Authorization: Basic eA==\r\nAccept-Encoding: gzip\r\n" +
-                    "Range: bytes=0-1\r\nAccept-Encoding: br\r\nrange: bytes=3-4\r\nIf-Range: x\r\n\r\n" +
-                    "GET /c/./%2e%2e/d HTTP/1.1\r\nHost: LocalHost:" + port + "\r\n\r\n");
-  }
-  const std::string host =
-      "Via: 1.1 netsift\r\nHost: localhost:" + port + "\r\nConnection: keep-alive\r\nAccept-Encoding: ";
-  EXPECT_EQ(forwarded, "GET /a%00b?q HTTP/1.1\r\n" + host + "gzip, br\r\n\r\nGET /c/./%2e%2e/d HTTP/1.1\r\n" + host +
-                           "identity\r\n\r\n");
-  for (const char *seen : {"/a%00b?q", "/c/./../d"}) {
-    const std::string judged = "HOST NAME:localhost,REQUESTED URL:localhost" + std::string(seen);
-    EXPECT_TRUE(log.has("Client IP:10.1.2.3,CONTENT TYPE:," + judged)) << log.text();
-  }
-  EXPECT_TRUE(answer.ends_with("ok") && connections == 1) << answer;
-}
-
 TEST_F(CycleTest, strictErrorsNameTheirCause) {
   StrictHttp = 1;
   for (const auto &[line, why] : {std::pair{"GET http://no-such-host.invalid/", "could not be found"},

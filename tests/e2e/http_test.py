@@ -40,12 +40,12 @@ ROWS = [
     ("`Max-Forwards` above 0 with either", TRACED % 10, OK, r"\ATRACE / .*\r\nMax-Forwards: 9\r\n", "ok"),
     ("`Max-Forwards` above 0 with either", "OPTIONS / HTTP/1.1\r\nMax-Forwards: 1", OK, r"\r\nMax-Forwards: 0\r\n", "ok"),
     ("`Max-Forwards` above 0 with either", "GET / HTTP/1.1\r\nMax-Forwards: 0", OK, r"\r\nMax-Forwards: 0\r\n", "ok"),
-    ("`OPTIONS *`", "OPTIONS * HTTP/1.1", OK, r"\AOPTIONS \* HTTP/1.1\r\n", "ok"),
+    ("`OPTIONS *`", "OPTIONS * HTTP/1.1", OK, r"\AOPTIONS \* HTTP/1.1\r\n", r"\r\nVia: 1.1 netsift\r\n"),
     ("`Range` for one part", "GET / HTTP/1.1\r\nAccept-Encoding: gzip\r\nRange: bytes=0-1\r\nIf-Range: x", OK,
      r"(?=.*\r\nRange: bytes=0-1\r\n)(?=.*\r\nIf-Range: x\r\n).*\r\nAccept-Encoding: identity\r\n", "ok"),
     ("`Range` for several parts", "GET / HTTP/1.1\r\nRange: bytes=0-1,3-4\r\nIf-Range: x", OK, r"\A(?!.*Range:)", "ok"),
     ("103 and other interim answers", "GET / HTTP/1.1", "HTTP/1.1 103 Early Hints\r\nLink: </s>\r\n\r\n" * 2 + OK, "",
-     r"\A(HTTP/1.1 103 Early Hints\r\n([^\r]+\r\n)*Link: </s>\r\n\r\n){2}HTTP/1.1 200 "),
+     r"\A(HTTP/1.1 103 Early Hints\r\nVia: 1.1 netsift\r\nLink: </s>\r\n\r\n){2}HTTP/1.1 200 "),
     ("103 and other interim answers", "GET / HTTP/1.1", "HTTP/1.1 103 Early Hints\r\n\r\n" * 21 + OK, "",
      r"\A(HTTP/1.1 103 [^/]*){20}HTTP/1.1 502 "),
     ("103 and other interim answers", "GET / HTTP/1.0", "HTTP/1.1 103 Early Hints\r\n\r\n" + OK, "", r"\AHTTP/1.1 200 "),
@@ -55,21 +55,13 @@ ROWS = [
     ("trailers of a request", "POST / HTTP/1.1\r\nTransfer-Encoding: chunked", OK, r"\|bodyT: x\r\n\Z", "ok"),
     ("a coding that is not known", "GET / HTTP/1.1\r\nAccept-Encoding: compress, gzip;q=0.5",
      OK.replace("Content", "Content-Type: text/html\r\nContent-Encoding: compress\r\nContent"),
-     r"\r\nAccept-Encoding: gzip;q=0.5\r\n", r"\AHTTP/1.1 403 .*coding that cannot be read"),
-    ("a `Transfer-Encoding` other than `chunked`", "POST / HTTP/1.1\r\nTransfer-Encoding: gzip", OK, NOBODY,
-     r"\AHTTP/1.1 501 "),
-    ("a `Transfer-Encoding` other than `chunked`", "GET / HTTP/1.1", CHUNKS.replace("chunked", "gzip"), "",
-     r"\AHTTP/1.1 502 "),
+     r"\A(?!.*compress).*\r\nAccept-Encoding: gzip;q=0.5\r\n", r"\AHTTP/1.1 403 .*coding that cannot be read"),
     ("a `Transfer-Encoding` other than `chunked`", "GET / HTTP/1.1",
      "HTTP/1.0 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2\r\nok\r\n0\r\n\r\n", "", r"\AHTTP/1.1 200 .*\r\n2\r\nok\r\n0"),
     ("a `Transfer-Encoding` other than `chunked`", "GET / HTTP/1.1", OK.replace("Con", "Transfer-Encoding: identity\r\nCon"),
      "", r"\AHTTP/1.1 200 (?!.*Transfer).*\r\n\r\nok\Z"),
-    ("a folded line, or LF alone behind a line", "GET / HTTP/1.1\r\nX: a\r\n b", OK, NOBODY, r"\AHTTP/1.1 400 "),
-    ("a folded line, or LF alone behind a line", "GET / HTTP/1.1\r\nX: a\nY: b", OK, NOBODY, r"\AHTTP/1.1 400 "),
     ("a folded line, or LF alone behind a line", "GET / HTTP/1.1", OK.replace("\r\nC", "\nX:\r\n a\nC"), "",
      r"\AHTTP/1.1 200 .*\r\nX: a\r\nContent-Length: 2\r\n"),
-    ("a length beside `chunked`", "POST / HTTP/1.1\r\nTransfer-Encoding: chunked\r\nContent-Length: 4", OK, NOBODY,
-     r"\AHTTP/1.1 400 "),
     ("a length beside `chunked`", "GET / HTTP/1.1", CHUNKS.replace("Trailer: T", "Content-Length: 1"), "",
      r"\AHTTP/1.1 200 (?!.*Length).*\r\n\r\n2\r\nok\r\n"),
 ]
@@ -123,6 +115,8 @@ class Http(Case):
                 received = self.ask(filtering, request)
                 self.assertRegex(received, f"(?s){got}")
                 self.assertRegex(self.seen, f"(?s){seen}")
+        requested = "Client IP:127.0.0.1,CONTENT TYPE:,HOST NAME:localhost,REQUESTED URL:localhost"
+        self.assertIn(requested, filtering.lines())
 
     def test_text_is_not_held_back_by_bytes_that_give_none(self):
         packer, read, filtering = zlib.compressobj(), threading.Event(), self.filter()
