@@ -1,5 +1,5 @@
 """Messages of RFC 9112, well formed and not, and what becomes of each: here and, where that is installed, at squid.
-What differs has its reason beside it."""
+What differs has its reason beside it; what both read alike is asked of the parsers in tests/http."""
 import contextlib
 import re
 import shutil
@@ -21,16 +21,8 @@ UNASKED = ""  # not tried there: it waits for a name server
 # none (it is taken for a part of the address then); who guesses may guess otherwise than the site or a filter behind.
 LINES = [
     (GET, PASSED, SAME),
-    ("GET http://SITE HTTP/1.1", PASSED, SAME),
-    ("GET http://SITE?q HTTP/1.1", "200 kept GET /?q HTTP/1.1|", SAME),
-    ("GET HTTP://LOCALHOST:PORT/ HTTP/1.1", PASSED, SAME),
-    ("GET http://SITE/a/../b//c HTTP/1.1", "200 kept GET /a/../b//c HTTP/1.1|", SAME),
     ("GET http://SITE/%zz%00<\"\xff HTTP/1.1", "200 kept GET /%zz%00<\"\xff HTTP/1.1|", SAME),
-    (f"GET http://SITE/{LONG} HTTP/1.1", f"200 kept GET /{LONG} HTTP/1.1|", SAME),
     (f"GET http://SITE/{LONG}{LONG} HTTP/1.1", "414 closed", BAD),  # RFC 9112 section 3 has a status for it
-    ("GET http://SITE/ HTTP/1.2", PASSED, SAME),
-    ("GET http://SITE/ HTTP/1.0", "200 closed GET / HTTP/1.1|", SAME),
-    ("GET http://SITE/ HTTP/2.0", "505 closed", SAME),
     ("GET http://SITE/ HTTP/1.10", BAD, "505 closed"),
     ("GET http://SITE/ http/1.1", BAD, "200 closed GET /http/1.1 HTTP/1.1|"),
     ("GET http://SITE/ HTTP/1,1", BAD, "200 closed GET /HTTP/1,1 HTTP/1.1|"),
@@ -40,14 +32,8 @@ LINES = [
     ("GET http://SITE/\tHTTP/1.1", BAD, PASSED),
     ("GET http://SITE/a b HTTP/1.1", BAD, "200 kept GET /ab HTTP/1.1|"),
     (" GET http://SITE/ HTTP/1.1", BAD, SAME),
-    ("GET http://SITE/\0 HTTP/1.1", BAD, SAME),
     ("GET http://SITE/\x7f HTTP/1.1", BAD, SAME),
-    ("GET", BAD, SAME),
-    (f"\n{GET}", PASSED, SAME),
     (f"\n\n{GET}", BAD, PASSED),  # one empty line is what old clients leave (RFC 9112 section 2.2)
-    (f"\0{GET}", BAD, SAME),
-    ("PROPFIND http://SITE/ HTTP/1.1", "200 kept PROPFIND / HTTP/1.1|", SAME),
-    ("VERSION-CONTROL http://SITE/ HTTP/1.1", "200 kept VERSION-CONTROL / HTTP/1.1|", SAME),
     ("get http://SITE/ HTTP/1.1", "200 kept get / HTTP/1.1|", PASSED),  # methods are case-sensitive
     (f"{'M' * 33} http://SITE/ HTTP/1.1", "501 closed", BAD),  # squid's limit is another
     ("G{T http://SITE/ HTTP/1.1", BAD, SAME),
@@ -55,15 +41,9 @@ LINES = [
     ("GET http://SITE/a#b HTTP/1.1", "200 kept GET /a HTTP/1.1|", "200 kept GET /a#b HTTP/1.1|"),  # is no part of it
     ("GET http://u:p@SITE/ HTTP/1.1", BAD, PASSED),  # RFC 9110 section 4.2.4: such addresses deceive
     ("GET http:/SITE/ HTTP/1.1", BAD, SAME),
-    ("GET http:///a HTTP/1.1", BAD, SAME),
-    ("GET SITE/ HTTP/1.1", BAD, SAME),
-    ("GET http://localhost:0/ HTTP/1.1", BAD, SAME),
-    ("GET http://localhost:65536/ HTTP/1.1", BAD, SAME),
     ("GET http://[::1/ HTTP/1.1", BAD, "503 kept"),
-    ("GET gopher://SITE/ HTTP/1.1", "501 closed", SAME),
     ("GET ftp://SITE/ HTTP/1.1", "501 closed", UNASKED),
     ("GET https://SITE/ HTTP/1.1", "501 closed", UNASKED),  # would be the filter's own TLS; clients send CONNECT
-    ("GET * HTTP/1.1", BAD, SAME),
     ("OPTIONS http://SITE HTTP/1.1", "200 kept OPTIONS * HTTP/1.1|", "200 kept OPTIONS / HTTP/1.1|"),  # section 3.2.4
     ("CONNECT http://SITE/ HTTP/1.1", BAD, UNASKED),
     ("CONNECT localhost HTTP/1.1", BAD, "503 closed"),
@@ -74,23 +54,13 @@ LINES = [
 FIELDS = [
     ("", BAD, PASSED),
     ("Host:", PASSED, SAME),
-    ("Host: other", PASSED, SAME),
     ("+Host: SITE", BAD, PASSED),
     ("+Host: other", BAD, PASSED),
     ("Host: a b", BAD, PASSED),
     ("Host: a, b", BAD, PASSED),
     ("Host: u@SITE", BAD, PASSED),
     ("Host: http://SITE/", BAD, PASSED),
-    ("Host : SITE", BAD, SAME),
-    ("+X:\t y \t", "200 kept GET / HTTP/1.1; X: y|", SAME),
-    ("+X:", "200 kept GET / HTTP/1.1; X:|", SAME),
-    ("+X: \x01\xe4\x7f", "200 kept GET / HTTP/1.1; X: \x01\xe4\x7f|", SAME),
-    ("+X : y", BAD, SAME),
-    ("+X\t: y", BAD, SAME),
-    ("+: y", BAD, SAME),
-    ("+X", BAD, SAME),
     ("+X(: y", BAD, SAME),
-    ("+X: a\0b", BAD, SAME),
     (f"+X: a{CR}b", BAD, "200 kept GET / HTTP/1.1; X: a b|"),
     (f"+X: a{LF}Y: b", BAD, "200 kept GET / HTTP/1.1; X: a; Y: b|"),
     ("+X: a\n b", BAD, "200 kept GET / HTTP/1.1; X: a b|"),
@@ -98,9 +68,6 @@ FIELDS = [
     (" X: a\nHost: SITE", BAD, PASSED),
     ("+Y:" + "\nY:" * 98, "200 kept GET / HTTP/1.1" + "; Y:" * 99 + "|", SAME),
     ("+Y:" + "\nY:" * 99, "431 closed", "200 kept GET / HTTP/1.1" + "; Y:" * 100 + "|"),  # more than anybody sends
-    ("+Z: " + LONG * 8, f"200 kept GET / HTTP/1.1; Z: {LONG * 8}|", SAME),
-    ("+Z: " + LONG * 9, "431 closed", SAME),
-    ("+Connection: CLOSE", "200 closed GET / HTTP/1.1|", SAME),
     ("+Connection: keep-alive, close", "200 closed GET / HTTP/1.1|", SAME),
     ("+Proxy-Connection: close", "200 closed GET / HTTP/1.1|", SAME),
     ("+Connection: ,X,\nX: y", PASSED, SAME),
@@ -109,10 +76,8 @@ FIELDS = [
     ("+Connection: Host", PASSED, SAME),
     ("+Trailer: X", PASSED, SAME),
     ("+Expect: 100-continue", PASSED, "200 kept GET / HTTP/1.1; Expect: 100-continue|"),  # there is no body
-    ("+Expect:", "417 closed", SAME),
     ("+Max-Forwards: 0", "200 kept GET / HTTP/1.1; Max-Forwards: 0|", PASSED),  # is for TRACE and OPTIONS alone
     ("+Range: lines=1", "200 kept GET / HTTP/1.1; Range: lines=1|", SAME),
-    ("+Proxy-Authorization: Basic eDp5", PASSED, SAME),
 ]
 
 # A POST's framing and its body. Squid leaves without an answer where it is surprised in the middle of a body; where a
@@ -122,15 +87,11 @@ CHUNKED, LENGTH = "Transfer-Encoding: chunked", "Content-Length: "
 BODIES = [
     ("", "", "200 kept POST / HTTP/1.1|", SAME),
     (f"{LENGTH}4", "body", ARRIVED, SAME),
-    (f"{LENGTH}04 ", "body", ARRIVED, SAME),
-    (f"{LENGTH}4, 4\n{LENGTH}4", "body", ARRIVED, SAME),
     (f"{LENGTH}4,", "body", BAD, ARRIVED),  # the empty element might be a length that somebody took out
-    (f"Connection: Content-Length\n{LENGTH}4", "body", ARRIVED, SAME),
     (f"{LENGTH}5", f"body{END}", "closed", SAME),
     *((LENGTH + length, "body", BAD, "411 closed")
       for length in ("", "+4", "-4", "0x4", "4.0", "4a", "4 4", "4,5", f"4\n{LENGTH}5", "18446744073709551620")),
     (CHUNKED, "4\nbody\n0\n\n", ARRIVED, SAME),
-    ("Transfer-Encoding:\tCHUNKED ", "4\nbody\n0\n\n", ARRIVED, SAME),
     (f"{CHUNKED}\nConnection: Transfer-Encoding", "4\nbody\n0\n\n", ARRIVED, SAME),
     *((f"Transfer-Encoding: {coding}", "4\nbody\n0\n\n", "501 closed", SAME)
       for coding in ("", "xchunked", "chunked, chunked", "gzip, chunked", "chunked, identity", "chunked;a=b",
@@ -183,9 +144,6 @@ ANSWERS = [
                                                 f"\n{HEAD}{TWO}")),
     ("", ENDED, BROKEN),
     (f"HTTP/1.1 600 X\n{TWO}", "600 kept |ok", BROKEN),  # a client treats it as a 5xx (RFC 9110 section 15)
-    (f"{HEAD}X : y\n{TWO}", "200 kept X: y|ok", SAME),
-    (f"{HEAD}X: a\n b\n{TWO}", "200 kept X: a b|ok", SAME),
-    (f"{HEAD}{TWO}".replace("\n", LF), OK, SAME),
     *((f"{HEAD}{field}\n{TWO}", ENDED, BROKEN) for field in ("X y", "X", ": y", "X: a\0b")),
     (f"{HEAD} X: y\n{TWO}", ENDED, OK),  # goes on from no field
     (f"{HEAD}X: a{CR}b\n{TWO}", ENDED, "200 kept X: a b|ok"),  # browsers may end the line there
@@ -194,7 +152,6 @@ ANSWERS = [
     (f"{HEAD}" + "X: y\n" * 99 + TWO, "200 kept " + "; ".join(["X: y"] * 99) + "|ok", SAME),
     (f"{HEAD}" + "X: y\n" * 100 + TWO, ENDED, "200 kept " + "; ".join(["X: y"] * 100) + "|ok"),  # a limit
     (f"{HEAD}X: {LONG * 9}\n{TWO}", ENDED, BROKEN),
-    (f"{HEAD}Content-Length: 2, 2\n{TWO}", OK, SAME),
     *((f"{HEAD}Content-Length: {length}\n\nok", ENDED, BROKEN)
       for length in ("", "+2", "-2", "2a", "2\nContent-Length: 3", "99999999999999999999")),
     (f"{HEAD}Content-Length: 5\n\nok", "broken", SAME),
@@ -206,13 +163,9 @@ ANSWERS = [
     *((f"{HEAD}{CHUNKED}\n\n{body}", "broken", SAME) for body in ("2\nok\n", "2\nok\n0\n", "2\nokk\n0\n\n")),
     *((f"{HEAD}{CHUNKED}\n\n{body}", ENDED, "broken")  # it is looked into before the head goes on
       for body in ("x\nok\n0\n\n", "10000000000000002\nok\n0\n\n", f"2{LF}ok\n0\n\n")),
-    (f"HTTP/1.0 200 OK\n{CHUNKED}\n\n2\nok\n0\n\n", OK, SAME),
-    (f"{HEAD}Transfer-Encoding: identity\n{TWO}", OK, SAME),
-    (f"{HEAD}{CHUNKED}\nContent-Length: 1\n\n2\nok\n0\n\n", OK, SAME),
     *((f"{HEAD}Transfer-Encoding: {coding}\n\n2\nok\n0\n\n", ENDED, BROKEN)
       for coding in ("chunked, chunked", "gzip, chunked")),
     (f"{HEAD}Connection: X\nX: y\n{TWO}", OK, SAME),
-    (f"{HEAD}Proxy-Authenticate: Basic\n{TWO}", OK, SAME),
     (f"{HEAD}Upgrade: h2c\n{TWO}", OK, SAME),
     ("HTTP/1.1 204 X\nContent-Length: 5\n\n", "204 kept |", SAME),
     ("HTTP/1.1 304 X\nContent-Length: 5\n\n", "304 kept |", SAME),
