@@ -116,8 +116,7 @@ uint32_t netsift_packRecord(char *out, uint32_t room) {
   std::string packed(reinterpret_cast<const char *>(&numbers), sizeof numbers);
   for (std::string RequestRecord::*text : packedTexts) packed.append(record.*text, 0, longestPacked) += '\0';
   static_assert(sizeof numbers + std::size(packedTexts) * (longestPacked + 1) <= NETSIFT_PACKED_RECORD);
-  std::memcpy(out, packed.data(), packed.size());
-  return static_cast<uint32_t>(packed.size());
+  return static_cast<uint32_t>(packed.copy(out, room));
 }
 
 void netsift_recordRelay(const char *packed, uint32_t size, uint64_t bytesToClient) {
